@@ -1,0 +1,114 @@
+// A card of the chassis: a transport stream from a file flows through its pre-CAM switch, its two
+// CAMs, one behind the other, and out again; its FPGA counts and checks every PID before and after
+// them. What the module sees of it is in CardDriver.h.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CiIf.h"
+#include "CiPlatform.h"
+#include "Events.h"
+#include "cam/Cam.h"
+#include "ts/TsPacket.h"
+
+namespace chassis {
+
+// Faults that a person can put on a card.
+enum class CardFault {
+  Offline,    // GetCardOnline answers 0
+  Busy,       // GetCardBusy answers 1
+  NotReady,   // GetCardReady answers 0
+  NoSync,     // cimax_sync_ok answers 0
+  PllLost,    // PllLock answers 0
+  FpgaError,  // rdDescStat answers 0xFF
+  RateLow,    // cimax_sys_rate and its kin read a tenth of the true rate
+  Masked      // CamAlarmMask answers 1, per CAM
+};
+
+// Faults of one PID of the incoming stream.
+enum class PidFault {
+  Drop,   // every packet is lost before the card
+  Damage  // every packet's payload has bits flipped, and every fourth packet is lost
+};
+
+// One elementary stream or program as the stream's own PSI tells it.
+struct StreamInfo {
+  std::uint8_t streamType = 0;
+  std::uint16_t pid = nullPid;
+};
+struct ProgramInfo {
+  std::uint16_t number = 0;
+  std::uint16_t pmtPid = nullPid;
+  std::uint16_t pcrPid = nullPid;
+  std::vector<StreamInfo> streams;
+  std::uint8_t camMask = 0;  // bit n: assigned to CAM n
+};
+
+// Evidence about one PID, on one side of the CAMs; never reset by the module.
+struct PidEvidence {
+  std::uint64_t packets = 0;
+  std::uint64_t ccErrors = 0;
+  std::uint64_t scrambled = 0;   // packets with transport_scrambling_control not 00
+  bool lastScrambled = false;    // of the last packet with a payload
+  bool lastPesBad = false;       // the last PES start did not read as a PES header
+  std::uint64_t lastSeenMs = 0;  // chassis time of the last packet
+};
+
+class Card {
+ public:
+  // slot 0..5. Nothing flows until insert.
+  Card(std::uint32_t slot, Events &events);
+  ~Card();
+  Card(const Card &) = delete;
+  Card &operator=(const Card &) = delete;
+
+  // Puts the card in with a stream; bitrate in bit/s, 0: from the stream's PCRs. Reads the whole
+  // file's PSI first. Throws InputError that names the file: not readable, empty, no transport
+  // stream, no PAT, no program with a PMT, no PCR and no bitrate. A card that was in is replaced.
+  void insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs);
+  void remove();
+  bool inserted() const;
+
+  // Gives a program of the stream to CAMs by mask 0..3 (0: to none). Throws InputError that names
+  // the program and lists those that there are.
+  void assign(std::uint16_t program, std::uint8_t camMask);
+
+  void setFault(CardFault fault, bool on);
+  void setAlarmMask(std::uint32_t camSlot, bool on);  // camSlot 0..1
+  void setPidFault(PidFault fault, std::uint16_t pid, bool on);
+
+  // The CAM in a slot, null for none; the card does not own it.
+  void setCam(std::uint32_t camSlot, Cam *cam);
+
+  // Writes the stream behind the CAMs to a file from now on; "" ends it. Throws InputError.
+  void setOutput(const std::string &path);
+
+  // Lets the packets flow that are due until nowMs (chassis time).
+  void tick(std::uint64_t nowMs);
+
+  // Called when the program table changed: by assign, or by the stream's own PSI.
+  void onProgramsChanged(std::function<void(std::uint32_t slot)> listener);
+
+  // For people: what the stream carries, and evidence.
+  const std::vector<ProgramInfo> &programs() const;
+  std::uint64_t bitrate() const;
+  const PidEvidence &before(std::uint16_t pid) const;  // before the CAMs
+  const PidEvidence &behind(std::uint16_t pid) const;  // behind both CAMs
+
+  // For the module, through CardDriver and the firmware.
+  CiDesc *descTable();       // null while no card is in
+  InPortForm *inPortForm();  // null while no card is in: CA systems and CA PIDs of PMTs and CAT
+  struct Fpga;               // figures and switches; CardDriver.cpp is its only user outside
+  Fpga &fpga();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace chassis

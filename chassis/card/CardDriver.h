@@ -1,0 +1,17 @@
+// The card driver: the 28 registered functions of the software cards.
+#pragma once
+
+#include <cstdint>
+
+#include "card/Card.h"
+
+namespace chassis {
+
+// The card behind a slot for the driver's functions; null: none, every function answers 0.
+void bindCard(std::uint32_t slot, Card *card);
+
+// Registers the card of a slot with the module (descIfRegist), once per slot and run: a record
+// lasts for the whole run, so a card that is pulled and put back keeps it.
+void registerCard(std::uint32_t slot);
+
+}  // namespace chassis

@@ -1,0 +1,45 @@
+// Chassis time. It advances only when somebody asks it to, one kernel tick at a time, and every
+// tick lets the world move: streams flow, CAMs work. A run is therefore deterministic, whatever
+// the speed at which it is played.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace chassis {
+
+class Clock {
+ public:
+  static constexpr std::uint32_t ticksPerSecond = 100;
+  static constexpr std::uint32_t msPerTick = 1000 / ticksPerSecond;
+
+  // startStamp: the 32-bit millisecond stamp at elapsed time 0, anywhere, also just before its
+  // wrap. speed: chassis seconds per real second; 0 as fast as it can.
+  explicit Clock(std::uint32_t startStamp = 0, double speed = 0);
+
+  std::uint64_t elapsedMs() const { return elapsedMs_; }  // since the chassis started
+  std::uint32_t stamp() const;                            // what OSTimeGet answers
+
+  // Called on every tick, in the order of registration, with elapsedMs() already advanced.
+  void onTick(std::function<void(std::uint64_t elapsedMs)> listener);
+
+  // Lets a number of ticks pass; at a speed above 0 it keeps the pace of the real clock.
+  // Reentrant calls (a listener that delays) are a programming error and abort.
+  void advance(std::uint32_t ticks);
+
+ private:
+  void keepPace();
+
+  std::uint32_t startStamp_;
+  double speed_;
+  std::uint64_t elapsedMs_ = 0;
+  std::uint64_t realStartNs_ = 0;
+  bool advancing_ = false;
+  std::vector<std::function<void(std::uint64_t)>> listeners_;
+};
+
+// The clock behind taskDelay, OSTimeGet and get_inc_of_time of this process; null unbinds.
+void bindClock(Clock *clock);
+
+}  // namespace chassis
