@@ -1,0 +1,34 @@
+// Reads the packets of a transport stream file.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "ts/TsPacket.h"
+
+namespace chassis {
+
+// Reads 188-byte packets one by one. Where the sync byte is missing it looks for the next place
+// from which several packets in a row begin with one, and goes on there. Bytes before the first
+// packet, between packets and after the last whole one are skipped and counted.
+class TsFile {
+ public:
+  // Throws InputError that names the file: cannot be opened, empty, holds no transport stream.
+  explicit TsFile(const std::string &path);
+  ~TsFile();
+  TsFile(const TsFile &) = delete;
+  TsFile &operator=(const TsFile &) = delete;
+
+  bool next(TsPacket &packet);  // false at the end of the file
+  void rewind();
+
+  std::uint64_t packets() const;       // read so far since the last rewind
+  std::uint64_t skippedBytes() const;  // since the last rewind
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace chassis
