@@ -21,8 +21,9 @@ class CaMatching : public testing::Test {
   void expectMatch(uint32_t camSlot, uint16_t casid, const std::vector<uint16_t> &examined) {
     const std::string cam = "(1, " + std::to_string(camSlot) + ")";
     Calls calls = {"GetProgDesc(1)", "ciLibGetCardIndex" + cam, "ciLibGetInsertCard" + cam};
-    for (uint16_t id : examined)
+    for (uint16_t id : examined) {
       calls.push_back(matchLine(SLOT * 2 + camSlot, id));
+    }
     platform.take();
     EXPECT_EQ(casidMatch(SLOT, camSlot), casid);
     EXPECT_EQ(platform.take(), calls);
@@ -148,8 +149,9 @@ INSTANTIATE_TEST_SUITE_P(Places, SearchOrder, testing::Range(size_t{0}, SEARCH_O
 
 TEST_P(SearchOrder, StopsAtTheFirstSupportedId) {
   table(twoPrograms());
-  for (size_t i = GetParam(); i < SEARCH_ORDER.size(); ++i)
+  for (size_t i = GetParam(); i < SEARCH_ORDER.size(); ++i) {
     platform.supports(SLOT, 0, {SEARCH_ORDER[i]});
+  }
   const auto end = SEARCH_ORDER.begin() + static_cast<std::ptrdiff_t>(GetParam()) + 1;
   expectMatch(0, SEARCH_ORDER[GetParam()], {SEARCH_ORDER.begin(), end});
 }
@@ -233,17 +235,20 @@ TEST_F(CaMatching, StopsAtTheStreamCount) {
 TEST_F(CaMatching, WalksAFullTable) {
   std::vector<Program> programs(31, Program(1));
   Program last(32);
-  for (uint16_t k = 0; k < 32; ++k)
+  for (uint16_t k = 0; k < 32; ++k) {
     last.ca(static_cast<uint16_t>(0x2000 + k), 0x1000);
+  }
   last.streams(0x1B, 0x100, 32);
-  for (uint16_t k = 0; k < 32; ++k)
+  for (uint16_t k = 0; k < 32; ++k) {
     last.streamCa(static_cast<uint16_t>(0x3000 + k), 0x1000);
+  }
   programs.push_back(last);
   table(programs);
   std::vector<uint16_t> examined;
   for (uint16_t first : {0x2000, 0x3000}) {
-    for (uint16_t k = 0; k < 32; ++k)
+    for (uint16_t k = 0; k < 32; ++k) {
       examined.push_back(static_cast<uint16_t>(first + k));
+    }
   }
   platform.supports(SLOT, 0, {0x301F});
   expectMatch(0, 0x301F, examined);

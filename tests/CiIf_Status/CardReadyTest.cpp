@@ -55,8 +55,9 @@ TEST_P(CardReady, AsksInOrderAndStopsAtTheFirstFailureEachTime) {
   const Calls calls = platform.take({"GetCardOnline", "GetCardBusy", "GetCardReady"});
   ASSERT_GE(calls.size(), 2 * GetParam().calls);
   ASSERT_EQ(calls.size() % GetParam().calls, 0U);
-  for (size_t i = 0; i < calls.size(); ++i)
+  for (size_t i = 0; i < calls.size(); ++i) {
     EXPECT_EQ(calls[i], order[i % GetParam().calls]) << i;
+  }
 }
 
 TEST(CardReadyAfresh, AsksAgainAtEveryUse) {

@@ -90,8 +90,9 @@ std::string unknownId(uint32_t card, uint32_t vid) {
 }
 
 TEST(Registration, NoSlotHasARecordAtStart) {
-  for (const CiData *record : pCiData)
+  for (const CiData *record : pCiData) {
     EXPECT_EQ(record, nullptr);
+  }
 }
 
 class RegistrationSlot : public testing::TestWithParam<uint32_t> {};
@@ -100,8 +101,9 @@ INSTANTIATE_TEST_SUITE_P(Slots, RegistrationSlot, testing::Range(0U, uint32_t{MA
 TEST_P(RegistrationSlot, GetsTheAllocatedRecordAndOnlyThatSlot) {
   regist(GetParam(), cardItems(GetParam()));
   EXPECT_EQ(platform.take(), (Calls{mallocLine()}));
-  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo)
+  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     EXPECT_EQ(pCiData[slotNo], slotNo == GetParam() ? platform.allocated[0] : nullptr) << slotNo;
+  }
 }
 
 TEST_P(RegistrationSlot, RetriesWithTheCardCountedFromZero) {
@@ -145,8 +147,9 @@ TEST(Registration, AcceptsTwentyEightIds) {
 
 TEST(Registration, StoresAllIdsTogether) {
   std::vector<DescIfItem> items;
-  for (const Field &field : FIELDS)
+  for (const Field &field : FIELDS) {
     items.push_back({field.vid, marker(field.vid)});
+  }
   regist(1, items);
   const std::vector<uint8_t> record = recordOf(1);
   for (const Field &field : FIELDS) {
@@ -160,12 +163,14 @@ TEST(Registration, StoresAllIdsTogether) {
 std::vector<uint32_t> unknownIds() {
   std::vector<uint32_t> ids;
   for (uint32_t vid = 0; vid < 80; ++vid) {
-    if (!isAccepted(vid))
+    if (!isAccepted(vid)) {
       ids.push_back(vid);
+    }
   }
   // Accepted ids with one more bit: nothing is cut, and the top bit is no sign.
-  for (uint32_t extra : {0x100U, 0x10000U, 0x80000000U})
+  for (uint32_t extra : {0x100U, 0x10000U, 0x80000000U}) {
     ids.insert(ids.end(), {1 + extra, 11 + extra, 55 + extra});
+  }
   ids.push_back(0xFFFFFFFF);
   return ids;
 }
@@ -236,8 +241,9 @@ TEST(RegistrationWithoutMemory, WaitsAfterEveryRetryAlsoASuccessfulOne) {
 }
 
 TEST(RegistrationWithoutMemory, HasNoLimitOfRetries) {
-  for (int i = 0; i < 500; ++i)
+  for (int i = 0; i < 500; ++i) {
     platform.mallocWorks.then(false);
+  }
   regist(0, {});
   EXPECT_EQ(platform.count("taskDelay"), 500U);
   EXPECT_EQ(platform.count("malloc"), 501U);

@@ -32,8 +32,9 @@ TEST_P(NotLoaded, IsPolledOnceASecondUntilItIsOne) {
   is_all_card_loaded = GetParam();
   int polls = 0;
   platform.onTaskDelay = [&polls](int) {
-    if (++polls == 4)
+    if (++polls == 4) {
       is_all_card_loaded = 1;
+    }
   };
   EXPECT_EQ(runStartUpTask(), (Calls{"taskDelay(60)", "taskDelay(60)", "taskDelay(60)",
                                      "taskDelay(60)", "ciLibLoad()"}));
@@ -95,8 +96,9 @@ TEST_P(Initialisation, ReturnsZeroAndDoesNothingEverAfter) {
   platform.ciLibLoad = GetParam();
   ciIfInit();
   platform.take();
-  for (int i = 0; i < 300; ++i)
+  for (int i = 0; i < 300; ++i) {
     EXPECT_EQ(ciIfInit(), 0);
+  }
   EXPECT_EQ(platform.take(), (Calls{}));
 }
 

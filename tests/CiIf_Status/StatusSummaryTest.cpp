@@ -21,8 +21,9 @@ void setStatuses(const std::vector<std::vector<uint8_t>> &statuses) {
     programs.push_back(Program(1).streams(0x1B, 0x100, static_cast<uint16_t>(statuses[p].size())));
     DescProgStat &row = DescStatus[SLOT][p];
     row.progStatus = SCRAMBLED;
-    for (size_t e = 0; e < 32; ++e)
+    for (size_t e = 0; e < 32; ++e) {
       row.pid[e].status = e < statuses[p].size() ? statuses[p][e] : SCRAMBLED;
+    }
   }
   platform.card[SLOT].setTable(programs);
 }
@@ -81,8 +82,9 @@ TEST_P(Summary, CondensesTheStatuses) {
 std::vector<Statuses> spread(size_t bad, size_t good, uint8_t status) {
   std::vector<Statuses> programs;
   for (size_t n = 0; n < bad + good; ++n) {
-    if (n % 32 == 0)
+    if (n % 32 == 0) {
       programs.emplace_back();
+    }
     programs.back().push_back(n < bad ? status : DESCRAMBLED);
   }
   return programs;
@@ -124,8 +126,9 @@ TEST(SummaryOfACam, CountsItsOwnProgramsOnly) {
                                 Program(3).cams(NO_CAM).stream(0x1B, 0x300),
                                 Program(4).cams(BOTH_CAMS).stream(0x1B, 0x400)});
   const uint8_t statuses[] = {0x20, 0xFF, 0x10, 0xFF};
-  for (size_t p = 0; p < 4; ++p)
+  for (size_t p = 0; p < 4; ++p) {
     DescStatus[SLOT][p].pid[0].status = statuses[p];
+  }
   EXPECT_EQ(getDescStat(SLOT, 0), 0x10);
   EXPECT_EQ(getDescStat(SLOT, 1), 0x00);
   DescStatus[SLOT][3].pid[0].status = 0x10;

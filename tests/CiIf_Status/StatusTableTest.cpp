@@ -27,9 +27,10 @@ class Expected {
   DescProgStat &operator[](size_t p) { return rows_[p]; }
 
   void holds() const {
-    for (size_t p = 0; p < 32; ++p)
+    for (size_t p = 0; p < 32; ++p) {
       EXPECT_EQ(std::memcmp(&rows_[p], &DescStatus[slotNo_][p], sizeof(DescProgStat)), 0)
           << "slot " << slotNo_ << " program " << p;
+    }
   }
 
  private:
@@ -41,8 +42,9 @@ DescProgStat emptyRow() {
   DescProgStat row;
   std::memset(&row, 0, sizeof row);
   row.progStatus = 0xEE;
-  for (DescPidStat &record : row.pid)
+  for (DescPidStat &record : row.pid) {
     record = {NO_PID, 0xEE, 0};
+  }
   return row;
 }
 
@@ -53,14 +55,16 @@ void scribble() {
 
 std::vector<Expected> allSlots() {
   std::vector<Expected> slots;
-  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo)
+  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     slots.emplace_back(slotNo);
+  }
   return slots;
 }
 
 void hold(const std::vector<Expected> &slots) {
-  for (const Expected &slot : slots)
+  for (const Expected &slot : slots) {
     slot.holds();
+  }
 }
 
 std::string logged(uint32_t card, uint16_t program, uint16_t type, uint16_t pid) {
@@ -84,8 +88,9 @@ INSTANTIATE_TEST_SUITE_P(LowByteCounts, ClearSlot,
 TEST_P(ClearSlot, EmptiesAllRowsOfTheSlotAndNoOther) {
   scribble();
   std::vector<Expected> slots = allSlots();
-  for (size_t p = 0; p < 32; ++p)
+  for (size_t p = 0; p < 32; ++p) {
     slots[GetParam() & 0xFF][p] = emptyRow();
+  }
   clrSlotDescPID(GetParam());
   hold(slots);
 }
@@ -98,8 +103,9 @@ TEST_P(ClearSlot, NeedsNoCardAndCallsNothing) {
 TEST(ClearSlot, SetsTheByteBetweenStatusAndRecordsToZero) {
   scribble();
   clrSlotDescPID(1);
-  for (const DescProgStat &row : DescStatus[1])
+  for (const DescProgStat &row : DescStatus[1]) {
     EXPECT_EQ(reinterpret_cast<const uint8_t *>(&row)[1], 0);
+  }
 }
 
 // --- clrDescStat and getDescPidInfo: what they share ---------------------------------------------
@@ -180,8 +186,9 @@ class OneCam : public testing::TestWithParam<CamChoice> {
     registerCard(1);
     fourPrograms(1);
     // 0xFD is every bit but that of CAM B.
-    for (size_t p : GetParam().programs)
+    for (size_t p : GetParam().programs) {
       ASSERT_TRUE(platform.card[1].desc.prog[p].camMask >> GetParam().camSlot & 1);
+    }
     scribble();
   }
 };
@@ -192,8 +199,9 @@ TEST_P(OneCam, ClearsTheStatusesOfItsProgramsAndKeepsPidsAndTypes) {
   std::vector<Expected> slots = allSlots();
   for (size_t p : GetParam().programs) {
     slots[1][p].progStatus = 0xEE;
-    for (size_t e = 0; e < platform.card[1].desc.prog[p].eleNum; ++e)
+    for (size_t e = 0; e < platform.card[1].desc.prog[p].eleNum; ++e) {
       slots[1][p].pid[e].status = 0xEE;
+    }
   }
   clrDescStat(1, GetParam().camSlot);
   hold(slots);
@@ -219,16 +227,18 @@ TEST_P(OneCam, FillsPidsAndTypesOfItsProgramsAndKeepsStatuses) {
 
 TEST(PerCamWalk, CoversThirtyTwoProgramsOfThirtyTwoStreams) {
   std::vector<Program> programs;
-  for (uint16_t p = 0; p < 32; ++p)
+  for (uint16_t p = 0; p < 32; ++p) {
     programs.push_back(Program(p).cams(CAM_B).streams(0x02, static_cast<uint16_t>(p * 32), 32));
+  }
   registerCard(5);
   platform.card[5].setTable(programs);
   scribble();
   std::vector<Expected> slots = allSlots();
   for (uint16_t p = 0; p < 32; ++p) {
     slots[5][p].progStatus = 0xEE;
-    for (uint16_t e = 0; e < 32; ++e)
+    for (uint16_t e = 0; e < 32; ++e) {
       slots[5][p].pid[e] = {static_cast<uint16_t>(p * 32 + e), 0xEE, 1};
+    }
   }
   getDescPidInfo(5, 1);
   EXPECT_EQ(platform.count("bbPrintf"), 1024U);
@@ -243,8 +253,9 @@ TEST(PerCamWalk, StopsAtTheProgramCount) {
   scribble();
   std::vector<Expected> slots = allSlots();
   slots[0][0].progStatus = 0xEE;
-  for (uint16_t e = 0; e < 3; ++e)
+  for (uint16_t e = 0; e < 3; ++e) {
     slots[0][0].pid[e] = {static_cast<uint16_t>(0x100 + e), 0xEE, 1};
+  }
   getDescPidInfo(0, 0);
   clrDescStat(0, 0);
   hold(slots);
@@ -315,8 +326,9 @@ TEST(TakeOver, ClearsTheSlotAndFillsItForBothCams) {
                              Program(4).cams(CAM_A).stream(0x04, 0x400)});
   scribble();
   std::vector<Expected> slots = allSlots();
-  for (size_t p = 0; p < 32; ++p)
+  for (size_t p = 0; p < 32; ++p) {
     slots[2][p] = emptyRow();
+  }
   slots[2][0].pid[0] = {0x100, 0xEE, 1};
   slots[2][1].pid[0] = {0x200, 0xEE, 4};
   slots[2][1].pid[1] = {0x201, 0xEE, 1};
@@ -335,8 +347,9 @@ TEST(TakeOver, ForgetsTheOldTable) {
   getSlotDescPidInfo(0);
   platform.card[0].setTable({Program(9).stream(0x06, 0x900)});
   std::vector<Expected> slots = allSlots();
-  for (size_t p = 0; p < 32; ++p)
+  for (size_t p = 0; p < 32; ++p) {
     slots[0][p] = emptyRow();
+  }
   slots[0][0].pid[0] = {0x900, 0xEE, 4};
   getSlotDescPidInfo(0);
   hold(slots);
@@ -352,8 +365,9 @@ TEST_P(TakeOverSlot, IsTakenOver) {
   platform.card[slotNo].setTable({Program(1).stream(0x1B, 0x100)});
   scribble();
   std::vector<Expected> slots = allSlots();
-  for (size_t p = 0; p < 32; ++p)
+  for (size_t p = 0; p < 32; ++p) {
     slots[slotNo][p] = emptyRow();
+  }
   slots[slotNo][0].pid[0] = {0x100, 0xEE, 1};
   getSlotDescPidInfo(GetParam());
   hold(slots);
@@ -362,8 +376,9 @@ TEST_P(TakeOverSlot, IsTakenOver) {
 TEST_P(TakeOverSlot, IsStillClearedWithoutACard) {
   scribble();
   std::vector<Expected> slots = allSlots();
-  for (size_t p = 0; p < 32; ++p)
+  for (size_t p = 0; p < 32; ++p) {
     slots[GetParam() & 0xFF][p] = emptyRow();
+  }
   getSlotDescPidInfo(GetParam());
   hold(slots);
   const std::string line = asserted(UNIT, 229, "pCiData[slotNo]");
@@ -383,8 +398,9 @@ INSTANTIATE_TEST_SUITE_P(LowByteCounts, TakeOverNowhere,
                          testing::Values(6, 7, 0xFF, 0x106, 0xFFFFFFFF), HexName());
 
 TEST_P(TakeOverNowhere, IsAssertedAndTheTableStays) {
-  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo)
+  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     registerCard(slotNo);
+  }
   scribble();
   const std::vector<Expected> slots = allSlots();
   getSlotDescPidInfo(GetParam());

@@ -35,8 +35,9 @@ class WebQuery : public testing::Test {
     DescProgStat &row = DescStatus[SLOT][program];
     row.progStatus = status;
     size_t e = 0;
-    for (const DescPidStat &record : records)
+    for (const DescPidStat &record : records) {
       row.pid[e++] = record;
+    }
   }
 
   void expectAnswer(uint32_t word, uint8_t status, const Calls &calls) {
@@ -168,8 +169,9 @@ TEST_F(WebQuery, TakesTheFirstOfTwoRecords) {
 
 TEST_F(WebQuery, FindsTheLastOfThirtyTwo) {
   table({Program(1).cams(BOTH_CAMS).streams(0x1B, 0x100, 32)});
-  for (uint16_t e = 0; e < 32; ++e)
+  for (uint16_t e = 0; e < 32; ++e) {
     DescStatus[SLOT][0].pid[e] = {static_cast<uint16_t>(0x1FDF + e), static_cast<uint8_t>(e), 1};
+  }
   expectAnswer(query(0, 0x1FFE), 31, ready);
   expectAnswer(query(0, 0x1FDF), 0, ready);
   expectAnswer(query(0, 0x1FFF), 0xEE, ready);

@@ -96,8 +96,9 @@ const Accessor ACCESSORS[] = {
 std::vector<Accessor> accessors(bool (*wanted)(const Accessor &)) {
   std::vector<Accessor> result;
   for (const Accessor &accessor : ACCESSORS) {
-    if (wanted(accessor))
+    if (wanted(accessor)) {
       result.push_back(accessor);
+    }
   }
   return result;
 }
@@ -130,8 +131,9 @@ TEST_P(EveryAccessor, CallsTheCardOnceWithItsArgumentsCut) {
 }
 
 TEST_P(EveryAccessor, ReachesTheCardOfEverySlot) {
-  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo)
+  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     registerCard(slotNo);
+  }
   for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     call(slotNo);
     const Calls calls = platform.take();
@@ -160,8 +162,9 @@ TEST_P(EveryAccessor, FailsOnACardThatRegisteredNothing) {
 TEST_P(EveryAccessor, NeedsNoOtherEntry) {
   const std::vector<DescIfItem> all = cardItems(SLOT);
   for (const DescIfItem &item : all) {
-    if (item.vid == GetParam().vid)
+    if (item.vid == GetParam().vid) {
       descIfRegist(SLOT, &item, 1);
+    }
   }
   platform.take();
   call(SLOT);
@@ -196,10 +199,12 @@ TEST_P(RangeCheck, StopsOneSlotPastTheLast) {
 }
 
 TEST_P(RangeCheck, ComparesAllThirtyTwoBitsUnsigned) {
-  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo)
+  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     registerCard(slotNo);
-  for (uint32_t slotNo : {7U, 0xFFU, 0x100U, 0x103U, 0x10000U, 0x80000000U, 0xFFFFFFFFU})
+  }
+  for (uint32_t slotNo : {7U, 0xFFU, 0x100U, 0x103U, 0x10000U, 0x80000000U, 0xFFFFFFFFU}) {
     expectOutOfRange(slotNo);
+  }
 }
 
 TEST_P(RangeCheck, ComesBeforeTheRecord) {

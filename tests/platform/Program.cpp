@@ -13,8 +13,9 @@ constexpr uint16_t STREAM_LEVEL = 2;
 
 // A test that breaks the table's limits would read beyond it.
 void require(bool limit) {
-  if (limit)
+  if (limit) {
     return;
+  }
   std::fprintf(stderr, "the program table is too large\n");
   std::abort();
 }
@@ -40,8 +41,9 @@ void fill(CiDesc &desc, const Programs &programs) {
   require(programs.size() <= 32);
   std::memset(&desc, GARBAGE, sizeof desc);
   desc.descProgCnt = 0;
-  for (const Program &program : programs)
+  for (const Program &program : programs) {
     desc.prog[desc.descProgCnt++] = program.entry();
+  }
 }
 
 }  // namespace
@@ -81,8 +83,9 @@ Program &Program::stream(uint16_t type, uint16_t pid) {
 }
 
 Program &Program::streams(uint16_t type, uint16_t firstPid, uint16_t count) {
-  for (uint16_t i = 0; i < count; ++i)
+  for (uint16_t i = 0; i < count; ++i) {
     stream(type, static_cast<uint16_t>(firstPid + i));
+  }
   return *this;
 }
 
