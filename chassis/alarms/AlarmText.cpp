@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::uint32_t cardId = 1;
 
-enum class Role { Object, Fault, Qualifier };
+enum class Role { Object, Fault };
 
 struct Identifier {
   std::uint32_t id;
@@ -27,9 +27,7 @@ constexpr Identifier identifiers[] = {{0x701, Role::Object, -1, "CI controller"}
                                       {0x708, Role::Fault, -1, "CA PIDs missing before the CAM"},
                                       {0x707, Role::Fault, -1, "CA system mismatch"},
                                       {0x111, Role::Fault, -1, "CI controller sync or rate"},
-                                      {0x702, Role::Fault, -1, "descrambling failure"},
-                                      {0x142, Role::Qualifier, -1, "further qualifier"},
-                                      {0x714, Role::Qualifier, -1, "further qualifier"}};
+                                      {0x702, Role::Fault, -1, "descrambling failure"}};
 
 const Identifier *lookUp(std::uint32_t id) {
   const auto *found =
