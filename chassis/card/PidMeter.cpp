@@ -68,7 +68,7 @@ void PidMeter::checkContinuity(Pid &pid, const PacketView &view) {
 }
 
 void PidMeter::readPayload(Pid &pid, const TsPacket &packet, const PacketView &view) {
-  if (!view.hasPayload()) {
+  if (view.payloadSize() == 0) {
     return;
   }
   pid.evidence.lastScrambled = view.scrambling() != 0;
