@@ -313,6 +313,11 @@ TEST_F(CardTest, APidThatNeverCameIsSilentFromTheStart) {
   card.tick(5000);
   EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0xFFU);
   EXPECT_EQ(descState(0xFFFF, DESC_PID_TYPE_OTHER), 0U);
+  card.insert(file.path(), bitrate, 100000);
+  card.tick(104990);
+  EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0U);
+  card.tick(105000);
+  EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0xFFU);
 }
 
 TEST_F(CardTest, FollowsThePmt) {
