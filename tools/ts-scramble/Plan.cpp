@@ -133,6 +133,7 @@ std::vector<std::vector<std::uint16_t>> groups(Level level,
     return {pids};
   }
   std::vector<std::vector<std::uint16_t>> single;
+  single.reserve(pids.size());
   for (const std::uint16_t pid : pids) {
     single.push_back({pid});
   }

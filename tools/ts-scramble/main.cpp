@@ -1,10 +1,10 @@
 // Makes a scrambled transport stream from a clear one, for the laboratory CA system.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
-#include "InputError.h"
 #include "PidText.h"
 #include "Scrambler.h"
 
@@ -84,22 +84,26 @@ void tell(const Request &request, const Result &result) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
   CLI::App app(
-      "Makes a scrambled transport stream from a clear one, for the laboratory CA system, "
-      "which protects nothing.",
+      "Makes a scrambled transport stream from a clear one, for the laboratory CA system, which "
+      "protects nothing.",
       "ts-scramble");
   Arguments arguments;
   declare(app, arguments);
   CLI11_PARSE(app, argc, argv);
+  const Request request = requestOf(arguments);
+  tell(request, scramble(request, arguments.in, arguments.out));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
   try {
-    const Request request = requestOf(arguments);
-    tell(request, scramble(request, arguments.in, arguments.out));
-  } catch (const chassis::InputError &error) {
+    return run(argc, argv);
+  } catch (const std::exception &error) {
     std::fprintf(stderr, "ts-scramble: %s\n", error.what());
     return 1;
   }
-  return 0;
 }
