@@ -23,6 +23,7 @@ constexpr std::uint32_t garbageSeed = 20;
 
 std::string caSystemList(const std::vector<std::uint16_t> &caSystems) {
   std::vector<std::string> texts;
+  texts.reserve(caSystems.size());
   for (const std::uint16_t casid : caSystems) {
     texts.push_back(hex(casid, 4));
   }
@@ -34,7 +35,8 @@ std::string programList(const cam::CaClient::Selection &selection) {
   for (const auto &[program, pmt] : selection) {
     texts.push_back(std::to_string(program));
   }
-  return joined(texts);
+  const char *what = texts.size() == 1 ? "program " : "programs ";
+  return texts.empty() ? "no program" : what + joined(texts);
 }
 
 std::vector<std::uint16_t> programNumbers(const cam::CaClient::Selection &selection) {
@@ -184,10 +186,7 @@ void Cam::State::put(cam::CaClient::Selection &selection, const CaPmt &pmt) {
 
 void Cam::State::select(cam::CaClient::Selection selection) {
   if (programNumbers(selection) != programNumbers(client.selection())) {
-    events.report(
-        place,
-        selection.empty() ? "selects no program" : "selects program " + programList(selection),
-        "CA PMT");
+    events.report(place, "selects " + programList(selection), "CA PMT");
   }
   client.select(std::move(selection), nowMs);
 }

@@ -65,6 +65,7 @@ Request requestOf(const Arguments &arguments) {
 template <typename Pids>
 std::string pidList(const Pids &pids) {
   std::vector<std::string> texts;
+  texts.reserve(pids.size());
   for (const std::uint16_t pid : pids) {
     texts.push_back(pidText(pid));
   }
