@@ -1,0 +1,46 @@
+#include "script/Player.h"
+
+#include "InputError.h"
+
+namespace chassis {
+namespace {
+
+bool isWait(const Call &call) {
+  return call.function->run == nullptr;
+}
+
+}  // namespace
+
+Player::Player(Script script, Chassis &chassis) : script_(std::move(script)), chassis_(chassis) {}
+
+std::optional<std::uint64_t> Player::nextMs() const {
+  if (next_ == script_.calls.size())
+    return std::nullopt;
+  return dueMs_;
+}
+
+void Player::runDue(std::uint64_t nowMs) {
+  while (next_ < script_.calls.size() && dueMs_ <= nowMs)
+    run(script_.calls[next_++]);
+}
+
+void Player::run(const Call &call) {
+  if (isWait(call)) {
+    dueMs_ += call.values[0].number;
+    return;
+  }
+  try {
+    call.function->run(chassis_, call.values);
+  } catch (const InputError &error) {
+    throw InputError(atLine(script_, call.line, error.what()));
+  }
+}
+
+std::uint64_t Player::endMs() const {
+  std::uint64_t end = 0;
+  for (const Call &call : script_.calls)
+    end += isWait(call) ? call.values[0].number : 0;
+  return end;
+}
+
+}  // namespace chassis
