@@ -28,4 +28,14 @@ inline bool ciAssert(bool holds, const char *unit, int line, const char *conditi
   return holds;
 }
 
+// The card's program table; null after an assertion message with the line of the failed guard.
+inline CiDesc *guardedDesc(const char *unit, uint32_t slotNo, int recordLine, int descLine) {
+  if (!ciAssert(pCiData[slotNo] != nullptr, unit, recordLine, "pCiData[slotNo]")) {
+    return nullptr;
+  }
+  CiDesc *pdesc = pCiData[slotNo]->GetProgDesc(slotNo);
+  ciAssert(pdesc != nullptr, unit, descLine, "pdesc");
+  return pdesc;
+}
+
 #endif

@@ -40,7 +40,7 @@ void clrSlotDescPID(uint32_t slotNo) {
 
 void clrDescStat(uint32_t slotNo, uint32_t camSlot) {
   const uint8_t slot = static_cast<uint8_t>(slotNo);
-  const CiDesc *pdesc = guardedDesc(slot, 190, 192);
+  const CiDesc *pdesc = guardedDesc(statusUnit, slot, 190, 192);
   if (pdesc == nullptr) {
     return;
   }
@@ -57,7 +57,7 @@ void clrDescStat(uint32_t slotNo, uint32_t camSlot) {
 
 void getDescPidInfo(uint32_t slotNo, uint32_t camSlot) {
   const uint8_t slot = static_cast<uint8_t>(slotNo);
-  const CiDesc *pdesc = guardedDesc(slot, 229, 231);
+  const CiDesc *pdesc = guardedDesc(statusUnit, slot, 229, 231);
   if (pdesc == nullptr) {
     return;
   }

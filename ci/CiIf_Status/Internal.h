@@ -9,16 +9,6 @@
 // The unit's path in messages.
 constexpr char statusUnit[] = "../../CiIf_Status";
 
-// The card's program table; null after an assertion message with the line of the failed guard.
-inline CiDesc *guardedDesc(uint32_t slotNo, int recordLine, int descLine) {
-  if (!ciAssert(pCiData[slotNo] != nullptr, statusUnit, recordLine, "pCiData[slotNo]")) {
-    return nullptr;
-  }
-  CiDesc *pdesc = pCiData[slotNo]->GetProgDesc(slotNo);
-  ciAssert(pdesc != nullptr, statusUnit, descLine, "pdesc");
-  return pdesc;
-}
-
 // The card's program table for a query that reports in its own name.
 inline CiDesc *namedDesc(uint32_t slotNo, const char *query) {
   if (pCiData[slotNo] == nullptr) {

@@ -162,7 +162,7 @@ void measureProgram(uint8_t slotNo, uint32_t camSlot, uint16_t caSysId, const Ci
 
 void getFpgaDescPidSta(uint32_t slotNo, uint32_t camSlot) {
   const uint8_t slot = static_cast<uint8_t>(slotNo);
-  const CiDesc *pdesc = guardedDesc(slot, 458, 460);
+  const CiDesc *pdesc = guardedDesc(statusUnit, slot, 458, 460);
   if (pdesc == nullptr) {
     return;
   }
@@ -176,7 +176,7 @@ void getFpgaDescPidSta(uint32_t slotNo, uint32_t camSlot) {
 
 int printDesSta(uint32_t slotNo) {
   const uint8_t slot = static_cast<uint8_t>(slotNo);
-  const CiDesc *pdesc = guardedDesc(slot, 639, 641);
+  const CiDesc *pdesc = guardedDesc(statusUnit, slot, 639, 641);
   if (pdesc == nullptr) {
     return 0;
   }

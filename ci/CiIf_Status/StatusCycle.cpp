@@ -111,7 +111,7 @@ void measure(Cycle &cycle, uint8_t camSlot) {
 }  // namespace
 
 void camStatusCheck(uint8_t slotNo) {
-  const CiDesc *pdesc = guardedDesc(slotNo, __LINE__, __LINE__);
+  const CiDesc *pdesc = guardedDesc(statusUnit, slotNo, __LINE__, __LINE__);
   if (pdesc == nullptr) {
     return;
   }
