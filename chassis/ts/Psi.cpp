@@ -1,6 +1,8 @@
 #include "ts/Psi.h"
 
-// libdvbpsi's headers need this order
+// libdvbpsi's headers need this one and this order
+#include <sys/types.h>
+
 #include <dvbpsi/dvbpsi.h>
 
 #include <dvbpsi/descriptor.h>
@@ -28,23 +30,6 @@ constexpr std::size_t caDescriptorHead = 4;  // CA_system_ID and CA_PID
 
 std::uint16_t read16(const std::uint8_t *bytes) {
   return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
-}
-
-bool operator==(const PsiCa &a, const PsiCa &b) {
-  return a.casid == b.casid && a.pid == b.pid && a.privateData == b.privateData;
-}
-
-bool operator==(const PsiStream &a, const PsiStream &b) {
-  return a.type == b.type && a.pid == b.pid && a.ca == b.ca;
-}
-
-bool operator==(const PsiProgram &a, const PsiProgram &b) {
-  return a.number == b.number && a.pmtPid == b.pmtPid && a.pcrPid == b.pcrPid &&
-         a.version == b.version && a.ca == b.ca && a.streams == b.streams;
-}
-
-bool operator==(const Psi &a, const Psi &b) {
-  return a.transportStreamId == b.transportStreamId && a.programs == b.programs && a.cat == b.cat;
 }
 
 bool descriptorsFit(const std::uint8_t *begin, const std::uint8_t *end) {
@@ -229,6 +214,23 @@ bool pointerFits(const TsPacket &packet, const PacketView &view) {
 }
 
 }  // namespace
+
+bool operator==(const PsiCa &a, const PsiCa &b) {
+  return a.casid == b.casid && a.pid == b.pid && a.privateData == b.privateData;
+}
+
+bool operator==(const PsiStream &a, const PsiStream &b) {
+  return a.type == b.type && a.pid == b.pid && a.ca == b.ca;
+}
+
+bool operator==(const PsiProgram &a, const PsiProgram &b) {
+  return a.number == b.number && a.pmtPid == b.pmtPid && a.pcrPid == b.pcrPid &&
+         a.version == b.version && a.ca == b.ca && a.streams == b.streams;
+}
+
+bool operator==(const Psi &a, const Psi &b) {
+  return a.transportStreamId == b.transportStreamId && a.programs == b.programs && a.cat == b.cat;
+}
 
 struct PsiReader::State {
   using Pmts = std::vector<std::unique_ptr<PmtTable>>;

@@ -36,6 +36,11 @@ struct Psi {
   std::vector<PsiCa> cat;
 };
 
+bool operator==(const PsiCa &a, const PsiCa &b);
+bool operator==(const PsiStream &a, const PsiStream &b);
+bool operator==(const PsiProgram &a, const PsiProgram &b);
+bool operator==(const Psi &a, const Psi &b);
+
 // Takes every packet of a stream in order; libdvbpsi decodes. Damaged sections are dropped.
 class PsiReader {
  public:

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::uint8_t syncByte = 0x47;
 constexpr std::size_t syncsInARow = 5;
-// At the end of the file fewer must do; this few could stand in any other kind of file.
+// At the end of the file fewer must do, but less than these stand by chance in any other file.
 constexpr std::size_t fewSyncs = 3;
 constexpr std::size_t window = syncsInARow * tsPacketSize;
 constexpr std::size_t bufferSize = 1024 * tsPacketSize;
@@ -87,7 +87,8 @@ bool TsFile::State::startsPacket(std::size_t offset) const {
     }
   }
   const bool wholeFile = atStart && offset == 0;
-  return syncs >= fewSyncs || wholeFile || rest % tsPacketSize == 0;
+  const bool lastPackets = packets > 0 && rest % tsPacketSize == 0;
+  return syncs >= fewSyncs || wholeFile || lastPackets;
 }
 
 void TsFile::State::skip(std::size_t bytes) {
