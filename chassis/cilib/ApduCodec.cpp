@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "Hex.h"
+#include "Text.h"
 
 namespace chassis {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "Hex.h"
+#include "Text.h"
 
 namespace chassis {
 namespace {
@@ -40,14 +40,6 @@ std::string listed(const std::vector<Item> &items, ToText toText) {
 }
 
 }  // namespace
-
-std::string joined(const std::vector<std::string> &parts) {
-  std::string text;
-  for (const std::string &part : parts) {
-    text += (text.empty() ? "" : ", ") + part;
-  }
-  return text;
-}
 
 std::string caSystemsText(const std::vector<std::uint16_t> &systems) {
   if (systems.empty()) {

@@ -9,8 +9,6 @@
 
 namespace chassis {
 
-std::string joined(const std::vector<std::string> &parts);  // "a, b, c"
-
 std::string caSystemsText(const std::vector<std::uint16_t> &systems);  // "CA systems 0x0500, ..."
 std::string programsText(const std::vector<std::uint16_t> &programs);  // "programs 101, 102"
 

@@ -4,7 +4,7 @@
 #include <iterator>
 #include <utility>
 
-#include "Hex.h"
+#include "Text.h"
 #include "cilib/CaText.h"
 #include "cilib/ReplyRecord.h"
 

@@ -1,9 +1,10 @@
-// Numbers as people of the trade read them.
+// Small pieces of text for people.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 namespace chassis {
 
@@ -11,6 +12,15 @@ namespace chassis {
 inline std::string hex(std::uint32_t value, int digits) {
   char text[16];
   std::snprintf(text, sizeof text, "0x%0*X", digits, static_cast<unsigned>(value));
+  return text;
+}
+
+// "a, b, c"
+inline std::string joined(const std::vector<std::string> &parts) {
+  std::string text;
+  for (const std::string &part : parts) {
+    text += (text.empty() ? "" : ", ") + part;
+  }
   return text;
 }
 
