@@ -35,7 +35,8 @@ MuxCardForm *GetMuxCardFormList(std::uint32_t slotNo) {
 
 namespace chassis {
 
-Chassis::Chassis(Clock &clock, Events &events) : clock_(clock), events_(events), library_(events) {
+Chassis::Chassis(Clock &clock, Events &events)
+    : clock_(clock), events_(events), library_(events), alarms_(clock, events) {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     slots_[slot].card = std::make_unique<Card>(slot, events);
     slots_[slot].card->onProgramsChanged(
@@ -146,8 +147,8 @@ void Chassis::alarmMask(std::uint32_t slot, std::uint32_t camSlot, bool on) {
   card(slot).setAlarmMask(camSlot, on);
 }
 
-void Chassis::note(const std::string &text) {
-  events_.report(Place{}, text, "");
+void Chassis::note(Place place, const std::string &what, const std::string &why) {
+  events_.report(place, what, why);
 }
 
 void Chassis::output(std::uint32_t slot, const std::string &path) {

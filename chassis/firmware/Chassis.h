@@ -12,6 +12,7 @@
 
 #include "CiIf.h"
 #include "Events.h"
+#include "alarms/AlarmService.h"
 #include "cam/Cam.h"
 #include "card/Card.h"
 #include "cilib/CiLibrary.h"
@@ -52,7 +53,7 @@ class Chassis {
   void cardFault(std::uint32_t slot, CardFault fault, bool on);
   void pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on);
   void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
-  void note(const std::string &text);
+  void note(Place place, const std::string &what, const std::string &why);  // in the timeline
   void output(std::uint32_t slot, const std::string &path);
 
   // Boots on the first call: the agenda's first work, the start-up task, then the cycles, until
@@ -84,6 +85,7 @@ class Chassis {
   Clock &clock_;
   Events &events_;
   CiLibrary library_;
+  AlarmService alarms_;
   std::array<Slot, MAX_BOARD_NUM> slots_;
   std::vector<std::function<void(std::uint32_t)>> checkedListeners_;
   bool booted_ = false;

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "CiIf.h"
+#include "Text.h"
 
 namespace chassis {
 namespace {
@@ -64,7 +65,7 @@ std::string stampText(std::uint64_t ms) {
 }
 
 std::string hexText(std::uint32_t value) {
-  return formatted(value > 0xFF ? "0x%04X" : "0x%02X", static_cast<unsigned>(value));
+  return hex(value, value > 0xFF ? 4 : 2);
 }
 
 std::string camText(int camSlot) {

@@ -5,6 +5,17 @@
 namespace chassis {
 namespace {
 
+// The place that a call names: its first parameters are a slot and a CAM where it has them.
+Place placeOf(const Call &call) {
+  Place place;
+  const std::vector<const Param *> &params = call.function->params;
+  if (params[0]->place)
+    place.slot = static_cast<int>(call.values[0].number);
+  if (params.size() > 1 && params[1]->place)
+    place.cam = static_cast<int>(call.values[1].number);
+  return place;
+}
+
 bool isWait(const Call &call) {
   return call.function->run == nullptr;
 }
@@ -29,11 +40,19 @@ void Player::run(const Call &call) {
     dueMs_ += call.values[0].number;
     return;
   }
+  announce(call);
   try {
     call.function->run(chassis_, call.values);
   } catch (const InputError &error) {
     throw InputError(atLine(script_, call.line, error.what()));
   }
+}
+
+void Player::announce(const Call &call) {
+  const bool speaksForItself =
+      call.function->need == Need::Nothing && call.function->effect == Effect::None;
+  if (!speaksForItself)
+    chassis_.note(placeOf(call), call.text, "script line " + std::to_string(call.line));
 }
 
 std::uint64_t Player::endMs() const {

@@ -22,6 +22,7 @@ class Player : public Agenda {
 
  private:
   void run(const Call &call);
+  void announce(const Call &call);
 
   const Script script_;
   Chassis &chassis_;

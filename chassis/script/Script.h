@@ -11,6 +11,7 @@ namespace chassis {
 
 struct Call {
   std::size_t line = 0;  // in the file, from 1
+  std::string text;      // as a person would write it
   const Function *function = nullptr;
   Values values;
 };
