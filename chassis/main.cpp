@@ -87,7 +87,7 @@ void describe(CLI::App &app, Options &options) {
       ->capture_default_str();
   app.add_option("--for", options.seconds, "chassis time to run; default: to the end of the script")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 1e6));
+      ->check(CLI::Range(0.0, 1e6).description(""));
   app.add_option("--output", options.outputs, "writes the descrambled stream of a card to a file")
       ->type_name("SLOT:FILE");
   app.add_option("--clock-start", options.clockStart,

@@ -113,7 +113,8 @@ void Chassis::requireProgram(std::uint32_t slot, std::uint16_t program) {
       return;
     known += (known.empty() ? "" : ", ") + std::to_string(info.number);
   }
-  throw InputError("the stream has no program " + std::to_string(program) + "; it has " + known);
+  throw InputError("program " + std::to_string(program) + " is not in the stream of slot " +
+                   std::to_string(slot) + ", which carries " + known);
 }
 
 void Chassis::progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t camMask) {

@@ -48,29 +48,51 @@ std::vector<EcmFinding> ecmsOf(const Card &card, const CiDescProg &program,
   return ecms;
 }
 
-PidFinding examinePid(Chassis &chassis, std::uint32_t slot, std::uint32_t p, std::uint32_t e) {
-  Card &card = chassis.card(slot);
-  const CiDescProg &program = card.descTable()->prog[p];
-  const CiDescElem &stream = program.ele[e];
+PidFinding examineStream(const Card &card, const StreamInfo &stream) {
   PidFinding finding;
   finding.pid = stream.pid;
   finding.streamType = stream.streamType;
-  finding.status = DescStatus[slot][p].pid[e].status;
-  finding.reply = replyOf(slot, program, stream.pid);
-  finding.ecms = ecmsOf(card, program, stream, chassis.clock().elapsedMs());
   finding.before = card.before(stream.pid);
   finding.behind = card.behind(stream.pid);
   return finding;
 }
 
-ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, std::uint32_t p) {
-  const CiDescProg &program = chassis.card(slot).descTable()->prog[p];
-  ProgramFinding finding;
-  finding.number = program.prog_num;
+// The module's row of a program follows a new table only with the next cycle; until then its PIDs
+// tell that it is another's.
+void addStatus(const DescProgStat &row, ProgramFinding &finding) {
+  for (std::size_t e = 0; e < finding.pids.size(); ++e)
+    if (row.pid[e].pid != finding.pids[e].pid)
+      return;
+  finding.status = row.progStatus;
+  for (std::size_t e = 0; e < finding.pids.size(); ++e)
+    finding.pids[e].status = row.pid[e].status;
+}
+
+// What a program has that the module supervises.
+void addSupervision(Chassis &chassis, std::uint32_t slot, const CiDescProg &program,
+                    ProgramFinding &finding) {
+  const std::uint64_t nowMs = chassis.clock().elapsedMs();
   finding.camMask = program.camMask;
-  finding.status = DescStatus[slot][p].progStatus;
-  for (std::uint32_t e = 0; e < program.eleNum; ++e)
-    finding.pids.push_back(examinePid(chassis, slot, p, e));
+  finding.pids.resize(std::min<std::size_t>(finding.pids.size(), program.eleNum));
+  for (std::size_t e = 0; e < finding.pids.size(); ++e) {
+    finding.pids[e].reply = replyOf(slot, program, program.ele[e].pid);
+    finding.pids[e].ecms = ecmsOf(chassis.card(slot), program, program.ele[e], nowMs);
+  }
+}
+
+ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const ProgramInfo &info) {
+  Card &card = chassis.card(slot);
+  const CiDesc &table = *card.descTable();
+  ProgramFinding finding;
+  finding.number = info.number;
+  for (const StreamInfo &stream : info.streams)
+    finding.pids.push_back(examineStream(card, stream));
+  for (std::uint32_t p = 0; p < table.descProgCnt; ++p) {
+    if (table.prog[p].prog_num != info.number)
+      continue;
+    addSupervision(chassis, slot, table.prog[p], finding);
+    addStatus(DescStatus[slot][p], finding);
+  }
   return finding;
 }
 
@@ -96,8 +118,8 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
   finding.controller = pCiData[slot]->cimaxStat;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot)
     finding.cams[camSlot] = examineCam(*pCiData[slot], camSlot);
-  for (std::uint32_t p = 0; p < card.descTable()->descProgCnt; ++p)
-    finding.programs.push_back(examineProgram(chassis, slot, p));
+  for (const ProgramInfo &info : card.programs())
+    finding.programs.push_back(examineProgram(chassis, slot, info));
   return finding;
 }
 

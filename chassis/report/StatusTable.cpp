@@ -60,7 +60,7 @@ Row pidRow(const ProgramFinding &program, const PidFinding &pid, std::uint64_t n
                supervised ? words.state : "not supervised",
                supervised ? causeText(pid.status) : "",
                pid.reply == 0 ? "" : hexText(pid.reply),
-               ecmCell(pid, nowMs),
+               supervised ? ecmCell(pid, nowMs) : "",
                countsCell(pid.before),
                countsCell(pid.behind),
                behindCell(pid.behind)};

@@ -35,7 +35,7 @@ TEST(StatusTable, ProgramWithoutCamIsNotSupervised) {
   card.programs[0].pids[0].behind.lastPesBad = true;
   const std::string text = statusTable(card, false);
   EXPECT_NE(text.find("none  not supervised"), std::string::npos) << text;
-  EXPECT_NE(text.find("none      1000/2  1000/3  clear, PES not readable\n"), std::string::npos)
+  EXPECT_NE(text.find("          1000/2  1000/3  clear, PES not readable\n"), std::string::npos)
       << text;
 }
 
