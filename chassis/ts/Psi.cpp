@@ -328,6 +328,10 @@ const Psi &PsiReader::psi() const {
   return state_->psi;
 }
 
+bool PsiReader::patSeen() const {
+  return state_->pat.seen;
+}
+
 bool PsiReader::complete() const {
   const auto &pmts = state_->pmts;
   return state_->pat.seen &&

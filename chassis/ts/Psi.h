@@ -51,6 +51,7 @@ class PsiReader {
 
   void push(const TsPacket &packet);
   const Psi &psi() const;
+  bool patSeen() const;
   bool complete() const;          // PAT seen, and the PMT of every program in it
   std::uint32_t changes() const;  // counts every change of psi()
 
