@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "ts/PacketView.h"
+
 namespace chassis::cam {
 namespace {
 
@@ -153,7 +155,7 @@ void CaClient::process(TsPacket *const *packets, std::size_t count, std::uint64_
   nowMs_ = nowMs;
   for (std::size_t i = 0; i < count; ++i) {
     TsPacket &packet = *packets[i];
-    const std::uint16_t pid = packetPid(packet);
+    const std::uint16_t pid = PacketView(packet).pid();
     if (EcmReader *reader = readerOfPid_[pid]) {
       reader->seen = true;
       reader->assembler.push(

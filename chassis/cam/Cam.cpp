@@ -1,5 +1,6 @@
 #include "cam/Cam.h"
 
+#include <cstdio>
 #include <deque>
 #include <random>
 #include <utility>
@@ -185,10 +186,10 @@ void Cam::State::put(cam::CaClient::Selection &selection, const CaPmt &pmt) {
 
 void Cam::State::select(cam::CaClient::Selection selection) {
   if (programNumbers(selection) != programNumbers(client.selection())) {
-    events.report(place,
-                  selection.empty() ? "selects no program"
-                                    : "selects program " + programList(selection),
-                  "CA PMT");
+    events.report(
+        place,
+        selection.empty() ? "selects no program" : "selects program " + programList(selection),
+        "CA PMT");
   }
   client.select(std::move(selection), nowMs);
 }
@@ -197,9 +198,13 @@ Cam::Cam(Config config, Place place, Events &events, std::uint64_t nowMs)
     : state_(std::make_unique<State>(std::move(config), place, events, nowMs)) {}
 Cam::~Cam() = default;
 
-bool Cam::up() const { return state_->up(); }
+bool Cam::up() const {
+  return state_->up();
+}
 
-void Cam::reset(std::uint64_t nowMs) { state_->start(nowMs); }
+void Cam::reset(std::uint64_t nowMs) {
+  state_->start(nowMs);
+}
 
 void Cam::receive(const Apdu &apdu) {
   State &state = *state_;
@@ -249,8 +254,12 @@ void Cam::process(TsPacket *const *packets, std::size_t count) {
   }
 }
 
-void Cam::entitle(std::uint16_t program, bool on) { state_->client.entitle(program, on); }
-void Cam::refuse(std::uint16_t program, bool on) { state_->client.refuse(program, on); }
+void Cam::entitle(std::uint16_t program, bool on) {
+  state_->client.entitle(program, on);
+}
+void Cam::refuse(std::uint16_t program, bool on) {
+  state_->client.refuse(program, on);
+}
 
 void Cam::setFault(CamFault fault, bool on) {
   State &state = *state_;

@@ -1,0 +1,20 @@
+// PIDs as this tool tells and bounds them.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace tsscramble {
+
+constexpr std::uint16_t patPid = 0x0000;
+constexpr std::uint16_t catPid = 0x0001;
+constexpr std::uint16_t firstOrdinaryPid = 0x0020;  // below: PSI, SI and reserved
+
+inline std::string pidText(unsigned pid) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%04X", pid);
+  return text;
+}
+
+}  // namespace tsscramble
