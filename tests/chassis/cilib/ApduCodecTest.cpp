@@ -290,10 +290,9 @@ TEST(CaInfoDecoding, NoSystemAtAllIsAnAnswer) {
 }
 
 TEST(CaInfoDecoding, TakesAllThreeLengthForms) {
-  for (const Apdu &length : {Apdu{0x02}, Apdu{0x81, 0x02}, Apdu{0x82, 0x00, 0x02}}) {
-    Apdu apdu{0x9F, 0x80, 0x31};
-    apdu.insert(apdu.end(), length.begin(), length.end());
-    apdu.insert(apdu.end(), {0x05, 0x00});
+  for (const Apdu &apdu :
+       {Apdu{0x9F, 0x80, 0x31, 0x02, 0x05, 0x00}, Apdu{0x9F, 0x80, 0x31, 0x81, 0x02, 0x05, 0x00},
+        Apdu{0x9F, 0x80, 0x31, 0x82, 0x00, 0x02, 0x05, 0x00}}) {
     const auto info = decodeCaInfo(apdu);
     ASSERT_TRUE(info.object) << info.reason;
     EXPECT_EQ(info.object->caSystems, std::vector<std::uint16_t>{0x0500});
