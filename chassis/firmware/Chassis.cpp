@@ -186,7 +186,6 @@ void Chassis::advanceTo(std::uint64_t ms) {
 }
 
 void Chassis::cycle() {
-  nextCycleMs_ = clock_.elapsedMs() + cycleMs;
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (pCiData[slot] == nullptr)
       continue;
@@ -195,6 +194,10 @@ void Chassis::cycle() {
     for (const auto &listener : checkedListeners_)
       listener(slot);
   }
+  // Cycles keep their beat. Those that a long one has missed are left out: without a pause, the
+  // card's presence flags would be read as soon as they were cleared.
+  while (nextCycleMs_ <= clock_.elapsedMs())
+    nextCycleMs_ += cycleMs;
 }
 
 void Chassis::takeOverPrograms(std::uint32_t slot) {

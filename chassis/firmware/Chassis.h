@@ -33,7 +33,7 @@ class Agenda {
 class Chassis {
  public:
   static constexpr std::uint64_t loadMs = 2000;   // until all cards are loaded
-  static constexpr std::uint64_t cycleMs = 1000;  // between the starts of two cycles
+  static constexpr std::uint64_t cycleMs = 1000;  // between the starts of two short cycles
 
   Chassis(Clock &clock, Events &events);
   ~Chassis();

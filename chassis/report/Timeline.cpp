@@ -4,7 +4,7 @@ namespace chassis {
 namespace {
 
 constexpr std::size_t placeWidth = 13;
-constexpr std::size_t whatWidth = 56;
+constexpr std::size_t whatWidth = 60;
 
 std::string padded(const std::string &text, std::size_t width) {
   return text + std::string(text.size() < width ? width - text.size() : 0, ' ');

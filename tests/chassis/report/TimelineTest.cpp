@@ -29,7 +29,7 @@ class TimelineTest : public testing::Test {
 TEST_F(TimelineTest, AlignsTimePlaceWhatAndWhy) {
   timeline().report({0, 0}, "CA PMT sent: programs 101, 102", "the CAM came up");
   EXPECT_EQ(text(), "00:00:07.010  card 1  CAM A  CA PMT sent: programs 101, 102" +
-                        std::string(28, ' ') + "the CAM came up\n");
+                        std::string(32, ' ') + "the CAM came up\n");
 }
 
 TEST_F(TimelineTest, NamesEveryKindOfPlace) {
@@ -44,8 +44,8 @@ TEST_F(TimelineTest, NamesEveryKindOfPlace) {
 }
 
 TEST_F(TimelineTest, ALongClauseKeepsItsDistanceFromItsReason) {
-  timeline().report({}, std::string(60, 'w'), "y");
-  EXPECT_EQ(text(), "00:00:07.010  chassis        " + std::string(60, 'w') + "  y\n");
+  timeline().report({}, std::string(70, 'w'), "y");
+  EXPECT_EQ(text(), "00:00:07.010  chassis        " + std::string(70, 'w') + "  y\n");
 }
 
 TEST_F(TimelineTest, CountsBeyondADay) {
