@@ -356,6 +356,19 @@ TEST_F(CamLinkTest, ForgettingCaPmtConcernsItsCaSystemOnly) {
   EXPECT_EQ(link.insertStatus(), 1u);
 }
 
+TEST_F(CamLinkTest, AnswerUnderNoCaSystemIsForgottenWithAnyOfThem) {
+  makeUsable();
+  CaPmtProg record;
+  fillRecord(record, 9, cmdQuery, 4, 0x0500);
+  record.ele[0].caNum = 0;
+  CaPmtProg *records[] = {&record};
+  link.send(records, 1, nowMs);
+  say(reply(9, 0xF1));
+  EXPECT_EQ(answers.progNum, 1);
+  link.forgetCaPmt(0x0600);
+  EXPECT_TRUE(noAnswers());
+}
+
 TEST_F(CamLinkTest, ForgottenQueryIsNotWaitedFor) {
   makeUsable();
   send({101}, cmdQuery);

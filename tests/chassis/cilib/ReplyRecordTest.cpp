@@ -72,6 +72,13 @@ TEST(ReplyRecord, SameReplyAgainIsNoChange) {
   EXPECT_EQ(record.progNum, 1);
 }
 
+TEST(ReplyRecord, AppendedReplyIsAChangeEvenIfItSaysNothing) {
+  CaPmtReply record{};
+  EXPECT_TRUE(fileReply(record, makeReply(0, 0)).changed);
+  EXPECT_EQ(record.progNum, 1);
+  EXPECT_FALSE(fileReply(record, makeReply(0, 0)).changed);
+}
+
 TEST(ReplyRecord, KeepsThirtyTwoStreamsAndCountsTheRest) {
   CaPmtReply record{};
   EXPECT_EQ(fileReply(record, makeReply(1, 0, 32)).streamsLeftOut, 0u);
