@@ -75,6 +75,28 @@ void addControllerChange(const CardFinding &before, const CardFinding &now,
 }
 
 // Fields that are no longer checked share one word, since they fall away together.
+// A summary that changed alone is told with the programs that changed it.
+bool onlySummaryChanged(const CamFinding &before, const CamFinding &now) {
+  return before.insert == now.insert && before.casid == now.casid && before.caPids == now.caPids &&
+         before.descrambling != now.descrambling;
+}
+
+bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
+                        std::vector<Change> &programChanges) {
+  const auto isOfCam = [camSlot](const Change &change) {
+    return change.place.cam == static_cast<int>(camSlot);
+  };
+  const auto last = std::find_if(programChanges.rbegin(), programChanges.rend(), isOfCam);
+  const CamFinding &cam = now.cams[camSlot];
+  if (!onlySummaryChanged(before.cams[camSlot], cam) || last == programChanges.rend())
+    return false;
+  const FieldWords &words =
+      wordsOf(descramblingWords, std::size(descramblingWords), cam.descrambling);
+  last->why += (last->why.empty() ? "" : "; ") + std::string(words.text) + " (descStat " +
+               hexText(cam.descrambling) + ")";
+  return true;
+}
+
 void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
                   std::vector<Change> &changes) {
   std::vector<std::string> what;
@@ -200,9 +222,12 @@ void addProgramChanges(const CardFinding &before, const CardFinding &now,
 std::vector<Change> changesBetween(const CardFinding &before, const CardFinding &now) {
   std::vector<Change> changes;
   addControllerChange(before, now, changes);
+  std::vector<Change> programChanges;
+  addProgramChanges(before, now, programChanges);
   for (std::size_t camSlot = 0; camSlot < now.cams.size(); ++camSlot)
-    addCamChange(before, now, camSlot, changes);
-  addProgramChanges(before, now, changes);
+    if (!foldedIntoPrograms(before, now, camSlot, programChanges))
+      addCamChange(before, now, camSlot, changes);
+  changes.insert(changes.end(), programChanges.begin(), programChanges.end());
   return changes;
 }
 

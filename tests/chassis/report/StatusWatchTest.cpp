@@ -112,6 +112,19 @@ TEST(StatusWatch, FieldsThatLapseShareAWord) {
   EXPECT_EQ(told(sampleCard(), now)[0].substr(0, 25), "0/0 not checked any more ");
 }
 
+TEST(StatusWatch, SummaryThatChangesAloneIsToldWithItsPrograms) {
+  CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_SCRAMBLED);
+  now.cams[0].descrambling = 0x11;
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 program 102 not descrambled, cause: none outside the CAM | "
+                  "ECM PID 0x1001 present, 0 continuity errors; some PIDs not descrambled "
+                  "(descStat 0x11)"});
+  now.cams[0].caPids = 1;
+  EXPECT_EQ(told(sampleCard(), now)[0],
+            "0/0 no CA PID before the CAM, some PIDs not descrambled | preCamPidStat 0x01, "
+            "descStat 0x11");
+}
+
 TEST(StatusWatch, FieldWords) {
   const struct {
     CamFinding cam;
