@@ -98,14 +98,12 @@ void describe(CLI::App &app, Options &options) {
   app.footer("Functions of a script, written name arg, arg or name(arg, arg):\n" + functionHelp());
 }
 
-int complain(const char *what) {
-  std::cerr << "ci-chassis: " << what << "\n";
-  return badInput;
+int complain(const char *what, int status) {
+  std::fprintf(stderr, "ci-chassis: %s\n", what);
+  return status;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int runProgram(int argc, char **argv) {
   Options options;
   CLI::App app("A software chassis that runs the Common Interface supervision module.",
                "ci-chassis");
@@ -116,9 +114,19 @@ int main(int argc, char **argv) {
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {
-    return complain(error.what());
+    return complain(error.what(), badInput);
   } catch (const InputError &error) {
-    return complain(error.what());
+    return complain(error.what(), badInput);
   }
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return runProgram(argc, argv);
+  } catch (const std::exception &error) {
+    return complain(error.what(), 1);
+  }
 }

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
-#include <vector>
+#include <cstdlib>
 
 #include "CiPlatform.h"
 
@@ -43,15 +43,14 @@ ConsoleListener consoleListener;
 std::array<LineAssembler, 2> assemblers;
 
 std::string formatted(const char *format, va_list args) {
-  va_list measured;
-  va_copy(measured, args);
-  const int length = std::vsnprintf(nullptr, 0, format, measured);
-  va_end(measured);
-  if (length < 0)
+  char *text = nullptr;
+  const int length = vasprintf(&text, format, args);
+  if (length < 0) {
     return "";
-  std::vector<char> buffer(static_cast<std::size_t>(length) + 1);
-  std::vsnprintf(buffer.data(), buffer.size(), format, args);
-  return buffer.data();
+  }
+  std::string result(text, static_cast<std::size_t>(length));
+  std::free(text);
+  return result;
 }
 
 int print(ConsolePort port, const char *format, va_list args) {

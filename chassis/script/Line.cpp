@@ -45,7 +45,7 @@ std::string Scanner::name() {
   const std::size_t begin = at_;
   while (at_ < text_.size() && isNameChar(text_[at_]))
     ++at_;
-  const std::string name = text_.substr(begin, at_ - begin);
+  std::string name = text_.substr(begin, at_ - begin);
   if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0])))
     throw InputError("\"" + text_.substr(begin) + "\" is not a call; write name arg, arg");
   if (at_ < text_.size() && !isBlank(text_[at_]) && text_[at_] != '(' && !atEnd())
