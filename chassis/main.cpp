@@ -28,20 +28,23 @@ struct Options {
 constexpr int badInput = 2;
 
 double readSpeed(const std::string &text) {
-  if (text == "max")
+  if (text == "max") {
     return 0;
+  }
   char *end = nullptr;
   const double speed = std::strtod(text.c_str(), &end);
-  if (*end != '\0' || text.empty() || !(speed > 0) || speed > 1e6)
+  if (*end != '\0' || text.empty() || !(speed > 0) || speed > 1e6) {
     throw InputError("--speed " + text + " does not fit; write a number above 0, or max");
+  }
   return speed;
 }
 
 void openOutput(Chassis &chassis, const std::string &text) {
   const bool named = text.size() > 2 && text[1] == ':';
-  if (!named || text[0] < '0' || text[0] >= '0' + MAX_BOARD_NUM)
+  if (!named || text[0] < '0' || text[0] >= '0' + MAX_BOARD_NUM) {
     throw InputError("--output " + text + " does not fit; write SLOT:FILE with a slot of 0 to " +
                      std::to_string(MAX_BOARD_NUM - 1));
+  }
   chassis.output(static_cast<std::uint32_t>(text[0] - '0'), text.substr(2));
 }
 
@@ -50,11 +53,13 @@ bool wantColour() {
 }
 
 void printTables(Chassis &chassis, bool colour) {
-  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot)
-    if (chassis.card(slot).inserted())
+  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
+    if (chassis.card(slot).inserted()) {
       std::cout << "\n"
                 << statusTable(examine(chassis, slot), colour)
                 << camHistory(chassis.library(), slot);
+    }
+  }
 }
 
 void play(const Options &options) {
@@ -66,16 +71,18 @@ void play(const Options &options) {
       [&timeline](ConsolePort port, const std::string &line) { timeline.print(port, line); });
   Chassis chassis(clock, timeline);
   StatusWatch watch(chassis, timeline);
-  for (const std::string &output : options.outputs)
+  for (const std::string &output : options.outputs) {
     openOutput(chassis, output);
+  }
   Player player(std::move(script), chassis);
   const bool limited = options.seconds >= 0;
   chassis.run(limited ? static_cast<std::uint64_t>(options.seconds * 1000) : player.endMs(),
               player);
   timeline.flush();
   bindConsole(nullptr);
-  if (!options.noTable)
+  if (!options.noTable) {
     printTables(chassis, colour);
+  }
 }
 
 void describe(CLI::App &app, Options &options) {

@@ -51,19 +51,25 @@ Chassis::Chassis(Clock &clock, Events &events)
 Chassis::~Chassis() {
   current = nullptr;
   bindClock(nullptr);
-  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot)
+  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     bindCard(slot, nullptr);
+  }
 }
 
 void Chassis::tick(std::uint64_t nowMs) {
-  if (nowMs >= loadMs)
+  if (nowMs >= loadMs) {
     is_all_card_loaded = 1;
-  for (Slot &slot : slots_)
+  }
+  for (Slot &slot : slots_) {
     slot.card->tick(nowMs);
-  for (Slot &slot : slots_)
-    for (std::unique_ptr<Cam> &module : slot.cams)
-      if (module != nullptr)
+  }
+  for (Slot &slot : slots_) {
+    for (std::unique_ptr<Cam> &module : slot.cams) {
+      if (module != nullptr) {
         module->tick(nowMs);
+      }
+    }
+  }
   library_.tick(nowMs);
 }
 
@@ -74,8 +80,9 @@ void Chassis::cardInsert(std::uint32_t slot, const std::string &path, std::uint6
 }
 
 void Chassis::cardRemove(std::uint32_t slot) {
-  for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot)
+  for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     camRemove(slot, camSlot);
+  }
   card(slot).remove();
 }
 
@@ -93,24 +100,27 @@ void Chassis::camInsert(std::uint32_t slot, std::uint32_t camSlot,
 
 void Chassis::camRemove(std::uint32_t slot, std::uint32_t camSlot) {
   std::unique_ptr<Cam> &module = slots_[slot].cams[camSlot];
-  if (module == nullptr)
+  if (module == nullptr) {
     return;
+  }
   library_.remove(slot, camSlot);
   card(slot).setCam(camSlot, nullptr);
   module.reset();
 }
 
 Cam &Chassis::cam(std::uint32_t slot, std::uint32_t camSlot) {
-  if (slots_[slot].cams[camSlot] == nullptr)
+  if (slots_[slot].cams[camSlot] == nullptr) {
     throw InputError("no CAM is in " + std::to_string(slot) + ", " + std::to_string(camSlot));
+  }
   return *slots_[slot].cams[camSlot];
 }
 
 void Chassis::requireProgram(std::uint32_t slot, std::uint16_t program) {
   std::string known;
   for (const ProgramInfo &info : card(slot).programs()) {
-    if (info.number == program)
+    if (info.number == program) {
       return;
+    }
     known += (known.empty() ? "" : ", ") + std::to_string(info.number);
   }
   throw InputError("program " + std::to_string(program) + " is not in the stream of slot " +
@@ -168,14 +178,16 @@ void Chassis::boot(Agenda &agenda) {
 }
 
 void Chassis::run(std::uint64_t untilMs, Agenda &agenda) {
-  if (!booted_)
+  if (!booted_) {
     boot(agenda);
+  }
   while (clock_.elapsedMs() < untilMs) {
     agenda.runDue(clock_.elapsedMs());
-    if (clock_.elapsedMs() >= nextCycleMs_)
+    if (clock_.elapsedMs() >= nextCycleMs_) {
       cycle();
-    else
+    } else {
       advanceTo(std::min({untilMs, nextCycleMs_, agenda.nextMs().value_or(untilMs)}));
+    }
   }
   agenda.runDue(clock_.elapsedMs());
 }
@@ -187,22 +199,26 @@ void Chassis::advanceTo(std::uint64_t ms) {
 
 void Chassis::cycle() {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (pCiData[slot] == nullptr)
+    if (pCiData[slot] == nullptr) {
       continue;
+    }
     takeOverPrograms(slot);
     camStatusCheck(static_cast<std::uint8_t>(slot));
-    for (const auto &listener : checkedListeners_)
+    for (const auto &listener : checkedListeners_) {
       listener(slot);
+    }
   }
   // Cycles keep their beat. Those that a long one has missed are left out: without a pause, the
   // card's presence flags would be read as soon as they were cleared.
-  while (nextCycleMs_ <= clock_.elapsedMs())
+  while (nextCycleMs_ <= clock_.elapsedMs()) {
     nextCycleMs_ += cycleMs;
+  }
 }
 
 void Chassis::takeOverPrograms(std::uint32_t slot) {
-  if (!slots_[slot].programsChanged || !card(slot).inserted())
+  if (!slots_[slot].programsChanged || !card(slot).inserted()) {
     return;
+  }
   slots_[slot].programsChanged = false;
   getSlotDescPidInfo(slot);
   library_.programsChanged(slot);

@@ -15,8 +15,9 @@ class LineAssembler {
  public:
   template <typename Deliver>
   void push(const char *text, const Deliver &deliver) {
-    for (; *text != '\0'; ++text)
+    for (; *text != '\0'; ++text) {
       pushChar(*text, deliver);
+    }
   }
   void clear() { *this = LineAssembler(); }
 
@@ -25,8 +26,9 @@ class LineAssembler {
   void pushChar(char c, const Deliver &deliver) {
     const bool restOfEnd = line_.empty() && (c == '\r' || (c == ' ' && afterReturn_));
     afterReturn_ = c == '\r';
-    if (restOfEnd || c == '\r')
+    if (restOfEnd || c == '\r') {
       return;
+    }
     if (c != '\n') {
       line_ += c;
       return;
@@ -66,8 +68,9 @@ int print(ConsolePort port, const char *format, va_list args) {
 
 void bindConsole(ConsoleListener listener) {
   consoleListener = std::move(listener);
-  for (LineAssembler &assembler : assemblers)
+  for (LineAssembler &assembler : assemblers) {
     assembler.clear();
+  }
 }
 
 }  // namespace chassis

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "Text.h"
 #include "report/Timeline.h"
 #include "report/Words.h"
 
@@ -25,12 +26,13 @@ std::string ecmCell(const PidFinding &pid, std::uint64_t nowMs) {
   std::vector<std::string> parts;
   for (const EcmFinding &ecm : pid.ecms) {
     std::string part = hexText(ecm.pid);
-    if (ecm.evidence.packets == 0)
+    if (ecm.evidence.packets == 0) {
       part += " never seen";
-    else if (!ecm.present)
+    } else if (!ecm.present) {
       part += " absent " + secondsText(nowMs - ecm.evidence.lastSeenMs);
-    else
+    } else {
       part += " present/" + std::to_string(ecm.evidence.ccErrors);
+    }
     parts.push_back(part);
   }
   return parts.empty() ? "none" : joined(parts, ", ");
@@ -41,10 +43,12 @@ std::string countsCell(const PidEvidence &evidence) {
 }
 
 std::string behindCell(const PidEvidence &behind) {
-  if (behind.packets == 0)
+  if (behind.packets == 0) {
     return "nothing";
-  if (behind.lastScrambled)
+  }
+  if (behind.lastScrambled) {
     return "scrambled";
+  }
   return behind.lastPesBad ? "clear, PES not readable" : "clear, PES readable";
 }
 
@@ -69,9 +73,11 @@ Row pidRow(const ProgramFinding &program, const PidFinding &pid, std::uint64_t n
 
 std::array<std::size_t, columns> widths(const std::vector<Row> &rows) {
   std::array<std::size_t, columns> widest{};
-  for (const Row &row : rows)
-    for (std::size_t c = 0; c < columns; ++c)
+  for (const Row &row : rows) {
+    for (std::size_t c = 0; c < columns; ++c) {
       widest[c] = std::max(widest[c], row.cells[c].size());
+    }
+  }
   return widest;
 }
 
@@ -89,8 +95,9 @@ std::string rowText(const Row &row, const std::array<std::size_t, columns> &wide
 
 Row ruleBelow(const std::array<std::size_t, columns> &widest) {
   Row rule;
-  for (std::size_t c = 0; c < columns; ++c)
+  for (std::size_t c = 0; c < columns; ++c) {
     rule.cells[c] = std::string(widest[c], '-');
+  }
   return rule;
 }
 
@@ -98,16 +105,19 @@ Row ruleBelow(const std::array<std::size_t, columns> &widest) {
 
 std::string statusTable(const CardFinding &card, bool colour) {
   std::vector<Row> rows{header};
-  for (const ProgramFinding &program : card.programs)
-    for (const PidFinding &pid : program.pids)
+  for (const ProgramFinding &program : card.programs) {
+    for (const PidFinding &pid : program.pids) {
       rows.push_back(pidRow(program, pid, card.takenMs));
+    }
+  }
   const std::array<std::size_t, columns> widest = widths(rows);
   rows.insert(rows.begin() + 1, ruleBelow(widest));
   std::string text = "card " + std::to_string(card.slot + 1) + " at " + stampText(card.takenMs) +
                      ", " + bitrateText(card.bitrate) + ", " +
                      countText(card.programs.size(), "program", "programs") + "\n";
-  for (const Row &row : rows)
+  for (const Row &row : rows) {
     text += rowText(row, widest, colour);
+  }
   return text + "before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n";
 }
 
@@ -115,8 +125,9 @@ std::string camHistory(const CiLibrary &library, std::uint32_t slot) {
   std::string text;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     const CiLibrary::History &history = library.history(slot, camSlot);
-    if (!history.sent && !history.reset)
+    if (!history.sent && !history.reset) {
       continue;
+    }
     text += "CAM " + camText(static_cast<int>(camSlot)) + ": ";
     text += history.sent ? "last CA PMT or query " + stampText(history.sentMs) + " for " +
                                countText(history.programs, "program", "programs")

@@ -45,8 +45,9 @@ void Timeline::report(Place place, const std::string &what, const std::string &w
 }
 
 void Timeline::print(ConsolePort port, const std::string &line) {
-  if (line.empty() || (port == ConsolePort::Debug && !config_.debug))
+  if (line.empty() || (port == ConsolePort::Debug && !config_.debug)) {
     return;
+  }
   if (line == lastPrinted_) {
     ++repeats_;
     lastPrintedMs_ = now_();
@@ -58,9 +59,10 @@ void Timeline::print(ConsolePort port, const std::string &line) {
 }
 
 void Timeline::flush() {
-  if (repeats_ > 0)
+  if (repeats_ > 0) {
     write(lastPrintedMs_, "module", "(" + countText(repeats_, "time", "times") + " more)",
           Tone::Faint);
+  }
   repeats_ = 0;
 }
 

@@ -79,8 +79,9 @@ std::string camMaskText(std::uint8_t camMask) {
 
 std::string placeText(int slot, int camSlot) {
   std::string text = slot < 0 ? "chassis" : "card " + std::to_string(slot + 1);
-  if (camSlot >= 0)
+  if (camSlot >= 0) {
     text += "  CAM " + camText(camSlot);
+  }
   return text;
 }
 
@@ -94,13 +95,6 @@ std::string secondsText(std::uint64_t ms) {
 
 std::string countText(std::uint64_t count, const std::string &one, const std::string &many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
-}
-
-std::string joined(const std::vector<std::string> &parts, const std::string &separator) {
-  std::string text;
-  for (const std::string &part : parts)
-    text += (text.empty() ? "" : separator) + part;
-  return text;
 }
 
 }  // namespace chassis

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 namespace chassis {
 
@@ -28,6 +27,5 @@ std::string placeText(int slot, int camSlot);    // "card 1  CAM A"
 std::string bitrateText(std::uint64_t bitrate);  // 3.2 Mbit/s
 std::string secondsText(std::uint64_t ms);       // 1.2 s
 std::string countText(std::uint64_t count, const std::string &one, const std::string &many);
-std::string joined(const std::vector<std::string> &parts, const std::string &separator);
 
 }  // namespace chassis

@@ -164,8 +164,9 @@ std::string range(const Param &param) {
 }
 
 [[noreturn]] void doesNotFit(const Param &param, const std::string &given) {
-  if (param.place)
+  if (param.place) {
     throw InputError("there is no " + bare(param) + " " + given + "; write " + range(param));
+  }
   throw InputError(bare(param) + " " + given + " does not fit; write " + range(param));
 }
 
@@ -174,8 +175,9 @@ bool readNumber(const std::string &given, std::uint64_t *number) {
   const bool hex = given.size() > 2 && given[0] == '0' && (given[1] == 'x' || given[1] == 'X');
   const std::string digits = given.substr(hex ? 2 : 0);
   const char *allowed = hex ? "0123456789abcdefABCDEF" : "0123456789";
-  if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos)
+  if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) {
     return false;
+  }
   *number = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
   return true;
 }
@@ -187,14 +189,17 @@ bool isNegative(const std::string &given) {
 
 Value numberValue(const Param &param, const Word &word) {
   Value value;
-  if (!word.quoted && isNegative(word.text))
+  if (!word.quoted && isNegative(word.text)) {
     doesNotFit(param, word.text);
-  if (word.quoted || !readNumber(word.text, &value.number))
+  }
+  if (word.quoted || !readNumber(word.text, &value.number)) {
     throw InputError(bare(param) + " must be a number, not " +
                      (word.quoted ? "\"" + word.text + "\"" : word.text) + "; write " +
                      range(param));
-  if (value.number < param.min || value.number > param.max)
+  }
+  if (value.number < param.min || value.number > param.max) {
     doesNotFit(param, word.text);
+  }
   return value;
 }
 
@@ -203,19 +208,22 @@ Value secondsValue(const Param &param, const Word &word) {
                        word.text.find_first_not_of("0123456789.") == std::string::npos &&
                        word.text.find_first_of("0123456789") != std::string::npos &&
                        std::count(word.text.begin(), word.text.end(), '.') <= 1;
-  if (!decimal)
+  if (!decimal) {
     throw InputError(bare(param) + " must be a number, not " + word.text +
                      "; write it such as 30 or 0.5");
+  }
   const double given = std::strtod(word.text.c_str(), nullptr);
-  if (given > static_cast<double>(param.max))
+  if (given > static_cast<double>(param.max)) {
     doesNotFit(param, word.text);
+  }
   return Value{static_cast<std::uint64_t>(std::llround(given * 1000)), ""};
 }
 
 Value textValue(const Param &param, const Word &word) {
-  if (!word.quoted)
+  if (!word.quoted) {
     throw InputError(bare(param) + " must be a string, not " + word.text + "; write \"" +
                      word.text + "\"");
+  }
   return Value{0, word.text};
 }
 
@@ -234,10 +242,11 @@ Value checkArg(const Param &param, const Word &word) {
 std::string takes(const Function &function) {
   const std::size_t most = function.params.size();
   std::string count = std::to_string(function.required);
-  if (function.repeats)
+  if (function.repeats) {
     count += " or more";
-  else if (function.required < most)
+  } else if (function.required < most) {
     count += " to " + std::to_string(most);
+  }
   return count + (count == "1" ? " argument" : " arguments");
 }
 
@@ -254,15 +263,17 @@ std::string signature(const Function &function) {
     call += separator + std::string(function.params[i]->name);
     call += i < function.required ? "" : "]";
   }
-  if (function.repeats)
+  if (function.repeats) {
     call += std::string("[, ") + function.params.back()->name + "...]";
+  }
   return call;
 }
 
 std::string functionHelp() {
   std::size_t width = 0;
-  for (const Function &function : table)
+  for (const Function &function : table) {
     width = std::max(width, signature(function).size());
+  }
   std::string help;
   for (const Function &function : table) {
     const std::string call = signature(function);
@@ -274,20 +285,23 @@ std::string functionHelp() {
 const Function &findFunction(const std::string &name) {
   const auto named = [&name](const Function &function) { return name == function.name; };
   const auto found = std::find_if(table.begin(), table.end(), named);
-  if (found == table.end())
+  if (found == table.end()) {
     throw InputError("there is no function " + name + "; did you mean " + signature(nearest(name)) +
                      "?");
+  }
   return *found;
 }
 
 Values checkArgs(const Function &function, const std::vector<Word> &args) {
   const bool tooMany = args.size() > function.params.size() && !function.repeats;
-  if (args.size() < function.required || tooMany)
+  if (args.size() < function.required || tooMany) {
     throw InputError(std::string(function.name) + " takes " + takes(function) + ", not " +
                      std::to_string(args.size()) + "; write " + signature(function));
+  }
   Values values;
-  for (std::size_t i = 0; i < args.size(); ++i)
+  for (std::size_t i = 0; i < args.size(); ++i) {
     values.push_back(checkArg(*function.params[std::min(i, function.params.size() - 1)], args[i]));
+  }
   return values;
 }
 

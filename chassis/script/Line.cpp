@@ -20,8 +20,9 @@ class Scanner {
 
   bool atEnd() const { return at_ == text_.size() || text_[at_] == '#'; }
   bool take(char wanted) {
-    if (atEnd() || text_[at_] != wanted)
+    if (atEnd() || text_[at_] != wanted) {
       return false;
+    }
     ++at_;
     skipBlanks();
     return true;
@@ -32,8 +33,9 @@ class Scanner {
 
  private:
   void skipBlanks() {
-    while (at_ < text_.size() && isBlank(text_[at_]))
+    while (at_ < text_.size() && isBlank(text_[at_])) {
       ++at_;
+    }
   }
   Word quoted();
 
@@ -43,14 +45,17 @@ class Scanner {
 
 std::string Scanner::name() {
   const std::size_t begin = at_;
-  while (at_ < text_.size() && isNameChar(text_[at_]))
+  while (at_ < text_.size() && isNameChar(text_[at_])) {
     ++at_;
+  }
   std::string name = text_.substr(begin, at_ - begin);
-  if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0])))
+  if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0]))) {
     throw InputError("\"" + text_.substr(begin) + "\" is not a call; write name arg, arg");
-  if (at_ < text_.size() && !isBlank(text_[at_]) && text_[at_] != '(' && !atEnd())
+  }
+  if (at_ < text_.size() && !isBlank(text_[at_]) && text_[at_] != '(' && !atEnd()) {
     throw InputError("unexpected \"" + rest() + "\" behind " + name + "; write " + name +
                      " arg, arg");
+  }
   skipBlanks();
   return name;
 }
@@ -61,19 +66,22 @@ Word Scanner::quoted() {
     const bool escape = text_[at_] == '\\' && at_ + 1 < text_.size();
     word.text += text_[escape ? ++at_ : at_];
   }
-  if (at_ == text_.size())
+  if (at_ == text_.size()) {
     throw InputError("a string is not closed; end it with \"");
+  }
   ++at_;
   skipBlanks();
   return word;
 }
 
 Word Scanner::word() {
-  if (at_ < text_.size() && text_[at_] == '"')
+  if (at_ < text_.size() && text_[at_] == '"') {
     return quoted();
+  }
   Word word;
-  while (!atEnd() && !isBlank(text_[at_]) && text_[at_] != ',' && text_[at_] != ')')
+  while (!atEnd() && !isBlank(text_[at_]) && text_[at_] != ',' && text_[at_] != ')') {
     word.text += text_[at_++];
+  }
   skipBlanks();
   return word;
 }
@@ -81,9 +89,10 @@ Word Scanner::word() {
 void parseArgs(Scanner &scanner, Line &line) {
   do {
     Word word = scanner.word();
-    if (word.text.empty() && !word.quoted)
+    if (word.text.empty() && !word.quoted) {
       throw InputError("argument " + std::to_string(line.args.size() + 1) +
                        " is missing; write one value between commas");
+    }
     line.args.push_back(std::move(word));
   } while (scanner.take(','));
 }
@@ -93,27 +102,31 @@ void parseArgs(Scanner &scanner, Line &line) {
 Line parseLine(const std::string &text) {
   Scanner scanner(text);
   Line line;
-  if (scanner.atEnd())
+  if (scanner.atEnd()) {
     return line;
+  }
   line.name = scanner.name();
   const bool parenthesis = scanner.take('(');
   const bool noArgs = parenthesis ? scanner.take(')') : scanner.atEnd();
   if (noArgs) {
-    if (!scanner.atEnd())
+    if (!scanner.atEnd()) {
       throw InputError("unexpected \"" + scanner.rest() +
                        "\" behind the call; write one call a line");
+    }
     return line;
   }
   parseArgs(scanner, line);
   if (parenthesis && !scanner.take(')')) {
-    if (scanner.atEnd())
+    if (scanner.atEnd()) {
       throw InputError("a parenthesis is not closed; end the call with )");
+    }
     throw InputError("unexpected \"" + scanner.rest() +
                      "\" in the arguments; part them with commas");
   }
-  if (!scanner.atEnd())
+  if (!scanner.atEnd()) {
     throw InputError("unexpected \"" + scanner.rest() +
                      "\" behind the arguments; part them with commas");
+  }
   return line;
 }
 

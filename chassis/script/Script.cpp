@@ -25,22 +25,26 @@ class Occupancy {
 };
 
 void Occupancy::check(const Call &call) const {
-  if (call.function->need == Need::Nothing)
+  if (call.function->need == Need::Nothing) {
     return;
+  }
   const std::string slotName = std::to_string(call.values[0].number);
   const Slot &slot = slots_[call.values[0].number];
-  if (!slot.card)
+  if (!slot.card) {
     throw InputError("no card is in slot " + slotName + "; put one in first: cardInsert " +
                      slotName + ", \"file\"");
-  if (call.function->need == Need::Card || slot.cams[call.values[1].number])
+  }
+  if (call.function->need == Need::Card || slot.cams[call.values[1].number]) {
     return;
+  }
   const std::string place = slotName + ", " + std::to_string(call.values[1].number);
   throw InputError("no CAM is in " + place + "; put one in first: camInsert " + place + ", casid");
 }
 
 void Occupancy::follow(const Call &call) {
-  if (call.function->effect == Effect::None)
+  if (call.function->effect == Effect::None) {
     return;
+  }
   Slot &slot = slots_[call.values[0].number];
   switch (call.function->effect) {
     case Effect::CardIn:
@@ -71,8 +75,9 @@ std::string textOf(const Line &line) {
 
 void readLine(const std::string &text, std::size_t number, Occupancy &occupancy, Script &script) {
   const Line line = parseLine(text);
-  if (line.name.empty())
+  if (line.name.empty()) {
     return;
+  }
   const Function &function = findFunction(line.name);
   Call call{number, textOf(line), &function, checkArgs(function, line.args)};
   occupancy.check(call);
@@ -102,10 +107,12 @@ Script readScript(const std::string &name, std::istream &lines) {
 
 Script readScript(const std::string &path) {
   std::ifstream file(path);
-  if (!file)
+  if (!file) {
     throw InputError(path + ": cannot be read: " + std::strerror(errno));
-  if (file.peek() == std::ifstream::traits_type::eof() && file.bad())
+  }
+  if (file.peek() == std::ifstream::traits_type::eof() && file.bad()) {
     throw InputError(path + ": cannot be read; write the name of a script");
+  }
   return readScript(path, file);
 }
 

@@ -121,8 +121,9 @@ TEST_F(Behaviour, GarbageOfACamStaysItsOwnAffair) {
 TEST_F(Behaviour, GarbageFromTheStartKeepsOnlyThatCamOut) {
   const Result result = runScript(twoCams + "camGarbage 0, 0, 1\nwait 60");
   ASSERT_EQ(result.status, 0) << result.err;
-  for (const TableRow &row : tableRows(result.out))
+  for (const TableRow &row : tableRows(result.out)) {
     EXPECT_EQ(row.state, row.cam == "B" ? "descrambled" : "not measured") << row.pid;
+  }
 }
 
 TEST_F(Behaviour, WrongKeyIsNotTakenForAWorkingCam) {
@@ -194,8 +195,9 @@ TEST_F(Behaviour, CardFaultsReachTheTimeline) {
     ASSERT_EQ(result.status, 0) << result.err;
     const std::string after = onlyFrom(result.out, "00:00:15.");
     EXPECT_NE(after.find(c.seen), std::string::npos) << c.fault << "\n" << result.out;
-    for (const TableRow &row : tableRows(result.out))
+    for (const TableRow &row : tableRows(result.out)) {
       EXPECT_EQ(row.state, "descrambled") << c.fault << " " << row.pid;
+    }
   }
 }
 
@@ -211,8 +213,9 @@ TEST_F(Behaviour, CamAndCardThatAreTakenOutAndPutBackComeUpAgain) {
       twoCams + "wait 15");
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_FALSE(linesWith(result.out, "CAM A  no CAM").empty()) << result.out;
-  for (const TableRow &row : tableRows(result.out))
+  for (const TableRow &row : tableRows(result.out)) {
     EXPECT_EQ(row.state, "descrambled") << row.pid;
+  }
 }
 
 TEST_F(Behaviour, CamOfAnotherCaSystemIsNeverSentAnything) {

@@ -46,8 +46,9 @@ TEST_F(Input, EmptyFile) {
 TEST_F(Input, NoTransportStream) {
   std::mt19937 random(1);
   Bytes noise(300000);
-  for (std::uint8_t &byte : noise)
+  for (std::uint8_t &byte : noise) {
     byte = static_cast<std::uint8_t>(random());
+  }
   expectRefused(noise, "");
   expectRefused(Bytes(100, 0x47), "");
 }
@@ -78,8 +79,9 @@ TEST_F(Input, TruncatedFilePlays) {
   Bytes file(stream_.begin(), stream_.begin() + 1500007);
   const std::vector<TableRow> rows = expectPlayed(file);
   ASSERT_EQ(rows.size(), 8u);
-  for (const TableRow &row : rows)
+  for (const TableRow &row : rows) {
     EXPECT_EQ(row.state, row.program == "101" ? "descrambled" : "not supervised") << row.pid;
+  }
 }
 
 TEST_F(Input, ShiftedFilePlaysAsIfItWereNot) {
@@ -102,8 +104,9 @@ TEST_F(Input, NoisyFileResynchronises) {
     const std::size_t end = std::min(at + 49000, stream_.size());
     file.insert(file.end(), stream_.begin() + static_cast<std::ptrdiff_t>(at),
                 stream_.begin() + static_cast<std::ptrdiff_t>(end));
-    for (std::size_t noise = random() % 400; noise > 0; --noise)
+    for (std::size_t noise = random() % 400; noise > 0; --noise) {
       file.push_back(static_cast<std::uint8_t>(random()));
+    }
   }
   const std::vector<TableRow> rows = expectPlayed(file);
   ASSERT_EQ(rows.size(), 8u);
@@ -115,8 +118,9 @@ TEST_F(Input, DamagedBytesNeverCrash) {
   for (unsigned seed = 1; seed <= 6; ++seed) {
     std::mt19937 random(seed);
     Bytes file(stream_.begin(), stream_.begin() + 600000);
-    for (std::size_t i = 0; i < 6000 * seed; ++i)
+    for (std::size_t i = 0; i < 6000 * seed; ++i) {
       file[random() % file.size()] = static_cast<std::uint8_t>(random());
+    }
     write("in.ts", file);
     const Result result = runScript(card + "camInsert 0, 0, 0x0500\nwait 10");
     EXPECT_TRUE(result.status == 0 || result.status == 2) << seed << ": " << result.status;
@@ -141,8 +145,9 @@ TEST_F(Input, ProgramThatTheStreamDoesNotHave) {
     EXPECT_EQ(result.status, 2);
     ASSERT_EQ(linesOf(result.err).size(), 1u) << result.err;
     EXPECT_EQ(result.err.rfind("ci-chassis: script:3: ", 0), 0u) << result.err;
-    for (const char *part : {"999", "101, 102, 103, 104"})
+    for (const char *part : {"999", "101, 102, 103, 104"}) {
       EXPECT_NE(result.err.find(part), std::string::npos) << result.err;
+    }
   }
 }
 
@@ -182,9 +187,11 @@ TEST_F(Input, WrongArgumentsOfTheProgram) {
 TEST_F(Input, HelpListsOptionsAndFunctions) {
   const Result result = run("--help");
   EXPECT_EQ(result.status, 0);
-  for (const char *part : {"--script", "--speed", "--for", "--output", "--clock-start", "--debug",
-                           "--no-table", "camInsert slot, cam, casid[, casid...]", "wait seconds"})
+  for (const char *part :
+       {"--script", "--speed", "--for", "--output", "--clock-start", "--debug", "--no-table",
+        "camInsert slot, cam, casid[, casid...]", "wait seconds"}) {
     EXPECT_NE(result.out.find(part), std::string::npos) << part;
+  }
 }
 
 }  // namespace

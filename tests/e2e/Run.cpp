@@ -32,8 +32,9 @@ Lines cellsOf(const std::string &line, const std::string &rule) {
     cells.push_back(begin < line.size() ? trimmed(line.substr(begin, end - begin)) : "");
     begin = std::min(rule.find('-', end), rule.size());
   }
-  if (!cells.empty())
+  if (!cells.empty()) {
     cells.back() = trimmed(line.substr(std::min(line.size(), rule.rfind(' ') + 1)));
+  }
   return cells;
 }
 
@@ -91,9 +92,11 @@ Lines linesOf(const std::string &text) {
 Lines linesWith(const std::string &text, const std::string &part) {
   std::istringstream stream(text);
   Lines lines;
-  for (std::string line; std::getline(stream, line);)
-    if (line.find(part) != std::string::npos)
+  for (std::string line; std::getline(stream, line);) {
+    if (line.find(part) != std::string::npos) {
       lines.push_back(line);
+    }
+  }
   return lines;
 }
 

@@ -55,8 +55,9 @@ TEST_F(Transport, EntitledProgramsComeOutBitForBit) {
     const std::size_t begin = loopsUntilCountersRecur * loop;
     ASSERT_GE(out[pid].size(), begin + loop) << pid;
     std::size_t different = 0;
-    for (std::size_t i = 0; i < loop; ++i)
+    for (std::size_t i = 0; i < loop; ++i) {
       different += out[pid][begin + i] != wanted[i] ? 1 : 0;
+    }
     EXPECT_EQ(different, 0u) << pid;
   }
 }
@@ -70,9 +71,10 @@ TEST_F(Transport, EveryLoopComesOutButForTheCounters) {
     const std::vector<Bytes> &wanted = clear[pid];
     const std::vector<Bytes> &got = out[pid];
     ASSERT_GT(got.size(), 4 * wanted.size()) << pid;
-    for (std::size_t i = wanted.size(); i < got.size(); ++i)
+    for (std::size_t i = wanted.size(); i < got.size(); ++i) {
       ASSERT_EQ(withoutCounter(got[i]), withoutCounter(wanted[i % wanted.size()]))
           << "PID " << pid << " packet " << i;
+    }
   }
 }
 
@@ -86,8 +88,9 @@ TEST_F(Transport, ProgramWithoutEntitlementStaysScrambled) {
     const std::vector<Bytes> &in = scrambled[static_cast<std::uint16_t>(pid)];
     const std::vector<Bytes> &got = out[static_cast<std::uint16_t>(pid)];
     ASSERT_GT(got.size(), in.size()) << pid;
-    for (std::size_t i = 0; i < got.size(); ++i)
+    for (std::size_t i = 0; i < got.size(); ++i) {
       ASSERT_EQ(withoutCounter(got[i]), withoutCounter(in[i % in.size()])) << pid << " " << i;
+    }
   }
   EXPECT_FALSE(isScrambled(out[0x1001].back()));
 }

@@ -42,9 +42,11 @@ TEST(StatusTable, ProgramWithoutCamIsNotSupervised) {
 TEST(StatusTable, ColourLeavesTheTextAsItIs) {
   std::string coloured = statusTable(sampleCard(), true);
   EXPECT_NE(coloured, statusTable(sampleCard(), false));
-  for (const char *escape : {"\033[32m", "\033[0m"})
-    for (std::size_t at; (at = coloured.find(escape)) != std::string::npos;)
+  for (const char *escape : {"\033[32m", "\033[0m"}) {
+    for (std::size_t at; (at = coloured.find(escape)) != std::string::npos;) {
       coloured.erase(at, std::string(escape).size());
+    }
+  }
   EXPECT_EQ(coloured, statusTable(sampleCard(), false));
 }
 

@@ -56,8 +56,9 @@ TEST_F(TimelineTest, CountsBeyondADay) {
 
 TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
   Timeline &line = timeline();
-  for (nowMs_ = 1000; nowMs_ <= 4000; nowMs_ += 1000)
+  for (nowMs_ = 1000; nowMs_ <= 4000; nowMs_ += 1000) {
     line.print(ConsolePort::Print, "again");
+  }
   line.print(ConsolePort::Print, "other");
   line.print(ConsolePort::Print, "again");
   line.print(ConsolePort::Print, "again");

@@ -52,7 +52,6 @@ TEST(Words, Figures) {
   EXPECT_EQ(secondsText(12340), "12.3 s");
   EXPECT_EQ(countText(1, "error", "errors"), "1 error");
   EXPECT_EQ(countText(0, "error", "errors"), "0 errors");
-  EXPECT_EQ(joined({"a", "b"}, "; "), "a; b");
 }
 
 }  // namespace

@@ -17,8 +17,9 @@ std::string errorOf(const std::string &text) {
 }
 
 TEST(Line, NothingOnEmptyAndCommentLines) {
-  for (const char *text : {"", "   \t", "# wait 3", "  # wait 3", "\r"})
+  for (const char *text : {"", "   \t", "# wait 3", "  # wait 3", "\r"}) {
     EXPECT_EQ(parseLine(text).name, "") << text;
+  }
 }
 
 TEST(Line, BothWaysOfWritingACall) {
@@ -46,8 +47,9 @@ TEST(Line, StringsKeepWhatWouldOtherwiseEndThem) {
   EXPECT_EQ(line.args[0].text, "a, b) # c");
   EXPECT_EQ(line.args[1].text, R"(say "hi" \)");
   EXPECT_EQ(line.args[2].text, "");
-  for (const Word &word : line.args)
+  for (const Word &word : line.args) {
     EXPECT_TRUE(word.quoted);
+  }
 }
 
 TEST(Line, Errors) {
@@ -72,8 +74,9 @@ TEST(Line, Errors) {
       {"f(1) g", "unexpected \"g\" behind the arguments; part them with commas"},
       {"f() g", "unexpected \"g\" behind the call; write one call a line"},
   };
-  for (const auto &c : cases)
+  for (const auto &c : cases) {
     EXPECT_EQ(errorOf(c.text), c.error) << c.text;
+  }
 }
 
 }  // namespace

@@ -43,6 +43,9 @@ TEST_F(PlayerTest, WaitsAddUp) {
   EXPECT_EQ(events_.lines.size(), 1U);
   player.runDue(1500);
   EXPECT_EQ(events_.lines.size(), 2U);
+  EXPECT_EQ(player.nextMs(), 3500U);
+  player.runDue(3999);
+  EXPECT_EQ(events_.lines.size(), 2U);
   EXPECT_EQ(player.nextMs(), 4000U);
   player.runDue(10000);
   EXPECT_EQ(events_.lines, (Lines{"-1/-1 a | ", "-1/-1 b | ", "-1/-1 c | "}));

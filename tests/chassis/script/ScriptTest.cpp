@@ -112,8 +112,9 @@ TEST(Script, WrongLines) {
        "x:5: no CAM is in 0, 1; put one in first: camInsert 0, 1, casid"},
       {"wait 1\nwait (2", "x:2: a parenthesis is not closed; end the call with )"},
   };
-  for (const auto &c : cases)
+  for (const auto &c : cases) {
     EXPECT_EQ(errorOf(c.text), c.error) << c.text;
+  }
 }
 
 TEST(Script, NamesAndHelpAreComplete) {

@@ -1,4 +1,4 @@
-#include "report/StatusWatch.h"
+#include "report/Changes.h"
 
 #include <gtest/gtest.h>
 
@@ -10,20 +10,21 @@ namespace {
 // "slot/cam what | why"
 std::vector<std::string> told(const CardFinding &before, const CardFinding &now) {
   std::vector<std::string> lines;
-  for (const Change &change : changesBetween(before, now))
+  for (const Change &change : changesBetween(before, now)) {
     lines.push_back(std::to_string(change.place.slot) + "/" + std::to_string(change.place.cam) +
                     " " + change.what + " | " + change.why);
+  }
   return lines;
 }
 
 using Lines = std::vector<std::string>;
 
-TEST(StatusWatch, SameFindingTellsNothing) {
+TEST(Changes, SameFindingTellsNothing) {
   EXPECT_EQ(told(sampleCard(), sampleCard()), Lines{});
   EXPECT_EQ(told(CardFinding{}, CardFinding{}), Lines{});
 }
 
-TEST(StatusWatch, CountsThatMoveTellNothing) {
+TEST(Changes, CountsThatMoveTellNothing) {
   CardFinding now = sampleCard(DESC_STAT_ECM_CC, DESC_STAT_NO_ECM);
   const CardFinding before = now;
   now.takenMs += 1000;
@@ -31,7 +32,7 @@ TEST(StatusWatch, CountsThatMoveTellNothing) {
   EXPECT_EQ(told(before, now), Lines{});
 }
 
-TEST(StatusWatch, FirstCheckTellsFieldsAndGroupsPrograms) {
+TEST(Changes, FirstCheckTellsFieldsAndGroupsPrograms) {
   EXPECT_EQ(told(CardFinding{}, sampleCard()),
             (Lines{"0/-1 CI controller in sync and carrying traffic | cimaxStat 0x00",
                    "0/0 CAM usable, CA system supported, CA PIDs present, all PIDs descrambled | "
@@ -39,7 +40,7 @@ TEST(StatusWatch, FirstCheckTellsFieldsAndGroupsPrograms) {
                    "0/0 programs 101, 102 descrambled | clear behind the CAM"}));
 }
 
-TEST(StatusWatch, EveryCauseComesWithItsEvidence) {
+TEST(Changes, EveryCauseComesWithItsEvidence) {
   const struct {
     std::uint8_t status;
     const char *line;
@@ -63,19 +64,23 @@ TEST(StatusWatch, EveryCauseComesWithItsEvidence) {
   for (const auto &c : cases) {
     CardFinding now = sampleCard(DESC_STAT_OK, c.status);
     PidFinding &pid = now.programs[1].pids[0];
-    if (c.status == DESC_STAT_NO_ENTITLEMENT)
+    if (c.status == DESC_STAT_NO_ENTITLEMENT) {
       pid.reply = 0x71;
-    if (c.status == DESC_STAT_TECHNICAL)
+    }
+    if (c.status == DESC_STAT_TECHNICAL) {
       pid.reply = 0x73;
-    if (c.status == DESC_STAT_NO_ECM)
+    }
+    if (c.status == DESC_STAT_NO_ECM) {
       pid.ecms[0] = {0x1001, false, {50, 0, 0, false, false, 6000}};
-    if (c.status == DESC_STAT_ECM_CC)
+    }
+    if (c.status == DESC_STAT_ECM_CC) {
       pid.ecms[0].evidence.ccErrors = 1;
+    }
     EXPECT_EQ(told(sampleCard(), now), Lines{c.line});
   }
 }
 
-TEST(StatusWatch, NamesThePidWhenNotAllAreAlike) {
+TEST(Changes, NamesThePidWhenNotAllAreAlike) {
   CardFinding now = sampleCard();
   now.programs[0].status = DESC_STAT_NO_ECM;
   now.programs[0].pids[1].status = DESC_STAT_NO_ECM;
@@ -85,14 +90,14 @@ TEST(StatusWatch, NamesThePidWhenNotAllAreAlike) {
                   "ECM PID 0x1002 never seen"});
 }
 
-TEST(StatusWatch, ProgramWithoutCamTellsNothing) {
+TEST(Changes, ProgramWithoutCamTellsNothing) {
   CardFinding now = sampleCard();
   now.programs[1].camMask = 0;
   now.programs[1].status = DESC_STAT_UNKNOWN;
   EXPECT_EQ(told(sampleCard(), now), Lines{});
 }
 
-TEST(StatusWatch, ProgramsOfDifferentCamsStandApart) {
+TEST(Changes, ProgramsOfDifferentCamsStandApart) {
   CardFinding before = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
   CardFinding now = sampleCard();
   before.programs[1].camMask = now.programs[1].camMask = 2;
@@ -102,7 +107,7 @@ TEST(StatusWatch, ProgramsOfDifferentCamsStandApart) {
   EXPECT_EQ(told(before, now)[1], "0/-1 program 102 descrambled | clear behind the CAM");
 }
 
-TEST(StatusWatch, FieldsThatLapseShareAWord) {
+TEST(Changes, FieldsThatLapseShareAWord) {
   CardFinding now = sampleCard();
   now.cams[0] = {2, 0xFF, 0xFF, 0xFF};
   EXPECT_EQ(told(sampleCard(), now),
@@ -112,7 +117,7 @@ TEST(StatusWatch, FieldsThatLapseShareAWord) {
   EXPECT_EQ(told(sampleCard(), now)[0].substr(0, 25), "0/0 not checked any more ");
 }
 
-TEST(StatusWatch, SummaryThatChangesAloneIsToldWithItsPrograms) {
+TEST(Changes, SummaryThatChangesAloneIsToldWithItsPrograms) {
   CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_SCRAMBLED);
   now.cams[0].descrambling = 0x11;
   EXPECT_EQ(told(sampleCard(), now),
@@ -125,7 +130,7 @@ TEST(StatusWatch, SummaryThatChangesAloneIsToldWithItsPrograms) {
             "descStat 0x11");
 }
 
-TEST(StatusWatch, FieldWords) {
+TEST(Changes, FieldWords) {
   const struct {
     CamFinding cam;
     const char *line;
