@@ -84,7 +84,10 @@ std::uint8_t verdict(const CaReply &reply) {
 }
 
 std::string streamsText(const CaReply &reply) {
-  return listed(reply.streams, [](const CaReplyStream &stream) {
+  std::vector<CaReplyStream> telling;
+  std::copy_if(reply.streams.begin(), reply.streams.end(), std::back_inserter(telling),
+               [](const CaReplyStream &stream) { return stream.caEnable != 0; });
+  return listed(telling, [](const CaReplyStream &stream) {
     return "PID " + hex(stream.pid, 4) + ": " + caEnableText(stream.caEnable);
   });
 }

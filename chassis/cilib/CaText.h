@@ -21,7 +21,9 @@ std::string caEnableText(std::uint8_t caEnable);
 // What a reply says of its program as a whole: the program's own CA_enable; without one the
 // streams', the one that refuses first.
 std::uint8_t verdict(const CaReply &reply);
-std::string streamsText(const CaReply &reply);  // "PID 0x0101: ..., PID 0x0102: ..."
+// What a reply says of its streams: "PID 0x0101: ..., PID 0x0102: ..."; those without a statement
+// are not named.
+std::string streamsText(const CaReply &reply);
 
 // The first clause, and how many more there are.
 std::string firstAndMore(const std::vector<std::string> &clauses);

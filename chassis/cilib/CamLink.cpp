@@ -49,6 +49,7 @@ std::string bytesText(const Apdu &apdu) {
 
 // What one call of send hands over.
 struct CamLink::Batch {
+  std::vector<Apdu> apdus;
   std::vector<std::uint16_t> programs;
   std::vector<std::string> listManagement;
   std::map<std::uint16_t, Query> queries;
@@ -166,7 +167,11 @@ std::int32_t CamLink::send(CaPmtProg *const *records, std::uint32_t count, std::
   Batch batch;
   std::for_each_n(records, count, [&](const CaPmtProg *record) { encode(record, batch); });
   startQuery(batch, nowMs);
+  // Told first, so that what the CAM does about it follows in the history.
   noteSent(batch, nowMs);
+  for (const Apdu &apdu : batch.apdus) {
+    cam_->receive(apdu);
+  }
   return static_cast<std::int32_t>(batch.programs.size());
 }
 
@@ -175,8 +180,8 @@ void CamLink::encode(const CaPmtProg *record, Batch &batch) {
     batch.leftOut.push_back("a record is not filled");
     return;
   }
-  const EncodedCaPmt encoded = encodeCaPmt(*record);
-  cam_->receive(encoded.apdu);
+  EncodedCaPmt encoded = encodeCaPmt(*record);
+  batch.apdus.push_back(std::move(encoded.apdu));
   batch.programs.push_back(record->progNum);
   batch.listManagement.push_back(listManagementText(record->listMgmt));
   if (record->cmdId == cmdQuery) {

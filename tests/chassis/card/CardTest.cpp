@@ -208,6 +208,20 @@ TEST_F(CardTest, SaysThatAnOutputCannotBeWritten) {
   }
 }
 
+TEST_F(CardTest, DoesNotWriteOverItsStream) {
+  insert(secondOf(programs));
+  EXPECT_THROW(card.setOutput(file.path()), chassis::InputError);
+  EXPECT_EQ(file.read(), stream.bytes());
+  const TemporaryFile output;
+  card.setOutput(output.path());
+  card.tick(1000);
+  EXPECT_NE(insertError(output.path()).find("is the output"), std::string::npos);
+  card.setOutput("");
+  EXPECT_EQ(output.read(), stream.bytes());
+  card.insert(output.path(), bitrate, 1000);
+  EXPECT_EQ(card.programs().size(), 2U);
+}
+
 TEST_F(CardTest, TellsThatAnOutputIsNotWhole) {
   insert(secondOf(programs));
   card.setOutput("/dev/full");
@@ -299,6 +313,11 @@ TEST_F(CardTest, APidThatNeverCameIsSilentFromTheStart) {
   card.tick(5000);
   EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0xFFU);
   EXPECT_EQ(descState(0xFFFF, DESC_PID_TYPE_OTHER), 0U);
+  card.insert(file.path(), bitrate, 100000);
+  card.tick(104990);
+  EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0U);
+  card.tick(105000);
+  EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0xFFU);
 }
 
 TEST_F(CardTest, FollowsThePmt) {

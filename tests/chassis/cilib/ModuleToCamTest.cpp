@@ -83,6 +83,13 @@ TEST_F(ModuleToCamTest, StatusCycleSendsTheCaPmtThatTheFlagAsksFor) {
   EXPECT_EQ(library.history(slot, 1).sentMs, 6000u);
 }
 
+TEST_F(ModuleToCamTest, SendingIsToldBeforeWhatTheCamDoesAboutIt) {
+  const std::size_t before = events.lines.size();
+  caPMTSend(slot, 1, 0x0500, 0, 0);
+  ASSERT_GE(events.lines.size(), before + 2);
+  EXPECT_EQ(events.lines[before].what, "CA PMT sent: programs 101, 102");
+}
+
 TEST_F(ModuleToCamTest, CamWithoutItsCaInfoIsSentNothing) {
   EXPECT_EQ(resetCAM(slot, 1), 0);
   camStatusCheck(slot);
