@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "CiPlatform.h"
 #include "Text.h"
 #include "report/Timeline.h"
 #include "report/Words.h"
@@ -125,7 +126,8 @@ std::string camHistory(const CiLibrary &library, std::uint32_t slot) {
   std::string text;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     const CiLibrary::History &history = library.history(slot, camSlot);
-    if (!history.sent && !history.reset) {
+    const bool inserted = (ciLibGetInsertCard(slot, camSlot) & 0xFF) != 0;
+    if (!inserted || (!history.sent && !history.reset)) {
       continue;
     }
     text += "CAM " + camText(static_cast<int>(camSlot)) + ": ";

@@ -10,7 +10,7 @@ namespace chassis {
 // One row per PID: state, cause and the evidence behind them.
 std::string statusTable(const CardFinding &card, bool colour);
 
-// One line per CAM: its last CA PMT and its resets.
+// One line per CAM that is in: its last CA PMT and its resets.
 std::string camHistory(const CiLibrary &library, std::uint32_t slot);
 
 }  // namespace chassis

@@ -50,6 +50,8 @@ TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
     EXPECT_TRUE(std::regex_match(rows[i].before, std::regex("[1-9][0-9]*/0"))) << rows[i].before;
     EXPECT_EQ(rows[i].behind, rows[i].before) << rows[i].pid;
   }
+  EXPECT_EQ(linesWith(result.out, "1 reset, the last ").size(), 1U) << result.out;
+  EXPECT_EQ(linesWith(result.out, "CAM B: last CA PMT or query ").size(), 1U) << result.out;
 }
 
 TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
@@ -213,6 +215,7 @@ TEST_F(Behaviour, CamAndCardThatAreTakenOutAndPutBackComeUpAgain) {
       twoCams + "wait 15");
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_FALSE(linesWith(result.out, "CAM A  no CAM").empty()) << result.out;
+  EXPECT_EQ(linesWith(result.out, "CAM A: last CA PMT").size(), 1U) << result.out;
   for (const TableRow &row : tableRows(result.out)) {
     EXPECT_EQ(row.state, "descrambled") << row.pid;
   }
