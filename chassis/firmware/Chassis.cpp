@@ -45,6 +45,7 @@ Chassis::Chassis(Clock &clock, Events &events)
   }
   clock_.onTick([this](std::uint64_t nowMs) { tick(nowMs); });
   bindClock(&clock_);
+  is_all_card_loaded = 0;
   current = this;
 }
 

@@ -6,6 +6,8 @@
 namespace e2e {
 namespace {
 
+const std::string demo = "'" + samples + "/demo'";
+
 const std::string twoCams =
     "cardInsert 0, \"build/samples/headend.ts\"\n"
     "progAssign 0, 101, 1\nprogAssign 0, 102, 1\nprogAssign 0, 103, 2\nprogAssign 0, 104, 2\n"
@@ -19,7 +21,7 @@ std::string onlyFrom(const std::string &text, const std::string &stamp) {
 using Behaviour = Run;
 
 TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
-  const Result result = run("--speed max --script " + samples + "/demo");
+  const Result result = run("--speed max --script " + demo);
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.err, "");
   const struct {
@@ -55,7 +57,7 @@ TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
 }
 
 TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
-  const Result result = run("--speed max --script " + samples + "/demo");
+  const Result result = run("--speed max --script " + demo);
   const char *story[] = {
       "program 101",  // comes up
       "programs 101, 102 descrambled",
@@ -84,7 +86,7 @@ TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
 }
 
 TEST_F(Behaviour, RunsAreDeterministicAndFast) {
-  const std::string arguments = "--debug --speed max --script " + samples + "/demo";
+  const std::string arguments = "--debug --speed max --script " + demo;
   const Result first = run(arguments);
   const Result second = run(arguments);
   EXPECT_EQ(first.status, 0);
@@ -143,7 +145,7 @@ TEST_F(Behaviour, WrongKeyIsNotTakenForAWorkingCam) {
 
 // The module prints raw stamps; everything else tells chassis time.
 TEST_F(Behaviour, WrapOfTheClockChangesNothing) {
-  const std::string arguments = "--speed max --script " + samples + "/demo --clock-start ";
+  const std::string arguments = "--speed max --script " + demo + " --clock-start ";
   const std::regex stamp("time [0-9]+");
   const Result plain = run(arguments + "100000");
   const Result wrapped = run(arguments + std::to_string(4294967296u - 100000));
