@@ -7,6 +7,7 @@
 
 #include "InputError.h"
 #include "PidText.h"
+#include "Text.h"
 
 namespace tsscramble {
 
@@ -63,11 +64,11 @@ class PidStock {
 };
 
 std::string programList(const Survey &survey) {
-  std::string text;
+  std::vector<std::string> texts;
   for (const PsiProgram &program : survey.programs) {
-    text += (text.empty() ? "" : ", ") + std::to_string(program.number);
+    texts.push_back(std::to_string(program.number));
   }
-  return text;
+  return chassis::joined(texts);
 }
 
 std::vector<ProgramRequest> chosenPrograms(const Request &request, const Survey &survey) {

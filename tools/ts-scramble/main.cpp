@@ -7,6 +7,7 @@
 
 #include "PidText.h"
 #include "Scrambler.h"
+#include "Text.h"
 
 namespace {
 
@@ -63,11 +64,12 @@ Request requestOf(const Arguments &arguments) {
 
 template <typename Pids>
 std::string pidList(const Pids &pids) {
-  std::string text;
+  std::vector<std::string> texts;
+  texts.reserve(pids.size());
   for (const std::uint16_t pid : pids) {
-    text += (text.empty() ? "" : ", ") + pidText(pid);
+    texts.push_back(pidText(pid));
   }
-  return text;
+  return chassis::joined(texts);
 }
 
 void tell(const Request &request, const Result &result) {

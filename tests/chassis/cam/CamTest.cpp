@@ -214,7 +214,7 @@ TEST(CamList, MoreBelongsBetweenFirstAndLast) {
   rig.ask(caPmt101(more));
   rig.ask(caPmt103(last));
   EXPECT_TRUE(selected(rig).p101 && selected(rig).p103);
-  EXPECT_EQ(rig.lines.count("selects program 101, 102, 103"), 1u);
+  EXPECT_EQ(rig.lines.count("selects programs 101, 102, 103"), 1u);
 }
 
 TEST(CamList, MoreAndLastWithoutFirstAreIgnored) {
