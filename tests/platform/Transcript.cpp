@@ -1,0 +1,73 @@
+#include "Transcript.h"
+
+#include <algorithm>
+#include <regex>
+#include <utility>
+
+namespace {
+
+std::string quoted(const char *function, const std::string &text) {
+  return std::string(function) + " \"" + text + "\"";
+}
+
+std::string assertion(const std::string &unit, const std::string &line,
+                      const std::string &condition) {
+  return printed("file[" + unit + "] line[" + line + "] ci_assert:" + condition + " failed!!\n");
+}
+
+bool isOneOf(const std::string &line, std::initializer_list<const char *> names) {
+  const std::string name = line.substr(0, line.find_first_of("( "));
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+Calls selected(const Calls &calls, std::initializer_list<const char *> names, bool wanted) {
+  Calls result;
+  for (const std::string &line : calls) {
+    if (isOneOf(line, names) == wanted)
+      result.push_back(line);
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string printed(const std::string &text) {
+  return quoted("printf", text);
+}
+std::string bbPrinted(const std::string &text) {
+  return quoted("bbPrintf", text);
+}
+
+std::string asserted(const std::string &unit, int line, const std::string &condition) {
+  return assertion(unit, std::to_string(line), condition);
+}
+
+std::string asserted(const std::string &unit, const std::string &condition) {
+  return assertion(unit, "N", condition);
+}
+
+Calls anyLine(Calls calls) {
+  static const std::regex number("line\\[[1-9][0-9]*\\]");
+  for (std::string &line : calls)
+    line = std::regex_replace(line, number, "line[N]");
+  return calls;
+}
+
+Calls only(const Calls &calls, std::initializer_list<const char *> names) {
+  return selected(calls, names, true);
+}
+
+Calls except(const Calls &calls, std::initializer_list<const char *> names) {
+  return selected(calls, names, false);
+}
+
+Calls joined(std::initializer_list<Calls> parts) {
+  Calls result;
+  for (const Calls &part : parts)
+    result.insert(result.end(), part.begin(), part.end());
+  return result;
+}
+
+Calls Transcript::take() {
+  return std::exchange(lines_, {});
+}
