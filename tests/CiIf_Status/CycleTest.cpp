@@ -435,9 +435,10 @@ TEST_P(InPortCount, AtMost32EntriesAreRead) {
   Calls expected;
   for (uint16_t k = 0; k < 32; ++k) {
     form.ca[k] = {CAS, static_cast<uint16_t>(0x1000 + k)};
-    if (k < GetParam().read)
+    if (k < GetParam().read) {
       expected.push_back("GetPreCAMPidExist(2, 0x10" + std::string(k < 16 ? "0" : "1") +
                          "0123456789abcdef"[k % 16] + ")");
+    }
   }
   EXPECT_EQ(only(cycle(), {"GetPreCAMPidExist"}), expected);
 }
@@ -558,8 +559,9 @@ TEST_F(Cycle, CardsAreCheckedApart) {
   }
   platform.card[5].cimax_sync_ok = 0;
   platform.take();
-  for (uint8_t slot : {0, 5})
+  for (uint8_t slot : {0, 5}) {
     camStatusCheck(slot);
+  }
   EXPECT_EQ(platform.take({"cimax_sync_ok", "wrDesPid", "ClrAllPreCAMPidExist"}),
             (Calls{"cimax_sync_ok(0)", "wrDesPid(0, 0x0)", "ClrAllPreCAMPidExist(0)",
                    "cimax_sync_ok(5)", "ClrAllPreCAMPidExist(5)"}));
