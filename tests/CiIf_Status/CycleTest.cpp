@@ -374,6 +374,22 @@ INSTANTIATE_TEST_SUITE_P(Tests, InsertedOnce,
                                          Once{7, {0, {1, 1}, {1, 1}, {0, 0}, {0xFF, 0}}},
                                          Once{8, ALL_WELL}, Once{9, ALL_WELL}));
 
+class InsertedOtherwise : public Cycle, public testing::WithParamInterface<Once> {};
+
+TEST_P(InsertedOtherwise, MattersForTheCaSystemOnly) {
+  int asked = 0;
+  platform.ciLibGetInsertCard.does(
+      [&asked](uint32_t, uint32_t cam) { return cam == 0 && ++asked == GetParam().nth ? 2u : 1u; });
+  EXPECT_EQ(checked(), GetParam().fields);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tests, InsertedOtherwise,
+                         testing::Values(Once{1, {0, {2, 1}, {1, 1}, {0, 0}, {0, 0}}},
+                                         Once{2, ALL_WELL},
+                                         Once{3, {0, {1, 1}, {0xFF, 1}, {0xFF, 0}, {0xFF, 0}}},
+                                         Once{4, ALL_WELL}, Once{5, ALL_WELL}, Once{6, ALL_WELL},
+                                         Once{7, ALL_WELL}, Once{8, ALL_WELL}));
+
 TEST_F(Cycle, InsertionBySomethingElseThan1KeepsTheControllerChecked) {
   platform.ciLibGetInsertCard.when(SLOT, 0) = 0;
   platform.ciLibGetInsertCard.when(SLOT, 1) = 0x102;

@@ -499,9 +499,11 @@ TEST_F(Reply, StreamEntriesGoOnIntoTheNextProgramEntry) {
   EXPECT_EQ(measured(), DESC_STAT_NO_ENTITLEMENT);
 }
 
-// The replies of all CAMs end behind CAM B of slot 5.
+// The replies of all CAMs end behind CAM B of slot 5. The platform has bytes 0x73 there.
 class LastReply : public testing::Test {
  protected:
+  static constexpr uint16_t NUMBER_BEHIND = 0x7373;
+
   LastReply() {
     registerCard(5);
     platform.supports(5, 1, {CAS});
@@ -509,7 +511,7 @@ class LastReply : public testing::Test {
   }
 
   uint8_t measured(uint16_t caLevel) {
-    Program program(NUMBER);
+    Program program(NUMBER_BEHIND);
     program.cams(CAM_B).ca(CAS, ECM).stream(0x02, PID).streamCa(CAS, ECM).level(caLevel);
     platform.card[5].setTable({program});
     getSlotDescPidInfo(5);
@@ -523,14 +525,14 @@ class LastReply : public testing::Test {
 TEST_F(LastReply, WalkStopsWhereTheRepliesEnd) {
   reply.progNum = 0xFFFF;
   EXPECT_EQ(measured(1), DESC_STAT_SCRAMBLED);
-  reply.prog[31].progNum = NUMBER;
+  reply.prog[31].progNum = NUMBER_BEHIND;
   reply.prog[31].caEnable = TECHNICAL;
   EXPECT_EQ(measured(1), DESC_STAT_TECHNICAL);
 }
 
 TEST_F(LastReply, StreamSearchStopsWhereTheRepliesEnd) {
   reply.progNum = 0xFFFF;
-  reply.prog[31].progNum = NUMBER;
+  reply.prog[31].progNum = NUMBER_BEHIND;
   reply.prog[31].eleNum = 255;
   EXPECT_EQ(measured(2), DESC_STAT_SCRAMBLED);
   reply.prog[31].ele[31] = {PID, 0, TECHNICAL};

@@ -475,6 +475,16 @@ TEST_F(Scheduling, DurationsDoNotFollowTheLimitOfTheResetPolicy) {
   EXPECT_TRUE(queries(SENT + 25001));
 }
 
+TEST_F(Scheduling, CleanSpellDoesNotFollowTheLimitOfTheResetPolicy) {
+  TIME_NO_RESET = 100;
+  cycleAt(START, BAD);
+  cycleAt(START + 5000, CLEAN);
+  EXPECT_FALSE(queries(START + 20000));
+  TIME_NO_RESET = 1000000;
+  cycleAt(START + 25001, CLEAN);
+  EXPECT_TRUE(queries(START + 40000));
+}
+
 TEST_F(Scheduling, CamsQueryIndependently) {
   sendCaPmt(SENT);
   platform.now = SENT + 20000;
