@@ -14,6 +14,7 @@
 #include "CiPlatform.h"
 #include "Events.h"
 #include "cam/Cam.h"
+#include "card/MuxCardForm.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -69,8 +70,10 @@ class Card {
 
   // Puts the card in with a stream; bitrate in bit/s, 0: from the stream's PCRs. Reads the whole
   // file's PSI first. Throws InputError that names the file: not readable, empty, no transport
-  // stream, no PAT, no program with a PMT, no PCR and no bitrate. A card that was in is replaced.
+  // stream, no PAT, no program with a PMT, no PCR and no bitrate. A card that was in is replaced,
+  // unless this throws.
   void insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs);
+  // Takes the card out; faults, masks and assignments go with it.
   void remove();
   bool inserted() const;
 
@@ -103,6 +106,7 @@ class Card {
   // For the module, through CardDriver and the firmware.
   CiDesc *descTable();       // null while no card is in
   InPortForm *inPortForm();  // null while no card is in: CA systems and CA PIDs of PMTs and CAT
+  MuxCardForm *muxForm();    // null while no card is in: all programs of the stream
   struct Fpga;               // figures and switches; CardDriver.cpp is its only user outside
   Fpga &fpga();
 

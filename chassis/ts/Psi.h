@@ -36,6 +36,11 @@ struct Psi {
   std::vector<PsiCa> cat;
 };
 
+bool operator==(const PsiCa &a, const PsiCa &b);
+bool operator==(const PsiStream &a, const PsiStream &b);
+bool operator==(const PsiProgram &a, const PsiProgram &b);
+bool operator==(const Psi &a, const Psi &b);
+
 // Takes every packet of a stream in order; libdvbpsi decodes. Damaged sections are dropped.
 class PsiReader {
  public:
@@ -46,6 +51,7 @@ class PsiReader {
 
   void push(const TsPacket &packet);
   const Psi &psi() const;
+  bool patSeen() const;
   bool complete() const;          // PAT seen, and the PMT of every program in it
   std::uint32_t changes() const;  // counts every change of psi()
 

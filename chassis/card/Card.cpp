@@ -1,0 +1,217 @@
+#include "card/Card.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "InputError.h"
+#include "card/CardState.h"
+#include "card/StreamScan.h"
+#include "card/StreamType.h"
+
+namespace chassis {
+
+namespace {
+
+ProgramInfo infoOf(const PsiProgram &program, const CamMasks &masks) {
+  ProgramInfo info;
+  info.number = program.number;
+  info.pmtPid = program.pmtPid;
+  info.pcrPid = program.pcrPid;
+  for (const PsiStream &stream : program.streams) {
+    info.streams.push_back({stream.type, stream.pid});
+  }
+  const auto mask = masks.find(program.number);
+  info.camMask = mask == masks.end() ? 0 : mask->second;
+  return info;
+}
+
+std::bitset<pidCount> avPidsOf(const Psi &psi) {
+  std::bitset<pidCount> pids;
+  for (const PsiProgram &program : psi.programs) {
+    for (const PsiStream &stream : program.streams) {
+      pids.set(stream.pid, pids.test(stream.pid) || isAudioVideo(stream.type));
+    }
+  }
+  return pids;
+}
+
+std::string listOf(const std::vector<ProgramInfo> &programs) {
+  std::string list;
+  for (const ProgramInfo &program : programs) {
+    list += (list.empty() ? "" : ", ") + std::to_string(program.number);
+  }
+  return list;
+}
+
+}  // namespace
+
+void Card::State::report(const std::string &what, const std::string &why) {
+  events.report({static_cast<int>(slot), -1}, what, why);
+}
+
+void Card::State::remove() {
+  player.reset();
+  psi.reset();
+  masks.clear();
+  programs.clear();
+  pidFaults.clear();
+  fpga.stop();
+  bitrate = 0;
+}
+
+void Card::State::rebuildTables() {
+  const Psi &stream = psi->psi();
+  psiChanges = psi->changes();
+  programs.clear();
+  for (const PsiProgram &program : stream.programs) {
+    programs.push_back(infoOf(program, masks));
+  }
+  fpga.setAvPids(avPidsOf(stream));
+  for (const LeftOut &leftOut :
+       {buildDescTable(stream, masks, descTable), buildInPortForm(stream, inPortForm),
+        buildMuxForm(stream, masks, muxForm)}) {
+    for (const std::string &item : leftOut) {
+      report("left out of the card's tables", item);
+    }
+  }
+}
+
+void Card::State::tellProgramsChanged() {
+  if (listener) {
+    listener(slot);
+  }
+}
+
+Card::Card(std::uint32_t slot, Events &events) : state_(std::make_unique<State>(slot, events)) {}
+
+Card::~Card() {
+  state_->endOutput();
+}
+
+void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs) {
+  State &state = *state_;
+  StreamScan scan = scanStream(path, bitrate);
+  auto player = std::make_unique<StreamPlayer>(path, scan.bitrate, scan.ccStep, nowMs);
+  if (inserted()) {
+    remove();
+  }
+  state.player = std::move(player);
+  state.psi = std::move(scan.psi);
+  state.bitrate = scan.bitrate;
+  state.unreadable = false;
+  state.fpga.start(nowMs);
+  state.rebuildTables();
+  if (scan.skippedBytes > 0) {
+    state.report("the stream is damaged",
+                 std::to_string(scan.skippedBytes) + " bytes of '" + path + "' are in no packet");
+  }
+}
+
+void Card::remove() {
+  state_->remove();
+}
+
+bool Card::inserted() const {
+  return state_->player != nullptr;
+}
+
+void Card::assign(std::uint16_t program, std::uint8_t camMask) {
+  State &state = *state_;
+  constexpr std::uint8_t allCams = (1U << MAX_CAM_NUM) - 1;
+  const auto known = std::find_if(state.programs.begin(), state.programs.end(),
+                                  [program](const auto &info) { return info.number == program; });
+  const std::string name = "program " + std::to_string(program);
+  if (!inserted()) {
+    throw InputError(name + ": no card is in slot " + std::to_string(state.slot));
+  }
+  if (known == state.programs.end()) {
+    throw InputError(name + " is not in the stream of card " + std::to_string(state.slot) +
+                     ", which carries " + listOf(state.programs));
+  }
+  if (camMask > allCams) {
+    throw InputError(name + ": CAM mask " + std::to_string(camMask) + " is not 0 to " +
+                     std::to_string(allCams));
+  }
+  if (known->camMask == camMask) {
+    return;
+  }
+  state.masks[program] = camMask;
+  state.rebuildTables();
+  state.tellProgramsChanged();
+}
+
+void Card::setFault(CardFault fault, bool on) {
+  if (fault == CardFault::Masked) {
+    state_->fpga.alarmMask.fill(on);
+  } else {
+    state_->fpga.faults.set(static_cast<std::size_t>(fault), on);
+  }
+}
+
+void Card::setAlarmMask(std::uint32_t camSlot, bool on) {
+  if (camSlot < MAX_CAM_NUM) {
+    state_->fpga.alarmMask[camSlot] = on;
+  }
+}
+
+void Card::setPidFault(PidFault fault, std::uint16_t pid, bool on) {
+  state_->pidFaults.set(fault, pid, on);
+}
+
+void Card::setCam(std::uint32_t camSlot, Cam *cam) {
+  if (camSlot < MAX_CAM_NUM) {
+    state_->cams[camSlot] = cam;
+  }
+}
+
+void Card::setOutput(const std::string &path) {
+  State &state = *state_;
+  state.endOutput();
+  if (path.empty()) {
+    return;
+  }
+  state.outputPath = path;
+  state.output.open(path, std::ios::binary | std::ios::trunc);
+  if (!state.output) {
+    throw InputError("'" + path + "' cannot be written: " + std::strerror(errno));
+  }
+}
+
+void Card::onProgramsChanged(std::function<void(std::uint32_t)> listener) {
+  state_->listener = std::move(listener);
+}
+
+const std::vector<ProgramInfo> &Card::programs() const {
+  return state_->programs;
+}
+
+std::uint64_t Card::bitrate() const {
+  return state_->bitrate;
+}
+
+const PidEvidence &Card::before(std::uint16_t pid) const {
+  return state_->fpga.before.evidence(pid);
+}
+
+const PidEvidence &Card::behind(std::uint16_t pid) const {
+  return state_->fpga.behind.evidence(pid);
+}
+
+CiDesc *Card::descTable() {
+  return inserted() ? &state_->descTable : nullptr;
+}
+
+InPortForm *Card::inPortForm() {
+  return inserted() ? &state_->inPortForm : nullptr;
+}
+
+MuxCardForm *Card::muxForm() {
+  return inserted() ? &state_->muxForm : nullptr;
+}
+
+Card::Fpga &Card::fpga() {
+  return state_->fpga;
+}
+
+}  // namespace chassis

@@ -1,0 +1,65 @@
+// The parts of a card; private to Card.cpp and CardFlow.cpp.
+#pragma once
+
+#include <array>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "card/Card.h"
+#include "card/Fpga.h"
+#include "card/MuxCardForm.h"
+#include "card/PidFaults.h"
+#include "card/StreamPlayer.h"
+#include "card/Tables.h"
+#include "ts/Psi.h"
+
+namespace chassis {
+
+struct Card::State {
+  State(std::uint32_t slotNo, Events &receiver) : slot(slotNo), events(receiver) {}
+
+  void report(const std::string &what, const std::string &why);
+  void remove();
+
+  // Card.cpp: the tables of the stream's programs
+  void rebuildTables();
+  void tellProgramsChanged();
+
+  // CardFlow.cpp: the packets
+  void step(std::uint64_t nowMs);
+  void takeDuePackets();
+  void passThroughCams();
+  void deliver();
+  void endOutput();
+  void followPsi();
+
+  const std::uint32_t slot;
+  Events &events;
+  Fpga fpga;
+  PidFaults pidFaults;
+  std::array<Cam *, MAX_CAM_NUM> cams{};
+  std::function<void(std::uint32_t)> listener;
+
+  std::string outputPath;
+  std::ofstream output;
+
+  // while a card is in
+  std::unique_ptr<StreamPlayer> player;
+  std::unique_ptr<PsiReader> psi;
+  std::uint32_t psiChanges = 0;  // of psi, when the tables were built
+  std::uint64_t bitrate = 0;
+  bool unreadable = false;  // the stream's file went bad and that was told
+  CamMasks masks;
+  std::vector<ProgramInfo> programs;
+  CiDesc descTable{};
+  InPortForm inPortForm{};
+  MuxCardForm muxForm{};
+
+  std::vector<TsPacket> batch;  // the packets of one step
+  std::vector<TsPacket *> throughCams;
+};
+
+}  // namespace chassis

@@ -1,0 +1,39 @@
+// Plays a stream file in a loop at a constant bitrate.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+
+#include "ts/TsFile.h"
+#include "ts/TsPacket.h"
+
+namespace chassis {
+
+class StreamPlayer {
+ public:
+  using CcSteps = std::array<std::uint8_t, pidCount>;
+
+  // bitrate in bit/s, 1..10^9; ccStep by PID: what a further loop adds to the continuity_counter.
+  // Throws InputError like TsFile.
+  StreamPlayer(const std::string &path, std::uint64_t bitrate, const CcSteps &ccStep,
+               std::uint64_t startMs);
+
+  // How many packets have become due since the last call; nothing is lost to rounding.
+  std::uint64_t due(std::uint64_t nowMs);
+
+  // The next packet; behind the last one the file starts again. False when nothing can be read.
+  bool next(TsPacket &packet);
+
+ private:
+  void startAgain();
+
+  TsFile file_;
+  std::uint64_t bitrate_;
+  CcSteps ccStep_;
+  CcSteps ccOffset_{};
+  std::uint64_t lastMs_;
+  std::uint64_t credit_ = 0;  // thousandths of a bit that no packet was given for
+};
+
+}  // namespace chassis

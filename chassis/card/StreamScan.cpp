@@ -1,0 +1,136 @@
+#include "card/StreamScan.h"
+
+#include <cmath>
+#include <map>
+#include <optional>
+
+#include "InputError.h"
+#include "ts/PacketView.h"
+#include "ts/TsFile.h"
+
+namespace chassis {
+
+namespace {
+
+// Sums up how many packets take how long by the PCRs of one PID, leaving out the jumps.
+class PcrRuler {
+ public:
+  void add(std::uint64_t pcr, std::uint64_t packet, bool jump) {
+    const std::uint64_t step = (pcr + pcrRange - pcr_) % pcrRange;
+    if (known_ && !jump && step > 0 && step <= longestStep) {
+      ticks_ += step;
+      packets_ += packet - packet_;
+    }
+    known_ = true;
+    pcr_ = pcr;
+    packet_ = packet;
+  }
+
+  // bit/s, 0 when there are too few PCRs
+  double bitrate() const {
+    constexpr double bitHz = static_cast<double>(tsPacketSize * 8 * pcrHz);
+    return ticks_ == 0 ? 0 : static_cast<double>(packets_) * bitHz / static_cast<double>(ticks_);
+  }
+
+ private:
+  static constexpr std::uint64_t longestStep = 10 * pcrHz;
+
+  bool known_ = false;
+  std::uint64_t pcr_ = 0;
+  std::uint64_t packet_ = 0;
+  std::uint64_t ticks_ = 0;
+  std::uint64_t packets_ = 0;
+};
+
+// The first and the last continuity_counter of every PID's packets with a payload.
+class CcEnds {
+ public:
+  void add(const PacketView &view) {
+    const std::uint16_t pid = view.pid();
+    if (!view.hasPayload() || pid == nullPid) {
+      return;
+    }
+    ends_[pid].last = view.continuityCounter();
+    if (!ends_[pid].seen) {
+      ends_[pid] = {true, ends_[pid].last, ends_[pid].last};
+    }
+  }
+
+  std::array<std::uint8_t, pidCount> steps() const {
+    std::array<std::uint8_t, pidCount> steps{};
+    for (std::size_t pid = 0; pid < pidCount; ++pid) {
+      const Ends &ends = ends_[pid];
+      steps[pid] = static_cast<std::uint8_t>(ends.seen ? (ends.last + 1 - ends.first) & 0x0F : 0);
+    }
+    return steps;
+  }
+
+ private:
+  struct Ends {
+    bool seen = false;
+    std::uint8_t first = 0;
+    std::uint8_t last = 0;
+  };
+  std::array<Ends, pidCount> ends_{};
+};
+
+using PcrRulers = std::map<std::uint16_t, PcrRuler>;
+
+void requirePrograms(const std::string &path, const PsiReader &psi) {
+  if (!psi.patSeen()) {
+    throw InputError("'" + path + "' has no program association table (PAT)");
+  }
+  if (psi.psi().programs.empty()) {
+    throw InputError("'" + path + "' has no program with a program map table (PMT)");
+  }
+}
+
+double measuredBitrate(const Psi &psi, const PcrRulers &rulers) {
+  for (const PsiProgram &program : psi.programs) {
+    const auto ruler = rulers.find(program.pcrPid);
+    if (ruler != rulers.end() && ruler->second.bitrate() > 0) {
+      return ruler->second.bitrate();
+    }
+  }
+  return 0;
+}
+
+std::uint64_t checkedBitrate(const std::string &path, double bitrate) {
+  if (bitrate <= 0) {
+    throw InputError("'" + path + "' has no clock references (PCR) to tell its bitrate; give one");
+  }
+  if (bitrate < 1 || bitrate > static_cast<double>(maxBitrate)) {
+    throw InputError("'" + path + "' cannot be played at " + std::to_string(bitrate) +
+                     " bit/s; 1 to " + std::to_string(maxBitrate) + " are possible");
+  }
+  return static_cast<std::uint64_t>(std::llround(bitrate));
+}
+
+}  // namespace
+
+StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
+  StreamScan scan;
+  scan.psi = std::make_unique<PsiReader>();
+  const auto ccEnds = std::make_unique<CcEnds>();
+  PcrRulers rulers;
+  TsFile file(path);
+  TsPacket packet;
+  while (file.next(packet)) {
+    const PacketView view(packet);
+    scan.psi->push(packet);
+    ccEnds->add(view);
+    if (const auto pcr = view.pcr()) {
+      rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());
+    }
+  }
+  requirePrograms(path, *scan.psi);
+  const double played =
+      bitrate != 0 ? static_cast<double>(bitrate) : measuredBitrate(scan.psi->psi(), rulers);
+  scan.bitrate = checkedBitrate(path, played);
+  scan.packets = file.packets();
+  scan.skippedBytes = file.skippedBytes();
+  scan.ccStep = ccEnds->steps();
+  return scan;
+}
+
+}  // namespace chassis

@@ -1,0 +1,30 @@
+// What must be known of a stream file before it is played: a pass over the whole of it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "ts/Psi.h"
+#include "ts/TsPacket.h"
+
+namespace chassis {
+
+struct StreamScan {
+  std::unique_ptr<PsiReader> psi;  // as the end of the file leaves it
+  std::uint64_t bitrate = 0;       // bit/s, 1..maxBitrate
+  std::uint64_t packets = 0;
+  std::uint64_t skippedBytes = 0;
+  // What must be added to a PID's continuity_counter when the file starts again, so that it goes
+  // on from where the file ended.
+  std::array<std::uint8_t, pidCount> ccStep{};
+};
+
+constexpr std::uint64_t maxBitrate = 1000000000;
+
+// bitrate 0: from the stream's PCRs. Throws InputError that names the file: not readable, empty, no
+// transport stream, no PAT, no program with a PMT, no PCR and no bitrate, an impossible bitrate.
+StreamScan scanStream(const std::string &path, std::uint64_t bitrate);
+
+}  // namespace chassis

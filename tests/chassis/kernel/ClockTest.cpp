@@ -1,0 +1,56 @@
+#include "kernel/Clock.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <vector>
+
+using chassis::Clock;
+
+TEST(Clock, AdvancesOnlyWhenAsked) {
+  Clock clock(1000);
+  EXPECT_EQ(clock.elapsedMs(), 0U);
+  EXPECT_EQ(clock.stamp(), 1000U);
+  clock.advance(0);
+  EXPECT_EQ(clock.elapsedMs(), 0U);
+  clock.advance(1);
+  EXPECT_EQ(clock.elapsedMs(), 10U);
+  EXPECT_EQ(clock.stamp(), 1010U);
+}
+
+TEST(Clock, StampWrapsElapsedDoesNot) {
+  Clock clock(0xFFFFFFFFU - 14);
+  clock.advance(1);
+  EXPECT_EQ(clock.stamp(), 0xFFFFFFFFU - 4);
+  clock.advance(1);
+  EXPECT_EQ(clock.stamp(), 5U);
+  EXPECT_EQ(clock.elapsedMs(), 20U);
+}
+
+TEST(Clock, TellsListenersEveryTickInOrder) {
+  Clock clock;
+  std::vector<std::uint64_t> calls;
+  clock.onTick([&](std::uint64_t ms) {
+    EXPECT_EQ(clock.elapsedMs(), ms);
+    calls.push_back(ms);
+  });
+  clock.onTick([&](std::uint64_t ms) { calls.push_back(ms + 1); });
+  clock.advance(3);
+  EXPECT_EQ(calls, (std::vector<std::uint64_t>{10, 11, 20, 21, 30, 31}));
+}
+
+TEST(ClockDeathTest, AListenerThatDelaysAborts) {
+  Clock clock;
+  clock.onTick([&](std::uint64_t) { clock.advance(1); });
+  EXPECT_DEATH(clock.advance(1), "tick listener");
+}
+
+TEST(Clock, KeepsThePaceOfTheRealClock) {
+  using std::chrono::steady_clock;
+  Clock clock(0, 100);
+  const auto begin = steady_clock::now();
+  clock.advance(200);  // 2 s of the chassis
+  const std::chrono::duration<double> real = steady_clock::now() - begin;
+  EXPECT_EQ(clock.elapsedMs(), 2000U);
+  EXPECT_GE(real.count(), 0.0199);
+}

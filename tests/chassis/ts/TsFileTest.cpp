@@ -1,0 +1,198 @@
+#include "ts/TsFile.h"
+
+#include <gtest/gtest.h>
+
+#include "InputError.h"
+#include "chassis/StreamWriter.h"
+
+using namespace testing_streams;
+using chassis::TsFile;
+using chassis::TsPacket;
+
+namespace {
+
+StreamWriter packetsOf(unsigned pid, unsigned count) {
+  StreamWriter stream;
+  for (unsigned i = 0; i < count; ++i) {
+    stream.payload(pid);
+  }
+  return stream;
+}
+
+Bytes bytesFrom(const Bytes &all, std::size_t begin, std::size_t end) {
+  return Bytes(all.begin() + static_cast<std::ptrdiff_t>(begin),
+               all.begin() + static_cast<std::ptrdiff_t>(end));
+}
+
+std::vector<TsPacket> readAll(TsFile &file) {
+  std::vector<TsPacket> packets;
+  TsPacket packet;
+  while (file.next(packet)) {
+    packets.push_back(packet);
+  }
+  return packets;
+}
+
+std::string errorOf(const std::string &path) {
+  try {
+    TsFile file(path);
+  } catch (const chassis::InputError &error) {
+    return error.what();
+  }
+  return "";
+}
+
+void expectError(const std::string &path, const std::string &reason) {
+  const std::string error = errorOf(path);
+  EXPECT_NE(error.find(path), std::string::npos) << error;
+  EXPECT_NE(error.find(reason), std::string::npos) << error;
+}
+
+}  // namespace
+
+TEST(TsFile, ReadsEveryPacketAsItStands) {
+  const StreamWriter stream = packetsOf(0x100, 3000);
+  const TemporaryFile file(stream.bytes());
+  TsFile reader(file.path());
+  const auto packets = readAll(reader);
+  ASSERT_EQ(packets.size(), 3000U);
+  for (std::size_t i = 0; i < packets.size(); ++i) {
+    ASSERT_EQ(packets[i], stream.packet(i)) << i;
+  }
+  EXPECT_EQ(reader.packets(), 3000U);
+  EXPECT_EQ(reader.skippedBytes(), 0U);
+}
+
+TEST(TsFile, ReadsOnePacket) {
+  const StreamWriter stream = packetsOf(0x100, 1);
+  const TemporaryFile file(stream.bytes());
+  TsFile reader(file.path());
+  EXPECT_EQ(readAll(reader), std::vector<TsPacket>{stream.packet(0)});
+}
+
+TEST(TsFile, RewindReadsTheSameAgain) {
+  const TemporaryFile file(packetsOf(0x100, 20).raw(Bytes(50, 0x11)).bytes());
+  TsFile reader(file.path());
+  const auto first = readAll(reader);
+  EXPECT_EQ(reader.skippedBytes(), 50U);
+  reader.rewind();
+  EXPECT_EQ(reader.packets(), 0U);
+  EXPECT_EQ(reader.skippedBytes(), 0U);
+  EXPECT_EQ(readAll(reader), first);
+  EXPECT_EQ(reader.packets(), 20U);
+  EXPECT_EQ(reader.skippedBytes(), 50U);
+}
+
+TEST(TsFile, SkipsBytesBeforeTheFirstPacket) {
+  StreamWriter stream;
+  // a sync byte in the noise, which no packet follows
+  Bytes noise(1000, 0x00);
+  noise[17] = 0x47;
+  stream.raw(noise);
+  for (int i = 0; i < 10; ++i) {
+    stream.payload(0x100);
+  }
+  const TemporaryFile file(stream.bytes());
+  TsFile reader(file.path());
+  const auto packets = readAll(reader);
+  EXPECT_EQ(packets.size(), 10U);
+  EXPECT_EQ(reader.skippedBytes(), 1000U);
+}
+
+TEST(TsFile, SkipsMoreNoiseThanItBuffers) {
+  StreamWriter stream;
+  stream.raw(Bytes(1000000, 0x00));
+  for (int i = 0; i < 10; ++i) {
+    stream.payload(0x100);
+  }
+  const TemporaryFile file(stream.bytes());
+  TsFile reader(file.path());
+  EXPECT_EQ(readAll(reader).size(), 10U);
+  EXPECT_EQ(reader.skippedBytes(), 1000000U);
+}
+
+TEST(TsFile, SkipsBytesBetweenPackets) {
+  StreamWriter stream = packetsOf(0x100, 10);
+  stream.raw(Bytes(100, 0x00));
+  for (int i = 0; i < 10; ++i) {
+    stream.payload(0x101);
+  }
+  const TemporaryFile file(stream.bytes());
+  TsFile reader(file.path());
+  const auto packets = readAll(reader);
+  ASSERT_EQ(packets.size(), 20U);
+  EXPECT_EQ(packets[9], stream.packet(9));
+  EXPECT_EQ(packets[10][2], 0x01);
+  EXPECT_EQ(reader.skippedBytes(), 100U);
+}
+
+TEST(TsFile, GoesOnBehindLostBytes) {
+  const StreamWriter stream = packetsOf(0x100, 20);
+  Bytes bytes = stream.bytes();
+  bytes.erase(bytes.begin() + 5 * 188 + 10, bytes.begin() + 5 * 188 + 30);
+  const TemporaryFile file(bytes);
+  TsFile reader(file.path());
+  const auto packets = readAll(reader);
+  // the cut packet takes the head of the next one with it
+  ASSERT_EQ(packets.size(), 19U);
+  EXPECT_EQ(packets[4], stream.packet(4));
+  EXPECT_EQ(packets[6], stream.packet(7));
+  EXPECT_EQ(reader.skippedBytes(), 168U);
+}
+
+TEST(TsFile, SkipsATruncatedLastPacket) {
+  const StreamWriter stream = packetsOf(0x100, 20);
+  const TemporaryFile file(bytesFrom(stream.bytes(), 0, 20 * 188 - 1));
+  TsFile reader(file.path());
+  EXPECT_EQ(readAll(reader).size(), 19U);
+  EXPECT_EQ(reader.skippedBytes(), 187U);
+}
+
+TEST(TsFile, ReadsAShortFileCutInItsSecondPacket) {
+  const TemporaryFile file(bytesFrom(packetsOf(0x100, 2).bytes(), 0, 300));
+  TsFile reader(file.path());
+  EXPECT_EQ(readAll(reader).size(), 1U);
+  EXPECT_EQ(reader.skippedBytes(), 112U);
+}
+
+TEST(TsFile, FindsFewPacketsAtTheEnd) {
+  StreamWriter stream = packetsOf(0x100, 10);
+  stream.raw(Bytes(70, 0x00)).payload(0x100).payload(0x100);
+  const TemporaryFile file(stream.bytes());
+  TsFile reader(file.path());
+  EXPECT_EQ(readAll(reader).size(), 12U);
+  EXPECT_EQ(reader.skippedBytes(), 70U);
+}
+
+TEST(TsFile, TakesNoStraySyncByteAtTheEndForAPacket) {
+  Bytes noise(400, 0x00);
+  noise[100] = 0x47;
+  const TemporaryFile file(packetsOf(0x100, 10).raw(noise).bytes());
+  TsFile reader(file.path());
+  EXPECT_EQ(readAll(reader).size(), 10U);
+  EXPECT_EQ(reader.skippedBytes(), 400U);
+}
+
+TEST(TsFile, SaysThatAFileIsMissing) {
+  expectError("/nonexistent/stream.ts", "cannot be opened");
+}
+
+TEST(TsFile, SaysThatADirectoryIsNoFile) {
+  expectError(std::filesystem::temp_directory_path().string(), "not a regular file");
+}
+
+TEST(TsFile, SaysThatAFileIsEmpty) {
+  const TemporaryFile file;
+  expectError(file.path(), "is empty");
+}
+
+TEST(TsFile, SaysThatAFileHoldsNoTransportStream) {
+  for (const std::size_t size : {1, 187, 189, 5000, 300000}) {
+    Bytes text(size);
+    for (std::size_t i = 0; i < size; ++i) {
+      text[i] = static_cast<std::uint8_t>("GNU GENERAL TEXT\n"[i % 17]);
+    }
+    const TemporaryFile file(text);
+    expectError(file.path(), "holds no transport stream");
+  }
+}
