@@ -1,5 +1,13 @@
 // The CI library of the software chassis: carries CA PMTs, queries, ca_info and replies between the
 // module and the CAMs as EN 50221 APDUs. It supplies the CI library's part of CiPlatform.h.
+//
+// The functions of CiPlatform.h reach the instance that was made last; while there is none, they
+// answer as for an empty chassis and ciLibLoad fails. The data exists from the start; a new
+// instance empties CaPMTFlag and caPmtReplyInfo. Nothing is exchanged before ciLibLoad.
+//
+// Bytes of a CAM are checked before they are believed: ca_info counts only as the answer to an
+// enquiry, a reply only for a program of the last query. All else is reported, each kind of trouble
+// once until the CAM starts up again, and ignored.
 #pragma once
 
 #include <array>
@@ -19,7 +27,8 @@ class CiLibrary {
   CiLibrary(const CiLibrary &) = delete;
   CiLibrary &operator=(const CiLibrary &) = delete;
 
-  // A CAM was put in or pulled out; the library does not own it.
+  // A CAM was put in or pulled out; the library does not own it, nor does it tick it. Places
+  // outside the chassis are ignored.
   void insert(std::uint32_t slot, std::uint32_t camSlot, Cam *cam);
   void remove(std::uint32_t slot, std::uint32_t camSlot);
 
@@ -27,10 +36,12 @@ class CiLibrary {
   void programsChanged(std::uint32_t slot);
 
   // Exchanges APDUs with every CAM. A CAM that comes up is asked for its ca_info; once that is
-  // known its insert status is 1 (2 from insertion until then) and its CaPMTFlag is given.
+  // known its insert status is 1 (2 from insertion until then) and its CaPMTFlag is given. A CAM
+  // that does not answer within 5 s is asked again.
   void tick(std::uint64_t nowMs);
 
-  // For people: what the last CA PMT and the last reset of a CAM were.
+  // For people: what the last CA PMT and the last reset of a CAM were, until the next CAM is put
+  // in; times are chassis times.
   struct History {
     bool sent = false;
     std::uint64_t sentMs = 0;    // last CA PMT or query

@@ -50,8 +50,9 @@ class Answer<R(A...)> {
       return value;
     }
     auto found = cases_.find(std::make_tuple(arguments...));
-    if (found != cases_.end())
+    if (found != cases_.end()) {
       return found->second;
+    }
     return function_ ? function_(arguments...) : value_;
   }
 

@@ -11,8 +11,9 @@ namespace {
 
 Card &cardIn(uint32_t slotNo) {
   static Card nowhere;
-  if (slotNo < MAX_BOARD_NUM)
+  if (slotNo < MAX_BOARD_NUM) {
     return platform.card[slotNo];
+  }
   ADD_FAILURE() << "a card function was called for slot " << slotNo;
   return nowhere;
 }
@@ -190,8 +191,9 @@ const std::vector<CardFunction> &cardFunctions() {
 std::vector<DescIfItem> cardItems(uint32_t slotNo, std::initializer_list<uint32_t> without) {
   std::vector<DescIfItem> items;
   for (const CardFunction &function : cardFunctions()) {
-    if (std::find(without.begin(), without.end(), function.vid) == without.end())
+    if (std::find(without.begin(), without.end(), function.vid) == without.end()) {
       items.push_back({function.vid, function.vid == 1 ? nameOf(slotNo) : function.ptr});
+    }
   }
   return items;
 }

@@ -44,9 +44,10 @@ std::string formatted(const char *format, va_list arguments) {
 
 std::string pairsOf(const AlarmRecord &alarm) {
   std::ostringstream text;
-  for (int i = 0; i < alarm.pairCount && i < 5; ++i)
+  for (int i = 0; i < alarm.pairCount && i < 5; ++i) {
     text << (i == 0 ? "(" : ", (") << Hex{alarm.pairs[i].id} << ", " << alarm.pairs[i].instance
          << ")";
+  }
   return text.str();
 }
 
@@ -71,8 +72,9 @@ MuxForm::MuxForm() : bytes_(0x10000, GARBAGE) {
 MuxForm &MuxForm::program(const std::vector<uint16_t> &pids) {
   const size_t offset = MUX_PROGRAM_SIZE * programs_;
   bytes_[MUX_PID_COUNT + offset] = static_cast<uint8_t>(pids.size());
-  for (size_t j = 0; j < pids.size(); ++j)
+  for (size_t j = 0; j < pids.size(); ++j) {
     put16(MUX_FIRST_PID + offset + MUX_PID_SIZE * j, pids[j]);
+  }
   put16(MUX_PROGRAM_COUNT, ++programs_);
   return *this;
 }
@@ -87,10 +89,12 @@ Platform::Platform() {
     CaPMTFlag[i] = &flags[i];
   }
   std::memset(caPmtRecords, GARBAGE, sizeof caPmtRecords);
-  for (size_t k = 0; k < 32; ++k)
+  for (size_t k = 0; k < 32; ++k) {
     CaPmtInfo[k] = &caPmtRecords[k];
-  for (Card &each : card)
+  }
+  for (Card &each : card) {
     each.setTable({});
+  }
   ciLibGetCardIndex.does([](uint32_t slotNo, uint32_t camSlot) { return slotNo * 2 + camSlot; });
   ciLibSendCaPmt.does(
       [](uint32_t, uint32_t, uint32_t count) { return static_cast<int32_t>(count); });
@@ -106,16 +110,18 @@ bool Platform::isFree(SEM_ID semId) const {
 
 void Platform::supports(uint32_t slotNo, uint32_t camSlot,
                         std::initializer_list<uint16_t> caSysIDs) {
-  for (uint16_t caSysID : caSysIDs)
+  for (uint16_t caSysID : caSysIDs) {
     ciLibCaSysIdMatch.when(static_cast<uint8_t>(slotNo * 2 + camSlot), caSysID) = 0;
+  }
 }
 
 InPortForm &Platform::setInPort(uint32_t slotNo, std::initializer_list<InPortFormCa> entries) {
   InPortForm &form = inPort_[slotNo];
   std::memset(&form, GARBAGE, sizeof form);
   form.caNum = 0;
-  for (const InPortFormCa &entry : entries)
+  for (const InPortFormCa &entry : entries) {
     form.ca[form.caNum++] = entry;
+  }
   GetInPortFormList.when(slotNo, 0) = &form;
   return form;
 }
@@ -147,18 +153,21 @@ int bbPrintf(const char *format, ...) {
 void *platformMalloc(size_t size) {
   record("malloc", size);
   void *memory = platform.mallocWorks(size) ? std::malloc(size) : nullptr;
-  if (memory != nullptr)
+  if (memory != nullptr) {
     std::memset(memory, GARBAGE, size);
+  }
   platform.allocated.push_back(memory);
   return memory;
 }
 
 int semTake(SEM_ID semId, int timeout) {
   record("semTake", semId->name, timeout);
-  if (platform.onSemTake)
+  if (platform.onSemTake) {
     return platform.onSemTake(semId->name, timeout);
-  if (!semId->free && timeout == FOREVER)
+  }
+  if (!semId->free && timeout == FOREVER) {
     ADD_FAILURE() << "waits forever for " << semId->name;
+  }
   return std::exchange(semId->free, false) ? 0 : NOT_TAKEN;
 }
 
@@ -173,8 +182,9 @@ int taskDelay(int ticks) {
   record("taskDelay", ticks);
   const int rate = platform.sysClkRateGet();
   platform.advance(static_cast<uint32_t>(static_cast<int64_t>(ticks) * 1000 / rate));
-  if (platform.onTaskDelay)
+  if (platform.onTaskDelay) {
     platform.onTaskDelay(ticks);
+  }
   if (++delays >= platform.delayLimit) {
     std::fprintf(stderr, "the module delays for ever\n");
     std::abort();
@@ -210,11 +220,13 @@ uint32_t ciLibCaSysIdMatch(uint8_t index, uint16_t caSysID) {
 int32_t ciLibSendCaPmt(uint32_t slotNo, uint32_t camSlot, CaPmtProg **records, uint32_t count) {
   record("ciLibSendCaPmt", slotNo, camSlot, count);
   SentCaPmt sent{slotNo, camSlot, records, {}};
-  for (uint32_t k = 0; k < count && k < 32; ++k)
+  for (uint32_t k = 0; k < count && k < 32; ++k) {
     sent.records.push_back(*records[k]);
+  }
   platform.sent.push_back(std::move(sent));
-  if (platform.onSendCaPmt)
+  if (platform.onSendCaPmt) {
     platform.onSendCaPmt();
+  }
   return platform.ciLibSendCaPmt(slotNo, camSlot, count);
 }
 

@@ -1,7 +1,8 @@
 #include "Program.h"
 
 #include <algorithm>
-#include <cassert>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -10,11 +11,20 @@ constexpr uint8_t GARBAGE = 0xA5;
 constexpr uint16_t PROGRAM_LEVEL = 1;
 constexpr uint16_t STREAM_LEVEL = 2;
 
+// A test that breaks the table's limits would read beyond it.
+void require(bool limit) {
+  if (limit) {
+    return;
+  }
+  std::fprintf(stderr, "the program table is too large\n");
+  std::abort();
+}
+
 void addCa(CiDescCaList &list, const CiDescCa &ca, const std::vector<uint8_t> &priv) {
-  assert(list.caNum < 32);
+  require(list.caNum < 32);
   const uint16_t k = list.caNum++;
   const int offset = k == 0 ? 0 : list.privOff[k - 1] + list.privLen[k - 1];
-  assert(offset + priv.size() <= sizeof list.privData);
+  require(offset + priv.size() <= sizeof list.privData);
   list.ca[k] = ca;
   list.privOff[k] = static_cast<uint8_t>(offset);
   list.privLen[k] = static_cast<uint8_t>(priv.size());
@@ -28,11 +38,12 @@ void clear(CiDescCaList &list) {
 
 template <typename Programs>
 void fill(CiDesc &desc, const Programs &programs) {
-  assert(programs.size() <= 32);
+  require(programs.size() <= 32);
   std::memset(&desc, GARBAGE, sizeof desc);
   desc.descProgCnt = 0;
-  for (const Program &program : programs)
+  for (const Program &program : programs) {
     desc.prog[desc.descProgCnt++] = program.entry();
+  }
 }
 
 }  // namespace
@@ -63,7 +74,7 @@ Program &Program::ca(uint16_t casid, uint16_t ecmPid, const std::vector<uint8_t>
 }
 
 Program &Program::stream(uint16_t type, uint16_t pid) {
-  assert(entry_.eleNum < 32);
+  require(entry_.eleNum < 32);
   CiDescElem &element = entry_.ele[entry_.eleNum++];
   element.streamType = type;
   element.pid = pid;
@@ -72,13 +83,14 @@ Program &Program::stream(uint16_t type, uint16_t pid) {
 }
 
 Program &Program::streams(uint16_t type, uint16_t firstPid, uint16_t count) {
-  for (uint16_t i = 0; i < count; ++i)
+  for (uint16_t i = 0; i < count; ++i) {
     stream(type, static_cast<uint16_t>(firstPid + i));
+  }
   return *this;
 }
 
 Program &Program::streamCa(uint16_t casid, uint16_t ecmPid, const std::vector<uint8_t> &priv) {
-  assert(entry_.eleNum > 0);
+  require(entry_.eleNum > 0);
   entry_.caLevel |= STREAM_LEVEL;
   addCa(entry_.ele[entry_.eleNum - 1].caList, {casid, ecmPid}, priv);
   return *this;

@@ -23,8 +23,9 @@ bool isOneOf(const std::string &line, std::initializer_list<const char *> names)
 Calls selected(const Calls &calls, std::initializer_list<const char *> names, bool wanted) {
   Calls result;
   for (const std::string &line : calls) {
-    if (isOneOf(line, names) == wanted)
+    if (isOneOf(line, names) == wanted) {
       result.push_back(line);
+    }
   }
   return result;
 }
@@ -48,8 +49,9 @@ std::string asserted(const std::string &unit, const std::string &condition) {
 
 Calls anyLine(Calls calls) {
   static const std::regex number("line\\[[1-9][0-9]*\\]");
-  for (std::string &line : calls)
+  for (std::string &line : calls) {
     line = std::regex_replace(line, number, "line[N]");
+  }
   return calls;
 }
 
@@ -63,8 +65,9 @@ Calls except(const Calls &calls, std::initializer_list<const char *> names) {
 
 Calls joined(std::initializer_list<Calls> parts) {
   Calls result;
-  for (const Calls &part : parts)
+  for (const Calls &part : parts) {
     result.insert(result.end(), part.begin(), part.end());
+  }
   return result;
 }
 

@@ -1,0 +1,27 @@
+// Small pieces of text for people.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace chassis {
+
+// "0x" and at least `digits` (1..8) upper case hexadecimal digits.
+inline std::string hex(std::uint32_t value, int digits) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%0*X", digits, static_cast<unsigned>(value));
+  return text;
+}
+
+// "a, b, c"
+inline std::string joined(const std::vector<std::string> &parts) {
+  std::string text;
+  for (const std::string &part : parts) {
+    text += (text.empty() ? "" : ", ") + part;
+  }
+  return text;
+}
+
+}  // namespace chassis

@@ -1,0 +1,94 @@
+#include "alarms/AlarmService.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <limits>
+
+#include "alarms/AlarmText.h"
+
+namespace {
+
+constexpr std::int32_t failed = -1;
+
+chassis::AlarmService *service = nullptr;
+
+bool wellFormed(const AlarmRecord *record) {
+  return record != nullptr && (record->pairCount == 3 || record->pairCount == 5);
+}
+
+AlarmRecord copyOf(const AlarmRecord &record) {
+  AlarmRecord copy{};
+  copy.head = record.head;
+  copy.pairCount = record.pairCount;
+  std::copy_n(record.pairs, record.pairCount, copy.pairs);
+  return copy;
+}
+
+std::string secondsText(std::uint64_t ms) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(ms) / 1000);
+  return text;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t AlarmAdd(AlarmRecord *record) {
+  return service != nullptr ? service->raise(record) : failed;
+}
+
+int32_t AlarmDel(int32_t index, int32_t) {
+  return service != nullptr ? service->clear(index) : failed;
+}
+
+}  // extern "C"
+
+namespace chassis {
+
+AlarmService::AlarmService(const Clock &clock, Events &events) : clock_(clock), events_(events) {
+  service = this;
+}
+
+AlarmService::~AlarmService() {
+  if (service == this) {
+    service = nullptr;
+  }
+}
+
+std::int32_t AlarmService::raise(const AlarmRecord *record) {
+  if (failing_ || !wellFormed(record) || nextIndex_ == std::numeric_limits<std::int32_t>::max()) {
+    return failed;
+  }
+  Alarm alarm;
+  alarm.index = nextIndex_++;
+  alarm.record = copyOf(*record);
+  alarm.place = alarmPlace(alarm.record);
+  alarm.text = alarmObject(alarm.record) + ": " + alarmFault(alarm.record) + " [" +
+               alarmIdentifiers(alarm.record) + "]";
+  alarm.raisedMs = clock_.elapsedMs();
+  active_[alarm.index] = alarm;
+  events_.report(alarm.place, "alarm raised: " + alarmFault(alarm.record),
+                 "alarm " + std::to_string(alarm.index) + ": " + alarm.text);
+  return alarm.index;
+}
+
+std::int32_t AlarmService::clear(std::int32_t index) {
+  const auto found = active_.find(index);
+  if (failing_ || found == active_.end()) {
+    return failed;
+  }
+  Alarm alarm = found->second;
+  active_.erase(found);
+  alarm.clearedMs = clock_.elapsedMs();
+  events_.report(alarm.place, "alarm cleared: " + alarmFault(alarm.record),
+                 "alarm " + std::to_string(index) + ": stood for " +
+                     secondsText(alarm.clearedMs - alarm.raisedMs));
+  history_.push_back(alarm);
+  if (history_.size() > historyLength) {
+    history_.pop_front();
+  }
+  return 0;
+}
+
+}  // namespace chassis

@@ -1,0 +1,113 @@
+#include "cam/Descrambler.h"
+
+#include <bitstream/mpeg/ts.h>
+#include <dvbcsa/dvbcsa.h>
+
+#include <algorithm>
+
+#include "ts/Section.h"
+
+namespace chassis {
+namespace {
+
+constexpr std::uint8_t scrambledEven = 2;
+constexpr std::uint8_t scrambledOdd = 3;
+constexpr unsigned payloadMax = tsPacketSize - TS_HEADER_SIZE;
+
+// A batch costs the same however few packets are in it: as much as about this many one by one.
+constexpr std::size_t batchWorthwhile = 11;
+
+struct FreeKey {
+  void operator()(dvbcsa_key_t *key) const { dvbcsa_key_free(key); }
+  void operator()(dvbcsa_bs_key_t *key) const { dvbcsa_bs_key_free(key); }
+};
+
+}  // namespace
+
+// One control word and the payloads that wait for it.
+struct Descrambler::Lane {
+  Lane() { batch.reserve(dvbcsa_bs_batch_size() + 1); }
+
+  void setWord(const labca::ControlWord &newWord) {
+    flush();
+    word = newWord;
+    dvbcsa_key_set(word.data(), single.get());
+    dvbcsa_bs_key_set(word.data(), sliced.get());
+  }
+
+  void push(std::uint8_t *payload, unsigned size) {
+    batch.push_back({payload, size});
+    if (batch.size() == dvbcsa_bs_batch_size()) {
+      flush();
+    }
+  }
+
+  void flush() {
+    if (batch.size() < batchWorthwhile) {
+      for (const dvbcsa_bs_batch_s &payload : batch) {
+        dvbcsa_decrypt(single.get(), payload.data, payload.len);
+      }
+    } else {
+      batch.push_back({nullptr, 0});
+      dvbcsa_bs_decrypt(sliced.get(), batch.data(), payloadMax);
+    }
+    batch.clear();
+  }
+
+  labca::ControlWord word{};
+  std::unique_ptr<dvbcsa_key_t, FreeKey> single{dvbcsa_key_alloc()};
+  std::unique_ptr<dvbcsa_bs_key_t, FreeKey> sliced{dvbcsa_bs_key_alloc()};
+  std::vector<dvbcsa_bs_batch_s> batch;
+};
+
+Descrambler::Descrambler() : keyOfPid_(pidCount, nullptr) {}
+Descrambler::~Descrambler() = default;
+
+void Descrambler::setWord(Key key, Parity parity, const labca::ControlWord &word) {
+  std::unique_ptr<Lane> &lane = keys_[key][static_cast<std::size_t>(parity)];
+  if (!lane) {
+    lane = std::make_unique<Lane>();
+  } else if (lane->word == word) {
+    return;
+  }
+  lane->setWord(word);
+}
+
+void Descrambler::drop(Key key) {
+  flush();
+  std::replace(keyOfPid_.begin(), keyOfPid_.end(), &keys_[key], static_cast<KeyPair *>(nullptr));
+  keys_.erase(key);
+}
+
+void Descrambler::assign(std::uint16_t pid, Key key) { keyOfPid_.at(pid) = &keys_[key]; }
+
+void Descrambler::releaseAll() { std::fill(keyOfPid_.begin(), keyOfPid_.end(), nullptr); }
+
+void Descrambler::push(TsPacket &packet) {
+  const KeyPair *key = keyOfPid_[packetPid(packet)];
+  const std::uint8_t control = ts_get_scrambling(packet.data());
+  if (key == nullptr || control < scrambledEven) {
+    return;
+  }
+  Lane *lane = (*key)[control == scrambledOdd].get();
+  if (lane == nullptr) {
+    return;
+  }
+  ts_set_scrambling(packet.data(), 0);
+  const std::size_t offset = payloadOffset(packet);
+  if (offset < tsPacketSize) {
+    lane->push(packet.data() + offset, static_cast<unsigned>(tsPacketSize - offset));
+  }
+}
+
+void Descrambler::flush() {
+  for (auto &[key, lanes] : keys_) {
+    for (std::unique_ptr<Lane> &lane : lanes) {
+      if (lane) {
+        lane->flush();
+      }
+    }
+  }
+}
+
+}  // namespace chassis

@@ -1,0 +1,39 @@
+// Keeps what the chassis reports.
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Events.h"
+
+namespace chassis {
+
+class EventLog : public Events {
+ public:
+  struct Line {
+    Place place;
+    std::string what;
+    std::string why;
+  };
+
+  void report(Place place, const std::string &what, const std::string &why) override {
+    lines.push_back({place, what, why});
+  }
+
+  long count(const std::string &what) const {
+    return std::count_if(lines.begin(), lines.end(),
+                         [&](const Line &line) { return line.what == what; });
+  }
+
+  // The reason of the last line that says so; "(none)" when there is no such line.
+  std::string why(const std::string &what) const {
+    const auto line = std::find_if(lines.rbegin(), lines.rend(),
+                                   [&](const Line &candidate) { return candidate.what == what; });
+    return line != lines.rend() ? line->why : "(none)";
+  }
+
+  std::vector<Line> lines;
+};
+
+}  // namespace chassis
