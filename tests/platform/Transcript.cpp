@@ -1,7 +1,6 @@
 #include "Transcript.h"
 
 #include <algorithm>
-#include <regex>
 #include <utility>
 
 namespace {
@@ -48,9 +47,17 @@ std::string asserted(const std::string &unit, const std::string &condition) {
 }
 
 Calls anyLine(Calls calls) {
-  static const std::regex number("line\\[[1-9][0-9]*\\]");
+  const std::string opening = "line[";
   for (std::string &line : calls) {
-    line = std::regex_replace(line, number, "line[N]");
+    const size_t found = line.find(opening);
+    if (found == std::string::npos) {
+      continue;
+    }
+    const size_t first = found + opening.size();
+    const size_t end = line.find_first_not_of("0123456789", first);
+    if (end != std::string::npos && end > first && line[first] != '0' && line[end] == ']') {
+      line.replace(first, end - first, "N");
+    }
   }
   return calls;
 }
