@@ -14,6 +14,22 @@ std::string assertion(const std::string &unit, const std::string &line,
   return printed("file[" + unit + "] line[" + line + "] ci_assert:" + condition + " failed!!\n");
 }
 
+// "line[<decimal above 0>]" as "line[N]"; anything else stays.
+std::string withoutLineNumber(const std::string &line) {
+  const std::string opening = "line[";
+  const size_t found = line.find(opening);
+  if (found == std::string::npos) {
+    return line;
+  }
+  const size_t begin = found + opening.size();
+  const size_t end = line.find_first_not_of("0123456789", begin);
+  const bool isNumber = end != begin && end != std::string::npos && line[begin] != '0';
+  if (!isNumber || line[end] != ']') {
+    return line;
+  }
+  return line.substr(0, begin) + "N" + line.substr(end);
+}
+
 bool isOneOf(const std::string &line, std::initializer_list<const char *> names) {
   const std::string name = line.substr(0, line.find_first_of("( "));
   return std::find(names.begin(), names.end(), name) != names.end();
@@ -47,17 +63,8 @@ std::string asserted(const std::string &unit, const std::string &condition) {
 }
 
 Calls anyLine(Calls calls) {
-  const std::string opening = "line[";
   for (std::string &line : calls) {
-    const size_t found = line.find(opening);
-    if (found == std::string::npos) {
-      continue;
-    }
-    const size_t first = found + opening.size();
-    const size_t end = line.find_first_not_of("0123456789", first);
-    if (end != std::string::npos && end > first && line[first] != '0' && line[end] == ']') {
-      line.replace(first, end - first, "N");
-    }
+    line = withoutLineNumber(line);
   }
   return calls;
 }
