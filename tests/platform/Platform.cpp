@@ -19,6 +19,7 @@ struct semaphore {
 namespace {
 
 constexpr uint8_t GARBAGE = 0xA5;
+constexpr uint8_t REFUSAL = 0x73;
 constexpr int FOREVER = -1;
 constexpr int NOT_TAKEN = -1;
 constexpr size_t MUX_PROGRAM_COUNT = 110;
@@ -58,7 +59,16 @@ Platform platform;
 CaPmtProg *CaPmtInfo[32];
 SEM_ID CaPmtSem = &caPmtSemaphore;
 SEM_ID CaPMTFlag[12];
-CaPmtReply caPmtReplyInfo[MAX_BOARD_NUM * MAX_CAM_NUM];
+
+// The replies, with refusals behind them that a walk past their end would take for the CAM's.
+struct ReplyArea {
+  CaPmtReply replies[MAX_BOARD_NUM * MAX_CAM_NUM];
+  uint8_t behind[0x1000];
+};
+extern "C" {
+ReplyArea replyArea;
+extern CaPmtReply caPmtReplyInfo[MAX_BOARD_NUM * MAX_CAM_NUM] __attribute__((alias("replyArea")));
+}
 volatile uint32_t is_all_card_loaded;
 
 void recordLine(std::string line) {
@@ -89,6 +99,7 @@ Platform::Platform() {
     CaPMTFlag[i] = &flags[i];
   }
   std::memset(caPmtRecords, GARBAGE, sizeof caPmtRecords);
+  std::memset(replyArea.behind, REFUSAL, sizeof replyArea.behind);
   for (size_t k = 0; k < 32; ++k) {
     CaPmtInfo[k] = &caPmtRecords[k];
   }
