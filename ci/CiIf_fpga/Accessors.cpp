@@ -4,19 +4,19 @@
 // one assert. Three of the latter trust the slot number.
 
 uint32_t cimax_sync_ok(uint32_t slotNo) {
-  return callReported(REPORTED(cimax_sync_ok), 0u, slotNo);
+  return callReported(REPORTED(cimax_sync_ok), uint32_t{0}, slotNo);
 }
 
 uint32_t cimax_pid_rate_pre(uint32_t slotNo, uint32_t pid_l, uint32_t pid_h) {
-  return callReported(REPORTED(cimax_pid_rate_pre), 0u, slotNo, pid_l, pid_h);
+  return callReported(REPORTED(cimax_pid_rate_pre), uint32_t{0}, slotNo, pid_l, pid_h);
 }
 
 uint32_t cimax_sys_rate_pre(uint32_t slotNo) {
-  return callReported(REPORTED(cimax_sys_rate_pre), 0u, slotNo);
+  return callReported(REPORTED(cimax_sys_rate_pre), uint32_t{0}, slotNo);
 }
 
 uint32_t cimax_vld_rate_pre(uint32_t slotNo) {
-  return callReported(REPORTED(cimax_vld_rate_pre), 0u, slotNo);
+  return callReported(REPORTED(cimax_vld_rate_pre), uint32_t{0}, slotNo);
 }
 
 void SetPreCAMCC(uint32_t slotNo, uint32_t pid, uint32_t value) {
@@ -32,19 +32,19 @@ void ClrAllPreCAMPidExist(uint32_t slotNo) {
 }
 
 uint32_t GetPreCAMPidExist(uint32_t slotNo, uint32_t pid) {
-  return callReported(REPORTED(GetPreCAMPidExist), 0u, slotNo, pid);
+  return callReported(REPORTED(GetPreCAMPidExist), uint32_t{0}, slotNo, pid);
 }
 
 uint32_t cimax_pid_rate(uint32_t slotNo, uint32_t pid_l, uint32_t pid_h) {
-  return callReported(REPORTED(cimax_pid_rate), 0u, slotNo, pid_l, pid_h);
+  return callReported(REPORTED(cimax_pid_rate), uint32_t{0}, slotNo, pid_l, pid_h);
 }
 
 uint32_t cimax_sys_rate(uint32_t slotNo) {
-  return callReported(REPORTED(cimax_sys_rate), 0u, slotNo);
+  return callReported(REPORTED(cimax_sys_rate), uint32_t{0}, slotNo);
 }
 
 uint32_t cimax_vld_rate(uint32_t slotNo) {
-  return callReported(REPORTED(cimax_vld_rate), 0u, slotNo);
+  return callReported(REPORTED(cimax_vld_rate), uint32_t{0}, slotNo);
 }
 
 void SetCAMCC(uint32_t slotNo, uint32_t pid, uint32_t value) {
@@ -60,15 +60,15 @@ void ClrAllCAMPidExist(uint32_t slotNo) {
 }
 
 uint32_t GetCAMPidExist(uint32_t slotNo, uint32_t pid) {
-  return callReported(REPORTED(GetCAMPidExist), 0u, slotNo, pid);
+  return callReported(REPORTED(GetCAMPidExist), uint32_t{0}, slotNo, pid);
 }
 
 int32_t PllReg(uint32_t slotNo, uint32_t value) {
-  return callReported(REPORTED(PllReg), -1, slotNo, value);
+  return callReported(REPORTED(PllReg), int32_t{-1}, slotNo, value);
 }
 
 uint32_t PllLock(uint32_t slotNo) {
-  return callReported(REPORTED(PllLock), 0u, slotNo);
+  return callReported(REPORTED(PllLock), uint32_t{0}, slotNo);
 }
 
 void SetCamFlit(uint32_t slotNo, uint32_t pid, uint32_t pass) {
@@ -80,5 +80,5 @@ void wrDesPid(uint32_t slotNo, uint32_t pid) {
 }
 
 uint32_t rdDescStat(uint32_t slotNo, uint32_t pidType) {
-  return callReported(REPORTED(rdDescStat), 0u, slotNo, pidType);
+  return callReported(REPORTED(rdDescStat), uint32_t{0}, slotNo, pidType);
 }
