@@ -138,7 +138,7 @@ void Card::assign(std::uint16_t program, std::uint8_t camMask) {
     throw InputError(name + ": no card is in slot " + std::to_string(state.slot));
   }
   if (known == state.programs.end()) {
-    throw InputError(name + " is not in the stream of card " + std::to_string(state.slot) +
+    throw InputError(name + " is not in the stream of slot " + std::to_string(state.slot) +
                      ", which carries " + listOf(state.programs));
   }
   if (camMask > allCams) {

@@ -468,7 +468,9 @@ TEST_P(AlarmCheck, RecordNamesTheCardTheObjectAndTheFault) {
   const uint32_t camSlot = std::get<1>(GetParam());
   for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     SCOPED_TRACE(slotNo);
-    registerCard(slotNo);
+    if (slotNo != SLOT) {
+      registerCard(slotNo);
+    }
     Alarm(kind(), slotNo, camSlot).raise();
     ASSERT_EQ(platform.alarms.size(), slotNo + 1);
     EXPECT_EQ(meaningfulBytes(platform.alarms.back()), expectedRecord(kind(), slotNo, camSlot));

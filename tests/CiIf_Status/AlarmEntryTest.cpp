@@ -274,25 +274,26 @@ TEST_F(CardAlarms, OfAMaskedCamClearAtOnce) {
 }
 
 TEST_F(CardAlarms, ReturnTheLastResult) {
-  const Alarm last = alarms.back();
   for (const Alarm &alarm : alarms) {
-    alarm.noFault();
+    alarm.markOk();
   }
-  camAlarm(SLOT);
   platform.advance(1);
+  alarms.back().fault();
+  EXPECT_EQ(camAlarm(SLOT), 1);
+}
 
-  last.fault();
-  EXPECT_EQ(camAlarm(SLOT), 1);
-  last.noFault();
-  for (size_t i = 0; i + 1 < alarms.size(); ++i) {
-    alarms[i].fault();
-  }
-  platform.AlarmAdd = -1;
+TEST_F(CardAlarms, ReturnNoResultBeforeTheLast) {
+  setFields(SLOT, true);
+  alarms.back().noFault();
   EXPECT_EQ(camAlarm(SLOT), 0);
-  last.fault();
-  platform.advance(1);
-  platform.AlarmAdd = 1;
+  EXPECT_EQ(platform.count("AlarmAdd"), alarms.size() - 1);
+}
+
+TEST_F(CardAlarms, ReturnNoFailureBeforeTheLast) {
+  setFields(SLOT, true);
+  platform.AlarmAdd.does([] { return platform.count("AlarmAdd") < 9 ? -1 : 1; });
   EXPECT_EQ(camAlarm(SLOT), 1);
+  EXPECT_EQ(platform.count("bbPrintf"), alarms.size() - 1);
 }
 
 TEST_F(CardAlarms, ReturnTheLastFailure) {

@@ -2,8 +2,9 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
+
+#include "Text.h"
 
 namespace tsscramble {
 
@@ -12,9 +13,7 @@ constexpr std::uint16_t catPid = 0x0001;
 constexpr std::uint16_t firstOrdinaryPid = 0x0020;  // below: PSI, SI and reserved
 
 inline std::string pidText(unsigned pid) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%04X", pid);
-  return text;
+  return chassis::hex(pid, 4);
 }
 
 }  // namespace tsscramble

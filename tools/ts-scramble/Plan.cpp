@@ -7,6 +7,7 @@
 
 #include "InputError.h"
 #include "PidText.h"
+#include "Text.h"
 
 namespace tsscramble {
 
@@ -63,11 +64,11 @@ class PidStock {
 };
 
 std::string programList(const Survey &survey) {
-  std::string text;
+  std::vector<std::string> texts;
   for (const PsiProgram &program : survey.programs) {
-    text += (text.empty() ? "" : ", ") + std::to_string(program.number);
+    texts.push_back(std::to_string(program.number));
   }
-  return text;
+  return chassis::joined(texts);
 }
 
 std::vector<ProgramRequest> chosenPrograms(const Request &request, const Survey &survey) {
@@ -133,6 +134,7 @@ std::vector<std::vector<std::uint16_t>> groups(Level level,
     return {pids};
   }
   std::vector<std::vector<std::uint16_t>> single;
+  single.reserve(pids.size());
   for (const std::uint16_t pid : pids) {
     single.push_back({pid});
   }
@@ -184,7 +186,7 @@ std::uint32_t countPeriods(const Request &request, const Survey &survey) {
   return periods;
 }
 
-// The finishing function of a well-known small generator: every input bit reaches every output bit.
+// Spreads every bit of the input over the whole result.
 std::uint64_t mix(std::uint64_t value) {
   value = (value ^ value >> 30) * 0xBF58476D1CE4E5B9;
   value = (value ^ value >> 27) * 0x94D049BB133111EB;

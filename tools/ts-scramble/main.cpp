@@ -1,12 +1,13 @@
 // Makes a scrambled transport stream from a clear one, for the laboratory CA system.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
-#include "InputError.h"
 #include "PidText.h"
 #include "Scrambler.h"
+#include "Text.h"
 
 namespace {
 
@@ -24,6 +25,7 @@ struct Arguments {
 
 void declare(CLI::App &app, Arguments &arguments) {
   Request &request = arguments.request;
+  const CLI::Range ordinaryPids(int{firstOrdinaryPid}, chassis::nullPid - 1);
   app.add_option("IN", arguments.in, "clear transport stream")->required();
   app.add_option("OUT", arguments.out, "scrambled transport stream")->required();
   app.add_option("--program", arguments.programs,
@@ -32,15 +34,19 @@ void declare(CLI::App &app, Arguments &arguments) {
       ->allow_extra_args(false);
   app.add_option("--level", arguments.level, "level of programs that tell none: program or stream")
       ->capture_default_str();
-  app.add_option("--casid", request.casid, "CA system id")->capture_default_str();
+  app.add_option("--casid", request.casid, "CA system id")
+      ->check(CLI::Range(0x0001, 0xFFFF))
+      ->default_str(pidText(request.casid));
   app.add_option("--crypto-period", request.cryptoPeriod,
                  "seconds; an even number of equal periods nearest to it is made")
       ->capture_default_str();
   app.add_option("--ecm-interval", request.ecmInterval, "seconds between ECMs of a PID")
       ->capture_default_str();
   app.add_option("--ecm-pid", request.firstEcmPid,
-                 "ECM PIDs are the first free ones from here upwards");
-  app.add_option("--emm-pid", request.emmPid, "EMM PID; without it, a free one");
+                 "ECM PIDs are the first free ones from here upwards")
+      ->check(ordinaryPids);
+  app.add_option("--emm-pid", request.emmPid, "EMM PID; without it, a free one")
+      ->check(ordinaryPids);
   app.add_option("--cipher", arguments.cipher, "of the ECMs: none or xor")->capture_default_str();
   app.add_option("--seed", request.seed, "of the control words")->capture_default_str();
   app.add_option("--bitrate", request.bitrate, "of IN in bit/s; without it, from its PCRs");
@@ -58,11 +64,12 @@ Request requestOf(const Arguments &arguments) {
 
 template <typename Pids>
 std::string pidList(const Pids &pids) {
-  std::string text;
+  std::vector<std::string> texts;
+  texts.reserve(pids.size());
   for (const std::uint16_t pid : pids) {
-    text += (text.empty() ? "" : ", ") + pidText(pid);
+    texts.push_back(pidText(pid));
   }
-  return text;
+  return chassis::joined(texts);
 }
 
 void tell(const Request &request, const Result &result) {
@@ -79,22 +86,26 @@ void tell(const Request &request, const Result &result) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int run(int argc, char **argv) {
   CLI::App app(
-      "Makes a scrambled transport stream from a clear one, for the laboratory CA system, "
-      "which protects nothing.",
+      "Makes a scrambled transport stream from a clear one, for the laboratory CA system, which "
+      "protects nothing.",
       "ts-scramble");
   Arguments arguments;
   declare(app, arguments);
   CLI11_PARSE(app, argc, argv);
+  const Request request = requestOf(arguments);
+  tell(request, scramble(request, arguments.in, arguments.out));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
   try {
-    const Request request = requestOf(arguments);
-    tell(request, scramble(request, arguments.in, arguments.out));
-  } catch (const chassis::InputError &error) {
+    return run(argc, argv);
+  } catch (const std::exception &error) {
     std::fprintf(stderr, "ts-scramble: %s\n", error.what());
     return 1;
   }
-  return 0;
 }
