@@ -14,3 +14,10 @@ foreach(check Undefined Defined)
             -P ${SOURCE}/tests/module/${check}Symbols.cmake
     COMMAND_ERROR_IS_FATAL ANY)
 endforeach()
+
+# Nothing runs before main: a firmware need not call constructors for the module.
+execute_process(COMMAND arm-none-eabi-objdump -h ${BINARY}/whole_module.o
+                OUTPUT_VARIABLE sections COMMAND_ERROR_IS_FATAL ANY)
+if(NOT sections MATCHES "\\.text" OR sections MATCHES "\\.(init_array|ctors)")
+  message(FATAL_ERROR "the module has constructors:\n${sections}")
+endif()
