@@ -19,19 +19,19 @@ void sendCaPmt(uint8_t slotNo, uint8_t camSlot, uint8_t index, uint16_t caSysId)
   qm_ci_ca_pmt_clr(index, caSysId);
   pauseMs(1000);
   capmt_first_send[slotNo][camSlot] = 1;
-  const int32_t sent = caPMTSend(slotNo, camSlot, caSysId, 0, fullCaPmt);
+  const int sent = caPMTSend(slotNo, camSlot, caSysId, 0, fullCaPmt);
   ca_pmt_send_time[slotNo][camSlot] = OSTimeGet();
   printf("send %d PMT to Card %d CAM %c,time %lu\n\r ", sent, slotNo + 1, camLetter(camSlot),
          lu(ca_pmt_send_time[slotNo][camSlot]));
 }
 
 void sendQuery(uint8_t slotNo, uint8_t camSlot, uint16_t caSysId) {
-  const int32_t sent = caPMTSend(slotNo, camSlot, caSysId, 0, caPmtQueryFailing);
+  const int sent = caPMTSend(slotNo, camSlot, caSysId, 0, caPmtQueryFailing);
   ca_pmt_query_time[slotNo][camSlot] = OSTimeGet();
   capmt_first_send[slotNo][camSlot] = 0;
   dese_ok[slotNo][camSlot] = 0;
   printf("second send %d PMT query to Card %d CAM %c,time %u\n\r ", sent, slotNo + 1,
-         camLetter(camSlot), OSTimeGet());
+         camLetter(camSlot), static_cast<unsigned>(OSTimeGet()));
 }
 
 // A query follows a full CA PMT or a clean spell, once.
