@@ -53,8 +53,7 @@ void Player::run(const Call &call) {
 }
 
 void Player::announce(const Call &call) {
-  const bool speaksForItself =
-      call.function->need == Need::Nothing && call.function->effect == Effect::None;
+  const bool speaksForItself = call.function->params[0]->form == Param::Form::Text;
   if (!speaksForItself) {
     chassis_.note(placeOf(call), call.text, "script line " + std::to_string(call.line));
   }
