@@ -36,10 +36,10 @@ const FieldWords caPidWords[] = {
 };
 const FieldWords descramblingWords[] = {
     {DESC_SUM_OK, "all PIDs descrambled", Tone::Good},
-    {DESC_SUM_PART, "some PIDs not descrambled, causes known", Tone::Bad},
-    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled", Tone::Bad},
-    {DESC_SUM_ALL, "no PID descrambled, causes known", Tone::Bad},
-    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled", Tone::Bad},
+    {DESC_SUM_PART, "some PIDs not descrambled", Tone::Bad},
+    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled, CAM suspected", Tone::Bad},
+    {DESC_SUM_ALL, "no PID descrambled", Tone::Bad},
+    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled, CAM suspected", Tone::Bad},
 };
 
 struct Field {
@@ -78,7 +78,6 @@ void addControllerChange(const CardFinding &before, const CardFinding &now,
                      words.tone});
 }
 
-// Fields that are no longer checked share one word, since they fall away together.
 // A summary that changed alone is told with the programs that changed it.
 bool onlySummaryChanged(const CamFinding &before, const CamFinding &now) {
   return before.insert == now.insert && before.casid == now.casid && before.caPids == now.caPids &&
@@ -102,6 +101,14 @@ bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::
   return true;
 }
 
+// The CI library tells that a CAM starts up.
+bool onlyStartsUp(const CamFinding &before, const CamFinding &now) {
+  constexpr std::uint8_t startingUp = 2;
+  return now.insert == startingUp && now.casid == before.casid && now.caPids == before.caPids &&
+         now.descrambling == before.descrambling;
+}
+
+// Fields that are no longer checked share one word, since they fall away together.
 void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
                   std::vector<Change> &changes) {
   std::vector<std::string> what;
@@ -221,6 +228,17 @@ Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
           group.tone};
 }
 
+// A CAM that is not checked any more says so for its programs too.
+bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
+  for (std::size_t camSlot = 0; camSlot < card.cams.size(); ++camSlot) {
+    const bool own = (program.camMask >> camSlot & 1) != 0;
+    if (own && card.cams[camSlot].descrambling != notChecked) {
+      return false;
+    }
+  }
+  return program.status == DESC_STAT_UNKNOWN;
+}
+
 void addProgramChanges(const CardFinding &before, const CardFinding &now,
                        std::vector<Change> &changes) {
   std::vector<ProgramGroup> groups;
@@ -228,7 +246,8 @@ void addProgramChanges(const CardFinding &before, const CardFinding &now,
     const ProgramFinding *old = findProgram(before, program.number);
     const ProgramState state = stateOf(program, now.takenMs);
     const ProgramState oldState = stateOf(old == nullptr ? ProgramFinding{} : *old, before.takenMs);
-    if (!(state == oldState) && program.camMask != 0) {
+    const bool told = program.camMask == 0 || lapsedWithCams(program, now);
+    if (!(state == oldState) && !told) {
       addToGroup(program, state, groups);
     }
   }
@@ -245,7 +264,9 @@ std::vector<Change> changesBetween(const CardFinding &before, const CardFinding 
   std::vector<Change> programChanges;
   addProgramChanges(before, now, programChanges);
   for (std::size_t camSlot = 0; camSlot < now.cams.size(); ++camSlot) {
-    if (!foldedIntoPrograms(before, now, camSlot, programChanges)) {
+    const bool toldElsewhere = onlyStartsUp(before.cams[camSlot], now.cams[camSlot]) ||
+                               foldedIntoPrograms(before, now, camSlot, programChanges);
+    if (!toldElsewhere) {
       addCamChange(before, now, camSlot, changes);
     }
   }

@@ -117,16 +117,35 @@ TEST(Changes, FieldsThatLapseShareAWord) {
   EXPECT_EQ(told(sampleCard(), now)[0].substr(0, 25), "0/0 not checked any more ");
 }
 
+TEST(Changes, CamsThatAreNotCheckedSpeakForTheirPrograms) {
+  CardFinding now = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
+  now.cams[0].descrambling = 0xFF;
+  EXPECT_EQ(told(sampleCard(), now), Lines{"0/0 not checked any more | descStat 0xFF"});
+  CardFinding before = sampleCard();
+  before.programs[1].camMask = now.programs[1].camMask = 3;
+  now.cams[1].descrambling = 0x20;
+  EXPECT_EQ(told(before, now).back().substr(0, 29), "0/-1 program 102 not measured");
+}
+
+TEST(Changes, StartUpOfACamIsToldByTheLibraryAlone) {
+  CardFinding before = sampleCard();
+  CardFinding now = sampleCard();
+  before.cams[0] = {0, 0xFF, 0xFF, 0xFF};
+  now.cams[0] = {2, 0xFF, 0xFF, 0xFF};
+  EXPECT_EQ(told(before, now), Lines{});
+}
+
 TEST(Changes, SummaryThatChangesAloneIsToldWithItsPrograms) {
   CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_SCRAMBLED);
   now.cams[0].descrambling = 0x11;
   EXPECT_EQ(told(sampleCard(), now),
             Lines{"0/0 program 102 not descrambled, cause: none outside the CAM | "
-                  "ECM PID 0x1001 present, 0 continuity errors; some PIDs not descrambled "
-                  "(descStat 0x11)"});
+                  "ECM PID 0x1001 present, 0 continuity errors; some PIDs not descrambled, "
+                  "CAM suspected (descStat 0x11)"});
   now.cams[0].caPids = 1;
   EXPECT_EQ(told(sampleCard(), now)[0],
-            "0/0 no CA PID before the CAM, some PIDs not descrambled | preCamPidStat 0x01, "
+            "0/0 no CA PID before the CAM, some PIDs not descrambled, CAM suspected | "
+            "preCamPidStat 0x01, "
             "descStat 0x11");
 }
 
