@@ -205,12 +205,13 @@ struct ProgramGroup {
 void addToGroup(const ProgramFinding &program, const ProgramState &state,
                 std::vector<ProgramGroup> &groups) {
   const auto fits = [&](const ProgramGroup &group) {
-    return group.camMask == program.camMask && group.state == state &&
-           group.state.evidence == state.evidence && state.pids.empty();
+    return group.camMask == program.camMask && group.state == state && state.pids.empty();
   };
   auto group = std::find_if(groups.begin(), groups.end(), fits);
   if (group == groups.end()) {
     group = groups.insert(group, {program.camMask, state, statusWords(program.status).tone, {}});
+  } else if (group->state.evidence != state.evidence) {
+    group->state.evidence += "; " + state.evidence;
   }
   group->programs.push_back(std::to_string(program.number));
 }

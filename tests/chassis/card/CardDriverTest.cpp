@@ -128,9 +128,8 @@ TEST_F(Driver, AnswersNothingWithoutACard) {
 
 TEST_F(Driver, AnswersWithTheFiguresOfTheCard) {
   insert();
-  EXPECT_EQ(allFigures(*record),
-            (std::vector<std::uint64_t>{1, 1, 0,   1,    0,   0, 1, 150, kbit, 153,
-                                        0, 1, 150, kbit, 153, 0, 1, 0,   1,    1}));
+  EXPECT_EQ(allFigures(*record), (std::vector<std::uint64_t>{1, 1, 0, 1, 1, 150, kbit, 153, 0, 1,
+                                                             150, kbit, 153, 0, 1, 0, 1, 1}));
   EXPECT_EQ(record->GetProgDesc(slot), card.descTable());
 }
 
@@ -222,6 +221,7 @@ TEST_F(Driver, RateLowFault) {
 }
 
 TEST_F(Driver, CardThatIsOutHoldsItsAlarmsClear) {
+  insert();
   EXPECT_EQ(record->CamAlarmMask(slot, 0), 0U);
   card.remove();
   EXPECT_EQ(record->CamAlarmMask(slot, 0), 1U);

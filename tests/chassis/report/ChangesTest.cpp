@@ -117,6 +117,18 @@ TEST(Changes, FieldsThatLapseShareAWord) {
   EXPECT_EQ(told(sampleCard(), now)[0].substr(0, 25), "0/0 not checked any more ");
 }
 
+TEST(Changes, ProgramsThatShareAStateShareALineWithTheEvidenceOfEach) {
+  CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 programs 101, 102 not descrambled, cause: none outside the CAM | "
+                  "ECM PID 0x1001 present, 0 continuity errors"});
+  now.programs[1].pids[0].ecms[0].pid = 0x1002;
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 programs 101, 102 not descrambled, cause: none outside the CAM | "
+                  "ECM PID 0x1001 present, 0 continuity errors; "
+                  "ECM PID 0x1002 present, 0 continuity errors"});
+}
+
 TEST(Changes, CamsThatAreNotCheckedSpeakForTheirPrograms) {
   CardFinding now = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
   now.cams[0].descrambling = 0xFF;
@@ -145,8 +157,7 @@ TEST(Changes, SummaryThatChangesAloneIsToldWithItsPrograms) {
   now.cams[0].caPids = 1;
   EXPECT_EQ(told(sampleCard(), now)[0],
             "0/0 no CA PID before the CAM, some PIDs not descrambled, CAM suspected | "
-            "preCamPidStat 0x01, "
-            "descStat 0x11");
+            "preCamPidStat 0x01, descStat 0x11");
 }
 
 TEST(Changes, FieldWords) {
@@ -158,10 +169,10 @@ TEST(Changes, FieldWords) {
       {{7, 1, 0, 0}, "0/0 in a state without a name | camInsert 0x07"},
       {{1, 0, 0, 0}, "0/0 supports no CA system of its programs | casidStat 0x00"},
       {{1, 1, 1, 0}, "0/0 no CA PID before the CAM | preCamPidStat 0x01"},
-      {{1, 1, 0, 0x10}, "0/0 some PIDs not descrambled, causes known | descStat 0x10"},
-      {{1, 1, 0, 0x11}, "0/0 some PIDs not descrambled | descStat 0x11"},
-      {{1, 1, 0, 0x20}, "0/0 no PID descrambled, causes known | descStat 0x20"},
-      {{1, 1, 0, 0x21}, "0/0 no PID descrambled | descStat 0x21"},
+      {{1, 1, 0, 0x10}, "0/0 some PIDs not descrambled | descStat 0x10"},
+      {{1, 1, 0, 0x11}, "0/0 some PIDs not descrambled, CAM suspected | descStat 0x11"},
+      {{1, 1, 0, 0x20}, "0/0 no PID descrambled | descStat 0x20"},
+      {{1, 1, 0, 0x21}, "0/0 no PID descrambled, CAM suspected | descStat 0x21"},
   };
   for (const auto &c : cases) {
     CardFinding now = sampleCard();
