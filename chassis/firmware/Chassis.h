@@ -66,6 +66,7 @@ class Chassis {
   const Clock &clock() const { return clock_; }
   Card &card(std::uint32_t slot) { return *slots_[slot].card; }
   const CiLibrary &library() const { return library_; }
+  const AlarmService &alarms() const { return alarms_; }
 
  private:
   struct Slot {
