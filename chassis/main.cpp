@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "InputError.h"
+#include "report/AlarmList.h"
 #include "report/StatusTable.h"
 #include "report/StatusWatch.h"
 #include "report/Timeline.h"
@@ -60,6 +61,7 @@ void printTables(Chassis &chassis, bool colour) {
                 << camHistory(chassis.library(), slot);
     }
   }
+  std::cout << "\n" << standingAlarms(chassis.alarms());
 }
 
 void play(const Options &options) {

@@ -127,6 +127,9 @@ const std::vector<Function> table = {
      [](Chassis &chassis, const Values &v) {
        chassis.alarmMask(u32(v[0]), u32(v[1]), flag(v[2]));
      }},
+    {"alarmFail", {&on}, 1, false, Need::Nothing, Effect::None,
+     "the alarm service fails (1) or works (0)",
+     [](Chassis &chassis, const Values &v) { chassis.alarmFail(flag(v[0])); }},
 };
 // clang-format on
 
@@ -247,7 +250,7 @@ Place placeOf(const Function &function, const Values &values) {
 }
 
 bool speaksForItself(const Function &function) {
-  return function.need == Need::Nothing && function.effect == Effect::None;
+  return !function.params.empty() && function.params[0]->form == Form::Text;
 }
 
 std::string functionHelp() {

@@ -51,7 +51,7 @@ std::string signature(const Function &function);
 // The place that a call is about: its first parameters are a slot and a CAM where it has them.
 Place placeOf(const Function &function, const Values &values);
 
-// Its call is no news by itself.
+// Its call is no news by itself: it writes its own line.
 bool speaksForItself(const Function &function);
 
 // One line per function: signature and help.
