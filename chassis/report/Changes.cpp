@@ -1,77 +1,32 @@
 #include "report/Changes.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "Text.h"
+#include "report/FieldWords.h"
 
 namespace chassis {
 namespace {
 
-constexpr std::uint16_t notChecked = 0xFF;
-
-struct FieldWords {
-  std::uint16_t value;
-  const char *text;
-  Tone tone;
-};
-
-const FieldWords controllerWords[] = {
-    {0, "CI controller in sync and carrying traffic", Tone::Plain},
-    {1, "CI controller out of sync or rate too low", Tone::Bad},
-    {notChecked, "CI controller not checked", Tone::Faint},
-};
-const FieldWords insertWords[] = {
-    {0, "no CAM", Tone::Bad},
-    {1, "CAM usable", Tone::Plain},
-    {2, "CAM starting up", Tone::Plain},
-};
-const FieldWords casidWords[] = {
-    {0, "supports no CA system of its programs", Tone::Bad},
-    {1, "CA system supported", Tone::Plain},
-};
-const FieldWords caPidWords[] = {
-    {0, "CA PIDs present", Tone::Plain},
-    {1, "no CA PID before the CAM", Tone::Bad},
-};
-const FieldWords descramblingWords[] = {
-    {DESC_SUM_OK, "all PIDs descrambled", Tone::Good},
-    {DESC_SUM_PART, "some PIDs not descrambled", Tone::Bad},
-    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled, CAM suspected", Tone::Bad},
-    {DESC_SUM_ALL, "no PID descrambled", Tone::Bad},
-    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled, CAM suspected", Tone::Bad},
-};
-
 struct Field {
   const char *name;
   std::uint16_t (*value)(const CamFinding &);
-  const FieldWords *words;
-  std::size_t count;
+  const FieldWords &(*words)(std::uint16_t value);
 };
 
 const Field camFields[] = {
-    {"camInsert", [](const CamFinding &c) -> std::uint16_t { return c.insert; }, insertWords,
-     std::size(insertWords)},
-    {"casidStat", [](const CamFinding &c) { return c.casid; }, casidWords, std::size(casidWords)},
-    {"preCamPidStat", [](const CamFinding &c) -> std::uint16_t { return c.caPids; }, caPidWords,
-     std::size(caPidWords)},
-    {"descStat", [](const CamFinding &c) -> std::uint16_t { return c.descrambling; },
-     descramblingWords, std::size(descramblingWords)},
+    {"camInsert", [](const CamFinding &c) -> std::uint16_t { return c.insert; }, insertWords},
+    {"casidStat", [](const CamFinding &c) { return c.casid; }, casidWords},
+    {"preCamPidStat", [](const CamFinding &c) -> std::uint16_t { return c.caPids; }, caPidWords},
+    {"descStat", [](const CamFinding &c) -> std::uint16_t { return c.descrambling; }, summaryWords},
 };
-
-const FieldWords &wordsOf(const FieldWords *words, std::size_t count, std::uint16_t value) {
-  static const FieldWords unknown{0, "in a state without a name", Tone::Bad};
-  const auto hasValue = [value](const FieldWords &entry) { return entry.value == value; };
-  const FieldWords *found = std::find_if(words, words + count, hasValue);
-  return found == words + count ? unknown : *found;
-}
 
 void addControllerChange(const CardFinding &before, const CardFinding &now,
                          std::vector<Change> &changes) {
   if (before.controller == now.controller) {
     return;
   }
-  const FieldWords &words = wordsOf(controllerWords, std::size(controllerWords), now.controller);
+  const FieldWords &words = controllerWords(now.controller);
   changes.push_back({{static_cast<int>(now.slot), -1},
                      words.text,
                      "cimaxStat " + hexText(now.controller),
@@ -94,8 +49,7 @@ bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::
   if (!onlySummaryChanged(before.cams[camSlot], cam) || last == programChanges.rend()) {
     return false;
   }
-  const FieldWords &words =
-      wordsOf(descramblingWords, std::size(descramblingWords), cam.descrambling);
+  const FieldWords &words = summaryWords(cam.descrambling);
   last->why += (last->why.empty() ? "" : "; ") + std::string(words.text) + " (descStat " +
                hexText(cam.descrambling) + ")";
   return true;
@@ -121,11 +75,11 @@ void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t
       continue;
     }
     why.push_back(field.name + (" " + hexText(value)));
-    if (value == notChecked) {
+    if (value == fieldNotChecked) {
       lapsed = true;
       continue;
     }
-    const FieldWords &words = wordsOf(field.words, field.count, value);
+    const FieldWords &words = field.words(value);
     what.push_back(words.text);
     tone = words.tone == Tone::Plain ? tone : words.tone;
   }
@@ -233,7 +187,7 @@ Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
 bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
   for (std::size_t camSlot = 0; camSlot < card.cams.size(); ++camSlot) {
     const bool own = (program.camMask >> camSlot & 1) != 0;
-    if (own && card.cams[camSlot].descrambling != notChecked) {
+    if (own && card.cams[camSlot].descrambling != fieldNotChecked) {
       return false;
     }
   }
