@@ -189,7 +189,7 @@ TEST_F(Input, HelpListsOptionsAndFunctions) {
   EXPECT_EQ(result.status, 0);
   for (const char *part :
        {"--script", "--speed", "--for", "--output", "--clock-start", "--debug", "--no-table",
-        "camInsert slot, cam, casid[, casid...]", "wait seconds"}) {
+        "camInsert slot, cam, casid[, casid...]", "wait seconds", "alarmFail on"}) {
     EXPECT_NE(result.out.find(part), std::string::npos) << part;
   }
 }
