@@ -227,9 +227,11 @@ const std::vector<Function> &functions() {
 std::string signature(const Function &function) {
   std::string call = function.name;
   for (std::size_t i = 0; i < function.params.size(); ++i) {
-    const char *separator = i == 0 ? " " : i < function.required ? ", " : "[, ";
-    call += separator + std::string(function.params[i]->name);
-    call += i < function.required ? "" : "]";
+    const bool optional = i >= function.required;
+    const std::string separator = i == 0 ? "" : ", ";
+    call += i == 0 ? " " : "";
+    call += optional ? "[" + separator + function.params[i]->name + "]"
+                     : separator + function.params[i]->name;
   }
   if (function.repeats) {
     call += std::string("[, ") + function.params.back()->name + "...]";
