@@ -207,6 +207,16 @@ TEST(CamList, FirstTakesEffectWithLast) {
   EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no longer selected)"), 1u);
 }
 
+TEST(CamList, AnotherEcmPidInTheSameProgramIsToldAsThat) {
+  Rig rig;
+  rig.ask(caPmt101());
+  ASSERT_TRUE(selected(rig).p101);
+  rig.ask(
+      caPmt(only, 101, level(descramble, ca(0x0500, 0x1777)), {caPmtStream(0x1001, level(0, {}))}));
+  EXPECT_EQ(rig.lines.count("stops descrambling program 101 (selected with another ECM PID now)"),
+            1u);
+}
+
 TEST(CamList, MoreBelongsBetweenFirstAndLast) {
   Rig rig;
   rig.ask(caPmt(first, 102, level(0, {}), {}));
