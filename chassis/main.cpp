@@ -1,15 +1,15 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
 #include "InputError.h"
+#include "console/Operation.h"
+#include "report/AlarmList.h"
 #include "report/StatusTable.h"
-#include "report/StatusWatch.h"
-#include "report/Timeline.h"
-#include "script/Player.h"
 
 namespace {
 
@@ -17,6 +17,7 @@ using namespace chassis;
 
 struct Options {
   std::string script;
+  bool console = false;
   std::string speed = "1";
   double seconds = -1;
   std::vector<std::string> outputs;
@@ -26,6 +27,17 @@ struct Options {
 };
 
 constexpr int badInput = 2;
+constexpr const char *standardInput = "-";
+
+const std::string footer =
+    "At a terminal there is a prompt beside the running chassis, also when the script is over;\n"
+    "help lists what it takes. exit and Ctrl-D end the chassis with exit status 0, Ctrl-C with "
+    "130\n"
+    "and SIGTERM with 143. Without a terminal the run ends with the script; with --console, when\n"
+    "standard input has ended too. At speed max, chassis time then stands still until the next\n"
+    "line has come. The prompt's history is kept in ~/.ci_chassis_history or in the file that\n"
+    "CI_CHASSIS_HISTORY names.\n\n"
+    "Functions of a script, written name arg, arg or name(arg, arg):\n";
 
 double readSpeed(const std::string &text) {
   if (text == "max") {
@@ -60,36 +72,75 @@ void printTables(Chassis &chassis, bool colour) {
                 << camHistory(chassis.library(), slot);
     }
   }
+  std::cout << "\n" << standingAlarms(chassis.alarms());
 }
 
-void play(const Options &options) {
-  Script script = readScript(options.script);
-  Clock clock(options.clockStart, readSpeed(options.speed));
-  const bool colour = wantColour();
-  Timeline timeline(std::cout, {colour, options.debug}, [&clock] { return clock.elapsedMs(); });
-  bindConsole(
-      [&timeline](ConsolePort port, const std::string &line) { timeline.print(port, line); });
-  Chassis chassis(clock, timeline);
-  StatusWatch watch(chassis, timeline);
+DeskMode modeOf(const Options &options) {
+  if (options.script == standardInput) {
+    if (options.console) {
+      throw InputError("--console and --script - both read standard input; leave one out");
+    }
+    return DeskMode::Script;
+  }
+  if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
+    return DeskMode::Terminal;
+  }
+  if (!options.console && options.script.empty()) {
+    throw InputError("nothing to run; give --script FILE, --console, or a terminal");
+  }
+  return options.console ? DeskMode::Pipe : DeskMode::Script;
+}
+
+Script scriptOf(const Options &options) {
+  if (options.script.empty()) {
+    return Script{};
+  }
+  return options.script == standardInput ? readScript("standard input", std::cin)
+                                         : readScript(options.script);
+}
+
+std::string historyPath() {
+  if (const char *path = std::getenv("CI_CHASSIS_HISTORY")) {
+    return path;
+  }
+  const char *home = std::getenv("HOME");
+  return home == nullptr ? "" : std::string(home) + "/.ci_chassis_history";
+}
+
+Operation::Config configOf(const Options &options) {
+  Operation::Config config;
+  config.mode = modeOf(options);
+  config.historyPath = historyPath();
+  config.speed = readSpeed(options.speed);
+  if (options.seconds >= 0) {
+    config.endMs = static_cast<std::uint64_t>(options.seconds * 1000);
+  }
+  config.clockStart = options.clockStart;
+  config.colour = wantColour();
+  config.debug = options.debug;
+  return config;
+}
+
+int play(const Options &options) {
+  const Operation::Config config = configOf(options);
+  Operation operation(config, scriptOf(options));
   for (const std::string &output : options.outputs) {
-    openOutput(chassis, output);
+    openOutput(operation.chassis(), output);
   }
-  Player player(std::move(script), chassis);
-  const bool limited = options.seconds >= 0;
-  chassis.run(limited ? static_cast<std::uint64_t>(options.seconds * 1000) : player.endMs(),
-              player);
-  timeline.flush();
-  bindConsole(nullptr);
+  const int status = operation.run();
   if (!options.noTable) {
-    printTables(chassis, colour);
+    printTables(operation.chassis(), config.colour);
   }
+  return status;
 }
 
 void describe(CLI::App &app, Options &options) {
-  app.add_option("--script", options.script, "the script of shell lines to run")
-      ->required()
+  app.add_option("--script", options.script, "the script of shell lines to run; - standard input")
       ->type_name("FILE");
-  app.add_option("--speed", options.speed, "chassis seconds per real second, or max")
+  app.add_flag("--console", options.console,
+               "without a terminal: runs standard input as lines of the console");
+  app.add_option("--speed", options.speed,
+                 "chassis seconds per real second, or max (at the prompt 1)")
       ->type_name("N|max")
       ->capture_default_str();
   app.add_option("--for", options.seconds, "chassis time to run; default: to the end of the script")
@@ -102,7 +153,7 @@ void describe(CLI::App &app, Options &options) {
       ->type_name("STAMP");
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
-  app.footer("Functions of a script, written name arg, arg or name(arg, arg):\n" + functionHelp());
+  app.footer(footer + functionHelp());
 }
 
 int complain(const char *what, int status) {
@@ -117,7 +168,7 @@ int runProgram(int argc, char **argv) {
   describe(app, options);
   try {
     app.parse(argc, argv);
-    play(options);
+    return play(options);
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {
@@ -125,12 +176,12 @@ int runProgram(int argc, char **argv) {
   } catch (const InputError &error) {
     return complain(error.what(), badInput);
   }
-  return 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
+  std::setlocale(LC_CTYPE, "");
   try {
     return runProgram(argc, argv);
   } catch (const std::exception &error) {

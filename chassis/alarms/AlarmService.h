@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
 
 #include "CiPlatform.h"
@@ -31,8 +32,9 @@ class AlarmService {
   AlarmService(const AlarmService &) = delete;
   AlarmService &operator=(const AlarmService &) = delete;
 
-  // While it is failing, nothing is raised or cleared, and both functions answer -1.
-  void setFailing(bool on) { failing_ = on; }
+  // While it is failing, nothing is raised or cleared, and both functions answer -1. Each alarm
+  // that fails is told once.
+  void setFailing(bool on);
 
   // Returns the alarm's index, counted from 0 and never used again; -1: no record, or a record
   // with other than 3 or 5 pairs.
@@ -43,9 +45,12 @@ class AlarmService {
   const std::deque<Alarm> &history() const { return history_; }            // as they were cleared
 
  private:
+  void tellFailure(const AlarmRecord &record, const std::string &what);
+
   const Clock &clock_;
   Events &events_;
   bool failing_ = false;
+  std::set<std::string> told_;  // while it is failing
   std::int32_t nextIndex_ = 0;
   std::map<std::int32_t, Alarm> active_;
   std::deque<Alarm> history_;

@@ -75,9 +75,11 @@ CiDesc *progDesc(std::uint32_t slotNo) {
 
 void noFunction() {}
 
+// A card that was pulled out has no alarms: its last findings stay in its record.
 std::uint32_t alarmMask(std::uint32_t slotNo, std::uint32_t camSlot) {
   const Fpga *fpga = fpgaOf(slotNo);
-  return fpga != nullptr && camSlot < fpga->alarmMask.size() && fpga->alarmMask[camSlot] ? 1 : 0;
+  const bool known = fpga != nullptr && camSlot < fpga->alarmMask.size();
+  return fpga == nullptr || (known && fpga->alarmMask[camSlot]) ? 1 : 0;
 }
 
 std::int32_t pllRegister(std::uint32_t slotNo, std::uint32_t value) {

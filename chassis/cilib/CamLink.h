@@ -36,6 +36,7 @@ class CamLink {
   void forgetCaSystems();           // a CAM that is in is asked anew
   bool reset(std::uint64_t nowMs);  // false: no CAM
   const CiLibrary::History &history() const { return history_; }
+  const std::vector<std::uint16_t> &caSystems() const { return caSystems_; }
 
  private:
   enum class Phase { Empty, StartingUp, Asked, Usable };

@@ -160,4 +160,9 @@ const CiLibrary::History &CiLibrary::history(std::uint32_t slot, std::uint32_t c
   return link != nullptr ? link->history() : none;
 }
 
+std::vector<std::uint16_t> CiLibrary::caSystems(std::uint32_t slot, std::uint32_t camSlot) const {
+  const auto *link = state_->host.at(indexOf(slot, camSlot));
+  return link != nullptr ? link->caSystems() : std::vector<std::uint16_t>{};
+}
+
 }  // namespace chassis

@@ -13,6 +13,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "CiPlatform.h"
 #include "Events.h"
@@ -51,6 +52,8 @@ class CiLibrary {
     std::uint32_t resets = 0;
   };
   const History &history(std::uint32_t slot, std::uint32_t camSlot) const;
+  // The CA system ids that a CAM has declared in its ca_info.
+  std::vector<std::uint16_t> caSystems(std::uint32_t slot, std::uint32_t camSlot) const;
 
  private:
   struct State;

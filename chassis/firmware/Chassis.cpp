@@ -159,6 +159,10 @@ void Chassis::alarmMask(std::uint32_t slot, std::uint32_t camSlot, bool on) {
   card(slot).setAlarmMask(camSlot, on);
 }
 
+void Chassis::alarmFail(bool on) {
+  alarms_.setFailing(on);
+}
+
 void Chassis::note(Place place, const std::string &what, const std::string &why) {
   events_.report(place, what, why);
 }
@@ -204,7 +208,9 @@ void Chassis::cycle() {
       continue;
     }
     takeOverPrograms(slot);
+    filterAgainOnceReady(slot);
     camStatusCheck(static_cast<std::uint8_t>(slot));
+    camAlarm(slot);
     for (const auto &listener : checkedListeners_) {
       listener(slot);
     }
@@ -222,7 +228,22 @@ void Chassis::takeOverPrograms(std::uint32_t slot) {
   }
   slots_[slot].programsChanged = false;
   getSlotDescPidInfo(slot);
+  filter(slot);
   library_.programsChanged(slot);
+}
+
+// The port counts in messages only; a card has one.
+void Chassis::filter(std::uint32_t slot) {
+  slots_[slot].keepsAllFromCams = pCiData[slot]->GetCardReady(slot) == 0;
+  PreCAMFilte(slot, 0);
+}
+
+// A card whose programs were set while it was not ready keeps every PID from its CAMs.
+void Chassis::filterAgainOnceReady(std::uint32_t slot) {
+  const bool due = slots_[slot].keepsAllFromCams && card(slot).inserted();
+  if (due && pCiData[slot]->GetCardReady(slot) != 0) {
+    filter(slot);
+  }
 }
 
 }  // namespace chassis

@@ -53,6 +53,7 @@ class Chassis {
   void cardFault(std::uint32_t slot, CardFault fault, bool on);
   void pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on);
   void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
+  void alarmFail(bool on);                                                  // the alarm service
   void note(Place place, const std::string &what, const std::string &why);  // in the timeline
   void output(std::uint32_t slot, const std::string &path);
 
@@ -60,18 +61,20 @@ class Chassis {
   // the chassis time has come. A cycle that has begun is finished.
   void run(std::uint64_t untilMs, Agenda &agenda);
 
-  // Called after each status check of a card.
+  // Called after each status check and alarm check of a card.
   void onChecked(std::function<void(std::uint32_t slot)> listener);
 
   const Clock &clock() const { return clock_; }
   Card &card(std::uint32_t slot) { return *slots_[slot].card; }
   const CiLibrary &library() const { return library_; }
+  const AlarmService &alarms() const { return alarms_; }
 
  private:
   struct Slot {
     std::unique_ptr<Card> card;
     std::array<std::unique_ptr<Cam>, MAX_CAM_NUM> cams;
     bool programsChanged = false;
+    bool keepsAllFromCams = false;  // the pre-CAM switch, as it was last programmed
   };
 
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
@@ -80,6 +83,8 @@ class Chassis {
   void boot(Agenda &agenda);
   void cycle();
   void takeOverPrograms(std::uint32_t slot);
+  void filter(std::uint32_t slot);
+  void filterAgainOnceReady(std::uint32_t slot);
   void advanceTo(std::uint64_t ms);
 
   Clock &clock_;

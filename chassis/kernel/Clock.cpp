@@ -55,16 +55,28 @@ void Clock::advance(std::uint32_t ticks) {
   advancing_ = false;
 }
 
+void Clock::setSpeed(double speed) {
+  speed_ = speed;
+  paceFromMs_ = elapsedMs_;
+  paceFromNs_ = 0;
+}
+
+std::uint64_t Clock::dueNs() {
+  if (paceFromNs_ == 0) {
+    paceFromNs_ = realNowNs();
+  }
+  const double realMs = static_cast<double>(elapsedMs_ + msPerTick - paceFromMs_) / speed_;
+  return paceFromNs_ + static_cast<std::uint64_t>(realMs * 1e6);
+}
+
 // Waits until the real time at which the next tick is due.
 void Clock::keepPace() {
-  if (speed_ <= 0) {
-    return;
+  const bool paced = speed_ > 0;
+  if (wait_) {
+    wait_(paced ? dueNs() : 0);
+  } else if (paced) {
+    sleepUntilNs(dueNs());
   }
-  if (realStartNs_ == 0) {
-    realStartNs_ = realNowNs();
-  }
-  const double realMs = static_cast<double>(elapsedMs_ + msPerTick) / speed_;
-  sleepUntilNs(realStartNs_ + static_cast<std::uint64_t>(realMs * 1e6));
 }
 
 }  // namespace chassis

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace chassis {
@@ -24,17 +25,29 @@ class Clock {
   // Called on every tick, in the order of registration, with elapsedMs() already advanced.
   void onTick(std::function<void(std::uint64_t elapsedMs)> listener);
 
+  // From now on; time that the run has fallen behind the real clock is not caught up.
+  void setSpeed(double speed);
+
+  // What waits for the real time, in ns of CLOCK_MONOTONIC, at which a tick is due: called before
+  // each tick, with 0 when the clock goes as fast as it can. It may return early: the tick then
+  // comes early. Null, as at the start: sleeps.
+  using Wait = std::function<void(std::uint64_t dueNs)>;
+  void setWait(Wait wait) { wait_ = std::move(wait); }
+
   // Lets a number of ticks pass; at a speed above 0 it keeps the pace of the real clock.
   // Reentrant calls (a listener that delays) are a programming error and abort.
   void advance(std::uint32_t ticks);
 
  private:
   void keepPace();
+  std::uint64_t dueNs();
 
   std::uint32_t startStamp_;
   double speed_;
+  Wait wait_;
   std::uint64_t elapsedMs_ = 0;
-  std::uint64_t realStartNs_ = 0;
+  std::uint64_t paceFromMs_ = 0;  // the pace is kept from this chassis time on,
+  std::uint64_t paceFromNs_ = 0;  // which was at this real time; 0: not begun
   bool advancing_ = false;
   std::vector<std::function<void(std::uint64_t)>> listeners_;
 };

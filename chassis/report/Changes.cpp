@@ -1,84 +1,38 @@
 #include "report/Changes.h"
 
 #include <algorithm>
-#include <iterator>
 
 #include "Text.h"
+#include "report/FieldWords.h"
 
 namespace chassis {
 namespace {
 
-constexpr std::uint16_t notChecked = 0xFF;
-
-struct FieldWords {
-  std::uint16_t value;
-  const char *text;
-  Tone tone;
-};
-
-const FieldWords controllerWords[] = {
-    {0, "CI controller in sync and carrying traffic", Tone::Plain},
-    {1, "CI controller out of sync or rate too low", Tone::Bad},
-    {notChecked, "CI controller not checked", Tone::Faint},
-};
-const FieldWords insertWords[] = {
-    {0, "no CAM", Tone::Bad},
-    {1, "CAM usable", Tone::Plain},
-    {2, "CAM starting up", Tone::Plain},
-};
-const FieldWords casidWords[] = {
-    {0, "supports no CA system of its programs", Tone::Bad},
-    {1, "CA system supported", Tone::Plain},
-};
-const FieldWords caPidWords[] = {
-    {0, "CA PIDs present", Tone::Plain},
-    {1, "no CA PID before the CAM", Tone::Bad},
-};
-const FieldWords descramblingWords[] = {
-    {DESC_SUM_OK, "all PIDs descrambled", Tone::Good},
-    {DESC_SUM_PART, "some PIDs not descrambled, causes known", Tone::Bad},
-    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled", Tone::Bad},
-    {DESC_SUM_ALL, "no PID descrambled, causes known", Tone::Bad},
-    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled", Tone::Bad},
-};
-
 struct Field {
   const char *name;
   std::uint16_t (*value)(const CamFinding &);
-  const FieldWords *words;
-  std::size_t count;
+  const FieldWords &(*words)(std::uint16_t value);
 };
 
 const Field camFields[] = {
-    {"camInsert", [](const CamFinding &c) -> std::uint16_t { return c.insert; }, insertWords,
-     std::size(insertWords)},
-    {"casidStat", [](const CamFinding &c) { return c.casid; }, casidWords, std::size(casidWords)},
-    {"preCamPidStat", [](const CamFinding &c) -> std::uint16_t { return c.caPids; }, caPidWords,
-     std::size(caPidWords)},
-    {"descStat", [](const CamFinding &c) -> std::uint16_t { return c.descrambling; },
-     descramblingWords, std::size(descramblingWords)},
+    {"camInsert", [](const CamFinding &c) -> std::uint16_t { return c.insert; }, insertWords},
+    {"casidStat", [](const CamFinding &c) { return c.casid; }, casidWords},
+    {"preCamPidStat", [](const CamFinding &c) -> std::uint16_t { return c.caPids; }, caPidWords},
+    {"descStat", [](const CamFinding &c) -> std::uint16_t { return c.descrambling; }, summaryWords},
 };
-
-const FieldWords &wordsOf(const FieldWords *words, std::size_t count, std::uint16_t value) {
-  static const FieldWords unknown{0, "in a state without a name", Tone::Bad};
-  const auto hasValue = [value](const FieldWords &entry) { return entry.value == value; };
-  const FieldWords *found = std::find_if(words, words + count, hasValue);
-  return found == words + count ? unknown : *found;
-}
 
 void addControllerChange(const CardFinding &before, const CardFinding &now,
                          std::vector<Change> &changes) {
   if (before.controller == now.controller) {
     return;
   }
-  const FieldWords &words = wordsOf(controllerWords, std::size(controllerWords), now.controller);
+  const FieldWords &words = controllerWords(now.controller);
   changes.push_back({{static_cast<int>(now.slot), -1},
                      words.text,
                      "cimaxStat " + hexText(now.controller),
                      words.tone});
 }
 
-// Fields that are no longer checked share one word, since they fall away together.
 // A summary that changed alone is told with the programs that changed it.
 bool onlySummaryChanged(const CamFinding &before, const CamFinding &now) {
   return before.insert == now.insert && before.casid == now.casid && before.caPids == now.caPids &&
@@ -95,13 +49,20 @@ bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::
   if (!onlySummaryChanged(before.cams[camSlot], cam) || last == programChanges.rend()) {
     return false;
   }
-  const FieldWords &words =
-      wordsOf(descramblingWords, std::size(descramblingWords), cam.descrambling);
+  const FieldWords &words = summaryWords(cam.descrambling);
   last->why += (last->why.empty() ? "" : "; ") + std::string(words.text) + " (descStat " +
                hexText(cam.descrambling) + ")";
   return true;
 }
 
+// The CI library tells that a CAM starts up.
+bool onlyStartsUp(const CamFinding &before, const CamFinding &now) {
+  constexpr std::uint8_t startingUp = 2;
+  return now.insert == startingUp && now.casid == before.casid && now.caPids == before.caPids &&
+         now.descrambling == before.descrambling;
+}
+
+// Fields that are no longer checked share one word, since they fall away together.
 void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
                   std::vector<Change> &changes) {
   std::vector<std::string> what;
@@ -114,11 +75,11 @@ void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t
       continue;
     }
     why.push_back(field.name + (" " + hexText(value)));
-    if (value == notChecked) {
+    if (value == fieldNotChecked) {
       lapsed = true;
       continue;
     }
-    const FieldWords &words = wordsOf(field.words, field.count, value);
+    const FieldWords &words = field.words(value);
     what.push_back(words.text);
     tone = words.tone == Tone::Plain ? tone : words.tone;
   }
@@ -198,12 +159,13 @@ struct ProgramGroup {
 void addToGroup(const ProgramFinding &program, const ProgramState &state,
                 std::vector<ProgramGroup> &groups) {
   const auto fits = [&](const ProgramGroup &group) {
-    return group.camMask == program.camMask && group.state == state &&
-           group.state.evidence == state.evidence && state.pids.empty();
+    return group.camMask == program.camMask && group.state == state && state.pids.empty();
   };
   auto group = std::find_if(groups.begin(), groups.end(), fits);
   if (group == groups.end()) {
     group = groups.insert(group, {program.camMask, state, statusWords(program.status).tone, {}});
+  } else if (group->state.evidence != state.evidence) {
+    group->state.evidence += "; " + state.evidence;
   }
   group->programs.push_back(std::to_string(program.number));
 }
@@ -221,6 +183,17 @@ Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
           group.tone};
 }
 
+// A CAM that is not checked any more says so for its programs too.
+bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
+  for (std::size_t camSlot = 0; camSlot < card.cams.size(); ++camSlot) {
+    const bool own = (program.camMask >> camSlot & 1) != 0;
+    if (own && card.cams[camSlot].descrambling != fieldNotChecked) {
+      return false;
+    }
+  }
+  return program.status == DESC_STAT_UNKNOWN;
+}
+
 void addProgramChanges(const CardFinding &before, const CardFinding &now,
                        std::vector<Change> &changes) {
   std::vector<ProgramGroup> groups;
@@ -228,7 +201,8 @@ void addProgramChanges(const CardFinding &before, const CardFinding &now,
     const ProgramFinding *old = findProgram(before, program.number);
     const ProgramState state = stateOf(program, now.takenMs);
     const ProgramState oldState = stateOf(old == nullptr ? ProgramFinding{} : *old, before.takenMs);
-    if (!(state == oldState) && program.camMask != 0) {
+    const bool told = program.camMask == 0 || lapsedWithCams(program, now);
+    if (!(state == oldState) && !told) {
       addToGroup(program, state, groups);
     }
   }
@@ -245,7 +219,9 @@ std::vector<Change> changesBetween(const CardFinding &before, const CardFinding 
   std::vector<Change> programChanges;
   addProgramChanges(before, now, programChanges);
   for (std::size_t camSlot = 0; camSlot < now.cams.size(); ++camSlot) {
-    if (!foldedIntoPrograms(before, now, camSlot, programChanges)) {
+    const bool toldElsewhere = onlyStartsUp(before.cams[camSlot], now.cams[camSlot]) ||
+                               foldedIntoPrograms(before, now, camSlot, programChanges);
+    if (!toldElsewhere) {
       addCamChange(before, now, camSlot, changes);
     }
   }

@@ -39,7 +39,7 @@ void Timeline::report(Place place, const std::string &what, const std::string &w
 
 void Timeline::report(Place place, const std::string &what, const std::string &why, Tone tone) {
   flush();
-  lastPrinted_.clear();
+  printed_.clear();
   const std::string text = why.empty() ? what : padded(what, whatWidth) + "  " + why;
   write(now_(), placeText(place.slot, place.cam), text, tone);
 }
@@ -48,19 +48,20 @@ void Timeline::print(ConsolePort port, const std::string &line) {
   if (line.empty() || (port == ConsolePort::Debug && !config_.debug)) {
     return;
   }
-  if (line == lastPrinted_) {
+  if (printed_.count(line) != 0) {
     ++repeats_;
     lastPrintedMs_ = now_();
     return;
   }
   flush();
-  lastPrinted_ = line;
+  printed_.insert(line);
   write(now_(), port == ConsolePort::Debug ? "module debug" : "module", line, Tone::Faint);
 }
 
 void Timeline::flush() {
   if (repeats_ > 0) {
-    write(lastPrintedMs_, "module", "(" + countText(repeats_, "time", "times") + " more)",
+    const std::string what = printed_.size() == 1 ? "" : " of the lines above";
+    write(lastPrintedMs_, "module", "(" + countText(repeats_, "repeat", "repeats") + what + ")",
           Tone::Faint);
   }
   repeats_ = 0;

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <ostream>
+#include <set>
 #include <string>
 
 #include "Events.h"
@@ -25,8 +26,8 @@ class Timeline : public Events {
   void report(Place place, const std::string &what, const std::string &why) override;
   void report(Place place, const std::string &what, const std::string &why, Tone tone);
 
-  // A line of the module's console. A line that repeats the one before is counted, not shown; the
-  // count comes before the next other line.
+  // A line of the module's console. A line that was printed already since the last report is
+  // counted, not shown; the count comes before the next other line.
   void print(ConsolePort port, const std::string &line);
 
   // Shows the count that is still held back.
@@ -38,7 +39,7 @@ class Timeline : public Events {
   std::ostream &out_;
   const Config config_;
   const std::function<std::uint64_t()> now_;
-  std::string lastPrinted_;
+  std::set<std::string> printed_;  // since the last report
   std::uint64_t lastPrintedMs_ = 0;
   std::uint64_t repeats_ = 0;
 };

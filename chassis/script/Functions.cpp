@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <numeric>
 
 #include "InputError.h"
+#include "script/Nearest.h"
 
 namespace chassis {
 namespace {
@@ -127,31 +127,11 @@ const std::vector<Function> table = {
      [](Chassis &chassis, const Values &v) {
        chassis.alarmMask(u32(v[0]), u32(v[1]), flag(v[2]));
      }},
+    {"alarmFail", {&on}, 1, false, Need::Nothing, Effect::None,
+     "the alarm service fails (1) or works (0)",
+     [](Chassis &chassis, const Values &v) { chassis.alarmFail(flag(v[0])); }},
 };
 // clang-format on
-
-std::size_t editDistance(const std::string &a, const std::string &b) {
-  std::vector<std::size_t> row(b.size() + 1);
-  std::iota(row.begin(), row.end(), std::size_t{0});
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    std::size_t diagonal = row[0];
-    row[0] = i;
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const bool same = std::tolower(a[i - 1]) == std::tolower(b[j - 1]);
-      const std::size_t substituted = diagonal + (same ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, substituted});
-    }
-  }
-  return row[b.size()];
-}
-
-const Function &nearest(const std::string &name) {
-  const auto closer = [&name](const Function &a, const Function &b) {
-    return editDistance(name, a.name) < editDistance(name, b.name);
-  };
-  return *std::min_element(table.begin(), table.end(), closer);
-}
 
 std::string bare(const Param &param) {
   std::string name = param.name;
@@ -227,18 +207,6 @@ Value textValue(const Param &param, const Word &word) {
   return Value{0, word.text};
 }
 
-Value checkArg(const Param &param, const Word &word) {
-  switch (param.form) {
-    case Form::Number:
-      return numberValue(param, word);
-    case Form::Seconds:
-      return secondsValue(param, word);
-    case Form::Text:
-      break;
-  }
-  return textValue(param, word);
-}
-
 std::string takes(const Function &function) {
   const std::size_t most = function.params.size();
   std::string count = std::to_string(function.required);
@@ -259,14 +227,32 @@ const std::vector<Function> &functions() {
 std::string signature(const Function &function) {
   std::string call = function.name;
   for (std::size_t i = 0; i < function.params.size(); ++i) {
-    const char *separator = i == 0 ? " " : i < function.required ? ", " : "[, ";
-    call += separator + std::string(function.params[i]->name);
-    call += i < function.required ? "" : "]";
+    const bool optional = i >= function.required;
+    const std::string separator = i == 0 ? "" : ", ";
+    call += i == 0 ? " " : "";
+    call += optional ? "[" + separator + function.params[i]->name + "]"
+                     : separator + function.params[i]->name;
   }
   if (function.repeats) {
     call += std::string("[, ") + function.params.back()->name + "...]";
   }
   return call;
+}
+
+Place placeOf(const Function &function, const Values &values) {
+  const std::vector<const Param *> &params = function.params;
+  Place place;
+  if (!params.empty() && params[0]->place) {
+    place.slot = static_cast<int>(values[0].number);
+  }
+  if (params.size() > 1 && params[1]->place) {
+    place.cam = static_cast<int>(values[1].number);
+  }
+  return place;
+}
+
+bool speaksForItself(const Function &function) {
+  return !function.params.empty() && function.params[0]->form == Form::Text;
 }
 
 std::string functionHelp() {
@@ -286,10 +272,25 @@ const Function &findFunction(const std::string &name) {
   const auto named = [&name](const Function &function) { return name == function.name; };
   const auto found = std::find_if(table.begin(), table.end(), named);
   if (found == table.end()) {
-    throw InputError("there is no function " + name + "; did you mean " + signature(nearest(name)) +
-                     "?");
+    const auto nearer = [&name](const Function &a, const Function &b) {
+      return editDistance(name, a.name) < editDistance(name, b.name);
+    };
+    const auto near = std::min_element(table.begin(), table.end(), nearer);
+    throw InputError("there is no function " + name + "; did you mean " + signature(*near) + "?");
   }
   return *found;
+}
+
+Value checkArg(const Param &param, const Word &word) {
+  switch (param.form) {
+    case Form::Number:
+      return numberValue(param, word);
+    case Form::Seconds:
+      return secondsValue(param, word);
+    case Form::Text:
+      break;
+  }
+  return textValue(param, word);
 }
 
 Values checkArgs(const Function &function, const std::vector<Word> &args) {

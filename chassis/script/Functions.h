@@ -40,7 +40,7 @@ struct Function {
   Need need;
   Effect effect;
   const char *help;
-  void (*run)(Chassis &, const Values &);  // null for wait, which only the player knows
+  void (*run)(Chassis &, const Values &);  // null for wait: whoever runs the calls knows it
 };
 
 const std::vector<Function> &functions();
@@ -48,11 +48,20 @@ const std::vector<Function> &functions();
 // "camInsert slot, cam, casid[, casid...]"
 std::string signature(const Function &function);
 
+// The place that a call is about: its first parameters are a slot and a CAM where it has them.
+Place placeOf(const Function &function, const Values &values);
+
+// Its call is no news by itself: it writes its own line.
+bool speaksForItself(const Function &function);
+
 // One line per function: signature and help.
 std::string functionHelp();
 
 // Throws InputError: an unknown name, with the nearest known one.
 const Function &findFunction(const std::string &name);
+
+// Throws InputError: a word that is not what the parameter takes.
+Value checkArg(const Param &param, const Word &word);
 
 // Throws InputError: wrong number or kind of arguments, a value that does not fit.
 Values checkArgs(const Function &function, const std::vector<Word> &args);

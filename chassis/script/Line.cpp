@@ -130,4 +130,13 @@ Line parseLine(const std::string &text) {
   return line;
 }
 
+std::string lineText(const Line &line) {
+  std::string text = line.name;
+  for (const Word &word : line.args) {
+    text += &word == &line.args.front() ? " " : ", ";
+    text += word.quoted ? "\"" + word.text + "\"" : word.text;
+  }
+  return text;
+}
+
 }  // namespace chassis

@@ -20,4 +20,7 @@ struct Line {
 // `name arg, arg`, `name(arg, arg)`, `# comment` or nothing. Throws InputError on anything else.
 Line parseLine(const std::string &text);
 
+// The call as a person would write it.
+std::string lineText(const Line &line);
+
 }  // namespace chassis

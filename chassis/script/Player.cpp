@@ -5,19 +5,6 @@
 namespace chassis {
 namespace {
 
-// The place that a call names: its first parameters are a slot and a CAM where it has them.
-Place placeOf(const Call &call) {
-  Place place;
-  const std::vector<const Param *> &params = call.function->params;
-  if (params[0]->place) {
-    place.slot = static_cast<int>(call.values[0].number);
-  }
-  if (params.size() > 1 && params[1]->place) {
-    place.cam = static_cast<int>(call.values[1].number);
-  }
-  return place;
-}
-
 bool isWait(const Call &call) {
   return call.function->run == nullptr;
 }
@@ -53,10 +40,9 @@ void Player::run(const Call &call) {
 }
 
 void Player::announce(const Call &call) {
-  const bool speaksForItself =
-      call.function->need == Need::Nothing && call.function->effect == Effect::None;
-  if (!speaksForItself) {
-    chassis_.note(placeOf(call), call.text, "script line " + std::to_string(call.line));
+  if (!speaksForItself(*call.function)) {
+    chassis_.note(placeOf(*call.function, call.values), call.text,
+                  "script line " + std::to_string(call.line));
   }
 }
 

@@ -64,22 +64,13 @@ void Occupancy::follow(const Call &call) {
   }
 }
 
-std::string textOf(const Line &line) {
-  std::string text = line.name;
-  for (const Word &word : line.args) {
-    text += &word == &line.args.front() ? " " : ", ";
-    text += word.quoted ? "\"" + word.text + "\"" : word.text;
-  }
-  return text;
-}
-
 void readLine(const std::string &text, std::size_t number, Occupancy &occupancy, Script &script) {
   const Line line = parseLine(text);
   if (line.name.empty()) {
     return;
   }
   const Function &function = findFunction(line.name);
-  Call call{number, textOf(line), &function, checkArgs(function, line.args)};
+  Call call{number, lineText(line), &function, checkArgs(function, line.args)};
   occupancy.check(call);
   occupancy.follow(call);
   script.calls.push_back(std::move(call));

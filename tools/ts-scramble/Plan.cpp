@@ -172,6 +172,15 @@ void addProgram(Plan &plan, const Request &request, const Survey &survey, PidSto
   }
 }
 
+void addNewPmt(Plan &plan, std::uint16_t program) {
+  const auto edit = plan.pmts.find(program);
+  if (edit == plan.pmts.end()) {
+    throw InputError("program " + std::to_string(program) +
+                     " is not scrambled, so its PMT stays as it is");
+  }
+  edit->second.nextVersion = true;
+}
+
 // As many periods as come nearest to the one asked for, an even number of them.
 std::uint32_t countPeriods(const Request &request, const Survey &survey) {
   const double pairs = survey.seconds() / request.cryptoPeriod / 2;
@@ -206,6 +215,9 @@ Plan makePlan(const Request &request, const Survey &survey) {
   plan.periods = countPeriods(request, survey);
   for (const ProgramRequest &program : chosenPrograms(request, survey)) {
     addProgram(plan, request, survey, stock, program);
+  }
+  for (const std::uint16_t program : request.newPmts) {
+    addNewPmt(plan, program);
   }
   plan.emmPid = request.emmPid ? *request.emmPid : stock.take();
   return plan;

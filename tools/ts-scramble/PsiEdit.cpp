@@ -59,6 +59,14 @@ Section headerOf(const Section &section) {
   return Section(section.begin(), section.begin() + sectionHeaderSize);
 }
 
+void countVersion(Section &section) {
+  constexpr std::size_t versionOffset = 5;
+  constexpr unsigned versionMask = 0x3E;  // between reserved bits and current_next_indicator
+  const unsigned byte = section[versionOffset];
+  section[versionOffset] =
+      static_cast<std::uint8_t>((byte & ~versionMask) | ((byte + 2) & versionMask));
+}
+
 }  // namespace
 
 Descriptors caDescriptor(std::uint16_t casid, std::uint16_t pid) {
@@ -92,6 +100,9 @@ Section editPmt(const Section &pmt, const PmtEdit &edit) {
     if (!copyLoop(pmt, at, streamHeadSize, descriptors, edited)) {
       return pmt;
     }
+  }
+  if (edit.nextVersion) {
+    countVersion(edited);
   }
   return sealed(edited, "the PMT of program " + std::to_string(tableExtension(pmt)));
 }

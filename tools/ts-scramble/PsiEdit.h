@@ -17,10 +17,12 @@ using Descriptors = std::vector<std::uint8_t>;
 
 Descriptors caDescriptor(std::uint16_t casid, std::uint16_t pid);
 
-// What is put behind the descriptors that a PMT has already.
+// What is put behind the descriptors that a PMT has already, and whether it becomes another
+// version.
 struct PmtEdit {
   Descriptors program;
   std::map<std::uint16_t, Descriptors> streams;  // by elementary_PID
+  bool nextVersion = false;
 };
 
 bool isTable(const chassis::Section &section, std::uint8_t table);  // a sound long section of it

@@ -22,6 +22,7 @@ struct ProgramRequest {
 
 struct Request {
   std::vector<ProgramRequest> programs;  // empty: all programs
+  std::vector<std::uint16_t> newPmts;    // of them: whose PMT becomes the next version
   Level level = Level::Program;
   std::uint16_t casid = chassis::labca::defaultCaSystem;
   double cryptoPeriod = 10;                  // seconds; made to fit the file

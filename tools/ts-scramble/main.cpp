@@ -32,6 +32,9 @@ void declare(CLI::App &app, Arguments &arguments) {
                  "NUMBER[:program|stream[:PID[,PID...]]]: a program to scramble, its level and its "
                  "ECM PIDs, one, or one for each stream; may be repeated; without it, all programs")
       ->allow_extra_args(false);
+  app.add_option("--new-pmt", request.newPmts,
+                 "NUMBER: a program whose PMT becomes the next version; may be repeated")
+      ->allow_extra_args(false);
   app.add_option("--level", arguments.level, "level of programs that tell none: program or stream")
       ->capture_default_str();
   app.add_option("--casid", request.casid, "CA system id")

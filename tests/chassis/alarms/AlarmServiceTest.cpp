@@ -74,9 +74,9 @@ TEST_F(AlarmServiceTest, TellsBothEndsOfAnAlarm) {
   AlarmDel(0, 0);
   ASSERT_EQ(events.lines.size(), 2u);
   EXPECT_EQ(events.lines[0].what, "alarm raised: CAM absent");
-  EXPECT_EQ(events.lines[0].why, "alarm 0: card 3, CAM B: CAM absent [1 (3), 0x706, 0x703]");
+  EXPECT_EQ(events.lines[0].why, "alarm 0, identifiers 1 (3), 0x706, 0x703");
   EXPECT_EQ(events.lines[1].what, "alarm cleared: CAM absent");
-  EXPECT_EQ(events.lines[1].why, "alarm 0: stood for 12.3 s");
+  EXPECT_EQ(events.lines[1].why, "alarm 0, stood for 12.3 s");
   for (const Line &line : events.lines) {
     EXPECT_EQ(line.place.slot, 2);
     EXPECT_EQ(line.place.cam, 1);
@@ -108,12 +108,19 @@ TEST_F(AlarmServiceTest, RefusesNoRecordAndEveryOtherPairCount) {
 TEST_F(AlarmServiceTest, WhileItFailsNothingChanges) {
   AlarmRecord record = camAbsent(1, 0x705);
   AlarmAdd(&record);
+  events.lines.clear();
   service.setFailing(true);
-  EXPECT_EQ(AlarmAdd(&record), -1);
-  EXPECT_EQ(AlarmDel(0, 0), -1);
+  for (int attempt = 0; attempt < 3; ++attempt) {
+    EXPECT_EQ(AlarmAdd(&record), -1);
+    EXPECT_EQ(AlarmAdd(nullptr), -1);
+    EXPECT_EQ(AlarmDel(0, 0), -1);
+    EXPECT_EQ(AlarmDel(1, 0), -1);
+  }
   EXPECT_EQ(service.active().size(), 1u);
   EXPECT_TRUE(service.history().empty());
-  EXPECT_EQ(events.lines.size(), 1u);
+  ASSERT_EQ(events.lines.size(), 2u);
+  EXPECT_EQ(events.lines[0].what, "alarm not raised: CAM absent");
+  EXPECT_EQ(events.lines[1].what, "alarm not cleared: CAM absent");
   service.setFailing(false);
   EXPECT_EQ(AlarmAdd(&record), 1);
   EXPECT_EQ(AlarmDel(0, 0), 0);

@@ -14,7 +14,7 @@ class TimelineTest : public testing::Test {
     return *timeline_;
   }
   std::string text() {
-    const std::string text = out_.str();
+    std::string text = out_.str();
     out_.str("");
     return text;
   }
@@ -67,10 +67,9 @@ TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
   line.flush();
   EXPECT_EQ(text(),
             "00:00:01.000  module         again\n"
-            "00:00:04.000  module         (3 times more)\n"
+            "00:00:04.000  module         (3 repeats)\n"
             "00:00:05.000  module         other\n"
-            "00:00:05.000  module         again\n"
-            "00:00:05.000  module         (1 time more)\n"
+            "00:00:05.000  module         (2 repeats of the lines above)\n"
             "00:00:05.000  chassis        event\n"
             "00:00:05.000  module         again\n");
 }

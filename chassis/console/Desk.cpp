@@ -1,0 +1,130 @@
+#include "console/Desk.h"
+
+#include <csignal>
+#include <cstdio>
+
+#include "console/Shell.h"
+
+namespace chassis {
+namespace {
+
+constexpr int signalled = 128;
+
+}  // namespace
+
+Desk::Desk(DeskMode mode, const std::string &historyPath, const std::vector<std::string> &names)
+    : mode_(mode) {
+  inlet_.onSignal([this](int signal) { takeSignal(signal); });
+  if (mode_ == DeskMode::Terminal) {
+    editor_ = std::make_unique<Editor>(Editor::Config{"-> ", historyPath, names});
+    if (!editor_->historyTrouble().empty()) {
+      show("error: " + editor_->historyTrouble() + "\n");
+    }
+  }
+}
+
+void Desk::show(const std::string &text) {
+  if (editor_ != nullptr) {
+    editor_->write(text);
+    return;
+  }
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+void Desk::serve(Clock &clock, double speed, Session &session) {
+  clock_ = &clock;
+  speed_ = speed;
+  session_ = &session;
+  clock.setSpeed(speed);
+  clock.setWait([this](std::uint64_t dueNs) { waitUntil(dueNs); });
+  if (mode_ != DeskMode::Script) {
+    inlet_.onBytes([this](const std::string &bytes) { take(bytes); });
+  }
+}
+
+void Desk::waitUntil(std::uint64_t dueNs) {
+  if (!ended_) {
+    admitBytes();
+    inlet_.waitUntil(dueNs, [this] { return ended_; });
+  }
+}
+
+void Desk::awaitLine() {
+  while (!ended_ && !inputOver_ && session_->idle()) {
+    admitBytes();
+    inlet_.waitForNext();
+  }
+}
+
+// A pipe is not emptied faster than its lines run.
+void Desk::admitBytes() {
+  inlet_.setReading(mode_ == DeskMode::Terminal || session_->idle());
+}
+
+void Desk::take(const std::string &bytes) {
+  inputOver_ = bytes.empty();
+  if (mode_ == DeskMode::Terminal) {
+    takeTyped(bytes);
+  } else {
+    takePiped(bytes);
+  }
+}
+
+void Desk::takeTyped(const std::string &bytes) {
+  editor_->feed(bytes);
+  for (const std::string &line : editor_->takeLines()) {
+    session_->type(line);
+  }
+  if (bytes.empty() || editor_->ended()) {
+    end(0);
+  }
+}
+
+void Desk::takePiped(const std::string &bytes) {
+  for (const char c : inputOver_ && !partial_.empty() ? std::string("\n") : bytes) {
+    if (c == '\n') {
+      session_->type(partial_);
+      partial_.clear();
+    } else if (partial_.size() <= Shell::longestLine) {
+      partial_ += c;
+    }
+  }
+  admitBytes();
+}
+
+void Desk::takeSignal(int signal) {
+  switch (signal) {
+    case SIGWINCH:
+      if (editor_ != nullptr) {
+        editor_->resized();
+      }
+      return;
+    case SIGTSTP:
+      stop();
+      return;
+    default:
+      end(signalled + signal);
+  }
+}
+
+// The job is stopped until its shell continues it; chassis time stands still meanwhile.
+void Desk::stop() {
+  if (editor_ != nullptr) {
+    editor_->pause();
+  }
+  static_cast<void>(std::raise(SIGSTOP));
+  if (editor_ != nullptr) {
+    editor_->resume();
+  }
+  if (clock_ != nullptr) {
+    clock_->setSpeed(speed_);
+  }
+}
+
+void Desk::end(int status) {
+  ended_ = true;
+  status_ = status;
+}
+
+}  // namespace chassis

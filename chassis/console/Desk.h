@@ -1,0 +1,63 @@
+// Where a person sits: a terminal with a prompt, a pipe of lines, or nothing but signals. What the
+// chassis shows goes through it, and while the clock waits it takes what comes.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "console/Editor.h"
+#include "console/Inlet.h"
+#include "console/Session.h"
+#include "kernel/Clock.h"
+
+namespace chassis {
+
+enum class DeskMode {
+  Script,   // standard input is not read
+  Pipe,     // plain lines from standard input
+  Terminal  // a prompt
+};
+
+class Desk {
+ public:
+  // historyPath and names: as Editor's, for a terminal.
+  Desk(DeskMode mode, const std::string &historyPath, const std::vector<std::string> &names);
+
+  void show(const std::string &text);  // whole lines with their ends
+
+  // From now on the clock waits here, and lines go to the session. The desk outlives both uses.
+  void serve(Clock &clock, double speed, Session &session);
+
+  // A pipe, at a speed without a pace: chassis time stands still until there is a line or the end.
+  void awaitLine();
+
+  bool inputOver() const { return inputOver_; }
+  bool ended() const { return ended_; }   // a person or a signal wants the end of the run
+  int status() const { return status_; }  // exit status: 0, or 128 and the signal's number
+
+ private:
+  void take(const std::string &bytes);
+  void takeTyped(const std::string &bytes);
+  void takePiped(const std::string &bytes);
+  void takeSignal(int signal);
+  void stop();
+  void end(int status);
+  void waitUntil(std::uint64_t dueNs);
+  void admitBytes();
+
+  const DeskMode mode_;
+  Inlet inlet_;
+  std::unique_ptr<Editor> editor_;
+  Clock *clock_ = nullptr;
+  double speed_ = 0;
+  Session *session_ = nullptr;
+  std::string partial_;  // of a piped line
+  bool inputOver_ = false;
+  bool ended_ = false;
+  int status_ = 0;
+};
+
+}  // namespace chassis

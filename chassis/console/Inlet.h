@@ -1,0 +1,42 @@
+// What comes from outside while a run waits: bytes on standard input, and signals. The signals that
+// it takes are blocked in the process while it lives.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace chassis {
+
+class Inlet {
+ public:
+  Inlet();
+  ~Inlet();
+  Inlet(const Inlet &) = delete;
+  Inlet &operator=(const Inlet &) = delete;
+
+  // The end of the input comes as no bytes, once. Null: standard input is not read.
+  void onBytes(std::function<void(const std::string &bytes)> take) { take_ = std::move(take); }
+  void setReading(bool on) { reading_ = on; }  // off: bytes stay where they are
+  void onSignal(std::function<void(int signal)> take) { takeSignal_ = std::move(take); }
+
+  // Hands on all that comes until a real time in ns of CLOCK_MONOTONIC; what is there already is
+  // taken even when the time has come. cut: ends the wait early once it is true.
+  void waitUntil(std::uint64_t dueNs, const std::function<bool()> &cut);
+  // Waits for the next bytes or signal, however long.
+  void waitForNext();
+
+ private:
+  void poll(std::optional<std::uint64_t> dueNs);
+  void readBytes();
+  void readSignal();
+
+  int signals_ = -1;
+  std::function<void(const std::string &)> take_;
+  std::function<void(int)> takeSignal_;
+  bool open_ = true;
+  bool reading_ = true;
+};
+
+}  // namespace chassis

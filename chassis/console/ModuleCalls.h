@@ -1,0 +1,37 @@
+// The module's exported functions as a person calls them: names, arguments, guards and help in one
+// table. Whatever passes checkArgs and callModule is safe to call.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "script/Functions.h"
+
+namespace chassis {
+
+enum class CallGroup { Periodic, Sending, Listing, Accessor, Library };
+enum class Result { None, Unsigned, Signed };
+
+struct ModuleCall {
+  CallGroup group;
+  Function function;  // its run is null
+  Result result;
+  std::int64_t (*invoke)(const Values &);  // null: no person may call it
+  void (*guard)(const Values &);           // null: nothing to check; throws InputError
+  const char *refusal;                     // why no person may; else null
+};
+
+const std::vector<ModuleCall> &moduleCalls();
+const ModuleCall *findModuleCall(const std::string &name);  // null: none
+const char *groupTitle(CallGroup group);
+
+// Calls with values that checkArgs took; time may pass. Returns the result, if it has one. Throws
+// InputError: not for a person, a card that has not registered, a program beyond the card's table.
+std::optional<std::int64_t> callModule(const ModuleCall &call, const Values &values);
+
+// "value = 255 = 0xff"; a negative value as the 32 bits that the module returned.
+std::string valueText(std::int64_t value);
+
+}  // namespace chassis

@@ -1,0 +1,64 @@
+// One run of the chassis with everything around it: a script, a desk, a timeline.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+
+#include "console/Desk.h"
+#include "console/Journal.h"
+#include "console/Session.h"
+#include "console/Shell.h"
+#include "firmware/Chassis.h"
+#include "kernel/Clock.h"
+#include "report/StatusWatch.h"
+#include "report/Timeline.h"
+#include "script/Player.h"
+
+namespace chassis {
+
+class Operation {
+ public:
+  struct Config {
+    DeskMode mode = DeskMode::Script;
+    std::string historyPath;
+    double speed = 1;  // 0: as fast as it can; at a terminal only until the script is over
+    std::optional<std::uint64_t> endMs;  // chassis time; none: when script or person end it
+    std::uint32_t clockStart = 0;
+    bool colour = false;
+    bool debug = false;
+  };
+
+  Operation(const Config &config, Script script);
+  ~Operation();
+  Operation(const Operation &) = delete;
+  Operation &operator=(const Operation &) = delete;
+
+  Chassis &chassis() { return chassis_; }
+
+  // Until the end; then the desk gives its terminal back. Returns the exit status. Throws
+  // InputError with file and line, unless a person at a terminal can be told.
+  int run();
+
+ private:
+  bool isOver() const;
+  void settlePace();
+  void complain(const std::string &what);
+
+  const Config config_;
+  std::unique_ptr<Desk> desk_;
+  Clock clock_;
+  Journal journal_;
+  std::ostream stream_;
+  Timeline timeline_;
+  Chassis chassis_;
+  StatusWatch watch_;
+  Shell shell_;
+  Player player_;
+  Session session_;
+  bool maximal_;
+};
+
+}  // namespace chassis

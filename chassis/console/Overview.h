@@ -1,0 +1,22 @@
+// The chassis at a glance, and what its console lists, as plain text.
+#pragma once
+
+#include <string>
+
+#include "alarms/AlarmService.h"
+#include "firmware/Chassis.h"
+
+namespace chassis {
+
+// One row per CAM slot of the cards that are in: CAM, CA systems, the status fields in words with
+// their codes, alarms that stand, last CA PMT, last reset.
+std::string overview(Chassis &chassis, bool colour);
+
+// Every program and PID of a card with its evidence, and its CAMs' history. Throws InputError: no
+// card is in the slot.
+std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour);
+
+// The alarms that stand, then those that stood, the last one last.
+std::string alarmLists(const AlarmService &alarms);
+
+}  // namespace chassis

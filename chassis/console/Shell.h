@@ -1,0 +1,73 @@
+// Runs what a person types: calls of the module and of the chassis, variables, and the console's
+// own commands.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "console/Journal.h"
+#include "console/ModuleCalls.h"
+#include "console/Statement.h"
+#include "console/Variables.h"
+#include "firmware/Chassis.h"
+#include "firmware/Console.h"
+#include "report/Timeline.h"
+
+namespace chassis {
+
+class Shell {
+ public:
+  // Answers in whole lines with their ends.
+  using Show = std::function<void(const std::string &)>;
+
+  static constexpr std::size_t longestLine = 1000;
+
+  Shell(Chassis &chassis, const Journal &journal, Show show, bool colour);
+
+  // Runs one line in the supervision task, between two cycles. Whatever the line is, a person gets
+  // an answer and the chassis goes on; what is wrong with it is told in one line.
+  void run(const std::string &line);
+
+  bool exited() const { return exited_; }                           // by the command
+  std::uint64_t blockedUntilMs() const { return blockedUntilMs_; }  // a wait: not before this
+
+  // What the module prints while a typed call runs is the call's answer: true when it was taken.
+  bool takePrint(ConsolePort port, const std::string &line);
+
+  // All that can be called or read, sorted.
+  static std::vector<std::string> names();
+
+  // One line for each of them, in groups.
+  static std::string help();
+
+ private:
+  struct Command;
+  static const std::vector<Command> &commands();
+
+  void execute(const Statement &statement);
+  bool tryVariable(const Statement &statement);
+  bool tryCommand(const Line &line);
+  bool tryModule(const Statement &statement);
+  void runFunction(const Statement &statement);
+  void announce(const Function &function, const Values &values, const Statement &statement);
+  void require(const Function &function, const Values &values);
+  void showLine(const std::string &line) { show_(line + "\n"); }
+
+  void runHelp(const Values &values);
+  void runStatus(const Values &values);
+  void runAlarms(const Values &values);
+  void runEvents(const Values &values);
+  void runExit(const Values &values);
+
+  Chassis &chassis_;
+  const Journal &journal_;
+  const Show show_;
+  const bool colour_;
+  bool exited_ = false;
+  bool calling_ = false;
+  std::uint64_t blockedUntilMs_ = 0;
+};
+
+}  // namespace chassis

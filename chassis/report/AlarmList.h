@@ -1,0 +1,13 @@
+// The alarms that stand, as plain text.
+#pragma once
+
+#include <string>
+
+#include "alarms/AlarmService.h"
+
+namespace chassis {
+
+// One line per alarm in the order in which they were raised, or one that says that none stands.
+std::string standingAlarms(const AlarmService &alarms);
+
+}  // namespace chassis
