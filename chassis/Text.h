@@ -16,10 +16,11 @@ inline std::string hex(std::uint32_t value, int digits) {
 }
 
 // "a, b, c"
-inline std::string joined(const std::vector<std::string> &parts) {
+inline std::string joined(const std::vector<std::string> &parts,
+                          const std::string &separator = ", ") {
   std::string text;
   for (const std::string &part : parts) {
-    text += (text.empty() ? "" : ", ") + part;
+    text += (text.empty() ? "" : separator) + part;
   }
   return text;
 }

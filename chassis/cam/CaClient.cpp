@@ -1,17 +1,13 @@
 #include "cam/CaClient.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
+
+#include "Text.h"
+#include "ts/PacketView.h"
 
 namespace chassis::cam {
 namespace {
-
-std::string hexPid(std::uint16_t pid) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%04X", pid);
-  return text;
-}
 
 void setMember(std::set<std::uint16_t> &members, std::uint16_t value, bool member) {
   if (member) {
@@ -153,7 +149,7 @@ void CaClient::process(TsPacket *const *packets, std::size_t count, std::uint64_
   nowMs_ = nowMs;
   for (std::size_t i = 0; i < count; ++i) {
     TsPacket &packet = *packets[i];
-    const std::uint16_t pid = packetPid(packet);
+    const std::uint16_t pid = PacketView(packet).pid();
     if (EcmReader *reader = readerOfPid_[pid]) {
       reader->seen = true;
       reader->assembler.push(
@@ -262,7 +258,7 @@ std::string CaClient::nameOf(const Feed &feed) const {
   const auto ofProgram = [&](const Feed &other) { return other.program == feed.program; };
   if (std::count_if(feeds_.begin(), feeds_.end(), ofProgram) > 1) {
     for (const std::uint16_t pid : feed.pids) {
-      name += (pid == feed.pids.front() ? " PID " : ", ") + hexPid(pid);
+      name += (pid == feed.pids.front() ? " PID " : ", ") + hex(pid, 4);
     }
   }
   return name;
@@ -282,14 +278,14 @@ std::string CaClient::reasonOf(const Feed &feed) const {
   const EcmReader &reader = readers_.at(feed.ecmPid);
   switch (feed.state) {
     case State::Running:
-      return "ECMs on PID " + hexPid(feed.ecmPid) + ", tier " + std::to_string(reader.ecm->tier);
+      return "ECMs on PID " + hex(feed.ecmPid, 4) + ", tier " + std::to_string(reader.ecm->tier);
     case State::Refused:
       return "refuses it for technical reasons";
     case State::NotEntitled:
       return "no entitlement for tier " + std::to_string(reader.ecm->tier);
     case State::NoEcm:
       return std::string(reader.seen ? "only damaged ECMs" : "no ECM") + " on PID " +
-             hexPid(feed.ecmPid) + " for " + std::to_string(ecmTimeoutMs_) + " ms";
+             hex(feed.ecmPid, 4) + " for " + std::to_string(ecmTimeoutMs_) + " ms";
     case State::Waiting:
       break;
   }

@@ -116,8 +116,9 @@ CaPmtStream readStream(Reader &reader) {
 
 // Without an enable the flag is 0 and the other bits are reserved.
 std::uint8_t enableByte(CaEnable enable) {
-  return enable == CaEnable::None ? static_cast<std::uint8_t>(~enableFlag)
-                                  : static_cast<std::uint8_t>(enableFlag | static_cast<int>(enable));
+  return enable == CaEnable::None
+             ? static_cast<std::uint8_t>(~enableFlag)
+             : static_cast<std::uint8_t>(enableFlag | static_cast<int>(enable));
 }
 
 }  // namespace

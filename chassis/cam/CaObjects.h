@@ -75,7 +75,8 @@ struct Object {
   std::vector<std::uint8_t> body;
 };
 
-// Takes apart the tag, the length field and the body; the body must fill the rest. Throws BadObject.
+// Takes apart the tag, the length field and the body; the body must fill the rest. Throws
+// BadObject.
 Object decodeObject(const std::vector<std::uint8_t> &apdu);
 std::vector<std::uint8_t> encodeObject(const Object &object);
 

@@ -4,6 +4,7 @@
 #include <random>
 #include <utility>
 
+#include "Text.h"
 #include "cam/CaClient.h"
 #include "cam/CaObjects.h"
 
@@ -21,21 +22,21 @@ constexpr std::size_t maxGarbage = 48;
 constexpr std::uint32_t garbageSeed = 20;
 
 std::string caSystemList(const std::vector<std::uint16_t> &caSystems) {
-  std::string text = caSystems.empty() ? "no CA system" : "CA systems";
+  std::vector<std::string> texts;
+  texts.reserve(caSystems.size());
   for (const std::uint16_t casid : caSystems) {
-    char number[16];
-    std::snprintf(number, sizeof number, " 0x%04X", casid);
-    text += number;
+    texts.push_back(hex(casid, 4));
   }
-  return text;
+  return texts.empty() ? "no CA system" : "CA systems " + joined(texts);
 }
 
 std::string programList(const cam::CaClient::Selection &selection) {
-  std::string text;
+  std::vector<std::string> texts;
   for (const auto &[program, pmt] : selection) {
-    text += (text.empty() ? "" : ", ") + std::to_string(program);
+    texts.push_back(std::to_string(program));
   }
-  return text;
+  const char *what = texts.size() == 1 ? "program " : "programs ";
+  return texts.empty() ? "no program" : what + joined(texts);
 }
 
 std::vector<std::uint16_t> programNumbers(const cam::CaClient::Selection &selection) {
@@ -185,10 +186,7 @@ void Cam::State::put(cam::CaClient::Selection &selection, const CaPmt &pmt) {
 
 void Cam::State::select(cam::CaClient::Selection selection) {
   if (programNumbers(selection) != programNumbers(client.selection())) {
-    events.report(place,
-                  selection.empty() ? "selects no program"
-                                    : "selects program " + programList(selection),
-                  "CA PMT");
+    events.report(place, "selects " + programList(selection), "CA PMT");
   }
   client.select(std::move(selection), nowMs);
 }
@@ -197,9 +195,13 @@ Cam::Cam(Config config, Place place, Events &events, std::uint64_t nowMs)
     : state_(std::make_unique<State>(std::move(config), place, events, nowMs)) {}
 Cam::~Cam() = default;
 
-bool Cam::up() const { return state_->up(); }
+bool Cam::up() const {
+  return state_->up();
+}
 
-void Cam::reset(std::uint64_t nowMs) { state_->start(nowMs); }
+void Cam::reset(std::uint64_t nowMs) {
+  state_->start(nowMs);
+}
 
 void Cam::receive(const Apdu &apdu) {
   State &state = *state_;
@@ -249,8 +251,12 @@ void Cam::process(TsPacket *const *packets, std::size_t count) {
   }
 }
 
-void Cam::entitle(std::uint16_t program, bool on) { state_->client.entitle(program, on); }
-void Cam::refuse(std::uint16_t program, bool on) { state_->client.refuse(program, on); }
+void Cam::entitle(std::uint16_t program, bool on) {
+  state_->client.entitle(program, on);
+}
+void Cam::refuse(std::uint16_t program, bool on) {
+  state_->client.refuse(program, on);
+}
 
 void Cam::setFault(CamFault fault, bool on) {
   State &state = *state_;

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "ts/Section.h"
+#include "ts/PacketView.h"
 
 namespace chassis {
 namespace {
@@ -79,13 +79,18 @@ void Descrambler::drop(Key key) {
   keys_.erase(key);
 }
 
-void Descrambler::assign(std::uint16_t pid, Key key) { keyOfPid_.at(pid) = &keys_[key]; }
+void Descrambler::assign(std::uint16_t pid, Key key) {
+  keyOfPid_.at(pid) = &keys_[key];
+}
 
-void Descrambler::releaseAll() { std::fill(keyOfPid_.begin(), keyOfPid_.end(), nullptr); }
+void Descrambler::releaseAll() {
+  std::fill(keyOfPid_.begin(), keyOfPid_.end(), nullptr);
+}
 
 void Descrambler::push(TsPacket &packet) {
-  const KeyPair *key = keyOfPid_[packetPid(packet)];
-  const std::uint8_t control = ts_get_scrambling(packet.data());
+  const PacketView view(packet);
+  const KeyPair *key = keyOfPid_[view.pid()];
+  const std::uint8_t control = view.scrambling();
   if (key == nullptr || control < scrambledEven) {
     return;
   }
@@ -94,9 +99,8 @@ void Descrambler::push(TsPacket &packet) {
     return;
   }
   ts_set_scrambling(packet.data(), 0);
-  const std::size_t offset = payloadOffset(packet);
-  if (offset < tsPacketSize) {
-    lane->push(packet.data() + offset, static_cast<unsigned>(tsPacketSize - offset));
+  if (view.payloadSize() > 0) {
+    lane->push(packet.data() + view.payloadOffset(), static_cast<unsigned>(view.payloadSize()));
   }
 }
 

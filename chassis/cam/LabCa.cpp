@@ -36,7 +36,9 @@ ControlWord takeWord(const std::uint8_t *&at) {
   return word;
 }
 
-std::uint8_t tableOf(std::uint32_t period) { return period & 1 ? ecmOddTable : ecmEvenTable; }
+std::uint8_t tableOf(std::uint32_t period) {
+  return period & 1 ? ecmOddTable : ecmEvenTable;
+}
 
 Section header(std::uint8_t table, std::uint16_t extension) {
   Section section = {table, syntaxAndReserved, 0};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "InputError.h"
 #include "card/CardState.h"
@@ -44,6 +45,12 @@ std::string listOf(const std::vector<ProgramInfo> &programs) {
   return list;
 }
 
+// Whether a path leads to a file, by whatever name.
+bool leadsTo(const std::string &path, const std::string &file) {
+  std::error_code failure;
+  return !file.empty() && std::filesystem::equivalent(path, file, failure);
+}
+
 }  // namespace
 
 void Card::State::report(const std::string &what, const std::string &why) {
@@ -55,6 +62,7 @@ void Card::State::remove() {
   psi.reset();
   masks.clear();
   programs.clear();
+  streamPath.clear();
   pidFaults.clear();
   fpga.stop();
   bitrate = 0;
@@ -91,6 +99,9 @@ Card::~Card() {
 
 void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs) {
   State &state = *state_;
+  if (state.output.is_open() && leadsTo(path, state.outputPath)) {
+    throw InputError("'" + path + "' is the output of the card; another stream is needed");
+  }
   StreamScan scan = scanStream(path, bitrate);
   auto player = std::make_unique<StreamPlayer>(path, scan.bitrate, scan.ccStep, nowMs);
   if (inserted()) {
@@ -98,6 +109,7 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   }
   state.player = std::move(player);
   state.psi = std::move(scan.psi);
+  state.streamPath = path;
   state.bitrate = scan.bitrate;
   state.unreadable = false;
   state.fpga.start(nowMs);
@@ -126,7 +138,7 @@ void Card::assign(std::uint16_t program, std::uint8_t camMask) {
     throw InputError(name + ": no card is in slot " + std::to_string(state.slot));
   }
   if (known == state.programs.end()) {
-    throw InputError(name + " is not in the stream of card " + std::to_string(state.slot) +
+    throw InputError(name + " is not in the stream of slot " + std::to_string(state.slot) +
                      ", which carries " + listOf(state.programs));
   }
   if (camMask > allCams) {
@@ -170,6 +182,9 @@ void Card::setOutput(const std::string &path) {
   state.endOutput();
   if (path.empty()) {
     return;
+  }
+  if (leadsTo(path, state.streamPath)) {
+    throw InputError("'" + path + "' is the stream that the card plays; another file is needed");
   }
   state.outputPath = path;
   state.output.open(path, std::ios::binary | std::ios::trunc);

@@ -88,7 +88,8 @@ class Card {
   // The CAM in a slot, null for none; the card does not own it.
   void setCam(std::uint32_t camSlot, Cam *cam);
 
-  // Writes the stream behind the CAMs to a file from now on; "" ends it. Throws InputError.
+  // Writes the stream behind the CAMs to a file from now on; "" ends it. Throws InputError: the
+  // file cannot be written or is the stream that the card plays.
   void setOutput(const std::string &path);
 
   // Lets the packets flow that are due until nowMs (chassis time).

@@ -1,6 +1,7 @@
 #include "card/CardDriver.h"
 
 #include <array>
+#include <iterator>
 
 #include "card/Fpga.h"
 
@@ -103,15 +104,11 @@ std::uint32_t descState(std::uint32_t slotNo, std::uint32_t pidType) {
 
 char cardName[] = "software CI card";
 
-// An item of a function; the type of the record's field checks the function's.
-template <auto CiData::*Field>
-struct ItemOf;
-template <typename Function, Function CiData::*Field>
-struct ItemOf<Field> {
-  static DescIfItem make(std::uint32_t id, Function function) {
-    return {id, reinterpret_cast<void *>(function)};
-  }
-};
+// An item of a function, whose type must be that of the record's field.
+template <typename Function>
+DescIfItem item(std::uint32_t id, Function CiData::*, Function function) {
+  return {id, reinterpret_cast<void *>(function)};
+}
 
 constexpr auto before = &Fpga::before;
 constexpr auto behind = &Fpga::behind;
@@ -120,33 +117,33 @@ constexpr auto rateOfValid = &PidMeter::rateOfValid;
 
 const DescIfItem items[] = {
     {1, cardName},
-    ItemOf<&CiData::GetCardOnline>::make(11, figure<&Fpga::online>),
-    ItemOf<&CiData::GetCardReady>::make(12, figure<&Fpga::ready>),
-    ItemOf<&CiData::GetProgDesc>::make(13, progDesc),
-    ItemOf<&CiData::CardFn14>::make(14, noFunction),
-    ItemOf<&CiData::CardFn15>::make(15, noFunction),
-    ItemOf<&CiData::CamAlarmMask>::make(16, alarmMask),
-    ItemOf<&CiData::GetCardBusy>::make(21, figure<&Fpga::busy>),
-    ItemOf<&CiData::cimax_sync_ok>::make(30, figure<&Fpga::syncOk>),
-    ItemOf<&CiData::cimax_pid_rate_pre>::make(31, pidRate<before>),
-    ItemOf<&CiData::cimax_sys_rate_pre>::make(32, rate<before, rateOfAll>),
-    ItemOf<&CiData::cimax_vld_rate_pre>::make(33, rate<before, rateOfValid>),
-    ItemOf<&CiData::SetPreCAMCC>::make(34, setCc<before>),
-    ItemOf<&CiData::GetPreCAMCC>::make(35, getCc<before>),
-    ItemOf<&CiData::ClrAllPreCAMPidExist>::make(36, clearPresence<before>),
-    ItemOf<&CiData::GetPreCAMPidExist>::make(37, presence<before>),
-    ItemOf<&CiData::cimax_pid_rate>::make(41, pidRate<behind>),
-    ItemOf<&CiData::cimax_sys_rate>::make(42, rate<behind, rateOfAll>),
-    ItemOf<&CiData::cimax_vld_rate>::make(43, rate<behind, rateOfValid>),
-    ItemOf<&CiData::SetCAMCC>::make(44, setCc<behind>),
-    ItemOf<&CiData::GetCAMCC>::make(45, getCc<behind>),
-    ItemOf<&CiData::ClrAllCAMPidExist>::make(46, clearPresence<behind>),
-    ItemOf<&CiData::GetCAMPidExist>::make(47, presence<behind>),
-    ItemOf<&CiData::PllReg>::make(51, pllRegister),
-    ItemOf<&CiData::PllLock>::make(52, figure<&Fpga::pllLock>),
-    ItemOf<&CiData::SetCamFlit>::make(53, setSwitch),
-    ItemOf<&CiData::wrDesPid>::make(54, selectPid),
-    ItemOf<&CiData::rdDescStat>::make(55, descState),
+    item(11, &CiData::GetCardOnline, figure<&Fpga::online>),
+    item(12, &CiData::GetCardReady, figure<&Fpga::ready>),
+    item(13, &CiData::GetProgDesc, progDesc),
+    item(14, &CiData::CardFn14, noFunction),
+    item(15, &CiData::CardFn15, noFunction),
+    item(16, &CiData::CamAlarmMask, alarmMask),
+    item(21, &CiData::GetCardBusy, figure<&Fpga::busy>),
+    item(30, &CiData::cimax_sync_ok, figure<&Fpga::syncOk>),
+    item(31, &CiData::cimax_pid_rate_pre, pidRate<before>),
+    item(32, &CiData::cimax_sys_rate_pre, rate<before, rateOfAll>),
+    item(33, &CiData::cimax_vld_rate_pre, rate<before, rateOfValid>),
+    item(34, &CiData::SetPreCAMCC, setCc<before>),
+    item(35, &CiData::GetPreCAMCC, getCc<before>),
+    item(36, &CiData::ClrAllPreCAMPidExist, clearPresence<before>),
+    item(37, &CiData::GetPreCAMPidExist, presence<before>),
+    item(41, &CiData::cimax_pid_rate, pidRate<behind>),
+    item(42, &CiData::cimax_sys_rate, rate<behind, rateOfAll>),
+    item(43, &CiData::cimax_vld_rate, rate<behind, rateOfValid>),
+    item(44, &CiData::SetCAMCC, setCc<behind>),
+    item(45, &CiData::GetCAMCC, getCc<behind>),
+    item(46, &CiData::ClrAllCAMPidExist, clearPresence<behind>),
+    item(47, &CiData::GetCAMPidExist, presence<behind>),
+    item(51, &CiData::PllReg, pllRegister),
+    item(52, &CiData::PllLock, figure<&Fpga::pllLock>),
+    item(53, &CiData::SetCamFlit, setSwitch),
+    item(54, &CiData::wrDesPid, selectPid),
+    item(55, &CiData::rdDescStat, descState),
 };
 static_assert(std::size(items) == 28, "every id that the module accepts");
 

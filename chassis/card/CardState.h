@@ -50,6 +50,7 @@ struct Card::State {
   std::unique_ptr<StreamPlayer> player;
   std::unique_ptr<PsiReader> psi;
   std::uint32_t psiChanges = 0;  // of psi, when the tables were built
+  std::string streamPath;
   std::uint64_t bitrate = 0;
   bool unreadable = false;  // the stream's file went bad and that was told
   CamMasks masks;

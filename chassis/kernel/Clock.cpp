@@ -1,5 +1,6 @@
 #include "kernel/Clock.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -22,7 +23,7 @@ void sleepUntilNs(std::uint64_t ns) {
   timespec until{};
   until.tv_sec = static_cast<time_t>(ns / nsPerSecond);
   until.tv_nsec = static_cast<long>(ns % nsPerSecond);
-  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) != 0) {
+  while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {
   }
 }
 

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+#include "ts/PacketView.h"
+
 namespace chassis {
 namespace {
 
@@ -28,22 +30,11 @@ std::size_t declaredSize(const std::uint8_t *bytes) {
   return shortHeaderSize + ((bytes[1] & 0x0F) << 8 | bytes[2]);
 }
 
-bool isLong(const std::uint8_t *bytes) { return (bytes[1] & 0x80) != 0; }
+bool isLong(const std::uint8_t *bytes) {
+  return (bytes[1] & 0x80) != 0;
+}
 
 }  // namespace
-
-std::uint16_t packetPid(const TsPacket &packet) { return ts_get_pid(packet.data()); }
-
-std::size_t payloadOffset(const TsPacket &packet) {
-  if (!ts_has_payload(packet.data())) {
-    return tsPacketSize;
-  }
-  std::size_t offset = TS_HEADER_SIZE;
-  if (ts_has_adaptation(packet.data())) {
-    offset += 1u + ts_get_adaptation(packet.data());
-  }
-  return std::min(offset, tsPacketSize);
-}
 
 std::uint32_t crc32(const std::uint8_t *bytes, std::size_t size) {
   static const std::array<std::uint32_t, 256> table = makeCrcTable();
@@ -101,27 +92,26 @@ void SectionAssembler::clear() {
 
 // Whether nothing was lost since the packet before.
 bool SectionAssembler::continues(const TsPacket &packet) {
-  const std::uint8_t counter = ts_get_cc(packet.data());
+  const std::uint8_t counter = PacketView(packet).continuityCounter();
   const bool follows = !continuity_ || counter == ((*continuity_ + 1) & 0x0F);
   continuity_ = counter;
   return follows;
 }
 
 void SectionAssembler::push(const TsPacket &packet, const Sink &sink) {
-  const std::size_t offset = payloadOffset(packet);
-  if (offset >= tsPacketSize || ts_get_transporterror(packet.data()) ||
-      ts_get_scrambling(packet.data()) != 0) {
+  const PacketView view(packet);
+  if (view.payloadSize() == 0 || view.transportError() || view.scrambling() != 0) {
     return;
   }
-  const bool starts = ts_get_unitstart(packet.data());
-  const bool sentTwice = continuity_ == ts_get_cc(packet.data());
+  const bool starts = view.unitStart();
+  const bool sentTwice = continuity_ == view.continuityCounter();
   if (sentTwice && !starts) {
     return;
   }
   if (!continues(packet)) {
     open_ = false;
   }
-  const std::uint8_t *at = packet.data() + offset;
+  const std::uint8_t *at = packet.data() + view.payloadOffset();
   const std::uint8_t *const end = packet.data() + tsPacketSize;
   if (!starts) {
     append(at, end, sink);

@@ -19,11 +19,6 @@ constexpr std::size_t maxSectionSize = 4096;  // private sections; PSI stops at 
 constexpr std::size_t sectionHeaderSize = 8;  // of the long form, up to last_section_number
 constexpr std::size_t sectionCrcSize = 4;
 
-std::uint16_t packetPid(const TsPacket &packet);
-
-// Where the payload begins; tsPacketSize when there is none or the adaptation field leaves none.
-std::size_t payloadOffset(const TsPacket &packet);
-
 // The CRC of ISO/IEC 13818-1 annex A; 0 over a section that ends with its own.
 std::uint32_t crc32(const std::uint8_t *bytes, std::size_t size);
 

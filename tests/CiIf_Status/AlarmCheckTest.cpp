@@ -421,10 +421,11 @@ TEST_P(AlarmCheck, EveryNonZeroMaskHoldsClear) {
       const bool masked = kind().perCard ? camA != 0 && camB != 0 : own != 0;
       const uint32_t raised = alarm.raise(42);
       alarm.masks(camA, camB);
-      if (masked)
+      if (masked) {
         expectCheck(0, {TIME, alarmDel(42)});
-      else
+      } else {
         expectCheck(pastDelay(), {TIME, since(raised - raiseDelay() - 1)});
+      }
       alarm.clear();
     }
   }
@@ -467,7 +468,9 @@ TEST_P(AlarmCheck, RecordNamesTheCardTheObjectAndTheFault) {
   const uint32_t camSlot = std::get<1>(GetParam());
   for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     SCOPED_TRACE(slotNo);
-    registerCard(slotNo);
+    if (slotNo != SLOT) {
+      registerCard(slotNo);
+    }
     Alarm(kind(), slotNo, camSlot).raise();
     ASSERT_EQ(platform.alarms.size(), slotNo + 1);
     EXPECT_EQ(meaningfulBytes(platform.alarms.back()), expectedRecord(kind(), slotNo, camSlot));
@@ -546,10 +549,12 @@ std::ostream &operator<<(std::ostream &out, const FieldValue &value) {
 std::vector<FieldValue> fieldValues() {
   std::vector<FieldValue> values;
   for (const AlarmKind &kind : alarmKinds) {
-    for (uint32_t value : kind.faults)
+    for (uint32_t value : kind.faults) {
       values.push_back({kind, value, true});
-    for (uint32_t value : kind.harmless)
+    }
+    for (uint32_t value : kind.harmless) {
       values.push_back({kind, value, false});
+    }
   }
   return values;
 }
@@ -600,8 +605,9 @@ std::vector<Alarm> everyAlarm() {
   for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     registerCard(slotNo);
     for (const AlarmKind &kind : alarmKinds) {
-      for (uint32_t camSlot = 0; camSlot < (kind.perCard ? 1u : 2u); ++camSlot)
+      for (uint32_t camSlot = 0; camSlot < (kind.perCard ? 1u : 2u); ++camSlot) {
         alarms.emplace_back(kind, slotNo, camSlot);
+      }
     }
   }
   return alarms;
@@ -639,8 +645,9 @@ TEST(AlarmStates, FaultStampsBelongToOneCardCamAndKind) {
 
 TEST(AlarmStates, IndexesBelongToOneCardCamAndKind) {
   const std::vector<Alarm> alarms = everyAlarm();
-  for (size_t i = 0; i < alarms.size(); ++i)
+  for (size_t i = 0; i < alarms.size(); ++i) {
     alarms[i].raise(static_cast<int32_t>(100 + i));
+  }
   for (size_t i = 0; i < alarms.size(); ++i) {
     alarms[i].mask();
     EXPECT_EQ(alarms[i].check(), 0);
@@ -699,8 +706,9 @@ TEST(CamAbsentRaise, PassesTheLowByteOfTheCamIndex) {
 }
 
 TEST(CamAbsentRaise, PrintsTheCardFromOneAndTheCamAsALetter) {
-  for (uint32_t slotNo : {0u, 5u})
+  for (uint32_t slotNo : {0u, 5u}) {
     registerCard(slotNo);
+  }
   for (auto [slotNo, camSlot, text] : {std::tuple{0u, 0u, "clear ca sys id, slotNo 1,CAM A! \n"},
                                        {0u, 1u, "clear ca sys id, slotNo 1,CAM B! \n"},
                                        {5u, 0u, "clear ca sys id, slotNo 6,CAM A! \n"},

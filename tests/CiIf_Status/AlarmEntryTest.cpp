@@ -7,6 +7,7 @@
 
 #include "AlarmKinds.h"
 #include "CiIf_Status/CiIf_Status.h"
+#include "platform/Names.h"
 
 namespace {
 
@@ -33,8 +34,9 @@ class AlarmGuard : public testing::TestWithParam<Guarded> {
  protected:
   // Slots 1 and 4 have no card.
   AlarmGuard() {
-    for (uint32_t slotNo : {0u, 2u, 3u, 5u})
+    for (uint32_t slotNo : {0u, 2u, 3u, 5u}) {
       registerCard(slotNo);
+    }
   }
 };
 
@@ -70,8 +72,9 @@ TEST(AlarmGuards, FailedGuardsLeaveAStandingAlarm) {
   const uint32_t err = alarm.raise(42);
   alarm.noFault();
   platform.advance(1);
-  for (auto [slotNo, camSlot] : {std::pair{6u, 1u}, {5u, 2u}, {4u, 1u}})
+  for (auto [slotNo, camSlot] : {std::pair{6u, 1u}, {5u, 2u}, {4u, 1u}}) {
     EXPECT_EQ(camAlarmCheck(slotNo, camSlot, ALARM_KIND_DESCRAMBLE), -1);
+  }
   platform.take();
   EXPECT_EQ(alarm.check(), 0);
   EXPECT_EQ(platform.take(), alarm.checked({TIME, since(err), alarmDel(42)}));
@@ -82,8 +85,9 @@ TEST(AlarmGuards, FailedGuardsLeaveAStandingAlarm) {
 // Every field in fault, or none.
 void setFields(uint32_t slotNo, bool fault) {
   for (const AlarmKind &kind : alarmKinds) {
-    for (uint32_t camSlot : {0u, 1u})
+    for (uint32_t camSlot : {0u, 1u}) {
       kind.set(*pCiData[slotNo], camSlot, fault ? kind.faults.front() : kind.harmless.front());
+    }
   }
 }
 
@@ -105,8 +109,7 @@ class AlarmDispatch : public testing::TestWithParam<AlarmKind> {
   AlarmDispatch() { registerCard(SLOT); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Kinds, AlarmDispatch, testing::ValuesIn(alarmKinds),
-                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Kinds, AlarmDispatch, testing::ValuesIn(alarmKinds), ItsName());
 
 TEST_P(AlarmDispatch, AsksForBothMasksFirstWhateverTheyAre) {
   for (uint32_t camSlot : {0u, 1u}) {
@@ -170,8 +173,9 @@ TEST_P(AlarmDispatch, WatchesNothingButItsOwnField) {
 std::vector<Alarm> cardAlarms(uint32_t slotNo) {
   std::vector<Alarm> alarms;
   for (uint32_t kind : {0xA01u, 0xA03u, 0xA02u, 0xA04u, 0xA05u}) {
-    for (uint32_t camSlot = 0; camSlot < (kind == 0xA04 ? 1u : 2u); ++camSlot)
+    for (uint32_t camSlot = 0; camSlot < (kind == 0xA04 ? 1u : 2u); ++camSlot) {
       alarms.emplace_back(alarmKind(kind), slotNo, camSlot);
+    }
   }
   return alarms;
 }
@@ -187,8 +191,9 @@ TEST_F(CardAlarms, RunInOrder) {
   setFields(SLOT, true);
   EXPECT_EQ(camAlarm(SLOT), 1);
   Calls expected;
-  for (const Alarm &alarm : alarms)
+  for (const Alarm &alarm : alarms) {
     expected = joined({expected, alarm.front(), {TIME, since(0)}, alarm.raising()});
+  }
   EXPECT_EQ(platform.take(), expected);
 }
 
@@ -196,8 +201,9 @@ TEST_F(CardAlarms, TakeTheSlotFromTheLowByte) {
   setFields(SLOT, true);
   EXPECT_EQ(camAlarm(0x100 + SLOT), 1);
   Calls expected;
-  for (const Alarm &alarm : alarms)
+  for (const Alarm &alarm : alarms) {
     expected = joined({expected, alarm.raising()});
+  }
   EXPECT_EQ(platform.take({"ciLibGetCardIndex", "EXT_Clear_Ca_Sys_Id", "printf", "AlarmAdd"}),
             expected);
 }
@@ -254,8 +260,9 @@ TEST_F(CardAlarms, ThatAreMaskedFailToClearInOrder) {
 
 // With one CAM masked, its own alarms go and the card's stays.
 TEST_F(CardAlarms, OfAMaskedCamClearAtOnce) {
-  for (size_t i = 0; i < alarms.size(); ++i)
+  for (size_t i = 0; i < alarms.size(); ++i) {
     alarms[i].raise(static_cast<int32_t>(100 + i));
+  }
   platform.card[SLOT].CamAlarmMask.when(0) = 1;
   camAlarm(SLOT);
   EXPECT_EQ(platform.take({"AlarmDel"}),
@@ -267,28 +274,32 @@ TEST_F(CardAlarms, OfAMaskedCamClearAtOnce) {
 }
 
 TEST_F(CardAlarms, ReturnTheLastResult) {
-  const Alarm last = alarms.back();
-  for (const Alarm &alarm : alarms)
-    alarm.noFault();
-  camAlarm(SLOT);
+  for (const Alarm &alarm : alarms) {
+    alarm.markOk();
+  }
   platform.advance(1);
-
-  last.fault();
-  EXPECT_EQ(camAlarm(SLOT), 1);
-  last.noFault();
-  for (size_t i = 0; i + 1 < alarms.size(); ++i)
-    alarms[i].fault();
-  platform.AlarmAdd = -1;
-  EXPECT_EQ(camAlarm(SLOT), 0);
-  last.fault();
-  platform.advance(1);
-  platform.AlarmAdd = 1;
+  alarms.back().fault();
   EXPECT_EQ(camAlarm(SLOT), 1);
 }
 
+TEST_F(CardAlarms, ReturnNoResultBeforeTheLast) {
+  setFields(SLOT, true);
+  alarms.back().noFault();
+  EXPECT_EQ(camAlarm(SLOT), 0);
+  EXPECT_EQ(platform.count("AlarmAdd"), alarms.size() - 1);
+}
+
+TEST_F(CardAlarms, ReturnNoFailureBeforeTheLast) {
+  setFields(SLOT, true);
+  platform.AlarmAdd.does([] { return platform.count("AlarmAdd") < 9 ? -1 : 1; });
+  EXPECT_EQ(camAlarm(SLOT), 1);
+  EXPECT_EQ(platform.count("bbPrintf"), alarms.size() - 1);
+}
+
 TEST_F(CardAlarms, ReturnTheLastFailure) {
-  for (const Alarm &alarm : alarms)
+  for (const Alarm &alarm : alarms) {
     alarm.noFault();
+  }
   camAlarm(SLOT);
   alarms.back().fault();
   platform.advance(1);

@@ -163,11 +163,13 @@ Calls Alarm::raising() const {
   std::ostringstream add;
   add << "AlarmAdd((0x1, " << slotNo_ + 1 << "), (0x" << std::hex << kind_->objects[camSlot_]
       << ", -1)";
-  for (uint32_t reason : kind_->reasons)
+  for (uint32_t reason : kind_->reasons) {
     add << ", (0x" << reason << ", -1)";
+  }
   add << ")";
-  if (kind_->code != ALARM_KIND_CAM_ABSENT)
+  if (kind_->code != ALARM_KIND_CAM_ABSENT) {
     return {add.str()};
+  }
   const std::string cam = std::to_string(slotNo_) + ", " + std::to_string(camSlot_);
   return {"ciLibGetCardIndex(" + cam + ")",
           "EXT_Clear_Ca_Sys_Id(" + std::to_string(slotNo_ * 2 + camSlot_) + ")",

@@ -374,6 +374,22 @@ INSTANTIATE_TEST_SUITE_P(Tests, InsertedOnce,
                                          Once{7, {0, {1, 1}, {1, 1}, {0, 0}, {0xFF, 0}}},
                                          Once{8, ALL_WELL}, Once{9, ALL_WELL}));
 
+class InsertedOtherwise : public Cycle, public testing::WithParamInterface<Once> {};
+
+TEST_P(InsertedOtherwise, MattersForTheCaSystemOnly) {
+  int asked = 0;
+  platform.ciLibGetInsertCard.does(
+      [&asked](uint32_t, uint32_t cam) { return cam == 0 && ++asked == GetParam().nth ? 2u : 1u; });
+  EXPECT_EQ(checked(), GetParam().fields);
+}
+
+INSTANTIATE_TEST_SUITE_P(Tests, InsertedOtherwise,
+                         testing::Values(Once{1, {0, {2, 1}, {1, 1}, {0, 0}, {0, 0}}},
+                                         Once{2, ALL_WELL},
+                                         Once{3, {0, {1, 1}, {0xFF, 1}, {0xFF, 0}, {0xFF, 0}}},
+                                         Once{4, ALL_WELL}, Once{5, ALL_WELL}, Once{6, ALL_WELL},
+                                         Once{7, ALL_WELL}, Once{8, ALL_WELL}));
+
 TEST_F(Cycle, InsertionBySomethingElseThan1KeepsTheControllerChecked) {
   platform.ciLibGetInsertCard.when(SLOT, 0) = 0;
   platform.ciLibGetInsertCard.when(SLOT, 1) = 0x102;
@@ -435,9 +451,10 @@ TEST_P(InPortCount, AtMost32EntriesAreRead) {
   Calls expected;
   for (uint16_t k = 0; k < 32; ++k) {
     form.ca[k] = {CAS, static_cast<uint16_t>(0x1000 + k)};
-    if (k < GetParam().read)
+    if (k < GetParam().read) {
       expected.push_back("GetPreCAMPidExist(2, 0x10" + std::string(k < 16 ? "0" : "1") +
                          "0123456789abcdef"[k % 16] + ")");
+    }
   }
   EXPECT_EQ(only(cycle(), {"GetPreCAMPidExist"}), expected);
 }
@@ -558,8 +575,9 @@ TEST_F(Cycle, CardsAreCheckedApart) {
   }
   platform.card[5].cimax_sync_ok = 0;
   platform.take();
-  for (uint8_t slot : {0, 5})
+  for (uint8_t slot : {0, 5}) {
     camStatusCheck(slot);
+  }
   EXPECT_EQ(platform.take({"cimax_sync_ok", "wrDesPid", "ClrAllPreCAMPidExist"}),
             (Calls{"cimax_sync_ok(0)", "wrDesPid(0, 0x0)", "ClrAllPreCAMPidExist(0)",
                    "cimax_sync_ok(5)", "ClrAllPreCAMPidExist(5)"}));

@@ -13,8 +13,9 @@ constexpr char UNIT[] = "../../CiIf_Status";
 
 Calls printedEach(const std::vector<std::string> &texts) {
   Calls calls;
-  for (const std::string &text : texts)
+  for (const std::string &text : texts) {
     calls.push_back(printed(text));
+  }
   return calls;
 }
 
@@ -92,12 +93,14 @@ TEST_F(CaInfo, CountsCaSystemsByTheLowByte) {
 
 TEST_F(CaInfo, ShowsAFullTable) {
   Program full(1);
-  for (uint16_t k = 0; k < 32; ++k)
+  for (uint16_t k = 0; k < 32; ++k) {
     full.ca(static_cast<uint16_t>(0x500 + k), 0x1000);
+  }
   for (uint16_t e = 0; e < 32; ++e) {
     full.stream(2, e);
-    for (uint16_t k = 0; k < 32; ++k)
+    for (uint16_t k = 0; k < 32; ++k) {
       full.streamCa(static_cast<uint16_t>(0x600 + k), 0x1000);
+    }
   }
   card.setTable(std::vector<Program>(32, full));
 

@@ -137,15 +137,17 @@ TEST_F(Measurement, EmptyTableMeasuresNothing) {
 
 TEST_F(Measurement, FullTableIsMeasuredToItsLastPid) {
   std::vector<Program> programs;
-  for (uint16_t p = 0; p < 32; ++p)
+  for (uint16_t p = 0; p < 32; ++p) {
     programs.push_back(Program(p).streams(0x02, static_cast<uint16_t>(0x100 + 32 * p), 32));
+  }
   setTable(programs);
   card.rdDescStat.when(0x100 + 1023, 1) = 0xFF;
   const Calls calls = measure();
   EXPECT_EQ(only(calls, {"rdDescStat"}).size(), 1024u);
   for (size_t p = 0; p < 32; ++p) {
-    for (size_t e = 0; e < 32; ++e)
+    for (size_t e = 0; e < 32; ++e) {
       ASSERT_EQ(status(p, e), p == 31 && e == 31 ? DESC_STAT_UNKNOWN : DESC_STAT_OK) << p << e;
+    }
   }
   EXPECT_EQ(programStatus(31), DESC_STAT_UNKNOWN);
   EXPECT_EQ(programStatus(30), DESC_STAT_OK);
@@ -281,12 +283,14 @@ TEST_P(ProgramStatus, IsTheSmallestOfItsPids) {
   reply.progNum = 1;
   reply.prog[0].progNum = NUMBER;
   reply.prog[0].eleNum = static_cast<uint8_t>(wanted.size());
-  for (size_t k = 0; k < wanted.size(); ++k)
+  for (size_t k = 0; k < wanted.size(); ++k) {
     prepare(static_cast<uint16_t>(k), wanted[k]);
+  }
   setTable({program});
   measure();
-  for (size_t k = 0; k < wanted.size(); ++k)
+  for (size_t k = 0; k < wanted.size(); ++k) {
     EXPECT_EQ(status(0, k), wanted[k]) << k;
+  }
   EXPECT_EQ(programStatus(0), *std::min_element(wanted.begin(), wanted.end()));
 }
 
@@ -495,9 +499,11 @@ TEST_F(Reply, StreamEntriesGoOnIntoTheNextProgramEntry) {
   EXPECT_EQ(measured(), DESC_STAT_NO_ENTITLEMENT);
 }
 
-// The replies of all CAMs end behind CAM B of slot 5.
+// The replies of all CAMs end behind CAM B of slot 5. The platform has bytes 0x73 there.
 class LastReply : public testing::Test {
  protected:
+  static constexpr uint16_t NUMBER_BEHIND = 0x7373;
+
   LastReply() {
     registerCard(5);
     platform.supports(5, 1, {CAS});
@@ -505,7 +511,7 @@ class LastReply : public testing::Test {
   }
 
   uint8_t measured(uint16_t caLevel) {
-    Program program(NUMBER);
+    Program program(NUMBER_BEHIND);
     program.cams(CAM_B).ca(CAS, ECM).stream(0x02, PID).streamCa(CAS, ECM).level(caLevel);
     platform.card[5].setTable({program});
     getSlotDescPidInfo(5);
@@ -519,14 +525,14 @@ class LastReply : public testing::Test {
 TEST_F(LastReply, WalkStopsWhereTheRepliesEnd) {
   reply.progNum = 0xFFFF;
   EXPECT_EQ(measured(1), DESC_STAT_SCRAMBLED);
-  reply.prog[31].progNum = NUMBER;
+  reply.prog[31].progNum = NUMBER_BEHIND;
   reply.prog[31].caEnable = TECHNICAL;
   EXPECT_EQ(measured(1), DESC_STAT_TECHNICAL);
 }
 
 TEST_F(LastReply, StreamSearchStopsWhereTheRepliesEnd) {
   reply.progNum = 0xFFFF;
-  reply.prog[31].progNum = NUMBER;
+  reply.prog[31].progNum = NUMBER_BEHIND;
   reply.prog[31].eleNum = 255;
   EXPECT_EQ(measured(2), DESC_STAT_SCRAMBLED);
   reply.prog[31].ele[31] = {PID, 0, TECHNICAL};
@@ -591,8 +597,9 @@ INSTANTIATE_TEST_SUITE_P(
     States, EcmPids,
     testing::Values(EcmState{{1}, {0}, 0x10}, EcmState{{1}, {3}, 0x40}, EcmState{{0}, {0}, 0x30},
                     EcmState{{0}, {3}, 0x30}, EcmState{{0, 1}, {0, 0}, 0x10},
-                    EcmState{{1, 0}, {0, 7}, 0x40}, EcmState{{0, 0}, {1, 1}, 0x30},
-                    EcmState{{0x80000000}, {0xFFFF}, 0x40}, EcmState{{0x100}, {0x100}, 0x40},
+                    EcmState{{1, 0}, {0, 7}, 0x40}, EcmState{{1, 1}, {7, 0}, 0x40},
+                    EcmState{{0, 0}, {1, 1}, 0x30}, EcmState{{0x80000000}, {0xFFFF}, 0x40},
+                    EcmState{{0x100}, {0x100}, 0x40},
                     EcmState{{0x80000000, 0x80000000}, {0, 0}, 0x30},
                     EcmState{{0xFFFFFFFF, 2}, {0x8000, 0x8000}, 0x40}));
 
@@ -672,8 +679,9 @@ TEST_P(CaListLength, AtMost32EcmPidsAreExamined) {
     const CiDescCa ca{CAS, static_cast<uint16_t>(ECM + k)};
     std::memcpy(reinterpret_cast<uint8_t *>(&list) + offsetof(CiDescCaList, ca) + k * sizeof ca,
                 &ca, sizeof ca);
-    if (k < 32)
+    if (k < 32) {
       reads = joined({reads, ecmRead(ca.ecmPid)});
+    }
   }
   card.rdDescStat = 5;
   EXPECT_EQ(classified(), reads);

@@ -54,13 +54,15 @@ class ResetPolicy : public testing::Test {
   // The text of the reset that an observation leads to.
   static std::string observe(uint8_t descStat, uint8_t slot = SLOT, uint8_t cam = CAM) {
     const Calls calls = only(reset(descStat, slot, cam), {"printf", "resetCAM"});
-    if (calls.empty())
+    if (calls.empty()) {
       return NOTHING;
+    }
     const std::string expected =
         "resetCAM(" + std::to_string(slot) + ", " + std::to_string(cam) + ")";
     for (const std::string &text : {FIRST, REPEAT, PARTIAL}) {
-      if (calls == Calls{printed(text), expected})
+      if (calls == Calls{printed(text), expected}) {
         return text;
+      }
     }
     return testing::PrintToString(calls);
   }
@@ -229,8 +231,9 @@ TEST_F(ResetCalls, OfACleanCycle) {
 }
 
 TEST_F(ResetCalls, OfANeutralCycle) {
-  for (uint8_t neutral : {0x01, 0x10, 0x20, 0xFF})
+  for (uint8_t neutral : {0x01, 0x10, 0x20, 0xFF}) {
     EXPECT_EQ(resetAt(FAULT_FREE + 1, neutral), withReadyTest({})) << +neutral;
+  }
 }
 
 TEST_F(ResetCalls, OfAFirstReset) {
@@ -294,8 +297,9 @@ class QuietTime : public ResetPolicy, public testing::WithParamInterface<Quiet> 
     const uint32_t queried = NOW - GetParam().sinceQuery;
     sendCaPmt(sent < queried ? sent : queried - 5000);
     sendQuery(queried);
-    if (queried <= sent)
+    if (queried <= sent) {
       sendCaPmt(sent);
+    }
     TIME_CAPMT = GetParam().limit;
     return observeAt(NOW, descStat);
   }
@@ -534,8 +538,9 @@ INSTANTIATE_TEST_SUITE_P(Times, FirstObservation,
 
 TEST_F(ResetPolicy, AlternatingFaultsNeverReset) {
   observeAt(1000000, CLEAN);
-  for (uint32_t second = 1; second <= 3600; ++second)
+  for (uint32_t second = 1; second <= 3600; ++second) {
     ASSERT_EQ(observeAt(1000000 + second * 1000, second % 2 == 0 ? ALL : SOME), NOTHING) << second;
+  }
 }
 
 TEST_F(ResetPolicy, LimitsAreReadAtEachUse) {
@@ -566,19 +571,22 @@ TEST_F(ResetPolicy, ResultOfTheResetIsIgnored) {
 
 TEST_F(ResetPolicy, EveryCamHasItsOwnTimers) {
   for (uint8_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (slot != SLOT)
+    if (slot != SLOT) {
       prepare(slot);
+    }
   }
   std::map<int, std::vector<uint32_t>> resets;
   for (uint32_t second = 0; second <= 60; ++second) {
     platform.now = 1000000 + second * 1000;
     for (uint8_t cam = 0; cam < 12; ++cam) {
-      if (observe(second > cam ? ALL : CLEAN, cam / 2, cam % 2) == FIRST)
+      if (observe(second > cam ? ALL : CLEAN, cam / 2, cam % 2) == FIRST) {
         resets[cam].push_back(second);
+      }
     }
   }
-  for (uint32_t cam = 0; cam < 12; ++cam)
+  for (uint32_t cam = 0; cam < 12; ++cam) {
     EXPECT_EQ(resets[static_cast<int>(cam)], std::vector<uint32_t>{cam + 31}) << cam;
+  }
 }
 
 TEST_F(ResetPolicy, ControllerFaultResetsBothCamsOnTheirOwnTimers) {
@@ -610,8 +618,9 @@ TEST_F(ResetPolicy, LastingFaultIsResetAtTheRepeatInterval) {
       resets.push_back(second);
     }
   }
-  for (uint32_t second = 40; second <= 86400; second += 310)
+  for (uint32_t second = 40; second <= 86400; second += 310) {
     expected.push_back(second);
+  }
   EXPECT_EQ(resets, expected);
 }
 

@@ -196,13 +196,15 @@ TEST_F(Scheduling, LowByteOfTheIndexSelectsTheSemaphore) {
 
 TEST_F(Scheduling, EveryCamHasItsOwnSemaphore) {
   for (uint8_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (slot != SLOT)
+    if (slot != SLOT) {
       prepare(slot);
+    }
   }
   for (uint32_t index = 0; index < 12; ++index) {
     platform.giveFlag(index);
-    for (uint8_t cam = 0; cam < 12; ++cam)
+    for (uint8_t cam = 0; cam < 12; ++cam) {
       cycle(CLEAN, cam / 2, cam % 2);
+    }
     ASSERT_EQ(platform.sent.size(), index + 1);
     EXPECT_EQ(platform.sent.back().slotNo, index / 2);
     EXPECT_EQ(platform.sent.back().camSlot, index % 2);
@@ -391,12 +393,14 @@ class QueryCourse : public Scheduling,
                     public testing::WithParamInterface<std::tuple<Course, uint32_t>> {
  protected:
   static Sent sentBy(const Step &step) {
-    if (step.sent == CA_PMT)
+    if (step.sent == CA_PMT) {
       platform.giveFlag(INDEX);
+    }
     const size_t before = platform.sent.size();
     const Calls calls = cycle(step.descStat);
-    if (platform.sent.size() == before)
+    if (platform.sent.size() == before) {
       return NOTHING;
+    }
     return only(calls, {"qm_ci_ca_pmt_clr"}).empty() ? QUERY : CA_PMT;
   }
 };
@@ -420,10 +424,11 @@ INSTANTIATE_TEST_SUITE_P(FromStart, QueryCourse,
                                                           0u - 500u)));
 
 TEST_F(Scheduling, AlternatingEvery3SecondsNeverQueries) {
-  for (uint32_t i = 0; i < 1000; ++i)
+  for (uint32_t i = 0; i < 1000; ++i) {
     ASSERT_TRUE(
         only(cycleAt(START + 3000 * i, i % 2 == 0 ? BAD : CLEAN), {"ciLibSendCaPmt"}).empty())
         << i;
+  }
   EXPECT_FALSE(queries(START + 3000 * 1000 + 20000));
 }
 
@@ -468,6 +473,16 @@ TEST_F(Scheduling, DurationsDoNotFollowTheLimitOfTheResetPolicy) {
   EXPECT_FALSE(queries(SENT + 25000));
   TIME_NO_RESET = 1000000;
   EXPECT_TRUE(queries(SENT + 25001));
+}
+
+TEST_F(Scheduling, CleanSpellDoesNotFollowTheLimitOfTheResetPolicy) {
+  TIME_NO_RESET = 100;
+  cycleAt(START, BAD);
+  cycleAt(START + 5000, CLEAN);
+  EXPECT_FALSE(queries(START + 20000));
+  TIME_NO_RESET = 1000000;
+  cycleAt(START + 25001, CLEAN);
+  EXPECT_TRUE(queries(START + 40000));
 }
 
 TEST_F(Scheduling, CamsQueryIndependently) {

@@ -85,8 +85,9 @@ class Supervision : public testing::Test {
     for (; second_ <= second; second_ += period) {
       platform.now = start_ + second_ * 1000;
       camStatusCheck(SLOT);
-      for (const std::string &line : platform.take({"printf", "bbPrintf", "resetCAM"}))
+      for (const std::string &line : platform.take({"printf", "bbPrintf", "resetCAM"})) {
         events_.push_back({second_, line});
+      }
     }
   }
 
@@ -105,8 +106,9 @@ class Supervision : public testing::Test {
   // The CAM answers each query with a CA_enable.
   void answerQueries(uint8_t caEnable) {
     platform.onSendCaPmt = [caEnable] {
-      if (platform.sent.back().records.at(0).cmdId != 3)
+      if (platform.sent.back().records.at(0).cmdId != 3) {
         return;
+      }
       CaPmtReply &reply = caPmtReplyInfo[4];
       reply.progNum = 1;
       reply.prog[0].progNum = 0x12;
@@ -211,8 +213,9 @@ TEST_F(AnsweredQuery, CamThatKeepsAskingForCaPmtsIsNotReset) {
   });
   runTo(400);
   EXPECT_EQ(platform.sent.size(), 1u + 300u);
-  for (const Event &event : takeEvents())
+  for (const Event &event : takeEvents()) {
     EXPECT_EQ(event.line.find("reset"), std::string::npos) << event;
+  }
 }
 
 TEST_F(AnsweredQuery, MissingEcmIsNoCaseForTheCam) {
@@ -302,8 +305,9 @@ TEST_F(Day, OfATroubledCam) {
     for (const Event &event :
          Events{queryBegun(fault + 10), caPmtBuilt(fault + 10, ++version), querySent(fault + 10),
                 firstReset(fault + 30), reset(fault + 30, '0'), repeatReset(fault + 340),
-                reset(fault + 340, '0')})
+                reset(fault + 340, '0')}) {
       expected.push_back(event);
+    }
   }
   runTo(86400, 10);
   EXPECT_EQ(takeEvents(), expected);

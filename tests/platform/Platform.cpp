@@ -58,7 +58,26 @@ Platform platform;
 CaPmtProg *CaPmtInfo[32];
 SEM_ID CaPmtSem = &caPmtSemaphore;
 SEM_ID CaPMTFlag[12];
+
+// The replies, with refusals behind them that a walk past their end would take for the CAM's. The
+// address sanitizer finds such a walk itself, and would take the alias's end for that of the area.
+#ifdef __SANITIZE_ADDRESS__
 CaPmtReply caPmtReplyInfo[MAX_BOARD_NUM * MAX_CAM_NUM];
+#else
+struct ReplyArea {
+  CaPmtReply replies[MAX_BOARD_NUM * MAX_CAM_NUM];
+  uint8_t behind[0x1000];
+};
+extern "C" {
+extern ReplyArea replyArea;
+ReplyArea replyArea = [] {
+  ReplyArea area{};
+  std::memset(area.behind, 0x73, sizeof area.behind);
+  return area;
+}();
+extern CaPmtReply caPmtReplyInfo[MAX_BOARD_NUM * MAX_CAM_NUM] __attribute__((alias("replyArea")));
+}
+#endif
 volatile uint32_t is_all_card_loaded;
 
 void recordLine(std::string line) {

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Lines of a transcript, compared with EXPECT_EQ:
@@ -21,8 +22,8 @@ std::string bbPrinted(const std::string &text);  // bbPrintf
 
 // The line of a failed precondition, with its line number ...
 std::string asserted(const std::string &unit, int line, const std::string &condition);
-// ... or with any, for transcripts that went through anyLine(). anyLine() replaces every
-// "line[<decimal above 0>]" by "line[N]".
+// ... or with any, for transcripts that went through anyLine(). anyLine() replaces the
+// first "line[<decimal above 0>]" of each line by "line[N]".
 std::string asserted(const std::string &unit, const std::string &condition);
 Calls anyLine(Calls calls);
 

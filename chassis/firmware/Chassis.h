@@ -1,0 +1,95 @@
+// The chassis: six card slots of two CAM slots each, the CI library and the firmware that drives
+// the module. Everything runs in one thread; time passes only inside run.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CiIf.h"
+#include "Events.h"
+#include "alarms/AlarmService.h"
+#include "cam/Cam.h"
+#include "card/Card.h"
+#include "cilib/CiLibrary.h"
+#include "kernel/Clock.h"
+
+namespace chassis {
+
+// Work that is due at certain times and runs between two cycles.
+class Agenda {
+ public:
+  virtual ~Agenda() = default;
+  virtual std::optional<std::uint64_t> nextMs() const = 0;  // when the next piece is due
+  virtual void runDue(std::uint64_t nowMs) = 0;             // all that is due by now
+};
+
+// One at a time: the module's platform functions find it. A slot or CAM slot that does not exist
+// is a programming error of the caller; what people can get wrong throws InputError.
+class Chassis {
+ public:
+  static constexpr std::uint64_t loadMs = 2000;   // until all cards are loaded
+  static constexpr std::uint64_t cycleMs = 1000;  // between the starts of two short cycles
+
+  Chassis(Clock &clock, Events &events);
+  ~Chassis();
+  Chassis(const Chassis &) = delete;
+  Chassis &operator=(const Chassis &) = delete;
+
+  // What people do to a chassis. A card or CAM that is there already is replaced. A CAM that is
+  // named must be there, and so must a program: these throw InputError.
+  void cardInsert(std::uint32_t slot, const std::string &path, std::uint64_t bitrate);
+  void cardRemove(std::uint32_t slot);  // with its CAMs
+  void camInsert(std::uint32_t slot, std::uint32_t cam, const std::vector<std::uint16_t> &casids);
+  void camRemove(std::uint32_t slot, std::uint32_t cam);
+  void progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t camMask);
+  void camEntitle(std::uint32_t slot, std::uint32_t cam, std::uint16_t program, bool on);
+  void camRefuse(std::uint32_t slot, std::uint32_t cam, std::uint16_t program, bool on);
+  void camFault(std::uint32_t slot, std::uint32_t cam, CamFault fault, bool on);
+  void cardFault(std::uint32_t slot, CardFault fault, bool on);
+  void pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on);
+  void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
+  void note(Place place, const std::string &what, const std::string &why);  // in the timeline
+  void output(std::uint32_t slot, const std::string &path);
+
+  // Boots on the first call: the agenda's first work, the start-up task, then the cycles, until
+  // the chassis time has come. A cycle that has begun is finished.
+  void run(std::uint64_t untilMs, Agenda &agenda);
+
+  // Called after each status check of a card.
+  void onChecked(std::function<void(std::uint32_t slot)> listener);
+
+  const Clock &clock() const { return clock_; }
+  Card &card(std::uint32_t slot) { return *slots_[slot].card; }
+  const CiLibrary &library() const { return library_; }
+
+ private:
+  struct Slot {
+    std::unique_ptr<Card> card;
+    std::array<std::unique_ptr<Cam>, MAX_CAM_NUM> cams;
+    bool programsChanged = false;
+  };
+
+  Cam &cam(std::uint32_t slot, std::uint32_t cam);
+  void requireProgram(std::uint32_t slot, std::uint16_t program);
+  void tick(std::uint64_t nowMs);
+  void boot(Agenda &agenda);
+  void cycle();
+  void takeOverPrograms(std::uint32_t slot);
+  void advanceTo(std::uint64_t ms);
+
+  Clock &clock_;
+  Events &events_;
+  CiLibrary library_;
+  AlarmService alarms_;
+  std::array<Slot, MAX_BOARD_NUM> slots_;
+  std::vector<std::function<void(std::uint32_t)>> checkedListeners_;
+  bool booted_ = false;
+  std::uint64_t nextCycleMs_ = 0;
+};
+
+}  // namespace chassis

@@ -1,0 +1,31 @@
+// The module's codes and the stream's numbers in words.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace chassis {
+
+enum class Tone { Plain, Good, Bad, Faint };
+
+struct StatusWords {
+  std::uint8_t code;  // DESC_STAT_
+  const char *state;
+  const char *cause;  // empty where there is none
+  Tone tone;
+};
+
+const StatusWords &statusWords(std::uint8_t status);
+std::string causeText(std::uint8_t status);  // cause and code; empty when there is none
+
+std::string streamTypeText(std::uint16_t streamType);
+std::string stampText(std::uint64_t ms);         // 00:00:07.010
+std::string hexText(std::uint32_t value);        // 0x71, 0x0500
+std::string camText(int camSlot);                // A, B
+std::string camMaskText(std::uint8_t camMask);   // none, A, B, A+B
+std::string placeText(int slot, int camSlot);    // "card 1  CAM A"
+std::string bitrateText(std::uint64_t bitrate);  // 3.2 Mbit/s
+std::string secondsText(std::uint64_t ms);       // 1.2 s
+std::string countText(std::uint64_t count, const std::string &one, const std::string &many);
+
+}  // namespace chassis

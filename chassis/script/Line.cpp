@@ -1,0 +1,133 @@
+#include "script/Line.h"
+
+#include <cctype>
+
+#include "InputError.h"
+
+namespace chassis {
+namespace {
+
+bool isBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\r';
+}
+bool isNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+
+class Scanner {
+ public:
+  explicit Scanner(const std::string &text) : text_(text) { skipBlanks(); }
+
+  bool atEnd() const { return at_ == text_.size() || text_[at_] == '#'; }
+  bool take(char wanted) {
+    if (atEnd() || text_[at_] != wanted) {
+      return false;
+    }
+    ++at_;
+    skipBlanks();
+    return true;
+  }
+  std::string rest() const { return text_.substr(at_); }
+  std::string name();
+  Word word();
+
+ private:
+  void skipBlanks() {
+    while (at_ < text_.size() && isBlank(text_[at_])) {
+      ++at_;
+    }
+  }
+  Word quoted();
+
+  const std::string &text_;
+  std::size_t at_ = 0;
+};
+
+std::string Scanner::name() {
+  const std::size_t begin = at_;
+  while (at_ < text_.size() && isNameChar(text_[at_])) {
+    ++at_;
+  }
+  std::string name = text_.substr(begin, at_ - begin);
+  if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0]))) {
+    throw InputError("\"" + text_.substr(begin) + "\" is not a call; write name arg, arg");
+  }
+  if (at_ < text_.size() && !isBlank(text_[at_]) && text_[at_] != '(' && !atEnd()) {
+    throw InputError("unexpected \"" + rest() + "\" behind " + name + "; write " + name +
+                     " arg, arg");
+  }
+  skipBlanks();
+  return name;
+}
+
+Word Scanner::quoted() {
+  Word word{"", true};
+  for (++at_; at_ < text_.size() && text_[at_] != '"'; ++at_) {
+    const bool escape = text_[at_] == '\\' && at_ + 1 < text_.size();
+    word.text += text_[escape ? ++at_ : at_];
+  }
+  if (at_ == text_.size()) {
+    throw InputError("a string is not closed; end it with \"");
+  }
+  ++at_;
+  skipBlanks();
+  return word;
+}
+
+Word Scanner::word() {
+  if (at_ < text_.size() && text_[at_] == '"') {
+    return quoted();
+  }
+  Word word;
+  while (!atEnd() && !isBlank(text_[at_]) && text_[at_] != ',' && text_[at_] != ')') {
+    word.text += text_[at_++];
+  }
+  skipBlanks();
+  return word;
+}
+
+void parseArgs(Scanner &scanner, Line &line) {
+  do {
+    Word word = scanner.word();
+    if (word.text.empty() && !word.quoted) {
+      throw InputError("argument " + std::to_string(line.args.size() + 1) +
+                       " is missing; write one value between commas");
+    }
+    line.args.push_back(std::move(word));
+  } while (scanner.take(','));
+}
+
+}  // namespace
+
+Line parseLine(const std::string &text) {
+  Scanner scanner(text);
+  Line line;
+  if (scanner.atEnd()) {
+    return line;
+  }
+  line.name = scanner.name();
+  const bool parenthesis = scanner.take('(');
+  const bool noArgs = parenthesis ? scanner.take(')') : scanner.atEnd();
+  if (noArgs) {
+    if (!scanner.atEnd()) {
+      throw InputError("unexpected \"" + scanner.rest() +
+                       "\" behind the call; write one call a line");
+    }
+    return line;
+  }
+  parseArgs(scanner, line);
+  if (parenthesis && !scanner.take(')')) {
+    if (scanner.atEnd()) {
+      throw InputError("a parenthesis is not closed; end the call with )");
+    }
+    throw InputError("unexpected \"" + scanner.rest() +
+                     "\" in the arguments; part them with commas");
+  }
+  if (!scanner.atEnd()) {
+    throw InputError("unexpected \"" + scanner.rest() +
+                     "\" behind the arguments; part them with commas");
+  }
+  return line;
+}
+
+}  // namespace chassis

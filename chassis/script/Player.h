@@ -1,0 +1,33 @@
+// Runs a script against a chassis, as chassis time passes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "firmware/Chassis.h"
+#include "script/Script.h"
+
+namespace chassis {
+
+class Player : public Agenda {
+ public:
+  Player(Script script, Chassis &chassis);
+
+  std::optional<std::uint64_t> nextMs() const override;
+  // Throws InputError with file and line.
+  void runDue(std::uint64_t nowMs) override;
+
+  // When the last line, or the wait at the end, is over.
+  std::uint64_t endMs() const;
+
+ private:
+  void run(const Call &call);
+  void announce(const Call &call);
+
+  const Script script_;
+  Chassis &chassis_;
+  std::size_t next_ = 0;
+  std::uint64_t dueMs_ = 0;
+};
+
+}  // namespace chassis

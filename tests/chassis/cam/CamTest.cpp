@@ -1,0 +1,495 @@
+#include "cam/Cam.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "CamRig.h"
+
+namespace {
+
+using namespace chassis;
+using namespace testing_cam;
+
+Bytes reply(unsigned program, Bytes enables) {
+  Bytes body = {static_cast<std::uint8_t>(program >> 8), static_cast<std::uint8_t>(program), 0xCB};
+  body.insert(body.end(), enables.begin(), enables.end());
+  return object(0x33, body);
+}
+
+// What a query about program 101 or 103 is answered, with one value everywhere.
+Bytes reply101(std::uint8_t enable) {
+  return reply(101, {enable, 0xF0, 0x01, 0x7F, 0xF0, 0x02, 0x7F});
+}
+Bytes reply103(std::uint8_t enable) {
+  return reply(103, {0x7F, 0xF0, 0x21, enable, 0xF0, 0x22, enable});
+}
+
+std::size_t stillScrambled(const std::vector<TsPacket> &packets) {
+  return static_cast<std::size_t>(
+      std::count_if(packets.begin(), packets.end(),
+                    [](const TsPacket &packet) { return (packet[3] & 0xC0) != 0; }));
+}
+
+// The streams without their ECMs.
+std::vector<TsPacket> withoutEcms(const std::vector<TsPacket> &packets) {
+  std::vector<TsPacket> rest;
+  for (const TsPacket &packet : packets) {
+    if (((packet[1] & 0x1Fu) << 8 | packet[2]) < 0x1500) {
+      rest.push_back(packet);
+    }
+  }
+  return rest;
+}
+
+TEST(CamStartUp, IsDumbUntilItIsUp) {
+  Lines lines;
+  Cam cam({{0x0500}, 3000, 200, 4000}, {0, 0}, lines, 1000);
+  cam.tick(3990);
+  EXPECT_FALSE(cam.up());
+  cam.receive({0x9F, 0x80, 0x30, 0x00});
+  cam.tick(4000);
+  EXPECT_TRUE(cam.up());
+  cam.tick(9000);
+  EXPECT_FALSE(cam.transmit());
+  EXPECT_EQ(lines.all, std::vector<std::string>{"CAM is up (CA systems 0x0500)"});
+}
+
+TEST(CamStartUp, TellsItsPlace) {
+  Rig rig;
+  ASSERT_EQ(rig.lines.places.size(), 1u);
+  EXPECT_EQ(rig.lines.places[0].slot, 2);
+  EXPECT_EQ(rig.lines.places[0].cam, 1);
+}
+
+TEST(CamAnswers, CaInfoAfterTheAnswerTime) {
+  Rig rig({0x0500, 0x0B00});
+  rig.cam.receive({0x9F, 0x80, 0x30, 0x00});
+  rig.pass(190);
+  EXPECT_TRUE(rig.answers().empty());
+  rig.pass(10);
+  EXPECT_EQ(rig.answers(), std::vector<Apdu>{(Bytes{0x9F, 0x80, 0x31, 4, 5, 0, 0x0B, 0})});
+  EXPECT_TRUE(rig.answers().empty());
+}
+
+TEST(CamAnswers, SeveralInOrder) {
+  Rig rig;
+  rig.cam.receive({0x9F, 0x80, 0x30, 0x00});
+  rig.cam.receive(caPmt101(add, query));
+  rig.pass(200);
+  const Bytes info = {0x9F, 0x80, 0x31, 2, 5, 0};
+  EXPECT_EQ(rig.answers(), (std::vector<Apdu>{info, reply101(0x81)}));
+}
+
+TEST(CamAnswers, QueryAtBothLevels) {
+  Rig rig;
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0x81)});
+  EXPECT_EQ(rig.ask(caPmt103(add, query)), std::vector<Apdu>{reply103(0x81)});
+}
+
+TEST(CamAnswers, NoEntitlementAndRefusal) {
+  Rig rig;
+  rig.cam.entitle(101, false);
+  rig.cam.refuse(103, true);
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0xF1)});
+  EXPECT_EQ(rig.ask(caPmt103(add, query)), std::vector<Apdu>{reply103(0xF3)});
+  rig.cam.refuse(101, true);
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0xF3)});
+  rig.cam.refuse(101, false);
+  rig.cam.entitle(101, true);
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0x81)});
+}
+
+TEST(CamAnswers, ForeignCaSystemIsATechnicalReason) {
+  Rig rig({0x0B00});
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0xF3)});
+}
+
+TEST(CamAnswers, SelectionIsNotAnswered) {
+  Rig rig;
+  EXPECT_TRUE(rig.ask(caPmt101()).empty());
+  EXPECT_EQ(rig.lines.count("selects program 101"), 1u);
+}
+
+TEST(CamDescrambling, BothLevelsBitForBitThroughPeriodsAndTheLoop) {
+  const LabStream stream = labStream(bothPrograms());
+  for (const std::size_t part : {1u, 7u, 64u, 5000u}) {
+    Rig rig;
+    rig.ask(caPmt101(first));
+    rig.ask(caPmt103(last));
+    for (int round = 0; round < 3; ++round) {
+      EXPECT_EQ(rig.play(stream.scrambled, part), stream.clear) << part << " " << round;
+    }
+    EXPECT_EQ(rig.lines.count("stops"), 0u);
+    EXPECT_EQ(rig.lines.count("descrambles program 101 "), 1u);
+    EXPECT_EQ(rig.lines.count("descrambles program 103 PID 0x1021"), 1u);
+    EXPECT_EQ(rig.lines.count("descrambles program 103 PID 0x1022"), 1u);
+  }
+}
+
+TEST(CamDescrambling, OnlyWhatIsSelected) {
+  const LabStream stream = labStream(bothPrograms());
+  Rig rig;
+  rig.ask(caPmt103());
+  const std::vector<TsPacket> out = rig.play(stream.scrambled);
+  EXPECT_EQ(onPids(out, streams103), onPids(stream.clear, streams103));
+  EXPECT_EQ(onPids(out, streams101), onPids(stream.scrambled, streams101));
+}
+
+TEST(CamDescrambling, QueryStartsAndEndsNothing) {
+  const LabStream stream = labStream(bothPrograms());
+  Rig rig;
+  rig.ask(caPmt101(only, query));
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+  rig.ask(caPmt101());
+  rig.ask(caPmt103(only, query));
+  rig.ask(caPmt101(only, query));
+  EXPECT_EQ(onPids(rig.play(stream.scrambled), streams101), onPids(stream.clear, streams101));
+}
+
+TEST(CamDescrambling, StartsInTheMiddleOfTheStream) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  const std::vector<TsPacket> tail(stream.scrambled.begin() + 100, stream.scrambled.end());
+  const std::vector<TsPacket> out = rig.play(tail);
+  EXPECT_LT(stillScrambled(out), 130u);
+  EXPECT_EQ(std::vector<TsPacket>(out.begin() + 130, out.end()),
+            std::vector<TsPacket>(stream.clear.begin() + 230, stream.clear.end()));
+}
+
+TEST(CamDescrambling, ForeignCaSystemIsLeftAlone) {
+  const LabStream stream = labStream(streams101);
+  Rig rig({0x0B00});
+  rig.ask(caPmt101());
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+}
+
+TEST(CamDescrambling, StreamLevelGoesBeforeProgramLevel) {
+  const LabStream stream = labStream({{0x1021, 0x1503, 103}, {0x1022, 0x1504, 103}});
+  Rig rig;
+  rig.ask(caPmt(only, 103, level(descramble, ca(0x0500, 0x1503)),
+                {caPmtStream(0x1021, level(0, {})),
+                 caPmtStream(0x1022, level(descramble, ca(0x0500, 0x1504)))}));
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+TEST(CamDescrambling, OtherCommandsDoNotDescramble) {
+  const LabStream stream = labStream(streams101);
+  for (const unsigned command : {mmi, notSelected}) {
+    Rig rig;
+    rig.ask(caPmt101());
+    rig.ask(caPmt101(update, command));
+    EXPECT_EQ(rig.lines.count("selects no program"), 1u);
+    EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled) << command;
+  }
+}
+
+struct Selected {
+  bool p101;
+  bool p103;
+};
+Selected selected(Rig &rig) {
+  const LabStream stream = labStream(bothPrograms());
+  const std::vector<TsPacket> out = rig.play(stream.scrambled);
+  return {onPids(out, streams101) == onPids(stream.clear, streams101),
+          onPids(out, streams103) == onPids(stream.clear, streams103)};
+}
+
+TEST(CamList, FirstTakesEffectWithLast) {
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.ask(caPmt103(first));
+  EXPECT_TRUE(selected(rig).p101);
+  EXPECT_FALSE(selected(rig).p103);
+  rig.ask(caPmt103(last));
+  EXPECT_FALSE(selected(rig).p101);
+  EXPECT_TRUE(selected(rig).p103);
+  EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no longer selected)"), 1u);
+}
+
+TEST(CamList, MoreBelongsBetweenFirstAndLast) {
+  Rig rig;
+  rig.ask(caPmt(first, 102, level(0, {}), {}));
+  rig.ask(caPmt101(more));
+  rig.ask(caPmt103(last));
+  EXPECT_TRUE(selected(rig).p101 && selected(rig).p103);
+  EXPECT_EQ(rig.lines.count("selects programs 101, 102, 103"), 1u);
+}
+
+TEST(CamList, MoreAndLastWithoutFirstAreIgnored) {
+  Rig rig;
+  rig.ask(caPmt101(more));
+  rig.ask(caPmt101(last));
+  EXPECT_FALSE(selected(rig).p101);
+  EXPECT_EQ(rig.lines.count("ignores"), 1u);
+}
+
+TEST(CamList, AddKeepsTheOthersAndOnlyReplacesThem) {
+  Rig rig;
+  rig.ask(caPmt101(add));
+  rig.ask(caPmt103(add));
+  EXPECT_TRUE(selected(rig).p101 && selected(rig).p103);
+  rig.ask(caPmt103(only));
+  EXPECT_FALSE(selected(rig).p101);
+  EXPECT_TRUE(selected(rig).p103);
+}
+
+TEST(CamList, UpdateNeedsASelectedProgram) {
+  Rig rig;
+  rig.ask(caPmt101(update));
+  EXPECT_FALSE(selected(rig).p101);
+  rig.ask(caPmt101(only));
+  rig.ask(caPmt101(update));
+  EXPECT_TRUE(selected(rig).p101);
+}
+
+TEST(CamList, SameListAgainInterruptsNothing) {
+  const LabStream stream = labStream(streams101, 4, 120);
+  Rig rig;
+  rig.ask(caPmt101());
+  const std::size_t half = stream.scrambled.size() / 2 + 20;
+  const auto middle = stream.scrambled.begin() + static_cast<std::ptrdiff_t>(half);
+  rig.play({stream.scrambled.begin(), middle});
+  rig.ask(caPmt101());
+  const std::vector<TsPacket> out = rig.play({middle, stream.scrambled.end()});
+  EXPECT_EQ(out, std::vector<TsPacket>(stream.clear.begin() + static_cast<std::ptrdiff_t>(half),
+                                       stream.clear.end()));
+  EXPECT_EQ(rig.lines.count("selects program"), 1u);
+  EXPECT_EQ(rig.lines.count("descrambles program"), 1u);
+}
+
+TEST(CamList, TooManyProgramsAreIgnored) {
+  Rig rig;
+  for (unsigned program = 1; program <= 64; ++program) {
+    rig.cam.receive(caPmt(add, program, level(0, {}), {}));
+  }
+  EXPECT_EQ(rig.lines.count("ignores"), 0u);
+  rig.cam.receive(caPmt(add, 65, level(0, {}), {}));
+  EXPECT_EQ(rig.lines.count("more programs than this CAM takes"), 1u);
+}
+
+TEST(CamEntitlement, RevokedStopsAtOnceAndGivenBackResumes) {
+  const LabStream stream = labStream(bothPrograms());
+  Rig rig;
+  rig.ask(caPmt101(first));
+  rig.ask(caPmt103(last));
+  rig.play(stream.scrambled);
+  rig.cam.entitle(101, false);
+  const std::vector<TsPacket> out = rig.play(stream.scrambled);
+  EXPECT_EQ(onPids(out, streams101), onPids(stream.scrambled, streams101));
+  EXPECT_EQ(onPids(out, streams103), onPids(stream.clear, streams103));
+  rig.cam.entitle(101, true);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+  EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no entitlement for tier 101)"), 1u);
+}
+
+TEST(CamEntitlement, IsOfTheTierThatTheEcmTells) {
+  const LabStream stream = labStream({{0x1001, 0x1501, 900}, {0x1002, 0x1501, 900}});
+  Rig rig;
+  rig.cam.entitle(101, false);
+  rig.ask(caPmt101());
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0x81)});
+  rig.cam.entitle(900, false);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+  EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0xF1)});
+}
+
+TEST(CamEntitlement, RefusedProgramIsNotDescrambled) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled);
+  rig.cam.refuse(101, true);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+  rig.cam.refuse(101, false);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+TEST(CamEcm, LossStopsDescramblingAfterTheTimeout) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled, 5000);
+  rig.pass(3990);
+  const std::vector<TsPacket> packets = withoutEcms(stream.scrambled);
+  EXPECT_LT(stillScrambled(rig.play(packets, 5000)), stillScrambled(packets));
+  rig.pass(10);
+  EXPECT_EQ(rig.play(packets), packets);
+  EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no ECM on PID 0x1501 for 4000 ms)"),
+            1u);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+  EXPECT_EQ(rig.lines.count("descrambles program 101"), 2u);
+}
+
+TEST(CamEcm, NeverAnyIsTold) {
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.pass(4100);
+  EXPECT_EQ(rig.lines.count("does not descramble program 101 (no ECM"), 1u);
+}
+
+TEST(CamEcm, DamagedOnesAreNotUsed) {
+  LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled);
+  std::mt19937 random(5);
+  std::vector<TsPacket> damaged = stream.scrambled;
+  for (TsPacket &packet : damaged) {
+    if (packet[1] == 0x15 + 0x40) {
+      packet[6 + random() % 30] ^= static_cast<std::uint8_t>(1u << random() % 8);
+    }
+  }
+  for (int round = 0; round < 20; ++round) {
+    rig.play(damaged);
+  }
+  EXPECT_EQ(rig.play(damaged), damaged);
+  EXPECT_EQ(rig.lines.count("only damaged ECMs on PID 0x1501"), 1u);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+TEST(CamFault, DeafUntilReset) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.cam.receive(caPmt101(add, query));
+  rig.cam.setFault(CamFault::Deaf, true);
+  EXPECT_TRUE(rig.cam.up());
+  rig.pass(1000);
+  EXPECT_TRUE(rig.ask({0x9F, 0x80, 0x30, 0x00}).empty());
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+  rig.cam.reset(rig.now);
+  EXPECT_FALSE(rig.cam.up());
+  rig.pass(2990);
+  EXPECT_FALSE(rig.cam.up());
+  rig.pass(10);
+  EXPECT_TRUE(rig.cam.up());
+  EXPECT_EQ(rig.ask({0x9F, 0x80, 0x30, 0x00}).size(), 1u);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled) << "the selection is forgotten";
+  rig.ask(caPmt101());
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+  EXPECT_EQ(rig.lines.count("CAM is up"), 2u);
+}
+
+TEST(CamFault, ResetForgetsWordsAndAnswersButNotEntitlements) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled);
+  rig.cam.entitle(103, false);
+  rig.cam.receive({0x9F, 0x80, 0x30, 0x00});
+  rig.cam.reset(rig.now);
+  rig.pass(3000);
+  EXPECT_TRUE(rig.answers().empty());
+  rig.ask(caPmt101());
+  const std::vector<TsPacket> noEcms = withoutEcms(stream.scrambled);
+  EXPECT_EQ(rig.play(noEcms), noEcms);
+  EXPECT_EQ(rig.ask(caPmt103(add, query)), std::vector<Apdu>{reply103(0xF1)});
+}
+
+TEST(CamFault, GarbageAnswersEveryObjectAndChangesNothingElse) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.cam.setFault(CamFault::Garbage, true);
+  EXPECT_EQ(rig.ask(caPmt101()).size(), 1u);
+  const std::vector<Apdu> answers = rig.ask({0x9F, 0x80, 0x30, 0x00});
+  ASSERT_EQ(answers.size(), 1u);
+  EXPECT_NE(answers[0], (Bytes{0x9F, 0x80, 0x31, 2, 5, 0}));
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+  rig.cam.setFault(CamFault::Garbage, false);
+  EXPECT_EQ(rig.ask({0x9F, 0x80, 0x30, 0x00}),
+            std::vector<Apdu>{(Bytes{0x9F, 0x80, 0x31, 2, 5, 0})});
+}
+
+TEST(CamFault, GarbageIsTheSameInEveryRun) {
+  std::vector<Apdu> runs[2];
+  for (std::vector<Apdu> &answers : runs) {
+    Rig rig;
+    rig.cam.setFault(CamFault::Garbage, true);
+    for (int i = 0; i < 20; ++i) {
+      rig.cam.receive({0x9F, 0x80, 0x30, 0x00});
+    }
+    rig.pass(200);
+    answers = rig.answers();
+  }
+  EXPECT_EQ(runs[0].size(), 20u);
+  EXPECT_EQ(runs[0], runs[1]);
+  EXPECT_NE(runs[0][0], runs[0][1]);
+}
+
+TEST(CamFault, WrongKeyClearsTheControlBitsButNotThePayload) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled);
+  rig.cam.setFault(CamFault::WrongKey, true);
+  const std::vector<TsPacket> out = rig.play(stream.scrambled);
+  EXPECT_EQ(stillScrambled(out), 0u);
+  std::size_t wrong = 0;
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    wrong += out[i] != stream.clear[i] ? 1u : 0u;
+  }
+  EXPECT_GT(wrong, out.size() * 3 / 4);
+  rig.cam.setFault(CamFault::WrongKey, false);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
+  const LabStream stream = labStream(streams101);
+  const Bytes whole = caPmt101();
+  Rig rig;
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    EXPECT_TRUE(
+        rig.ask({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}).empty());
+  }
+  EXPECT_EQ(rig.lines.count("selects"), 0u);
+  EXPECT_EQ(rig.lines.count("ignores an object from the host (it is cut off)"), 1u);
+  EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+}
+
+TEST(CamHostile, UnknownTagsAreIgnored) {
+  Rig rig;
+  EXPECT_TRUE(rig.ask({0x9F, 0x80, 0x31, 0x00}).empty());
+  EXPECT_TRUE(rig.ask({0x00, 0x00, 0x00, 0x00}).empty());
+  EXPECT_TRUE(rig.ask({0x9F, 0x80, 0x30, 0x01, 0x00}).empty());
+  EXPECT_EQ(rig.lines.count("its tag is unknown"), 1u);
+}
+
+TEST(CamHostile, RandomObjectsAndPacketsLeaveItWorking) {
+  const LabStream stream = labStream(streams101);
+  std::mt19937 random(9);
+  Rig rig;
+  const Bytes valid = caPmt103(add, query);
+  for (int i = 0; i < 5000; ++i) {
+    Bytes apdu = valid;
+    for (int change = 0; change <= i % 5; ++change) {
+      apdu[random() % apdu.size()] = static_cast<std::uint8_t>(random());
+    }
+    apdu.resize(i % 7 == 0 ? random() % apdu.size() : apdu.size());
+    rig.cam.receive(apdu);
+    TsPacket packet;
+    for (std::uint8_t &byte : packet) {
+      byte = static_cast<std::uint8_t>(random());
+    }
+    TsPacket *pointer = &packet;
+    rig.cam.process(&pointer, 1);
+    rig.pass(10);
+    while (rig.cam.transmit()) {
+    }
+  }
+  rig.ask(caPmt101(only));
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+TEST(CamHostile, AnswersThatNobodyFetchesAreBounded) {
+  Rig rig;
+  for (int i = 0; i < 1000; ++i) {
+    rig.cam.receive({0x9F, 0x80, 0x30, 0x00});
+  }
+  rig.pass(200);
+  EXPECT_EQ(rig.answers().size(), 64u);
+}
+
+}  // namespace

@@ -1,0 +1,209 @@
+// A card with both its CAMs in: what goes through them, what around them, what comes out.
+#include <dvbcsa/dvbcsa.h>
+#include <gtest/gtest.h>
+
+#include "cam/Cam.h"
+#include "cam/LabCa.h"
+#include "card/Card.h"
+#include "card/Fpga.h"
+#include "chassis/StreamWriter.h"
+#include "ts/Section.h"
+
+using namespace testing_streams;
+using chassis::Cam;
+using chassis::Card;
+using chassis::TsPacket;
+
+namespace {
+
+constexpr std::uint64_t bitrate = 1504000;
+
+struct LabProgram {
+  std::uint16_t number;
+  std::uint16_t video;
+  std::uint16_t ecm;
+};
+constexpr LabProgram first{7, 0x100, 0x1F07};
+constexpr LabProgram second{3, 0x200, 0x1F03};
+
+chassis::labca::ControlWord wordOf(const LabProgram &program) {
+  chassis::labca::ControlWord word{1, 2, 3, 0, 4, 5, static_cast<std::uint8_t>(program.ecm), 0};
+  chassis::labca::setChecksums(word);
+  return word;
+}
+
+Bytes ecmOf(const LabProgram &program) {
+  chassis::labca::Ecm ecm;
+  ecm.tier = program.number;
+  ecm.even = ecm.odd = wordOf(program);
+  return chassis::labca::encodeEcm(ecm);
+}
+
+TsPacket scrambled(TsPacket packet, const LabProgram &program) {
+  dvbcsa_key_t *key = dvbcsa_key_alloc();
+  dvbcsa_key_set(wordOf(program).data(), key);
+  dvbcsa_encrypt(key, packet.data() + 4, 184);
+  dvbcsa_key_free(key);
+  packet[3] = static_cast<std::uint8_t>(packet[3] | 0x80);
+  return packet;
+}
+
+// The same second of stream clear and scrambled.
+struct LabStream {
+  LabStream() {
+    for (int i = 0; i < 16; ++i) {
+      clear.psi({map(first), map(second)});
+      for (const LabProgram &program : {first, second}) {
+        clear.table(program.ecm, ecmOf(program)).pes(program.video).payload(program.video, {1, 2});
+      }
+    }
+    while (clear.packets() < 1000) {
+      clear.null();
+    }
+    for (std::size_t i = 0; i < clear.packets(); ++i) {
+      const TsPacket packet = clear.packet(i);
+      const unsigned pid = (packet[1] & 0x1FU) << 8 | packet[2];
+      result.add(pid == first.video    ? scrambled(packet, first)
+                 : pid == second.video ? scrambled(packet, second)
+                                       : packet);
+    }
+  }
+
+  static ProgramMap map(const LabProgram &program) {
+    return {program.number,
+            0x1000U + program.number,
+            program.video,
+            {{0x1B, program.video, {}}},
+            caDescriptor(chassis::labca::defaultCaSystem, program.ecm),
+            0};
+  }
+
+  StreamWriter clear;
+  StreamWriter result;
+};
+
+// EN 50221 ca_pmt: only, ok_descrambling, one CA descriptor at program level, one stream.
+chassis::Apdu caPmt(const LabProgram &program) {
+  Bytes body{3};
+  append16(body, program.number);
+  append(body, {0x01, 0xF0, 7, 1});
+  append(body, caDescriptor(chassis::labca::defaultCaSystem, program.ecm));
+  body.push_back(0x1B);
+  append16(body, 0xE000U | program.video);
+  append(body, {0xF0, 0});
+  Bytes apdu{0x9F, 0x80, 0x32, static_cast<std::uint8_t>(body.size())};
+  append(apdu, body);
+  return apdu;
+}
+
+class SilentEvents : public chassis::Events {
+ public:
+  void report(chassis::Place, const std::string &, const std::string &) override {}
+};
+
+class CardCam : public testing::Test {
+ protected:
+  CardCam() {
+    card.setCam(0, &camA);
+    card.setCam(1, &camB);
+    card.insert(file.path(), bitrate, 0);
+    card.setOutput(output.path());
+    playUntil(10);
+  }
+
+  // Ten packets every 10 ms.
+  void playUntil(std::uint64_t ms) {
+    for (; nowMs < ms; nowMs += 10) {
+      camA.tick(nowMs + 10);
+      camB.tick(nowMs + 10);
+      card.tick(nowMs + 10);
+    }
+  }
+
+  std::uint32_t descState(const LabProgram &program) {
+    card.fpga().select(program.video);
+    return card.fpga().descState(DESC_PID_TYPE_AV);
+  }
+
+  // What came out, from the second loop on, when the CAMs have all they need.
+  Bytes settledOutput() {
+    card.setOutput("");
+    const Bytes all = output.read();
+    return Bytes(all.begin() + static_cast<std::ptrdiff_t>(stream.clear.bytes().size()), all.end());
+  }
+
+  static Cam::Config config() {
+    Cam::Config config;
+    config.caSystems = {chassis::labca::defaultCaSystem};
+    config.startUpMs = 0;
+    return config;
+  }
+
+  const LabStream stream;
+  const TemporaryFile file{stream.result.bytes()};
+  const TemporaryFile output;
+  SilentEvents events;
+  Cam camA{config(), {0, 0}, events, 0};
+  Cam camB{config(), {0, 1}, events, 0};
+  Card card{0, events};
+  std::uint64_t nowMs = 0;
+};
+
+}  // namespace
+
+TEST_F(CardCam, LeavesScrambledWhatNoCamWasGiven) {
+  playUntil(2000);
+  EXPECT_EQ(descState(first), 1U);
+  EXPECT_EQ(settledOutput(), stream.result.bytes());
+}
+
+TEST_F(CardCam, EachCamDescramblesItsProgram) {
+  camA.receive(caPmt(first));
+  camB.receive(caPmt(second));
+  playUntil(2000);
+  EXPECT_EQ(descState(first), 0U);
+  EXPECT_EQ(descState(second), 0U);
+  EXPECT_EQ(settledOutput(), stream.clear.bytes());
+  // the meter before the CAMs still sees what came in
+  EXPECT_TRUE(card.before(first.video).lastScrambled);
+  EXPECT_FALSE(card.behind(first.video).lastScrambled);
+}
+
+TEST_F(CardCam, WhatGoesAroundTheCamsStaysAsItIs) {
+  camA.receive(caPmt(first));
+  camB.receive(caPmt(second));
+  card.fpga().setPass(first.video, false);
+  playUntil(1000);
+  EXPECT_EQ(descState(first), 1U);
+  EXPECT_EQ(descState(second), 0U);
+  card.fpga().setPass(first.video, true);
+  playUntil(2000);
+  EXPECT_EQ(descState(first), 0U);
+}
+
+TEST_F(CardCam, ACamWithoutItsEcmsDescramblesNothing) {
+  card.fpga().setPass(first.ecm, false);
+  camA.receive(caPmt(first));
+  playUntil(2000);
+  EXPECT_EQ(descState(first), 1U);
+  EXPECT_EQ(card.before(first.ecm).packets, 32U);
+}
+
+TEST_F(CardCam, AWrongKeyIsNotTakenForDescrambled) {
+  camA.setFault(chassis::CamFault::WrongKey, true);
+  camA.receive(caPmt(first));
+  camB.receive(caPmt(second));
+  playUntil(2000);
+  EXPECT_FALSE(card.behind(first.video).lastScrambled);
+  EXPECT_EQ(descState(first), 2U);
+  EXPECT_EQ(descState(second), 0U);
+}
+
+TEST_F(CardCam, ACamThatIsPulledIsPassedBy) {
+  camA.receive(caPmt(first));
+  playUntil(1000);
+  EXPECT_EQ(descState(first), 0U);
+  card.setCam(0, nullptr);
+  playUntil(2000);
+  EXPECT_EQ(descState(first), 1U);
+}

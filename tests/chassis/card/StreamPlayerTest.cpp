@@ -1,0 +1,163 @@
+#include "card/StreamPlayer.h"
+
+#include <gtest/gtest.h>
+
+#include "card/PidFaults.h"
+#include "card/PidMeter.h"
+#include "card/StreamScan.h"
+#include "chassis/StreamWriter.h"
+
+using namespace testing_streams;
+using chassis::PidFault;
+using chassis::PidFaults;
+using chassis::StreamPlayer;
+using chassis::TsPacket;
+
+namespace {
+
+const ProgramMap program{1, 0x1000, 0x100, {{0x1B, 0x100, {}}}, {}, 0};
+
+struct Playing {
+  explicit Playing(const StreamWriter &written)
+      : stream(written),
+        file(written.bytes()),
+        player(file.path(), 1000000, chassis::scanStream(file.path(), 1000000).ccStep, 0) {}
+
+  TsPacket next() {
+    TsPacket packet{};
+    EXPECT_TRUE(player.next(packet));
+    return packet;
+  }
+
+  StreamWriter stream;
+  TemporaryFile file;
+  StreamPlayer player;
+};
+
+}  // namespace
+
+TEST(StreamPlayer, KeepsItsBitrateForHours) {
+  const TemporaryFile file(StreamWriter().psi({program}).bytes());
+  const std::uint64_t bitrate = 38014706;  // nothing divides it
+  StreamPlayer player(file.path(), bitrate, {}, 123);
+  std::uint64_t packets = 0;
+  const std::uint64_t hours = 10 * 3600 * 1000;
+  for (std::uint64_t ms = 10; ms <= hours; ms += 10) {
+    packets += player.due(123 + ms);
+    if (ms % 3600000 == 0) {
+      EXPECT_EQ(packets, ms * bitrate / (1504 * 1000));
+    }
+  }
+}
+
+TEST(StreamPlayer, TheSizeOfTheStepsIsNoMatter) {
+  const TemporaryFile file(StreamWriter().psi({program}).bytes());
+  StreamPlayer fine(file.path(), 999983, {}, 0);
+  StreamPlayer coarse(file.path(), 999983, {}, 0);
+  std::uint64_t packets = 0;
+  for (std::uint64_t ms = 1; ms <= 7777; ++ms) {
+    packets += fine.due(ms);
+  }
+  EXPECT_EQ(packets, coarse.due(7777));
+  EXPECT_EQ(coarse.due(7777), 0U);
+}
+
+TEST(StreamPlayer, LoopsWithoutContinuityErrors) {
+  StreamWriter stream;
+  stream.psi({program}).counter(0x100, 11);
+  for (int i = 0; i < 7; ++i) {
+    stream.payload(0x100).payload(0x101).payload(0x101).adaptation(0x101, 0x10, 0, false);
+  }
+  Playing playing(stream);
+  chassis::PidMeter meter;
+  meter.restart(0);
+  for (std::size_t i = 0; i < stream.packets() * 40; ++i) {
+    meter.count(playing.next(), 0);
+  }
+  for (const std::uint16_t pid : {0x0000, 0x0100, 0x0101, 0x1000}) {
+    EXPECT_EQ(meter.evidence(pid).ccErrors, 0U) << pid;
+    EXPECT_GE(meter.evidence(pid).packets, 40U) << pid;
+  }
+}
+
+TEST(StreamPlayer, ALoopOfSixteenComesOutUnchanged) {
+  StreamWriter stream;
+  for (int i = 0; i < 16; ++i) {
+    stream.psi({program});
+  }
+  stream.counter(0x100, 5);
+  for (int i = 0; i < 48; ++i) {
+    stream.payload(0x100).null();
+  }
+  Playing playing(stream);
+  for (std::size_t i = 0; i < stream.packets() * 3; ++i) {
+    ASSERT_EQ(playing.next(), stream.packet(i % stream.packets())) << i;
+  }
+}
+
+TEST(StreamPlayer, ChangesNothingButTheCounter) {
+  StreamWriter stream;
+  stream.psi({program}).payload(0x100, {1, 2, 3}, true, 2);
+  Playing playing(stream);
+  for (std::size_t i = 0; i < stream.packets() * 3; ++i) {
+    TsPacket expected = stream.packet(i % stream.packets());
+    expected[3] = static_cast<std::uint8_t>((expected[3] & 0xF0) | i / stream.packets());
+    ASSERT_EQ(playing.next(), expected) << i;
+  }
+}
+
+TEST(StreamPlayer, EndsWhenTheFileIsGone) {
+  Playing playing(StreamWriter().psi({program}));
+  playing.next();
+  playing.next();
+  playing.file.write({});
+  TsPacket packet;
+  EXPECT_FALSE(playing.player.next(packet));
+  EXPECT_FALSE(playing.player.next(packet));
+}
+
+TEST(PidFaults, ADroppedPidIsLost) {
+  PidFaults faults;
+  faults.set(PidFault::Drop, 0x100, true);
+  StreamWriter stream;
+  stream.payload(0x100).payload(0x101);
+  TsPacket packet = stream.packet(0);
+  EXPECT_FALSE(faults.apply(packet));
+  packet = stream.packet(1);
+  EXPECT_TRUE(faults.apply(packet));
+  EXPECT_EQ(packet, stream.packet(1));
+  faults.set(PidFault::Drop, 0x100, false);
+  packet = stream.packet(0);
+  EXPECT_TRUE(faults.apply(packet));
+}
+
+TEST(PidFaults, DamageHitsPayloadsAndLosesEveryFourth) {
+  PidFaults faults;
+  faults.set(PidFault::Damage, 0x100, true);
+  StreamWriter stream;
+  for (int i = 0; i < 12; ++i) {
+    stream.adaptation(0x100, 0x10, 0, true);
+  }
+  for (std::size_t i = 0; i < stream.packets(); ++i) {
+    const TsPacket whole = stream.packet(i);
+    TsPacket packet = whole;
+    ASSERT_EQ(faults.apply(packet), i % 4 != 3) << i;
+    if (i % 4 != 3) {
+      EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + 12, packet.begin()));
+      EXPECT_NE(packet[12], whole[12]);
+      EXPECT_NE(packet[187], whole[187]);
+    }
+  }
+  faults.clear();
+  TsPacket packet = stream.packet(0);
+  EXPECT_TRUE(faults.apply(packet));
+  EXPECT_EQ(packet, stream.packet(0));
+}
+
+TEST(PidFaults, APidOutOfRangeHasNone) {
+  PidFaults faults;
+  faults.set(PidFault::Drop, 0x2100, true);
+  StreamWriter stream;
+  TsPacket packet = stream.payload(0x100).packet(0);
+  EXPECT_TRUE(faults.apply(packet));
+}

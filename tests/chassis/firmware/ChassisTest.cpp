@@ -1,0 +1,212 @@
+#include "firmware/Chassis.h"
+
+#include <gtest/gtest.h>
+
+#include "CiPlatform.h"
+#include "InputError.h"
+#include "chassis/StreamWriter.h"
+
+using namespace testing_streams;
+
+namespace chassis {
+namespace {
+
+constexpr std::uint64_t bitrate = 1504000;
+constexpr unsigned caSystem = 0x0500;
+constexpr unsigned ecmPid = 0x300;
+
+class RecordedEvents : public Events {
+ public:
+  void report(Place, const std::string &what, const std::string &) override {
+    lines.push_back(what);
+  }
+  std::size_t count(const std::string &part) const {
+    return static_cast<std::size_t>(std::count_if(
+        lines.begin(), lines.end(),
+        [&part](const std::string &line) { return line.find(part) != std::string::npos; }));
+  }
+  std::vector<std::string> lines;
+};
+
+class Works : public Agenda {
+ public:
+  void at(std::uint64_t ms, std::function<void()> work) { works_.emplace(ms, std::move(work)); }
+  std::optional<std::uint64_t> nextMs() const override {
+    return works_.empty() ? std::nullopt : std::optional(works_.begin()->first);
+  }
+  void runDue(std::uint64_t nowMs) override {
+    while (!works_.empty() && works_.begin()->first <= nowMs) {
+      const auto work = works_.begin()->second;
+      works_.erase(works_.begin());
+      work();
+    }
+  }
+
+ private:
+  std::multimap<std::uint64_t, std::function<void()>> works_;
+};
+
+// One program of two streams with its ECMs at program level.
+Bytes stream(unsigned program = 101) {
+  StreamWriter writer;
+  const ProgramMap map{
+      program, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(caSystem, ecmPid),
+      0};
+  for (int i = 0; i < 16; ++i) {
+    writer.psi({map}).pes(0x201).pes(0x202).payload(ecmPid);
+  }
+  while (writer.packets() < 1000) {
+    writer.null();
+  }
+  return writer.bytes();
+}
+
+class ChassisTest : public testing::Test {
+ protected:
+  ChassisTest() {
+    chassis_.onChecked(
+        [this](std::uint32_t slot) { checks_.emplace_back(clock_.elapsedMs(), slot); });
+  }
+  void insertCard(std::uint32_t slot) { chassis_.cardInsert(slot, file_.path(), bitrate); }
+
+  using Checks = std::vector<std::pair<std::uint64_t, std::uint32_t>>;
+  TemporaryFile file_{stream()};
+  RecordedEvents events_;
+  Clock clock_;
+  Chassis chassis_{clock_, events_};
+  Works works_;
+  Checks checks_;
+};
+
+TEST_F(ChassisTest, BootsInOrder) {
+  std::uint64_t loadedMs = 0;
+  clock_.onTick([&loadedMs](std::uint64_t nowMs) {
+    loadedMs = loadedMs == 0 && is_all_card_loaded == 1 ? nowMs : loadedMs;
+  });
+  works_.at(0, [this] {
+    EXPECT_EQ(is_all_card_loaded, 0U);
+    EXPECT_EQ(pCiData[0], nullptr);
+    insertCard(0);
+    EXPECT_NE(pCiData[0], nullptr);
+  });
+  chassis_.run(4500, works_);
+  EXPECT_EQ(loadedMs, 2000U);
+  EXPECT_EQ(checks_, (Checks{{2000, 0}, {3000, 0}, {4000, 0}}));
+  EXPECT_EQ(clock_.elapsedMs(), 4500U);
+}
+
+TEST_F(ChassisTest, ChecksOnlyRegisteredCardsInTheOrderOfTheirSlots) {
+  works_.at(0, [this] { insertCard(5); });
+  works_.at(2500, [this] { insertCard(1); });
+  chassis_.run(3500, works_);
+  EXPECT_EQ(checks_, (Checks{{2000, 5}, {3000, 1}, {3000, 5}}));
+}
+
+TEST_F(ChassisTest, WorkRunsAtItsTimeBetweenCyclesButNotDuringBoot) {
+  std::vector<std::uint64_t> ran;
+  const auto note = [this, &ran] { ran.push_back(clock_.elapsedMs()); };
+  for (const std::uint64_t ms : {0, 500, 2005, 2500, 4000}) {
+    works_.at(ms, note);
+  }
+  chassis_.run(4000, works_);
+  EXPECT_EQ(ran, (std::vector<std::uint64_t>{0, 2000, 2010, 2500, 4000}));
+}
+
+TEST_F(ChassisTest, RunGoesOnWhereItStopped) {
+  works_.at(0, [this] { insertCard(0); });
+  chassis_.run(2500, works_);
+  chassis_.run(4001, works_);
+  EXPECT_EQ(checks_, (Checks{{2000, 0}, {3000, 0}, {4000, 0}}));
+}
+
+TEST_F(ChassisTest, ALongCycleLeavesOutThoseThatItMissed) {
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.progAssign(0, 101, 3);
+    chassis_.camInsert(0, 0, {caSystem});
+    chassis_.camInsert(0, 1, {caSystem});
+  });
+  chassis_.run(8500, works_);
+  EXPECT_EQ(events_.count("CA PMT sent"), 2U);
+  EXPECT_EQ(checks_, (Checks{{2000, 0}, {3000, 0}, {6000, 0}, {7000, 0}, {8000, 0}}));
+}
+
+TEST_F(ChassisTest, ChangedProgramsAreTakenOverBeforeTheNextCheck) {
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.camInsert(0, 0, {caSystem});
+  });
+  works_.at(6500, [this] {
+    EXPECT_EQ(DescStatus[0][0].pid[0].pid, nullPid);
+    EXPECT_EQ(events_.count("CA PMT sent"), 0U);
+    chassis_.progAssign(0, 101, 1);
+  });
+  chassis_.run(8500, works_);
+  EXPECT_EQ(DescStatus[0][0].pid[0].pid, 0x201);
+  EXPECT_EQ(DescStatus[0][0].pid[1].pid, 0x202);
+  EXPECT_EQ(events_.count("CA PMT sent: program 101"), 1U);
+}
+
+TEST_F(ChassisTest, CamComesUpAndGoes) {
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.camInsert(0, 1, {caSystem});
+    EXPECT_EQ(ciLibGetInsertCard(0, 1), 2U);
+    EXPECT_EQ(ciLibGetInsertCard(0, 0), 0U);
+  });
+  chassis_.run(5000, works_);
+  EXPECT_EQ(ciLibGetInsertCard(0, 1), 1U);
+  EXPECT_EQ(ciLibCaSysIdMatch(static_cast<std::uint8_t>(ciLibGetCardIndex(0, 1)), caSystem), 0U);
+  chassis_.camRemove(0, 1);
+  EXPECT_EQ(ciLibGetInsertCard(0, 1), 0U);
+  chassis_.camRemove(0, 1);
+}
+
+TEST_F(ChassisTest, CardGoesWithItsCams) {
+  insertCard(0);
+  chassis_.camInsert(0, 0, {caSystem});
+  chassis_.cardRemove(0);
+  EXPECT_EQ(ciLibGetInsertCard(0, 0), 0U);
+  EXPECT_FALSE(chassis_.card(0).inserted());
+  EXPECT_NE(pCiData[0], nullptr);
+  EXPECT_EQ(pCiData[0]->GetProgDesc(0), nullptr);
+}
+
+TEST_F(ChassisTest, FormsAreThoseOfTheCard) {
+  EXPECT_EQ(GetInPortFormList(0, 0), nullptr);
+  EXPECT_EQ(GetMuxCardFormList(0), nullptr);
+  insertCard(0);
+  ASSERT_NE(GetInPortFormList(0, 0), nullptr);
+  EXPECT_EQ(GetInPortFormList(0, 0), chassis_.card(0).inPortForm());
+  EXPECT_EQ(GetInPortFormList(0, 0)->ca[0].pid, ecmPid);
+  EXPECT_EQ(GetMuxCardFormList(0), chassis_.card(0).muxForm());
+  for (const std::uint32_t slot : {1U, 6U, 0xFFFFFFFFU}) {
+    EXPECT_EQ(GetInPortFormList(slot, 0), nullptr);
+    EXPECT_EQ(GetMuxCardFormList(slot), nullptr);
+  }
+}
+
+TEST_F(ChassisTest, NamesWhatIsNotThere) {
+  const auto errorOf = [](const std::function<void()> &call) -> std::string {
+    try {
+      call();
+    } catch (const InputError &error) {
+      return error.what();
+    }
+    return "no error";
+  };
+  insertCard(2);
+  EXPECT_EQ(errorOf([this] { chassis_.camFault(2, 1, CamFault::Deaf, true); }),
+            "no CAM is in 2, 1");
+  EXPECT_EQ(errorOf([this] { chassis_.camEntitle(2, 1, 101, false); }), "no CAM is in 2, 1");
+  EXPECT_EQ(errorOf([this] { chassis_.camRefuse(2, 1, 102, false); }),
+            "program 102 is not in the stream of slot 2, which carries 101");
+}
+
+TEST(ChassisPlatform, WithoutAChassisThereAreNoForms) {
+  EXPECT_EQ(GetInPortFormList(0, 0), nullptr);
+  EXPECT_EQ(GetMuxCardFormList(0), nullptr);
+}
+
+}  // namespace
+}  // namespace chassis

@@ -1,0 +1,98 @@
+#include "report/Timeline.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace chassis {
+namespace {
+
+class TimelineTest : public testing::Test {
+ protected:
+  Timeline &timeline(Timeline::Config config = {}) {
+    timeline_ = std::make_unique<Timeline>(out_, config, [this] { return nowMs_; });
+    return *timeline_;
+  }
+  std::string text() {
+    const std::string text = out_.str();
+    out_.str("");
+    return text;
+  }
+
+  std::uint64_t nowMs_ = 7010;
+
+ private:
+  std::ostringstream out_;
+  std::unique_ptr<Timeline> timeline_;
+};
+
+TEST_F(TimelineTest, AlignsTimePlaceWhatAndWhy) {
+  timeline().report({0, 0}, "CA PMT sent: programs 101, 102", "the CAM came up");
+  EXPECT_EQ(text(), "00:00:07.010  card 1  CAM A  CA PMT sent: programs 101, 102" +
+                        std::string(32, ' ') + "the CAM came up\n");
+}
+
+TEST_F(TimelineTest, NamesEveryKindOfPlace) {
+  Timeline &line = timeline();
+  line.report({}, "a note", "");
+  line.report({5, -1}, "no sync", "");
+  line.report({5, 1}, "up", "");
+  EXPECT_EQ(text(),
+            "00:00:07.010  chassis        a note\n"
+            "00:00:07.010  card 6         no sync\n"
+            "00:00:07.010  card 6  CAM B  up\n");
+}
+
+TEST_F(TimelineTest, ALongClauseKeepsItsDistanceFromItsReason) {
+  timeline().report({}, std::string(70, 'w'), "y");
+  EXPECT_EQ(text(), "00:00:07.010  chassis        " + std::string(70, 'w') + "  y\n");
+}
+
+TEST_F(TimelineTest, CountsBeyondADay) {
+  nowMs_ = 100ull * 3600000 + 59 * 60000 + 59999;
+  timeline().report({}, "late", "");
+  EXPECT_EQ(text(), "100:59:59.999  chassis        late\n");
+}
+
+TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
+  Timeline &line = timeline();
+  for (nowMs_ = 1000; nowMs_ <= 4000; nowMs_ += 1000) {
+    line.print(ConsolePort::Print, "again");
+  }
+  line.print(ConsolePort::Print, "other");
+  line.print(ConsolePort::Print, "again");
+  line.print(ConsolePort::Print, "again");
+  line.report({}, "event", "");
+  line.print(ConsolePort::Print, "again");
+  line.flush();
+  EXPECT_EQ(text(),
+            "00:00:01.000  module         again\n"
+            "00:00:04.000  module         (3 times more)\n"
+            "00:00:05.000  module         other\n"
+            "00:00:05.000  module         again\n"
+            "00:00:05.000  module         (1 time more)\n"
+            "00:00:05.000  chassis        event\n"
+            "00:00:05.000  module         again\n");
+}
+
+TEST_F(TimelineTest, ShowsDebugPrintsOnlyWhenAsked) {
+  timeline().print(ConsolePort::Debug, "inside");
+  EXPECT_EQ(text(), "");
+  timeline({false, true}).print(ConsolePort::Debug, "inside");
+  EXPECT_EQ(text(), "00:00:07.010  module debug   inside\n");
+}
+
+TEST_F(TimelineTest, SkipsEmptyConsoleLines) {
+  timeline().print(ConsolePort::Print, "");
+  EXPECT_EQ(text(), "");
+}
+
+TEST_F(TimelineTest, ColourAddsNothingButEscapes) {
+  timeline({true, false}).report({}, "bad", "", Tone::Bad);
+  EXPECT_EQ(text(), "00:00:07.010  chassis        \033[31mbad\033[0m\n");
+  timeline({false, false}).report({}, "bad", "", Tone::Bad);
+  EXPECT_EQ(text(), "00:00:07.010  chassis        bad\n");
+}
+
+}  // namespace
+}  // namespace chassis

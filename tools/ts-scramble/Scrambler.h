@@ -1,0 +1,26 @@
+// Writes the scrambled stream.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "Plan.h"
+#include "Request.h"
+#include "Survey.h"
+#include "ts/TsFile.h"
+
+namespace tsscramble {
+
+struct Result {
+  Survey survey;
+  Plan plan;
+  std::uint64_t packetsWritten = 0;
+};
+
+// Reads `in`, writes `out`. Nothing is left of `out` when it fails. Throws chassis::InputError:
+// what Request, TsFile, survey and makePlan throw, and an output that cannot be written or is the
+// input.
+Result scramble(const Request &request, const std::string &in, const std::string &out);
+
+}  // namespace tsscramble

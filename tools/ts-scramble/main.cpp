@@ -1,0 +1,111 @@
+// Makes a scrambled transport stream from a clear one, for the laboratory CA system.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "PidText.h"
+#include "Scrambler.h"
+#include "Text.h"
+
+namespace {
+
+using namespace tsscramble;
+
+// The command line as it was typed.
+struct Arguments {
+  std::string in;
+  std::string out;
+  std::vector<std::string> programs;
+  std::string level = "program";
+  std::string cipher = "xor";
+  Request request;
+};
+
+void declare(CLI::App &app, Arguments &arguments) {
+  Request &request = arguments.request;
+  const CLI::Range ordinaryPids(int{firstOrdinaryPid}, chassis::nullPid - 1);
+  app.add_option("IN", arguments.in, "clear transport stream")->required();
+  app.add_option("OUT", arguments.out, "scrambled transport stream")->required();
+  app.add_option("--program", arguments.programs,
+                 "NUMBER[:program|stream[:PID[,PID...]]]: a program to scramble, its level and its "
+                 "ECM PIDs, one, or one for each stream; may be repeated; without it, all programs")
+      ->allow_extra_args(false);
+  app.add_option("--level", arguments.level, "level of programs that tell none: program or stream")
+      ->capture_default_str();
+  app.add_option("--casid", request.casid, "CA system id")
+      ->check(CLI::Range(0x0001, 0xFFFF))
+      ->default_str(pidText(request.casid));
+  app.add_option("--crypto-period", request.cryptoPeriod,
+                 "seconds; an even number of equal periods nearest to it is made")
+      ->capture_default_str();
+  app.add_option("--ecm-interval", request.ecmInterval, "seconds between ECMs of a PID")
+      ->capture_default_str();
+  app.add_option("--ecm-pid", request.firstEcmPid,
+                 "ECM PIDs are the first free ones from here upwards")
+      ->check(ordinaryPids);
+  app.add_option("--emm-pid", request.emmPid, "EMM PID; without it, a free one")
+      ->check(ordinaryPids);
+  app.add_option("--cipher", arguments.cipher, "of the ECMs: none or xor")->capture_default_str();
+  app.add_option("--seed", request.seed, "of the control words")->capture_default_str();
+  app.add_option("--bitrate", request.bitrate, "of IN in bit/s; without it, from its PCRs");
+}
+
+Request requestOf(const Arguments &arguments) {
+  Request request = arguments.request;
+  request.level = parseLevel(arguments.level);
+  request.cipher = parseCipher(arguments.cipher);
+  for (const std::string &program : arguments.programs) {
+    request.programs.push_back(parseProgram(program));
+  }
+  return request;
+}
+
+template <typename Pids>
+std::string pidList(const Pids &pids) {
+  std::vector<std::string> texts;
+  texts.reserve(pids.size());
+  for (const std::uint16_t pid : pids) {
+    texts.push_back(pidText(pid));
+  }
+  return chassis::joined(texts);
+}
+
+void tell(const Request &request, const Result &result) {
+  const Plan &plan = result.plan;
+  std::printf("CA system 0x%04X, EMM PID %s, %u crypto periods of %.2f s\n", request.casid,
+              pidText(plan.emmPid).c_str(), plan.periods, result.survey.seconds() / plan.periods);
+  for (const EcmStream &ecm : plan.ecms) {
+    std::printf("program %u: ECM PID %s for %s\n", ecm.program, pidText(ecm.pid).c_str(),
+                pidList(ecm.pids).c_str());
+  }
+  if (!plan.leftClear.empty()) {
+    std::printf("left clear, since several programs share them: %s\n",
+                pidList(plan.leftClear).c_str());
+  }
+}
+
+int run(int argc, char **argv) {
+  CLI::App app(
+      "Makes a scrambled transport stream from a clear one, for the laboratory CA system, which "
+      "protects nothing.",
+      "ts-scramble");
+  Arguments arguments;
+  declare(app, arguments);
+  CLI11_PARSE(app, argc, argv);
+  const Request request = requestOf(arguments);
+  tell(request, scramble(request, arguments.in, arguments.out));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::exception &error) {
+    std::fprintf(stderr, "ts-scramble: %s\n", error.what());
+    return 1;
+  }
+}
