@@ -119,7 +119,7 @@ int main() {
   const uint32_t periodMs = static_cast<uint32_t>(setting("SOAK_PERIOD_MS", CYCLE_MS));
   std::printf("SOAK_SEED=%llu\n", static_cast<unsigned long long>(rules::seed));
   std::fflush(stdout);
-  chassis.now = 0u - 30 * DAY_MS;
+  chassis.now = 0u - static_cast<uint32_t>(days * DAY_MS / 2);  // wraps half-way
   for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
     registerLeanCard(slotNo);
   }
