@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "AlarmKinds.h"
 #include "CiIf_Status/CiIf_Status.h"
 #include "platform/Names.h"
 #include "platform/Platform.h"
@@ -311,106 +312,141 @@ TEST_F(FaultyPlatform, FailedCaPmtAndQueryHoldResetsBackLikeAnyOther) {
 
 // --- AlarmAdd and AlarmDel -----------------------------------------------------------------------
 
-class FailingAlarms : public Faulty {
+struct AlarmFault {
+  uint32_t kind;
+  Fault fault;
+};
+
+std::ostream &operator<<(std::ostream &out, const AlarmFault &fault) {
+  return out << alarmKind(fault.kind) << ", " << fault.fault;
+}
+
+struct AlarmFaultName {
+  std::string operator()(const testing::TestParamInfo<AlarmFault> &each) const {
+    return hexName(each.param.kind) +
+           FaultName()(testing::TestParamInfo<Fault>(each.param.fault, each.index));
+  }
+};
+
+std::vector<AlarmFault> alarmFaultsUpTo(uint32_t calls) {
+  std::vector<AlarmFault> faults;
+  for (const AlarmKind &kind : alarmKinds) {
+    for (const Fault &fault : faultsUpTo(calls)) {
+      faults.push_back({kind.code, fault});
+    }
+  }
+  return faults;
+}
+
+// One alarm of CAM B that a fault raises and its end clears, three times over.
+class FailingAlarms : public FaultyPlatform, public testing::WithParamInterface<AlarmFault> {
  protected:
   FailingAlarms() {
     ciAlarmDlyTimeInit();
     prepareHealthy();
-    platform.advance(100000);
-    check();
+    alarm.markOk();
   }
 
-  // Seconds from 1 on; a check at each.
-  int32_t check() {
-    platform.advance(1000);
+  int32_t checkAfter(uint32_t milliseconds) {
+    platform.advance(milliseconds);
     platform.take();
-    const int32_t result = camAlarmCheck(SLOT, 1, ALARM_KIND_DESCRAMBLE);
-    transcript = platform.take({"AlarmAdd", "AlarmDel", "printf", "bbPrintf"});
+    const int32_t result = alarm.check();
+    transcript = service(platform.take());
     return result;
   }
 
-  void checkFor(int seconds) {
-    for (int second = 0; second < seconds; ++second) {
-      check();
+  static Calls service(const Calls &all) {
+    return only(all, {"EXT_Clear_Ca_Sys_Id", "AlarmAdd", "AlarmDel", "bbPrintf"});
+  }
+
+  // The delay runs out with the next millisecond.
+  void faultForItsDelay() {
+    alarm.noFault();
+    checkAfter(1);
+    alarm.fault();
+    EXPECT_EQ(checkAfter(kind.raiseDelay), 0);
+    EXPECT_EQ(transcript, Calls{});
+  }
+
+  // A few checks that each call the service until a call succeeds; then one that need not.
+  template <typename Check>
+  void tryUntilDone(const Check &failing, const Calls &done, int32_t result) {
+    for (int tries = 0; tries < 3; ++tries) {
+      const uint32_t attempt = calls + 1;
+      const bool fails = GetParam().fault.lasting ? attempt >= GetParam().fault.call
+                                                  : attempt == GetParam().fault.call;
+      const int32_t answer = checkAfter(1);
+      EXPECT_EQ(calls, attempt);
+      if (!fails) {
+        EXPECT_EQ(answer, result);
+        EXPECT_EQ(transcript, done);
+        EXPECT_EQ(checkAfter(1), result);
+        EXPECT_EQ(transcript, Calls{});
+        return;
+      }
+      EXPECT_EQ(answer, -1);
+      EXPECT_EQ(transcript, joined({done, {failing()}}));
     }
   }
 
-  static bool failsAt(uint32_t call) {
-    return GetParam().lasting ? call >= GetParam().call : call == GetParam().call;
-  }
-
-  static void see(uint8_t summary) { pCiData[SLOT]->descStat[1] = summary; }
-  const std::string add = "AlarmAdd((0x1, 3), (0x706, -1), (0x702, -1), (0x142, -1), (0x714, -1))";
+  const AlarmKind &kind = alarmKind(GetParam().kind);
+  const Alarm alarm{kind, SLOT, 1};
 };
 
 using FailingAlarmAdd = FailingAlarms;
 
 TEST_P(FailingAlarmAdd, IsTriedAgainAtTheNextCheck) {
-  platform.AlarmAdd.does([this] { return GetParam().strikes(calls) ? -1 : 9; });
-  uint32_t attempt = 0;
+  platform.AlarmAdd.does([this] { return GetParam().fault.strikes(calls) ? -1 : 9; });
   for (int episode = 0; episode < 3; ++episode) {
-    see(DESC_SUM_ALL);
-    checkFor(12);
-    EXPECT_EQ(calls, attempt);
-    for (int tries = 0; tries < 3; ++tries) {
-      ++attempt;
-      if (!failsAt(attempt)) {
-        EXPECT_EQ(check(), 1);
-        EXPECT_EQ(transcript, Calls{add});
-        EXPECT_EQ(check(), 1);
-        EXPECT_EQ(transcript, Calls{});
-        break;
-      }
-      EXPECT_EQ(check(), -1);
-      EXPECT_EQ(transcript, (Calls{add, bbPrinted("Card2 CAM1 AlarmAdd failed\r\n")}));
-    }
-    const bool raised = !failsAt(attempt);
-    see(DESC_SUM_OK);
-    checkFor(3);
-    EXPECT_EQ(check(), 0);
-    EXPECT_EQ(transcript, raised ? Calls{"AlarmDel(9, 0)"} : Calls{});
+    faultForItsDelay();
+    tryUntilDone([this] { return alarm.message(kind.raiseFails); }, service(alarm.raising()),
+                 kind.pastDelay);
+    const bool raised = transcript.empty();
+    alarm.noFault();
+    EXPECT_EQ(checkAfter(kind.clearDelay + 1), 0);
+    EXPECT_EQ(transcript, raised ? Calls{alarmDel(9)} : Calls{});
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, FailingAlarmAdd, testing::ValuesIn(faultsUpTo(5)), FaultName());
+INSTANTIATE_TEST_SUITE_P(Calls, FailingAlarmAdd, testing::ValuesIn(alarmFaultsUpTo(5)),
+                         AlarmFaultName());
 
 using FailingAlarmDel = FailingAlarms;
 
 TEST_P(FailingAlarmDel, IsTriedAgainAtTheNextCheck) {
-  platform.AlarmDel.does([this](int32_t) { return GetParam().strikes(calls) ? -1 : 0; });
-  uint32_t attempt = 0;
+  platform.AlarmDel.does([this](int32_t) { return GetParam().fault.strikes(calls) ? -1 : 0; });
+  bool stands = false;
   for (const bool masked : {false, true, false}) {
-    see(DESC_SUM_PART);
-    checkFor(13);
-    const bool stands = calls != 0 && failsAt(calls);
-    EXPECT_EQ(transcript, stands ? Calls{} : Calls{add});
-    see(DESC_SUM_OK);
-    card.CamAlarmMask.when(1) = masked ? 1 : 0;
-    checkFor(masked ? 0 : 3);
-    const std::string message =
-        masked ? "Card2 port1 AlarmDel failed\r\n" : "Card2 CAM1 AlarmDel failed\r\n";
-    for (int tries = 0; tries < 3; ++tries) {
-      ++attempt;
-      if (!failsAt(attempt)) {
-        EXPECT_EQ(check(), 0);
-        EXPECT_EQ(transcript, Calls{"AlarmDel(1, 0)"});
-        EXPECT_EQ(check(), 0);
-        EXPECT_EQ(transcript, Calls{});
-        break;
-      }
-      EXPECT_EQ(check(), -1);
-      EXPECT_EQ(transcript, (Calls{"AlarmDel(1, 0)", bbPrinted(message)}));
+    if (stands) {
+      alarm.fault();
+      EXPECT_EQ(checkAfter(kind.raiseDelay), 0);
+    } else {
+      faultForItsDelay();
     }
-    card.CamAlarmMask.when(1) = 0;
+    EXPECT_EQ(checkAfter(1), kind.pastDelay);
+    EXPECT_EQ(transcript, stands ? Calls{} : service(alarm.raising()));
+    alarm.noFault();
+    if (masked) {
+      alarm.mask();
+    } else {
+      EXPECT_EQ(checkAfter(kind.clearDelay), 0);
+      EXPECT_EQ(transcript, Calls{});
+    }
+    const char *format = masked ? kind.maskedClearFails : kind.clearFails;
+    tryUntilDone([this, format] { return alarm.message(format); }, {alarmDel(1)}, 0);
+    stands = !transcript.empty();
+    alarm.unmask();
   }
   platform.AlarmDel = 0;
-  checkFor(4);
-  see(DESC_SUM_PART);
-  checkFor(13);
-  EXPECT_EQ(transcript, Calls{add});
+  alarm.noFault();
+  checkAfter(kind.clearDelay + 1);
+  faultForItsDelay();
+  EXPECT_EQ(checkAfter(1), kind.pastDelay);
+  EXPECT_EQ(transcript, service(alarm.raising()));
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, FailingAlarmDel, testing::ValuesIn(faultsUpTo(5)), FaultName());
+INSTANTIATE_TEST_SUITE_P(Calls, FailingAlarmDel, testing::ValuesIn(alarmFaultsUpTo(5)),
+                         AlarmFaultName());
 
 // --- GetInPortFormList ---------------------------------------------------------------------------
 
