@@ -285,7 +285,9 @@ MuxCardForm *GetMuxCardFormList(uint32_t slotNo) {
 
 uint32_t OSTimeGet(void) {
   record("OSTimeGet");
-  return platform.now;
+  const uint32_t now = platform.now;
+  platform.advance(platform.clockStep);
+  return now;
 }
 
 uint32_t get_inc_of_time(uint32_t stamp) {

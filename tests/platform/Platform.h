@@ -74,6 +74,8 @@ struct Platform {
   // The time of the chassis, in milliseconds modulo 2^32. taskDelay moves it by its ticks.
   uint32_t now = 1000000;
   void advance(uint32_t milliseconds) { now += milliseconds; }
+  // OSTimeGet moves the time by this, behind its answer.
+  uint32_t clockStep = 0;
   // Runs in each taskDelay, after the time has moved.
   std::function<void(int ticks)> onTaskDelay;
   // The case fails at this many delays: the module waits for something that never comes.
