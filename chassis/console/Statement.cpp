@@ -37,7 +37,7 @@ Word readIndex(const std::string &text, std::size_t &at) {
   if (end == std::string::npos) {
     throw InputError("an index is not closed; end it with ]");
   }
-  const Word index{trimmed(text.substr(at + 1, end - at - 1))};
+  Word index{trimmed(text.substr(at + 1, end - at - 1)), false};
   if (index.text.empty()) {
     throw InputError("an index is missing; write a number between [ and ]");
   }
@@ -50,7 +50,7 @@ Word readValue(const std::string &text, std::size_t at) {
   if (value.empty()) {
     throw InputError("the value is missing; write name = value");
   }
-  return Word{value};
+  return Word{value, false};
 }
 
 }  // namespace
