@@ -57,7 +57,9 @@ Word readValue(const std::string &text, std::size_t at) {
 
 Statement parseStatement(const std::string &text) {
   const std::size_t begin = afterBlanks(text, 0);
-  const std::size_t end = afterName(text, begin);
+  const bool digit =
+      begin < text.size() && std::isdigit(static_cast<unsigned char>(text[begin])) != 0;
+  const std::size_t end = digit ? begin : afterName(text, begin);
   std::size_t at = afterBlanks(text, end);
   Statement statement;
   statement.isVariable = end > begin && at < text.size() && (text[at] == '[' || text[at] == '=');

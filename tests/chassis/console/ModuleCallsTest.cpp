@@ -75,6 +75,7 @@ TEST_F(Calls, EveryExportedFunctionIsThere) {
 
 TEST_F(Calls, EveryCallWithGoodArgumentsRuns) {
   insertCard();
+  ask("progAssign 0, 101, 1");
   ask("camInsert 0, 0, 0x0500");
   for (const ModuleCall &call : moduleCalls()) {
     const std::string text = callOf(call, none, "");

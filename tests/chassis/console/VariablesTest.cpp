@@ -32,7 +32,7 @@ TEST_F(Variables, RecordsAreSummaries) {
   insertCard();
   ask("progAssign 0, 101, 1");
   runFor(3000);
-  EXPECT_TRUE(has(ask("pCiData[0]"), "cimaxStat 0x00"));
+  EXPECT_TRUE(has(ask("pCiData[0]"), "software CI card, cimaxStat 0x"));
   EXPECT_TRUE(
       has(ask("DescStatus[0]"), "DescStatus[0][0]: progStatus 0xEE, PID 0x0201 0xEE type 1"));
   EXPECT_EQ(ask("DescStatus[1]"), "DescStatus[1]: no program\n");
