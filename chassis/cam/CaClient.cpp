@@ -85,7 +85,9 @@ void CaClient::replaceFeeds(std::vector<Feed> feeds) {
     if (kept != feeds.end()) {
       kept->state = old.state;
     } else if (old.state == State::Running) {
-      report_("stops descrambling " + nameOf(old), "no longer selected");
+      const bool selected = selection_.count(old.program) != 0;
+      report_("stops descrambling " + nameOf(old),
+              selected ? "selected with another ECM PID now" : "no longer selected");
     }
   }
   feeds_ = std::move(feeds);

@@ -21,32 +21,6 @@ constexpr std::size_t maxPrograms = 64;  // selected at a time
 constexpr std::size_t maxGarbage = 48;
 constexpr std::uint32_t garbageSeed = 20;
 
-std::string caSystemList(const std::vector<std::uint16_t> &caSystems) {
-  std::vector<std::string> texts;
-  texts.reserve(caSystems.size());
-  for (const std::uint16_t casid : caSystems) {
-    texts.push_back(hex(casid, 4));
-  }
-  return texts.empty() ? "no CA system" : "CA systems " + joined(texts);
-}
-
-std::string programList(const cam::CaClient::Selection &selection) {
-  std::vector<std::string> texts;
-  for (const auto &[program, pmt] : selection) {
-    texts.push_back(std::to_string(program));
-  }
-  const char *what = texts.size() == 1 ? "program " : "programs ";
-  return texts.empty() ? "no program" : what + joined(texts);
-}
-
-std::vector<std::uint16_t> programNumbers(const cam::CaClient::Selection &selection) {
-  std::vector<std::uint16_t> numbers;
-  for (const auto &[program, pmt] : selection) {
-    numbers.push_back(program);
-  }
-  return numbers;
-}
-
 }  // namespace
 
 struct Cam::State {
@@ -69,7 +43,6 @@ struct Cam::State {
   void start(std::uint64_t startMs) {
     nowMs = startMs;
     upMs = startMs + config.startUpMs;
-    announced = false;
     deaf = false;
     answers.clear();
     list.reset();
@@ -96,7 +69,6 @@ struct Cam::State {
 
   std::uint64_t nowMs = 0;
   std::uint64_t upMs = 0;
-  bool announced = false;
   bool deaf = false;
   bool garbage = false;
   std::mt19937 random{garbageSeed};
@@ -185,9 +157,6 @@ void Cam::State::put(cam::CaClient::Selection &selection, const CaPmt &pmt) {
 }
 
 void Cam::State::select(cam::CaClient::Selection selection) {
-  if (programNumbers(selection) != programNumbers(client.selection())) {
-    events.report(place, "selects " + programList(selection), "CA PMT");
-  }
   client.select(std::move(selection), nowMs);
 }
 
@@ -236,10 +205,6 @@ std::optional<Apdu> Cam::transmit() {
 void Cam::tick(std::uint64_t nowMs) {
   State &state = *state_;
   state.nowMs = nowMs;
-  if (!state.announced && state.up()) {
-    state.announced = true;
-    state.events.report(state.place, "CAM is up", caSystemList(state.config.caSystems));
-  }
   if (state.working()) {
     state.client.tick(nowMs);
   }

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "InputError.h"
+#include "Text.h"
 #include "card/CardState.h"
 #include "card/StreamScan.h"
 #include "card/StreamType.h"
@@ -71,6 +72,7 @@ void Card::State::remove() {
 void Card::State::rebuildTables() {
   const Psi &stream = psi->psi();
   psiChanges = psi->changes();
+  builtFrom = stream;
   programs.clear();
   for (const PsiProgram &program : stream.programs) {
     programs.push_back(infoOf(program, masks));
@@ -83,6 +85,19 @@ void Card::State::rebuildTables() {
       report("left out of the card's tables", item);
     }
   }
+}
+
+std::string Card::State::changedPrograms(const Psi &before) const {
+  std::vector<std::string> changed;
+  for (const PsiProgram &program : builtFrom.programs) {
+    const auto same = std::find(before.programs.begin(), before.programs.end(), program);
+    if (same == before.programs.end()) {
+      changed.push_back("PMT of program " + std::to_string(program.number) + " version " +
+                        std::to_string(program.version));
+    }
+  }
+  const std::string count = std::to_string(builtFrom.programs.size()) + " programs";
+  return changed.empty() ? count : count + ", new: " + joined(changed);
 }
 
 void Card::State::tellProgramsChanged() {

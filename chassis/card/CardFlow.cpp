@@ -85,8 +85,9 @@ void Card::State::followPsi() {
   if (psi->changes() == psiChanges) {
     return;
   }
+  const Psi before = builtFrom;
   rebuildTables();
-  report("the stream's programs changed", std::to_string(programs.size()) + " programs");
+  report("the stream's programs changed", changedPrograms(before));
   tellProgramsChanged();
 }
 

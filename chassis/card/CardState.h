@@ -27,6 +27,7 @@ struct Card::State {
   // Card.cpp: the tables of the stream's programs
   void rebuildTables();
   void tellProgramsChanged();
+  std::string changedPrograms(const Psi &before) const;
 
   // CardFlow.cpp: the packets
   void step(std::uint64_t nowMs);
@@ -50,6 +51,7 @@ struct Card::State {
   std::unique_ptr<StreamPlayer> player;
   std::unique_ptr<PsiReader> psi;
   std::uint32_t psiChanges = 0;  // of psi, when the tables were built
+  Psi builtFrom;                 // what it told then
   std::string streamPath;
   std::uint64_t bitrate = 0;
   bool unreadable = false;  // the stream's file went bad and that was told

@@ -106,30 +106,43 @@ std::uint64_t checkedBitrate(const std::string &path, double bitrate) {
   return static_cast<std::uint64_t>(std::llround(bitrate));
 }
 
+// A file whose tables change begins with those that come first. `whole` has read all of it.
+std::unique_ptr<PsiReader> firstTables(TsFile &file, const PsiReader &whole) {
+  auto psi = std::make_unique<PsiReader>();
+  const bool hasCat = !whole.psi().cat.empty();
+  TsPacket packet;
+  file.rewind();
+  while (!(psi->complete() && psi->psi().cat.empty() != hasCat) && file.next(packet)) {
+    psi->push(packet);
+  }
+  return psi;
+}
+
 }  // namespace
 
 StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
   StreamScan scan;
-  scan.psi = std::make_unique<PsiReader>();
+  PsiReader whole;
   const auto ccEnds = std::make_unique<CcEnds>();
   PcrRulers rulers;
   TsFile file(path);
   TsPacket packet;
   while (file.next(packet)) {
     const PacketView view(packet);
-    scan.psi->push(packet);
+    whole.push(packet);
     ccEnds->add(view);
     if (const auto pcr = view.pcr()) {
       rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());
     }
   }
-  requirePrograms(path, *scan.psi);
+  requirePrograms(path, whole);
   const double played =
-      bitrate != 0 ? static_cast<double>(bitrate) : measuredBitrate(scan.psi->psi(), rulers);
+      bitrate != 0 ? static_cast<double>(bitrate) : measuredBitrate(whole.psi(), rulers);
   scan.bitrate = checkedBitrate(path, played);
   scan.packets = file.packets();
   scan.skippedBytes = file.skippedBytes();
   scan.ccStep = ccEnds->steps();
+  scan.psi = firstTables(file, whole);
   return scan;
 }
 

@@ -12,7 +12,7 @@
 namespace chassis {
 
 struct StreamScan {
-  std::unique_ptr<PsiReader> psi;  // as the end of the file leaves it
+  std::unique_ptr<PsiReader> psi;  // as the file begins
   std::uint64_t bitrate = 0;       // bit/s, 1..maxBitrate
   std::uint64_t packets = 0;
   std::uint64_t skippedBytes = 0;

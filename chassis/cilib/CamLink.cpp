@@ -82,6 +82,7 @@ void CamLink::remove() {
 
 bool CamLink::reset(std::uint64_t nowMs) {
   if (cam_ == nullptr) {
+    report("no CAM to reset", "");
     return false;
   }
   cam_->reset(nowMs);
@@ -297,7 +298,7 @@ void CamLink::takeCaInfo(const Apdu &apdu) {
   caSystems_ = info.object->caSystems;
   phase_ = Phase::Usable;
   told_.reset(Silent);
-  report(caSystemsText(caSystems_), "ca_info of the CAM");
+  report("CAM is up, " + caSystemsText(caSystems_), "ca_info of the CAM");
   semGive(flag_);
 }
 

@@ -33,7 +33,6 @@ void addControllerChange(const CardFinding &before, const CardFinding &now,
                      words.tone});
 }
 
-// Fields that are no longer checked share one word, since they fall away together.
 // A summary that changed alone is told with the programs that changed it.
 bool onlySummaryChanged(const CamFinding &before, const CamFinding &now) {
   return before.insert == now.insert && before.casid == now.casid && before.caPids == now.caPids &&
@@ -56,6 +55,14 @@ bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::
   return true;
 }
 
+// The CI library tells that a CAM starts up.
+bool onlyStartsUp(const CamFinding &before, const CamFinding &now) {
+  constexpr std::uint8_t startingUp = 2;
+  return now.insert == startingUp && now.casid == before.casid && now.caPids == before.caPids &&
+         now.descrambling == before.descrambling;
+}
+
+// Fields that are no longer checked share one word, since they fall away together.
 void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
                   std::vector<Change> &changes) {
   std::vector<std::string> what;
@@ -152,12 +159,13 @@ struct ProgramGroup {
 void addToGroup(const ProgramFinding &program, const ProgramState &state,
                 std::vector<ProgramGroup> &groups) {
   const auto fits = [&](const ProgramGroup &group) {
-    return group.camMask == program.camMask && group.state == state &&
-           group.state.evidence == state.evidence && state.pids.empty();
+    return group.camMask == program.camMask && group.state == state && state.pids.empty();
   };
   auto group = std::find_if(groups.begin(), groups.end(), fits);
   if (group == groups.end()) {
     group = groups.insert(group, {program.camMask, state, statusWords(program.status).tone, {}});
+  } else if (group->state.evidence != state.evidence) {
+    group->state.evidence += "; " + state.evidence;
   }
   group->programs.push_back(std::to_string(program.number));
 }
@@ -175,6 +183,17 @@ Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
           group.tone};
 }
 
+// A CAM that is not checked any more says so for its programs too.
+bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
+  for (std::size_t camSlot = 0; camSlot < card.cams.size(); ++camSlot) {
+    const bool own = (program.camMask >> camSlot & 1) != 0;
+    if (own && card.cams[camSlot].descrambling != fieldNotChecked) {
+      return false;
+    }
+  }
+  return program.status == DESC_STAT_UNKNOWN;
+}
+
 void addProgramChanges(const CardFinding &before, const CardFinding &now,
                        std::vector<Change> &changes) {
   std::vector<ProgramGroup> groups;
@@ -182,7 +201,8 @@ void addProgramChanges(const CardFinding &before, const CardFinding &now,
     const ProgramFinding *old = findProgram(before, program.number);
     const ProgramState state = stateOf(program, now.takenMs);
     const ProgramState oldState = stateOf(old == nullptr ? ProgramFinding{} : *old, before.takenMs);
-    if (!(state == oldState) && program.camMask != 0) {
+    const bool told = program.camMask == 0 || lapsedWithCams(program, now);
+    if (!(state == oldState) && !told) {
       addToGroup(program, state, groups);
     }
   }
@@ -199,7 +219,9 @@ std::vector<Change> changesBetween(const CardFinding &before, const CardFinding 
   std::vector<Change> programChanges;
   addProgramChanges(before, now, programChanges);
   for (std::size_t camSlot = 0; camSlot < now.cams.size(); ++camSlot) {
-    if (!foldedIntoPrograms(before, now, camSlot, programChanges)) {
+    const bool toldElsewhere = onlyStartsUp(before.cams[camSlot], now.cams[camSlot]) ||
+                               foldedIntoPrograms(before, now, camSlot, programChanges);
+    if (!toldElsewhere) {
       addCamChange(before, now, camSlot, changes);
     }
   }

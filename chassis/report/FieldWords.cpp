@@ -33,10 +33,10 @@ constexpr FieldWords caPidTable[] = {
 };
 constexpr FieldWords summaryTable[] = {
     {DESC_SUM_OK, "all PIDs descrambled", Tone::Good},
-    {DESC_SUM_PART, "some PIDs not descrambled, causes known", Tone::Bad},
-    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled", Tone::Bad},
-    {DESC_SUM_ALL, "no PID descrambled, causes known", Tone::Bad},
-    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled", Tone::Bad},
+    {DESC_SUM_PART, "some PIDs not descrambled", Tone::Bad},
+    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled, CAM suspected", Tone::Bad},
+    {DESC_SUM_ALL, "no PID descrambled", Tone::Bad},
+    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled, CAM suspected", Tone::Bad},
     unchecked,
 };
 

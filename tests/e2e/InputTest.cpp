@@ -157,7 +157,7 @@ TEST_F(Input, WrongArgumentsOfTheProgram) {
     const char *arguments;
     const char *error;
   } cases[] = {
-      {"", "ci-chassis: --script is required\n"},
+      {"", "ci-chassis: nothing to run; give --script FILE, --console, or a terminal\n"},
       {"--script nothing", "ci-chassis: nothing: cannot be read: No such file or directory\n"},
       {"--script empty --speed fast",
        "ci-chassis: --speed fast does not fit; write a number above 0, or max\n"},
@@ -189,7 +189,7 @@ TEST_F(Input, HelpListsOptionsAndFunctions) {
   EXPECT_EQ(result.status, 0);
   for (const char *part :
        {"--script", "--speed", "--for", "--output", "--clock-start", "--debug", "--no-table",
-        "camInsert slot, cam, casid[, casid...]", "wait seconds"}) {
+        "camInsert slot, cam, casid[, casid...]", "wait seconds", "alarmFail on"}) {
     EXPECT_NE(result.out.find(part), std::string::npos) << part;
   }
 }

@@ -95,6 +95,30 @@ TEST_F(Transport, ProgramWithoutEntitlementStaysScrambled) {
   EXPECT_FALSE(isScrambled(out[0x1001].back()));
 }
 
+TEST_F(Transport, JoinedFilesAreOneStream) {
+  const std::string build = E2E_BUILD;
+  const Bytes first = readFile(build + "/samples/headend.ts");
+  const Bytes second = readFile(build + "/samples/headend-later.ts");
+  const Bytes joined = readFile(build + "/samples/headend-changing.ts");
+  ASSERT_EQ(joined.size(), first.size() + second.size());
+  EXPECT_TRUE(std::equal(first.begin(), first.end(), joined.begin()));
+  for (const auto &[pid, packets] : packetsByPid(joined)) {
+    for (std::size_t i = 1; pid != 0x1FFF && i < packets.size(); ++i) {
+      const int step = (packets[i][3] & 0x10) != 0 ? 1 : 0;
+      ASSERT_EQ(packets[i][3] & 0x0F, (packets[i - 1][3] + step) & 0x0F) << pid << " " << i;
+    }
+  }
+}
+
+TEST_F(Transport, ProgramWhoseEcmsMoveStaysDescrambled) {
+  const Result result = runScript(
+      "cardInsert 0, \"build/samples/headend-changing.ts\"\nprogAssign 0, 102, 1\n"
+      "camInsert 0, 0, 0x0500\nwait 35");
+  EXPECT_EQ(linesWith(result.out, "the stream's programs changed").size(), 3U) << result.out;
+  EXPECT_EQ(linesWith(result.out, "CA PMT sent: program 102").size(), 4U) << result.out;
+  EXPECT_TRUE(linesWith(result.out, "alarm raised").empty()) << result.out;
+}
+
 TEST_F(Transport, CountersRunOnAcrossTheEndOfTheFile) {
   const Result result = runScript(allOnCamA + "wait 35", "--output 0:out.ts");
   ASSERT_EQ(result.status, 0) << result.err;

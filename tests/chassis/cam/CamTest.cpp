@@ -52,11 +52,12 @@ TEST(CamStartUp, IsDumbUntilItIsUp) {
   EXPECT_TRUE(cam.up());
   cam.tick(9000);
   EXPECT_FALSE(cam.transmit());
-  EXPECT_EQ(lines.all, std::vector<std::string>{"CAM is up (CA systems 0x0500)"});
+  EXPECT_EQ(lines.all, std::vector<std::string>{});
 }
 
 TEST(CamStartUp, TellsItsPlace) {
   Rig rig;
+  rig.cam.setFault(CamFault::Deaf, true);
   ASSERT_EQ(rig.lines.places.size(), 1u);
   EXPECT_EQ(rig.lines.places[0].slot, 2);
   EXPECT_EQ(rig.lines.places[0].cam, 1);
@@ -108,7 +109,6 @@ TEST(CamAnswers, ForeignCaSystemIsATechnicalReason) {
 TEST(CamAnswers, SelectionIsNotAnswered) {
   Rig rig;
   EXPECT_TRUE(rig.ask(caPmt101()).empty());
-  EXPECT_EQ(rig.lines.count("selects program 101"), 1u);
 }
 
 TEST(CamDescrambling, BothLevelsBitForBitThroughPeriodsAndTheLoop) {
@@ -180,7 +180,6 @@ TEST(CamDescrambling, OtherCommandsDoNotDescramble) {
     Rig rig;
     rig.ask(caPmt101());
     rig.ask(caPmt101(update, command));
-    EXPECT_EQ(rig.lines.count("selects no program"), 1u);
     EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled) << command;
   }
 }
@@ -208,13 +207,22 @@ TEST(CamList, FirstTakesEffectWithLast) {
   EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no longer selected)"), 1u);
 }
 
+TEST(CamList, AnotherEcmPidInTheSameProgramIsToldAsThat) {
+  Rig rig;
+  rig.ask(caPmt101());
+  ASSERT_TRUE(selected(rig).p101);
+  rig.ask(
+      caPmt(only, 101, level(descramble, ca(0x0500, 0x1777)), {caPmtStream(0x1001, level(0, {}))}));
+  EXPECT_EQ(rig.lines.count("stops descrambling program 101 (selected with another ECM PID now)"),
+            1u);
+}
+
 TEST(CamList, MoreBelongsBetweenFirstAndLast) {
   Rig rig;
   rig.ask(caPmt(first, 102, level(0, {}), {}));
   rig.ask(caPmt101(more));
   rig.ask(caPmt103(last));
   EXPECT_TRUE(selected(rig).p101 && selected(rig).p103);
-  EXPECT_EQ(rig.lines.count("selects programs 101, 102, 103"), 1u);
 }
 
 TEST(CamList, MoreAndLastWithoutFirstAreIgnored) {
@@ -255,7 +263,6 @@ TEST(CamList, SameListAgainInterruptsNothing) {
   const std::vector<TsPacket> out = rig.play({middle, stream.scrambled.end()});
   EXPECT_EQ(out, std::vector<TsPacket>(stream.clear.begin() + static_cast<std::ptrdiff_t>(half),
                                        stream.clear.end()));
-  EXPECT_EQ(rig.lines.count("selects program"), 1u);
   EXPECT_EQ(rig.lines.count("descrambles program"), 1u);
 }
 
@@ -370,7 +377,6 @@ TEST(CamFault, DeafUntilReset) {
   EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled) << "the selection is forgotten";
   rig.ask(caPmt101());
   EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
-  EXPECT_EQ(rig.lines.count("CAM is up"), 2u);
 }
 
 TEST(CamFault, ResetForgetsWordsAndAnswersButNotEntitlements) {
@@ -444,7 +450,6 @@ TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
     EXPECT_TRUE(
         rig.ask({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)}).empty());
   }
-  EXPECT_EQ(rig.lines.count("selects"), 0u);
   EXPECT_EQ(rig.lines.count("ignores an object from the host (it is cut off)"), 1u);
   EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
 }

@@ -63,8 +63,6 @@ std::vector<std::uint64_t> allFigures(const CiData &record) {
           record.GetCardReady(slot),
           record.GetCardBusy(slot),
           record.GetProgDesc(slot) != nullptr,
-          record.CamAlarmMask(slot, 0),
-          record.CamAlarmMask(slot, 1),
           cimax_sync_ok(slot),
           cimax_pid_rate_pre(slot, 0x101, 0x101),
           cimax_sys_rate_pre(slot),
@@ -130,9 +128,8 @@ TEST_F(Driver, AnswersNothingWithoutACard) {
 
 TEST_F(Driver, AnswersWithTheFiguresOfTheCard) {
   insert();
-  EXPECT_EQ(allFigures(*record),
-            (std::vector<std::uint64_t>{1, 1, 0,   1,    0,   0, 1, 150, kbit, 153,
-                                        0, 1, 150, kbit, 153, 0, 1, 0,   1,    1}));
+  EXPECT_EQ(allFigures(*record), (std::vector<std::uint64_t>{1, 1, 0, 1, 1, 150, kbit, 153, 0, 1,
+                                                             150, kbit, 153, 0, 1, 0, 1, 1}));
   EXPECT_EQ(record->GetProgDesc(slot), card.descTable());
 }
 
@@ -221,6 +218,14 @@ TEST_F(Driver, RateLowFault) {
   EXPECT_EQ(cimax_sys_rate_pre(slot), kbit / 10);
   EXPECT_EQ(cimax_vld_rate_pre(slot), 15U);
   EXPECT_EQ(cimax_pid_rate_pre(slot, 0x101, 0x101), 15U);
+}
+
+TEST_F(Driver, CardThatIsOutHoldsItsAlarmsClear) {
+  insert();
+  EXPECT_EQ(record->CamAlarmMask(slot, 0), 0U);
+  card.remove();
+  EXPECT_EQ(record->CamAlarmMask(slot, 0), 1U);
+  EXPECT_EQ(record->CamAlarmMask(slot, 1), 1U);
 }
 
 TEST_F(Driver, AlarmMaskByCam) {

@@ -91,6 +91,17 @@ TEST(StreamScan, AGivenBitrateNeedsNoPcr) {
   EXPECT_EQ(scan.psi->psi().programs.size(), 1U);
 }
 
+TEST(StreamScan, TellsTheTablesWithWhichTheFileBegins) {
+  ProgramMap later = program;
+  later.version = 1;
+  StreamWriter stream;
+  stream.psi({program}).payload(0x100).psi({later}).payload(0x100);
+  const TemporaryFile file(stream.bytes());
+  const auto scan = scanStream(file.path(), 1000000);
+  EXPECT_EQ(scan.packets, 6U);
+  EXPECT_EQ(scan.psi->psi().programs.at(0).version, 0U);
+}
+
 TEST(StreamScan, CountsDamage) {
   StreamWriter stream = clocked(0, pcrHz / 25, 3);
   stream.raw(Bytes(77, 0));

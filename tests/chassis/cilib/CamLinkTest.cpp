@@ -122,10 +122,11 @@ TEST_F(CamLinkTest, EmptySlotHasNothing) {
   link.remove();
   EXPECT_EQ(link.insertStatus(), 0u);
   EXPECT_FALSE(link.supports(0x0500));
-  EXPECT_FALSE(link.reset(nowMs));
   EXPECT_EQ(send({1}, cmdOkDescrambling), 0);
   EXPECT_FALSE(takeFlag());
   EXPECT_TRUE(events.lines.empty());
+  EXPECT_FALSE(link.reset(nowMs));
+  EXPECT_EQ(events.count("no CAM to reset"), 1);
 }
 
 TEST_F(CamLinkTest, IsNotAskedBeforeItIsUp) {
@@ -151,7 +152,7 @@ TEST_F(CamLinkTest, BecomesUsableWithItsCaInfo) {
   EXPECT_TRUE(link.supports(0x0500));
   EXPECT_FALSE(link.supports(0x0600));
   EXPECT_TRUE(takeFlag());
-  EXPECT_EQ(events.count("CA system 0x0500"), 1);
+  EXPECT_EQ(events.count("CAM is up, CA system 0x0500"), 1);
   EXPECT_EQ(events.lines.back().place.slot, 2);
   EXPECT_EQ(events.lines.back().place.cam, 1);
   EXPECT_EQ(cam.received.size(), 1u);
@@ -195,7 +196,7 @@ TEST_F(CamLinkTest, CamWithoutAnyCaSystemIsUsableAndMatchesNothing) {
   say({0x9F, 0x80, 0x31, 0x00});
   EXPECT_EQ(link.insertStatus(), 1u);
   EXPECT_FALSE(link.supports(0));
-  EXPECT_EQ(events.count("no CA system"), 1);
+  EXPECT_EQ(events.count("CAM is up, no CA system"), 1);
 }
 
 TEST_F(CamLinkTest, SendsEveryRecordInOrderAndTellsHistory) {

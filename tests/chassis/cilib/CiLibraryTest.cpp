@@ -143,7 +143,7 @@ TEST_F(CiLibraryTest, CamComesUpAndAsksForACaPmt) {
     EXPECT_EQ(take(CaPMTFlag[other]), other == index);
     EXPECT_EQ(ciLibCaSysIdMatch(other, 0x0500) == 0, other == index);
   }
-  EXPECT_EQ(events.count("CA systems 0x0500, 0x0B01"), 1);
+  EXPECT_EQ(events.count("CAM is up, CA systems 0x0500, 0x0B01"), 1);
 }
 
 TEST_F(CiLibraryTest, CaPmtReachesTheCamAndItsHistory) {

@@ -84,10 +84,12 @@ TEST_F(ModuleToCamTest, StatusCycleSendsTheCaPmtThatTheFlagAsksFor) {
 }
 
 TEST_F(ModuleToCamTest, SendingIsToldBeforeWhatTheCamDoesAboutIt) {
+  cam.refuse(101, true);
   const std::size_t before = events.lines.size();
   caPMTSend(slot, 1, 0x0500, 0, 0);
   ASSERT_GE(events.lines.size(), before + 2);
   EXPECT_EQ(events.lines[before].what, "CA PMT sent: programs 101, 102");
+  EXPECT_EQ(events.lines[before + 1].what, "does not descramble program 101");
 }
 
 TEST_F(ModuleToCamTest, CamWithoutItsCaInfoIsSentNothing) {

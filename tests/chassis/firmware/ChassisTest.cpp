@@ -4,6 +4,7 @@
 
 #include "CiPlatform.h"
 #include "InputError.h"
+#include "card/Fpga.h"
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;
@@ -145,6 +146,87 @@ TEST_F(ChassisTest, ChangedProgramsAreTakenOverBeforeTheNextCheck) {
   EXPECT_EQ(DescStatus[0][0].pid[0].pid, 0x201);
   EXPECT_EQ(DescStatus[0][0].pid[1].pid, 0x202);
   EXPECT_EQ(events_.count("CA PMT sent: program 101"), 1U);
+}
+
+TEST_F(ChassisTest, ChangedProgramsSetThePreCamSwitch) {
+  const auto passes = [this](unsigned pid) { return chassis_.card(0).fpga().passing.test(pid); };
+  works_.at(0, [this] { insertCard(0); });
+  works_.at(2500, [this, &passes] {
+    EXPECT_FALSE(passes(0x201));
+    EXPECT_FALSE(passes(ecmPid));
+    EXPECT_FALSE(passes(nullPid));
+    EXPECT_TRUE(passes(0x100));
+    chassis_.progAssign(0, 101, 1);
+  });
+  chassis_.run(3500, works_);
+  for (const unsigned pid : {0x201U, 0x202U, ecmPid, 0x100U, 0U}) {
+    EXPECT_TRUE(passes(pid)) << pid;
+  }
+  EXPECT_FALSE(passes(nullPid));
+}
+
+TEST_F(ChassisTest, CardThatIsNotReadyKeepsEveryPidFromItsCamsUntilItIs) {
+  const auto passing = [this] { return chassis_.card(0).fpga().passing.count(); };
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.cardFault(0, CardFault::NotReady, true);
+    chassis_.progAssign(0, 101, 1);
+  });
+  works_.at(3500, [this, &passing] {
+    EXPECT_EQ(passing(), 0U);
+    chassis_.cardFault(0, CardFault::NotReady, false);
+  });
+  works_.at(4500, [this, &passing] {
+    EXPECT_EQ(passing(), pidCount - 1);
+    testprefilter(0, 0x201, 0);
+    chassis_.cardFault(0, CardFault::NotReady, true);
+  });
+  works_.at(5500, [this] { chassis_.cardFault(0, CardFault::NotReady, false); });
+  chassis_.run(6500, works_);
+  EXPECT_EQ(passing(), pidCount - 2) << "programs that stay as they are set nothing";
+}
+
+TEST_F(ChassisTest, AlarmsAreCheckedAfterTheStatus) {
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.progAssign(0, 101, 1);
+  });
+  chassis_.run(1999, works_);
+  EXPECT_TRUE(chassis_.alarms().active().empty());
+  chassis_.run(2500, works_);
+  ASSERT_EQ(chassis_.alarms().active().size(), 1U) << "a CAM that was never there";
+  EXPECT_EQ(events_.count("alarm raised: CAM absent"), 1U);
+  chassis_.camInsert(0, 0, {caSystem});
+  chassis_.run(4500, works_);
+  EXPECT_TRUE(chassis_.alarms().active().empty());
+}
+
+TEST_F(ChassisTest, CardThatIsPulledOutTakesItsAlarmsWithIt) {
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.progAssign(0, 101, 1);
+  });
+  works_.at(4500, [this] {
+    EXPECT_EQ(chassis_.alarms().active().size(), 1U);
+    chassis_.cardRemove(0);
+  });
+  chassis_.run(5500, works_);
+  EXPECT_TRUE(chassis_.alarms().active().empty());
+}
+
+TEST_F(ChassisTest, FailingAlarmServiceIsTriedAgain) {
+  works_.at(0, [this] {
+    insertCard(0);
+    chassis_.progAssign(0, 101, 1);
+    chassis_.alarmFail(true);
+  });
+  works_.at(6500, [this] {
+    EXPECT_EQ(events_.count("alarm not raised: CAM absent"), 1U);
+    EXPECT_TRUE(chassis_.alarms().active().empty());
+    chassis_.alarmFail(false);
+  });
+  chassis_.run(7500, works_);
+  EXPECT_EQ(chassis_.alarms().active().size(), 1U);
 }
 
 TEST_F(ChassisTest, CamComesUpAndGoes) {

@@ -117,17 +117,47 @@ TEST(Changes, FieldsThatLapseShareAWord) {
   EXPECT_EQ(told(sampleCard(), now)[0].substr(0, 25), "0/0 not checked any more ");
 }
 
+TEST(Changes, ProgramsThatShareAStateShareALineWithTheEvidenceOfEach) {
+  CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 programs 101, 102 not descrambled, cause: none outside the CAM | "
+                  "ECM PID 0x1001 present, 0 continuity errors"});
+  now.programs[1].pids[0].ecms[0].pid = 0x1002;
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 programs 101, 102 not descrambled, cause: none outside the CAM | "
+                  "ECM PID 0x1001 present, 0 continuity errors; "
+                  "ECM PID 0x1002 present, 0 continuity errors"});
+}
+
+TEST(Changes, CamsThatAreNotCheckedSpeakForTheirPrograms) {
+  CardFinding now = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
+  now.cams[0].descrambling = 0xFF;
+  EXPECT_EQ(told(sampleCard(), now), Lines{"0/0 not checked any more | descStat 0xFF"});
+  CardFinding before = sampleCard();
+  before.programs[1].camMask = now.programs[1].camMask = 3;
+  now.cams[1].descrambling = 0x20;
+  EXPECT_EQ(told(before, now).back().substr(0, 29), "0/-1 program 102 not measured");
+}
+
+TEST(Changes, StartUpOfACamIsToldByTheLibraryAlone) {
+  CardFinding before = sampleCard();
+  CardFinding now = sampleCard();
+  before.cams[0] = {0, 0xFF, 0xFF, 0xFF};
+  now.cams[0] = {2, 0xFF, 0xFF, 0xFF};
+  EXPECT_EQ(told(before, now), Lines{});
+}
+
 TEST(Changes, SummaryThatChangesAloneIsToldWithItsPrograms) {
   CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_SCRAMBLED);
   now.cams[0].descrambling = 0x11;
   EXPECT_EQ(told(sampleCard(), now),
             Lines{"0/0 program 102 not descrambled, cause: none outside the CAM | "
-                  "ECM PID 0x1001 present, 0 continuity errors; some PIDs not descrambled "
-                  "(descStat 0x11)"});
+                  "ECM PID 0x1001 present, 0 continuity errors; some PIDs not descrambled, "
+                  "CAM suspected (descStat 0x11)"});
   now.cams[0].caPids = 1;
   EXPECT_EQ(told(sampleCard(), now)[0],
-            "0/0 no CA PID before the CAM, some PIDs not descrambled | preCamPidStat 0x01, "
-            "descStat 0x11");
+            "0/0 no CA PID before the CAM, some PIDs not descrambled, CAM suspected | "
+            "preCamPidStat 0x01, descStat 0x11");
 }
 
 TEST(Changes, FieldWords) {
@@ -139,10 +169,10 @@ TEST(Changes, FieldWords) {
       {{7, 1, 0, 0}, "0/0 in a state without a name | camInsert 0x07"},
       {{1, 0, 0, 0}, "0/0 supports no CA system of its programs | casidStat 0x00"},
       {{1, 1, 1, 0}, "0/0 no CA PID before the CAM | preCamPidStat 0x01"},
-      {{1, 1, 0, 0x10}, "0/0 some PIDs not descrambled, causes known | descStat 0x10"},
-      {{1, 1, 0, 0x11}, "0/0 some PIDs not descrambled | descStat 0x11"},
-      {{1, 1, 0, 0x20}, "0/0 no PID descrambled, causes known | descStat 0x20"},
-      {{1, 1, 0, 0x21}, "0/0 no PID descrambled | descStat 0x21"},
+      {{1, 1, 0, 0x10}, "0/0 some PIDs not descrambled | descStat 0x10"},
+      {{1, 1, 0, 0x11}, "0/0 some PIDs not descrambled, CAM suspected | descStat 0x11"},
+      {{1, 1, 0, 0x20}, "0/0 no PID descrambled | descStat 0x20"},
+      {{1, 1, 0, 0x21}, "0/0 no PID descrambled, CAM suspected | descStat 0x21"},
   };
   for (const auto &c : cases) {
     CardFinding now = sampleCard();

@@ -14,7 +14,7 @@ class TimelineTest : public testing::Test {
     return *timeline_;
   }
   std::string text() {
-    const std::string text = out_.str();
+    std::string text = out_.str();
     out_.str("");
     return text;
   }

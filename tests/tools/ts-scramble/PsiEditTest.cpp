@@ -27,7 +27,7 @@ Bytes joined(const Bytes &first, const Bytes &second) {
 TEST(PsiEdit, ProgramLevelDescriptorGoesBehindTheOthers) {
   ProgramMap expected = sample();
   expected.descriptors = joined(registration, testing_streams::caDescriptor(0x0500, 0x1501));
-  const PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}};
+  const PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}, false};
   EXPECT_EQ(editPmt(pmtSection(sample()), edit), pmtSection(expected));
 }
 
@@ -42,8 +42,20 @@ TEST(PsiEdit, StreamLevelDescriptorsGoToTheirStreams) {
   EXPECT_EQ(editPmt(pmtSection(sample()), edit), pmtSection(expected));
 }
 
+TEST(PsiEdit, NextVersionOfAPmtWraps) {
+  PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}, true};
+  for (const unsigned version : {5U, 31U}) {
+    ProgramMap old = sample();
+    ProgramMap expected = sample();
+    old.version = version;
+    expected.version = (version + 1) % 32;
+    expected.descriptors = joined(registration, testing_streams::caDescriptor(0x0500, 0x1501));
+    EXPECT_EQ(editPmt(pmtSection(old), edit), pmtSection(expected));
+  }
+}
+
 TEST(PsiEdit, LengthsThatDoNotFitLeaveThePmtAlone) {
-  const PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}};
+  const PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}, false};
   Bytes body = {0xF0, 0x01, 0xF0, 0x00, 0x02, 0xF0, 0x01, 0xF0, 0x00};
   ASSERT_NE(editPmt(section(0x02, 101, 0, body), edit), section(0x02, 101, 0, body));
   for (std::size_t size = 0; size < body.size(); ++size) {
@@ -68,7 +80,7 @@ ProgramMap withSectionSize(std::size_t size) {
 }
 
 TEST(PsiEdit, PmtGrowsUpTo1024Bytes) {
-  const PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}};
+  const PmtEdit edit{tsscramble::caDescriptor(0x0500, 0x1501), {}, false};
   EXPECT_EQ(editPmt(pmtSection(withSectionSize(1018)), edit).size(), 1024u);
   try {
     editPmt(pmtSection(withSectionSize(1019)), edit);

@@ -623,6 +623,8 @@ TEST(ScrambleCommand, WrongArgumentsAreTold) {
       {"--level both" + files, "'both' is no level; program or stream would be right"},
       {"--cipher rot13" + files, "'rot13' is no cipher; none or xor would be right"},
       {"--crypto-period 0" + files, "crypto period 0 s is out of range"},
+      {"--program 101 --new-pmt 102" + files,
+       "program 102 is not scrambled, so its PMT stays as it is"},
       {"--program 7" + files, "has no program 7; it has 101, 102"},
       {"--nonsense" + files, "--nonsense"},
       {"/nonexistent/in /nonexistent/out", "'/nonexistent/in' cannot be opened"},

@@ -1,0 +1,38 @@
+#include "report/AlarmList.h"
+
+#include <gtest/gtest.h>
+
+namespace chassis {
+namespace {
+
+class Deaf : public Events {
+ public:
+  void report(Place, const std::string &, const std::string &) override {}
+};
+
+TEST(AlarmList, NamesWhatStandsAndSinceWhen) {
+  Clock clock;
+  Deaf events;
+  AlarmService service(clock, events);
+  EXPECT_EQ(standingAlarms(service), "no alarm stands\n");
+  AlarmRecord record{};
+  record.pairCount = 3;
+  record.pairs[0] = {1, 2};
+  record.pairs[1] = {0x706, -1};
+  record.pairs[2] = {0x703, -1};
+  AlarmAdd(&record);
+  clock.advance(150);
+  record.pairs[1].id = 0x705;
+  AlarmAdd(&record);
+  record.pairs[2].id = 0x707;
+  AlarmAdd(&record);
+  AlarmDel(1, 0);
+  EXPECT_EQ(standingAlarms(service),
+            "standing alarms:\n"
+            "  alarm 0, since 00:00:00.000: card 2, CAM B: CAM absent [1 (2), 0x706, 0x703]\n"
+            "  alarm 2, since 00:00:01.500: card 2, CAM A: CA system mismatch "
+            "[1 (2), 0x705, 0x707]\n");
+}
+
+}  // namespace
+}  // namespace chassis
