@@ -1,13 +1,14 @@
 #include "console/Coroutine.h"
 
-#include <cstdint>
 #include <utility>
 
 namespace chassis {
 namespace {
 
 constexpr std::size_t stackSize = 512 * 1024;
-constexpr unsigned halfBits = 32;
+
+// makecontext can hand over ints only: the one that begins is left here.
+thread_local Coroutine *beginning = nullptr;
 
 }  // namespace
 
@@ -17,15 +18,11 @@ Coroutine::Coroutine(std::function<void()> body)
   inside_.uc_stack.ss_sp = stack_.get();
   inside_.uc_stack.ss_size = stackSize;
   inside_.uc_link = &outside_;
-  // makecontext hands over ints only: the address travels in two halves.
-  const auto self = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(this));
-  makecontext(&inside_, reinterpret_cast<void (*)()>(&Coroutine::enter), 2,
-              static_cast<unsigned>(self >> halfBits), static_cast<unsigned>(self));
+  makecontext(&inside_, &Coroutine::enter, 0);
 }
 
-void Coroutine::enter(unsigned high, unsigned low) {
-  const std::uint64_t self = static_cast<std::uint64_t>(high) << halfBits | low;
-  reinterpret_cast<Coroutine *>(static_cast<std::uintptr_t>(self))->runBody();
+void Coroutine::enter() {
+  beginning->runBody();
 }
 
 void Coroutine::runBody() noexcept {
@@ -35,6 +32,7 @@ void Coroutine::runBody() noexcept {
 
 void Coroutine::resume() {
   if (!over_) {
+    beginning = this;
     swapcontext(&outside_, &inside_);
   }
 }

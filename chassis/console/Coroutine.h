@@ -23,7 +23,7 @@ class Coroutine {
   bool over() const { return over_; }
 
  private:
-  static void enter(unsigned high, unsigned low);
+  static void enter();
   void runBody() noexcept;
 
   const std::function<void()> body_;

@@ -221,6 +221,9 @@ Editor::Editor(Config config) : state_(std::make_unique<State>(std::move(config)
   el_set(edit, EL_ADDFN, "complete-name", "completes a name", completeAtCursor);
   el_set(edit, EL_BIND, "^I", "complete-name", nullptr);
   el_set(edit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
+  // The editor's own commands could take the editing away.
+  el_set(edit, EL_BIND, "^[x", "ed-unassigned", nullptr);
+  el_set(edit, EL_BIND, "^[X", "ed-unassigned", nullptr);
   state_->openHistory();
   state_->typing.resume();
 }

@@ -206,21 +206,26 @@ const char *groupTitle(CallGroup group) {
   return "The CI library";
 }
 
-std::optional<std::int64_t> callModule(const ModuleCall &call, const Values &values) {
+Values checkCall(const ModuleCall &call, const std::vector<Word> &args) {
   if (call.invoke == nullptr) {
     throw InputError(call.refusal);
   }
+  Values values = checkArgs(call.function, args);
   if (call.guard != nullptr) {
     call.guard(values);
   }
+  return values;
+}
+
+std::optional<std::int64_t> callModule(const ModuleCall &call, const Values &values) {
   const std::int64_t result = call.invoke(values);
   return call.result == Result::None ? std::nullopt : std::optional(result);
 }
 
-std::string valueText(std::int64_t value) {
+std::string valueText(std::int64_t result) {
   char text[64];
-  std::snprintf(text, sizeof text, "value = %lld = 0x%llx", static_cast<long long>(value),
-                static_cast<unsigned long long>(value) & all32);
+  std::snprintf(text, sizeof text, "value = %lld = 0x%llx", static_cast<long long>(result),
+                static_cast<unsigned long long>(result) & all32);
   return text;
 }
 

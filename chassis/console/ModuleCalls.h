@@ -1,5 +1,5 @@
 // The module's exported functions as a person calls them: names, arguments, guards and help in one
-// table. Whatever passes checkArgs and callModule is safe to call.
+// table. Whatever passes checkCall is safe to call.
 #pragma once
 
 #include <cstdint>
@@ -27,11 +27,14 @@ const std::vector<ModuleCall> &moduleCalls();
 const ModuleCall *findModuleCall(const std::string &name);  // null: none
 const char *groupTitle(CallGroup group);
 
-// Calls with values that checkArgs took; time may pass. Returns the result, if it has one. Throws
-// InputError: not for a person, a card that has not registered, a program beyond the card's table.
+// Throws InputError: not for a person, arguments that do not fit, a card that has not registered, a
+// program beyond the card's table.
+Values checkCall(const ModuleCall &call, const std::vector<Word> &args);
+
+// Calls with what checkCall took just now; time may pass. Returns the result, if it has one.
 std::optional<std::int64_t> callModule(const ModuleCall &call, const Values &values);
 
 // "value = 255 = 0xff"; a negative value as the 32 bits that the module returned.
-std::string valueText(std::int64_t value);
+std::string valueText(std::int64_t result);
 
 }  // namespace chassis

@@ -15,7 +15,7 @@ void Session::type(const std::string &line) {
 
 std::optional<std::uint64_t> Session::nextMs() const {
   const std::optional<std::uint64_t> script = player_.nextMs();
-  if (typed_.empty()) {
+  if (typed_.empty() || shell_.exited()) {
     return script;
   }
   const std::uint64_t typed = shell_.blockedUntilMs();

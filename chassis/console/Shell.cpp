@@ -163,13 +163,7 @@ bool Shell::tryModule(const Statement &statement) {
   if (call == nullptr) {
     return false;
   }
-  if (call->invoke == nullptr) {
-    throw InputError(call->refusal);
-  }
-  const Values values = checkArgs(call->function, statement.line.args);
-  if (call->guard != nullptr) {
-    call->guard(values);
-  }
+  const Values values = checkCall(*call, statement.line.args);
   announce(call->function, values, statement);
   const Raised raised(calling_);
   if (const std::optional<std::int64_t> result = callModule(*call, values)) {

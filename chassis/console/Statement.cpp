@@ -37,7 +37,7 @@ Word readIndex(const std::string &text, std::size_t &at) {
   if (end == std::string::npos) {
     throw InputError("an index is not closed; end it with ]");
   }
-  const Word index{trimmed(text.substr(at + 1, end - at - 1))};
+  Word index{trimmed(text.substr(at + 1, end - at - 1)), false};
   if (index.text.empty()) {
     throw InputError("an index is missing; write a number between [ and ]");
   }
@@ -50,14 +50,16 @@ Word readValue(const std::string &text, std::size_t at) {
   if (value.empty()) {
     throw InputError("the value is missing; write name = value");
   }
-  return Word{value};
+  return Word{value, false};
 }
 
 }  // namespace
 
 Statement parseStatement(const std::string &text) {
   const std::size_t begin = afterBlanks(text, 0);
-  const std::size_t end = afterName(text, begin);
+  const bool digit =
+      begin < text.size() && std::isdigit(static_cast<unsigned char>(text[begin])) != 0;
+  const std::size_t end = digit ? begin : afterName(text, begin);
   std::size_t at = afterBlanks(text, end);
   Statement statement;
   statement.isVariable = end > begin && at < text.size() && (text[at] == '[' || text[at] == '=');

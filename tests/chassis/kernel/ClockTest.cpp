@@ -54,3 +54,18 @@ TEST(Clock, KeepsThePaceOfTheRealClock) {
   EXPECT_EQ(clock.elapsedMs(), 2000U);
   EXPECT_GE(real.count(), 0.0199);
 }
+
+TEST(Clock, AsksItsWaitBeforeEachTickAtAnySpeed) {
+  Clock clock;
+  std::vector<std::uint64_t> due;
+  clock.setWait([&due](std::uint64_t dueNs) { due.push_back(dueNs); });
+  clock.advance(2);
+  EXPECT_EQ(due, (std::vector<std::uint64_t>{0, 0}));
+  clock.setSpeed(1);
+  clock.advance(2);
+  ASSERT_EQ(due.size(), 4U);
+  EXPECT_EQ(due[3] - due[2], 10000000U);
+  clock.setSpeed(2);
+  clock.advance(2);
+  EXPECT_EQ(due[5] - due[4], 5000000U);
+}

@@ -1,0 +1,82 @@
+// A chassis with a shell: one card of one program, as far as a test puts it in.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "chassis/StreamWriter.h"
+#include "console/Session.h"
+#include "console/Shell.h"
+#include "report/StatusWatch.h"
+
+namespace chassis {
+
+inline testing_streams::Bytes oneProgram() {
+  using namespace testing_streams;
+  StreamWriter writer;
+  const ProgramMap map{
+      101, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(0x0500, 0x300), 0};
+  for (int i = 0; i < 16; ++i) {
+    writer.psi({map}).pes(0x201).pes(0x202).payload(0x300);
+  }
+  while (writer.packets() < 1000) {
+    writer.null();
+  }
+  return writer.bytes();
+}
+
+class ConsoleRig : public testing::Test {
+ protected:
+  ConsoleRig()
+      : journal_([](const std::string &) {}),
+        stream_(&journal_),
+        timeline_(stream_, {}, [this] { return clock_.elapsedMs(); }),
+        chassis_(clock_, timeline_),
+        shell_(
+            chassis_, journal_, [this](const std::string &text) { answer_ += text; }, false),
+        player_(Script{}, chassis_),
+        session_(player_, shell_, nullptr) {
+    bindConsole([this](ConsolePort port, const std::string &line) {
+      if (!shell_.takePrint(port, line)) {
+        timeline_.print(port, line);
+      }
+    });
+  }
+  ~ConsoleRig() override { bindConsole(nullptr); }
+
+  // The answer to a line that runs in the chassis, without what came before.
+  std::string ask(const std::string &line) {
+    answer_.clear();
+    session_.type(line);
+    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
+    return answer_;
+  }
+  void insertCard() { ASSERT_EQ(ask("cardInsert 0, \"" + file_.path() + "\", 1504000"), ""); }
+  void runFor(std::uint64_t ms) { chassis_.run(clock_.elapsedMs() + ms, session_); }
+
+  testing_streams::TemporaryFile file_{oneProgram()};
+  Clock clock_;
+  Journal journal_;
+  std::ostream stream_;
+  Timeline timeline_;
+  Chassis chassis_;
+  std::string answer_;
+  Shell shell_;
+  Player player_;
+  Session session_;
+};
+
+inline bool isOneErrorLine(const std::string &answer) {
+  return answer.rfind("error: ", 0) == 0 && std::count(answer.begin(), answer.end(), '\n') == 1 &&
+         answer.back() == '\n';
+}
+
+inline bool has(const std::string &text, const std::string &part) {
+  return text.find(part) != std::string::npos;
+}
+
+}  // namespace chassis

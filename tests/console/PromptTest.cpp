@@ -1,0 +1,221 @@
+// The prompt at a pseudo-terminal.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+
+#include "Terminal.h"
+
+namespace console {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string backOneLine = "\x10";
+const std::string killLine = "\x15";
+
+class Prompt : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "ci-console-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    fs::create_directory_symlink(CONSOLE_BUILD, folder_ + "/build");
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  void write(const std::string &name, const std::string &text) const {
+    std::ofstream(folder_ + "/" + name, std::ios::binary) << text;
+  }
+  std::string read(const std::string &name) const {
+    std::ifstream file(folder_ + "/" + name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  std::string folder_;
+};
+
+bool hasRow(const Terminal &terminal, const std::string &row) {
+  const std::vector<std::string> rows = terminal.screen();
+  return std::find(rows.begin(), rows.end(), row) != rows.end();
+}
+
+TEST_F(Prompt, AnswersCallsOfTheModule) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("test_bit(\"04\", 2)\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("TIME_RESET = 0xEA60\r");
+  EXPECT_TRUE(terminal.sees("value = 60000 = 0xea60"));
+  terminal.type("ci_Help\r");
+  EXPECT_TRUE(terminal.sees("void printCiCard(slotNo)"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, TheChassisGoesOnWhileNobodyTypes) {
+  write("script", "wait 1\nnote \"first\"\nwait 1\nnote \"second\"\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
+  EXPECT_TRUE(terminal.sees("first"));
+  EXPECT_TRUE(terminal.sees("second"));
+  terminal.type("status\r");
+  EXPECT_TRUE(terminal.sees("no card is in"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, ALineBeingTypedIsRedrawnWhole) {
+  write("script", "wait 3\nnote \"in between\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("test_bit \"FF\"");
+  ASSERT_TRUE(terminal.sees("in between"));
+  ASSERT_TRUE(terminal.sees("-> test_bit \"FF\""));
+  EXPECT_EQ(terminal.screen().back(), "-> test_bit \"FF\"");
+  terminal.type(", 7\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  EXPECT_TRUE(hasRow(terminal, "-> test_bit \"FF\", 7"));
+  const std::vector<std::string> rows = terminal.screen();
+  EXPECT_EQ(std::count_if(rows.begin(), rows.end(),
+                          [](const std::string &row) {
+                            return row.find("in between") != std::string::npos &&
+                                   row.find("->") == std::string::npos;
+                          }),
+            1);
+}
+
+TEST_F(Prompt, HalfAnEscapeSequenceDoesNotStopTheChassis) {
+  write("script", "wait 3\nnote \"still here\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("abc\033[");
+  EXPECT_TRUE(terminal.sees("still here"));
+  terminal.type("D\b\rexit\r");
+  EXPECT_TRUE(terminal.sees("there is no function or variable ac"));
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, CompletesNames) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("camSt\t");
+  EXPECT_TRUE(terminal.sees("atusCheck "));
+  EXPECT_EQ(terminal.screen().back(), "-> camStatusCheck ");
+  terminal.type(killLine + "TIME_\t");
+  EXPECT_TRUE(terminal.sees("TIME_FIRST_RESET"));
+  EXPECT_TRUE(terminal.sees("-> TIME_"));
+  terminal.type(killLine + "getCA\t0\r");
+  EXPECT_TRUE(terminal.sees("no card has registered in slot 0"));
+  EXPECT_TRUE(hasRow(terminal, "-> getCAinfo 0"));
+}
+
+TEST_F(Prompt, KeepsItsHistoryAcrossRuns) {
+  {
+    Terminal first(folder_, {"--speed", "20"});
+    ASSERT_TRUE(first.sees("-> "));
+    first.type("TIME_CAPMT = 4711\rexit\r");
+    ASSERT_EQ(first.endStatus(), 0);
+  }
+  Terminal second(folder_, {"--speed", "20"});
+  ASSERT_TRUE(second.sees("-> "));
+  second.type(backOneLine + backOneLine + "\r");
+  EXPECT_TRUE(second.sees("value = 4711"));
+}
+
+TEST_F(Prompt, TheHistoryIsBounded) {
+  Terminal terminal(folder_, {"--speed", "50"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  for (int i = 0; i < 520; ++i) {
+    terminal.type("TIME_CAPMT = " + std::to_string(i) + "\r");
+  }
+  ASSERT_TRUE(terminal.sees("value = 519"));
+  terminal.type("exit\r");
+  ASSERT_EQ(terminal.endStatus(), 0);
+  const std::string history = read("history");
+  EXPECT_LE(std::count(history.begin(), history.end(), '\n'), 501);
+  EXPECT_NE(history.find("519"), std::string::npos);
+}
+
+TEST_F(Prompt, AFileThatIsNoHistoryIsLeftAlone) {
+  write("history", "somebody's letters\n");
+  Terminal terminal(folder_, {"--speed", "20"});
+  EXPECT_TRUE(terminal.sees("is no history; it is left as it is"));
+  terminal.type("status\rexit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_EQ(read("history"), "somebody's letters\n");
+}
+
+TEST_F(Prompt, CtrlDEnds) {
+  write("script", "cardInsert 0, \"build/samples/headend.ts\"\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
+  ASSERT_TRUE(terminal.sees("cardInsert"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("\x04");
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_TRUE(terminal.sees("seen behind the CAMs"));
+}
+
+TEST_F(Prompt, CtrlCEndsWithTheFinalTable) {
+  write("script", "cardInsert 0, \"build/samples/headend.ts\"\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
+  ASSERT_TRUE(terminal.sees("cardInsert"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("half a line\x03");
+  EXPECT_EQ(terminal.endStatus(), 130);
+  EXPECT_TRUE(terminal.sees("seen behind the CAMs"));
+  EXPECT_FALSE(hasRow(terminal, "-> half a line"));
+}
+
+TEST_F(Prompt, SigtermEndsToo) {
+  Terminal terminal(folder_, {});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.signal(SIGTERM);
+  EXPECT_EQ(terminal.endStatus(), 143);
+  EXPECT_TRUE(terminal.sees("no alarm stands"));
+}
+
+TEST_F(Prompt, BadInputGetsOneLine) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("camAlarm 6\r");
+  EXPECT_TRUE(terminal.sees("error: there is no slot 6; write 0 to 5\r\n"));
+  terminal.type("printDesStat 0\r");
+  EXPECT_TRUE(terminal.sees("did you mean printDesSta?\r\n"));
+  terminal.type("caPMTSend 0, 0\r");
+  EXPECT_TRUE(terminal.sees("write caPMTSend slot, cam, casid, program, flag\r\n"));
+}
+
+TEST_F(Prompt, AFailingScriptLineLeavesThePromptAlive) {
+  write("script",
+        "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 9, 1\nnote \"went on\"\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
+  EXPECT_TRUE(terminal.sees("error: script:2: program 9"));
+  EXPECT_TRUE(terminal.sees("went on"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+// Without the bytes that end or stop the program, or the output: Ctrl-C, -D, -Z, -\, -S, -Q.
+TEST_F(Prompt, RandomBytesDoNotEndIt) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  std::mt19937 random(7);
+  const std::string left = "\x03\x04\x1a\x1c\x13\x11";
+  std::string noise;
+  while (noise.size() < 20000) {
+    const char byte = static_cast<char>(random());
+    noise += left.find(byte) == std::string::npos ? std::string(1, byte) : "\r";
+  }
+  terminal.type(noise);
+  terminal.type("\x07\r\x07" + killLine + "\r" + killLine + "test_bit \"10\", 4\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+}  // namespace
+}  // namespace console

@@ -1,0 +1,41 @@
+// The program at a pseudo-terminal, as a person sees it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace console {
+
+class Terminal {
+ public:
+  // Starts the program in a folder, with a history file there.
+  Terminal(const std::string &folder, const std::vector<std::string> &arguments);
+  ~Terminal();  // ends it, if need be by force
+  Terminal(const Terminal &) = delete;
+  Terminal &operator=(const Terminal &) = delete;
+
+  void type(const std::string &bytes);
+  // Reads until the text has come; false: it did not within the deadline, or the program ended.
+  // What came up to the text's end is taken away from what is read later.
+  bool sees(const std::string &text);
+  // All that came since the last text seen, once the program has ended by itself.
+  int endStatus();  // exit status; -1: it did not end within the deadline, or by a signal
+  void signal(int number);
+
+  // What has been seen so far, screen codes and all.
+  const std::string &all() const { return all_; }
+  // The rows of a terminal that is `columns` wide, after everything that has come.
+  std::vector<std::string> screen(std::size_t columns = 400) const;
+
+ private:
+  bool readMore(int timeoutMs);
+
+  pid_t child_ = -1;
+  int terminal_ = -1;
+  std::string all_;
+  std::size_t seen_ = 0;
+};
+
+}  // namespace console
