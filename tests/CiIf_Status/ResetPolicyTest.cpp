@@ -7,18 +7,12 @@
 #include <utility>
 #include <vector>
 
-#include "CiIf_Status/CiIf_Status.h"
-#include "platform/Platform.h"
+#include "OneProgramCard.h"
 
 namespace {
 
-constexpr uint8_t SLOT = 2;
-constexpr uint8_t CAM = 0;
-constexpr uint16_t CAS = 0x0500;
-constexpr uint8_t CLEAN = DESC_SUM_OK;
 constexpr uint8_t ALL = DESC_SUM_ALL | DESC_SUM_SCRAMBLED;
 constexpr uint8_t SOME = DESC_SUM_PART | DESC_SUM_SCRAMBLED;
-constexpr uint8_t UNCHECKED = 0xFF;
 
 const std::string NOTHING;
 const std::string FIRST = "all programs error, first reset! \n";
@@ -27,28 +21,12 @@ const std::string PARTIAL = "partial programs error, reset! \n";
 
 const Calls READY_TEST{"GetCardOnline(2)", "GetCardBusy(2)", "GetCardReady(2)"};
 
-std::string stampRead(uint32_t stamp) {
-  return "get_inc_of_time(" + std::to_string(stamp) + ")";
-}
-
 class ResetPolicy : public testing::Test {
  protected:
-  ResetPolicy() { prepare(SLOT); }
-
-  static void prepare(uint32_t slot) {
-    registerCard(slot);
-    platform.supports(slot, 0, {CAS});
-    platform.supports(slot, 1, {CAS});
-    Program program(1);
-    program.cams(BOTH_CAMS).ca(CAS, 0x1001).stream(0x02, 0x100);
-    platform.card[slot].setTable({program});
-  }
+  ResetPolicy() { prepareCard(SLOT); }
 
   static Calls reset(uint8_t descStat, uint8_t slot = SLOT, uint8_t cam = CAM) {
-    pCiData[slot]->descStat[cam] = descStat;
-    platform.take();
-    camReset(slot, cam);
-    return platform.take();
+    return observed(camReset, descStat, slot, cam);
   }
 
   // The text of the reset that an observation leads to.
@@ -572,7 +550,7 @@ TEST_F(ResetPolicy, ResultOfTheResetIsIgnored) {
 TEST_F(ResetPolicy, EveryCamHasItsOwnTimers) {
   for (uint8_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (slot != SLOT) {
-      prepare(slot);
+      prepareCard(slot);
     }
   }
   std::map<int, std::vector<uint32_t>> resets;

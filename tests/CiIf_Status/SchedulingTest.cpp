@@ -7,46 +7,24 @@
 #include <tuple>
 #include <vector>
 
-#include "CiIf_Status/CiIf_Status.h"
-#include "platform/Platform.h"
+#include "OneProgramCard.h"
 
 namespace {
 
-constexpr uint8_t SLOT = 2;
-constexpr uint8_t CAM = 0;
 constexpr uint32_t INDEX = SLOT * MAX_CAM_NUM + CAM;
-constexpr uint16_t CAS = 0x0500;
-constexpr uint8_t CLEAN = DESC_SUM_OK;
 constexpr uint8_t BAD = DESC_SUM_ALL | DESC_SUM_SCRAMBLED;
-constexpr uint8_t UNCHECKED = 0xFF;
 constexpr uint32_t START = 1000000;
 
 const Calls MATCHING{"ciLibGetCardIndex(2, 0)", "GetProgDesc(2)", "ciLibGetCardIndex(2, 0)",
                      "ciLibGetInsertCard(2, 0)", "ciLibCaSysIdMatch(4, 0x500)"};
 const Calls POLLING = joined({MATCHING, {"semTake(CaPMTFlag[4], 0)"}});
 
-std::string stampRead(uint32_t stamp) {
-  return "get_inc_of_time(" + std::to_string(stamp) + ")";
-}
-
 class Scheduling : public testing::Test {
  protected:
-  Scheduling() { prepare(SLOT); }
-
-  static void prepare(uint32_t slot) {
-    registerCard(slot);
-    platform.supports(slot, 0, {CAS});
-    platform.supports(slot, 1, {CAS});
-    Program program(1);
-    program.cams(BOTH_CAMS).ca(CAS, 0x1001).stream(0x02, 0x100);
-    platform.card[slot].setTable({program});
-  }
+  Scheduling() { prepareCard(SLOT); }
 
   static Calls cycle(uint8_t descStat, uint8_t slot = SLOT, uint8_t cam = CAM) {
-    pCiData[slot]->descStat[cam] = descStat;
-    platform.take();
-    setCAM(slot, cam);
-    return platform.take();
+    return observed(setCAM, descStat, slot, cam);
   }
 
   static Calls cycleAt(uint32_t time, uint8_t descStat) {
@@ -197,7 +175,7 @@ TEST_F(Scheduling, LowByteOfTheIndexSelectsTheSemaphore) {
 TEST_F(Scheduling, EveryCamHasItsOwnSemaphore) {
   for (uint8_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (slot != SLOT) {
-      prepare(slot);
+      prepareCard(slot);
     }
   }
   for (uint32_t index = 0; index < 12; ++index) {
