@@ -229,7 +229,7 @@ void qm_ci_ca_pmt_clr(uint8_t, uint16_t) {}
 
 int32_t resetCAM(uint32_t slotNo, uint32_t camSlot) {
   rules::camReset(slotNo, camSlot, std::strncmp(lastText, "partial", 7) == 0);
-  world.cam[camSlot].flag = well(world.sent);
+  world.cam[camSlot].flag = true;
   return 0;
 }
 
