@@ -26,6 +26,7 @@ struct Cam {
 
 Cam cams[MAX_BOARD_NUM][MAX_CAM_NUM];
 bool locked;
+bool inCycle;
 
 // By card, object and fault; the index that the service gives is the place.
 bool standing[MAX_BOARD_NUM * objects * alarmIds];
@@ -100,8 +101,11 @@ void checkStatus(uint8_t status) {
 void caPmtSent(uint32_t slotNo, uint32_t camSlot, bool query) {
   require(locked, "CA PMT sent without the lock");
   ++(query ? counts.queries : counts.caPmts);
-  cams[slotNo][camSlot].sentOnce = true;
-  cams[slotNo][camSlot].sentAt = world.now;
+  // The quiet time is the scheduler's: what a person sends from the console does not start it.
+  if (inCycle) {
+    cams[slotNo][camSlot].sentOnce = true;
+    cams[slotNo][camSlot].sentAt = world.now;
+  }
 }
 
 void camReset(uint32_t slotNo, uint32_t camSlot, bool partial) {
@@ -149,6 +153,7 @@ void lockGiven() {
 }
 
 void cycleBegins() {
+  inCycle = true;
   for (auto &slot : cams) {
     for (Cam &cam : slot) {
       cam.pllLost = false;
@@ -157,6 +162,7 @@ void cycleBegins() {
 }
 
 void cycleEnded(uint32_t slotNo, const CiDesc *table, bool measured) {
+  inCycle = false;
   require(!locked, "lock kept");
   if (!measured) {
     return;
