@@ -1,5 +1,7 @@
 // Supervision of one card: tables, answers, replies and time as the input has them. The module's
 // state lives on from input to input; each begins by bringing its card to the same one.
+#include <cstring>
+
 #include "CiPlatform.h"
 #include "Input.h"
 #include "Rules.h"
@@ -26,6 +28,7 @@ uint16_t smallCaSystem(Noise &noise) {
 void makeList(CiDescCaList &list, uint32_t count, Noise &noise) {
   list.caNum = static_cast<uint16_t>(count);
   list.reserved = static_cast<uint16_t>(noise.next());
+  std::memset(list.privData, static_cast<int>(1 + noise.below(255)), sizeof list.privData);
   for (uint32_t k = 0; k < 32; ++k) {
     list.ca[k] = {smallCaSystem(noise), static_cast<uint16_t>(noise.below(0x2000))};
     list.privLen[k] = static_cast<uint8_t>(noise.next());

@@ -78,6 +78,19 @@ struct Driver {
   static void pass(uint32_t, uint16_t, uint32_t) {}
 };
 
+// Reserved fields stand behind the private data: they tell when it leaves its area.
+void checkRecord(const CaPmtProg &record) {
+  bool sound = record.mark == 1 && record.version >= 1 && record.version <= 30 &&
+               record.caNum <= 32 && record.eleNum <= 32 && record.listMgmt <= 4;
+  for (const uint8_t reserved : record.reserved2) {
+    sound = sound && reserved == 0;
+  }
+  for (const CaPmtElem &stream : record.ele) {
+    sound = sound && stream.caNum <= 32 && stream.reserved == 0;
+  }
+  fuzz::require(sound, "record of a CA PMT out of its limits");
+}
+
 template <typename F>
 void *address(F *function) {
   return reinterpret_cast<void *>(function);
@@ -213,9 +226,7 @@ uint32_t ciLibCaSysIdMatch(uint8_t index, uint16_t caSysID) {
 int32_t ciLibSendCaPmt(uint32_t slotNo, uint32_t camSlot, CaPmtProg **sent, uint32_t count) {
   fuzz::require(count <= 32, "more records than there are");
   for (uint32_t k = 0; k < count; ++k) {
-    fuzz::require(sent[k]->mark == 1 && sent[k]->version >= 1 && sent[k]->version <= 30 &&
-                      sent[k]->caNum <= 32 && sent[k]->eleNum <= 32 && sent[k]->listMgmt <= 4,
-                  "record of a CA PMT out of its limits");
+    checkRecord(*sent[k]);
   }
   const bool query = count == 0 || sent[0]->cmdId == 3;
   rules::caPmtSent(slotNo, camSlot, query);
