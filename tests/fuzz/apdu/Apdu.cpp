@@ -196,6 +196,9 @@ void checkSending(Input input) {
 void checkEcmBytes(const chassis::Section &section) {
   const auto ecm = chassis::labca::decodeEcm(section.data(), section.size());
   require(!ecm || chassis::labca::encodeEcm(*ecm) == section, "ECM changed by coding");
+  using chassis::labca::checksumsRight;
+  require(!ecm || (checksumsRight(ecm->even) && checksumsRight(ecm->odd)),
+          "a wrong word was taken");
   const auto heartbeat = chassis::labca::decodeEmm(section.data(), section.size());
   require(!heartbeat || chassis::labca::encodeEmm(*heartbeat) == section, "EMM changed by coding");
 }
@@ -221,8 +224,12 @@ void checkEcm(Input input) {
   chassis::Section section = chassis::labca::encodeEcm(ecm);
   const auto decoded = chassis::labca::decodeEcm(section.data(), section.size());
   require(decoded && *decoded == ecm, "an ECM is not what was put into it");
-  section[input.below(static_cast<uint32_t>(section.size()))] ^= 1 + input.below(255);
+  const uint32_t at = input.below(static_cast<uint32_t>(section.size() - chassis::sectionCrcSize));
+  section[at] = static_cast<uint8_t>(section[at] ^ (1 + input.below(255)));
   require(!chassis::labca::decodeEcm(section.data(), section.size()), "a damaged ECM was taken");
+  section.resize(section.size() - chassis::sectionCrcSize);
+  chassis::sealSection(section);
+  checkEcmBytes(section);
 }
 
 }  // namespace
