@@ -1,5 +1,5 @@
 // What is timed: a call of the module and its floor, which makes the same platform calls in the
-// same order and writes the same bytes, and nothing else.
+// same order and writes as many status or CA list bytes, and nothing else.
 #pragma once
 
 #include "platform/Platform.h"
