@@ -110,9 +110,12 @@ std::uint64_t checkedBitrate(const std::string &path, double bitrate) {
 std::unique_ptr<PsiReader> firstTables(TsFile &file, const PsiReader &whole) {
   auto psi = std::make_unique<PsiReader>();
   const bool hasCat = !whole.psi().cat.empty();
+  const auto begun = [&psi, hasCat] {
+    return psi->complete() && !psi->psi().programs.empty() && psi->psi().cat.empty() != hasCat;
+  };
   TsPacket packet;
   file.rewind();
-  while (!(psi->complete() && psi->psi().cat.empty() != hasCat) && file.next(packet)) {
+  while (!begun() && file.next(packet)) {
     psi->push(packet);
   }
   return psi;
