@@ -31,8 +31,16 @@ struct Count {
   uint8_t scrambled = 0;  // DESC_SUM_SCRAMBLED or 0
 };
 
-void countProgram(const DescProgStat &program, uint16_t eleNum, Count &count) {
-  count.total += eleNum;
+// All statuses in one byte: DESC_STAT_OK has all bits set, so it is left only when all are that.
+uint8_t common(const DescProgStat &program, uint16_t eleNum) {
+  uint8_t bits = DESC_STAT_OK;
+  for (uint16_t e = 0; e < eleNum; ++e) {
+    bits &= program.pid[e].status;
+  }
+  return bits;
+}
+
+void countBad(const DescProgStat &program, uint16_t eleNum, Count &count) {
   for (uint16_t e = 0; e < eleNum; ++e) {
     const uint8_t status = program.pid[e].status;
     if (status != DESC_STAT_OK) {
@@ -43,6 +51,15 @@ void countProgram(const DescProgStat &program, uint16_t eleNum, Count &count) {
     }
   }
 }
+
+void countProgram(const DescProgStat &program, uint16_t eleNum, Count &count) {
+  count.total += eleNum;
+  if (common(program, eleNum) != DESC_STAT_OK) {
+    countBad(program, eleNum, count);
+  }
+}
+
+static_assert(DESC_STAT_OK == 0xFF, "no other status has all bits set");
 
 uint8_t summary(const Count &count) {
   // The bad count has 8 bits: 256 bad PIDs read as none.

@@ -1,6 +1,7 @@
 #include <string.h>
 
 #include "CiIf_Status/Internal.h"
+#include "CiIf_fpga/Checked.h"
 
 namespace {
 
@@ -45,7 +46,7 @@ Field formField(const MuxCardForm *form, uint32_t offset) {
 
 void setRange(uint32_t slotNo, uint32_t end, uint32_t flag) {
   for (uint32_t pid = 0; pid < end; ++pid) {
-    SetCamFlit(slotNo, pid, flag);
+    checked::SetCamFlit(slotNo, pid, flag);
   }
 }
 
@@ -67,7 +68,7 @@ void filterProgram(const Port &port, const MuxCardForm *form, uint16_t program,
   for (uint8_t j = 0; j < count; ++j) {
     const uint16_t pid = formField<uint16_t>(form, base + pidAt + j * pidSize);
     if (!scrambled.has(pid)) {
-      SetCamFlit(port.slotNo, pid, filter);
+      checked::SetCamFlit(port.slotNo, pid, filter);
       bbPrintf("card %lu port %lu pre-filt pid 0x%x \n", port.cardNo(), port.portNo(), pid);
     }
   }
@@ -76,7 +77,7 @@ void filterProgram(const Port &port, const MuxCardForm *form, uint16_t program,
 void filterClear(const Port &port, const CiDesc *pdesc, const MuxCardForm *form,
                  const PidSet &scrambled) {
   setRange(port.slotNo, nullPid, pass);
-  SetCamFlit(port.slotNo, nullPid, filter);
+  checked::SetCamFlit(port.slotNo, nullPid, filter);
   const uint16_t programs = formField<uint16_t>(form, programCountAt);
   bbPrintf("pMuxCardProgCnt = %d\n", programs);
   bbPrintf("descProgCnt = %d\n", static_cast<int>(pdesc->descProgCnt));
@@ -129,6 +130,6 @@ int testprefilter(uint32_t slotNo, uint32_t pid, uint32_t flag) {
     setRange(slot, pidCount, passes);
     return printf("card %d #test pre filter#%s ALL PID\n", slot + 1, verb);
   }
-  SetCamFlit(slot, onePid, passes);
+  checked::SetCamFlit(slot, onePid, passes);
   return printf("card %d #test pre filter#%s PID 0x%x\n", slot + 1, verb, onePid);
 }

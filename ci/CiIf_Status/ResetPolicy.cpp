@@ -1,4 +1,5 @@
 #include "CiIf_Status/Internal.h"
+#include "CiIf_fpga/Checked.h"
 
 uint32_t TIME_CAPMT = 10000;
 uint32_t TIME_FIRST_RESET = 30000;
@@ -77,7 +78,7 @@ void camReset(uint8_t slotNo, uint8_t camSlot) {
   }
   const uint8_t descStat = card->descStat[camSlot];
   const uint8_t cimaxStat = card->cimaxStat;
-  const uint8_t pll = cardReady(slotNo) ? static_cast<uint8_t>(PllLock(slotNo)) : 0xFF;
+  const uint8_t pll = cardReady(slotNo) ? static_cast<uint8_t>(checked::PllLock(slotNo)) : 0xFF;
   switch (classify(descStat, cimaxStat, pll)) {
     case Fault::all:
       allProgramsFault(slotNo, camSlot);

@@ -1,4 +1,5 @@
 #include "CiIf_Status/Internal.h"
+#include "CiIf_fpga/Checked.h"
 
 namespace {
 
@@ -45,8 +46,8 @@ void checkController(Cycle &cycle) {
   cycle.card->cimaxStat = notChecked;
   if (cardReady(slotNo) && cycle.pdesc->descProgCnt != 0 &&
       (insertStatus(slotNo, 0) != 0 || insertStatus(slotNo, 1) != 0)) {
-    const uint32_t sync = cimax_sync_ok(slotNo);
-    const uint32_t rate = cimax_sys_rate(slotNo);
+    const uint32_t sync = checked::cimax_sync_ok(slotNo);
+    const uint32_t rate = checked::cimax_sys_rate(slotNo);
     cycle.card->cimaxStat = sync != 0 && rate > lowSystemRate ? 0 : 1;
   }
 }
@@ -81,7 +82,7 @@ bool checkCaPids(Cycle &cycle, uint8_t camSlot) {
   collectCaPids(*form, cycle.caSysId[camSlot], caPids);
   uint32_t existence = 0;
   for (uint8_t k = 0; k < caPids.count; ++k) {
-    existence += GetPreCAMPidExist(cycle.slotNo, caPids.pid[k]);
+    existence += checked::GetPreCAMPidExist(cycle.slotNo, caPids.pid[k]);
   }
   cycle.card->preCamPidStat[camSlot] = existence != 0 ? 0 : 1;
   return true;
@@ -126,7 +127,7 @@ void camStatusCheck(uint8_t slotNo) {
   for (uint8_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     measure(cycle, camSlot);
   }
-  ClrAllPreCAMPidExist(slotNo);
+  checked::ClrAllPreCAMPidExist(slotNo);
   for (uint8_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     camReset(slotNo, camSlot);
   }

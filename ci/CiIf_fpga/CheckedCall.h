@@ -1,49 +1,79 @@
 // Calls of a card's hardware functions, checked in one of two styles. The function's own parameter
-// types cut the arguments to their widths.
+// types cut the arguments to their widths. The checks stand in line with the caller, who asks a
+// card thousands of times a cycle; what tells of a failure does not.
 #ifndef CHECKED_CALL_H
 #define CHECKED_CALL_H
 
 #include "CiIf.h"
 
-using CardFunction = void (*)(void);
-
-// A function of the card record: where it stands and what a message calls it.
-template <typename Function>
-struct CardField {
-  size_t offset;
-  const char *name;
-};
-
-#define REPORTED(name) (CardField<decltype(CiData::name)>{offsetof(CiData, name), #name})
-#define ASSERTED(name) \
-  (CardField<decltype(CiData::name)>{offsetof(CiData, name), "pCiData[slotNo]->" #name})
-
 // Functions without a result are not all range-checked: some callers vouch for the slot.
 enum class Range { checked, vouched };
 
-// The function at `offset` of the slot's record; null after a message that tells what is missing.
-CardFunction reportedFunction(uint32_t slotNo, size_t offset, const char *name);
-CardFunction assertedFunction(Range range, uint32_t slotNo, size_t offset, const char *condition);
+// Tells what is missing on the way to a function of the slot's record, first things first.
+void reportMissing(uint32_t slotNo, const char *name);
+void assertMissing(Range range, uint32_t slotNo, const char *condition);
 
-template <typename Result, typename... Params, typename... Args>
-Result callReported(CardField<Result (*)(uint32_t, Params...)> field, Result failure,
-                    uint32_t slotNo, Args... args) {
-  const CardFunction function = reportedFunction(slotNo, field.offset, field.name);
-  if (function == nullptr) {
-    return failure;
-  }
-  return reinterpret_cast<Result (*)(uint32_t, Params...)>(function)(slotNo,
-                                                                     static_cast<Params>(args)...);
+// A function of the slot's record; null when anything on the way to it is missing.
+template <typename Function>
+Function registered(Range range, uint32_t slotNo, Function CiData::*field) {
+  const bool inRange = range == Range::vouched || slotNo < MAX_BOARD_NUM;
+  return inRange && pCiData[slotNo] != nullptr ? pCiData[slotNo]->*field : nullptr;
 }
 
-template <typename Slot, typename... Params, typename... Args>
-void callAsserted(CardField<void (*)(Slot, Params...)> field, Range range, uint32_t slotNo,
-                  Args... args) {
-  const CardFunction function = assertedFunction(range, slotNo, field.offset, field.name);
-  if (function != nullptr) {
-    reinterpret_cast<void (*)(Slot, Params...)>(function)(static_cast<Slot>(slotNo),
-                                                          static_cast<Params>(args)...);
-  }
+// A driver may answer with the whole register where sixteen bits count. Conventions differ in who
+// cuts a result, so a compiler may take it to be cut already; what is stored is cut in any case.
+inline uint16_t cut(uint16_t result) {
+  volatile uint16_t stored = result;
+  return stored;
 }
+inline uint32_t cut(uint32_t result) {
+  return result;
+}
+inline int32_t cut(int32_t result) {
+  return result;
+}
+
+// A function with a result: a message tells what is missing, and `failure` is the answer.
+template <typename Result, typename... Params>
+struct Reported {
+  Result (*CiData::*field)(uint32_t, Params...);
+  const char *name;
+  Result failure;
+
+  template <typename... Args>
+  Result operator()(uint32_t slotNo, Args... args) const {
+    const auto function = registered(Range::checked, slotNo, field);
+    if (function == nullptr) {
+      reportMissing(slotNo, name);
+      return failure;
+    }
+    return cut(function(slotNo, static_cast<Params>(args)...));
+  }
+};
+
+// A function without a result: an assertion tells what is missing.
+template <typename Slot, typename... Params>
+struct Asserted {
+  void (*CiData::*field)(Slot, Params...);
+  const char *condition;
+  Range range;
+
+  template <typename... Args>
+  void operator()(uint32_t slotNo, Args... args) const {
+    const auto function = registered(range, slotNo, field);
+    if (function == nullptr) {
+      assertMissing(range, slotNo, condition);
+      return;
+    }
+    function(static_cast<Slot>(slotNo), static_cast<Params>(args)...);
+  }
+};
+
+template <typename Result, typename... Params>
+Reported(Result (*CiData::*)(uint32_t, Params...), const char *, int)
+    -> Reported<Result, Params...>;
+
+template <typename Slot, typename... Params>
+Asserted(void (*CiData::*)(Slot, Params...), const char *, Range) -> Asserted<Slot, Params...>;
 
 #endif

@@ -1,0 +1,168 @@
+#include "CiIf_Status/FailureCause.h"
+
+#include <string.h>
+
+#include "CiIf_Status/Internal.h"
+#include "CiIf_fpga/Checked.h"
+
+namespace {
+
+// Where a program's CA information applies; the streams' own lists win.
+enum class CaLevel { stream, program, none };
+
+CaLevel caLevel(const CiDescProg &program) {
+  if ((program.caLevel & 2) != 0) {
+    return CaLevel::stream;
+  }
+  return (program.caLevel & 1) != 0 ? CaLevel::program : CaLevel::none;
+}
+
+// The field of a reply at a byte offset of caPmtReplyInfo, 0 behind its end. The counts in a reply
+// are the CAM's: a walk may leave the entry and the record that it began in.
+template <typename Field>
+Field replyField(size_t offset) {
+  Field field = 0;
+  if (offset + sizeof field <= sizeof caPmtReplyInfo) {
+    memcpy(&field, reinterpret_cast<const uint8_t *>(caPmtReplyInfo) + offset, sizeof field);
+  }
+  return field;
+}
+
+ReplyEntries replyEntries(const CamPass &pass, uint16_t progNum) {
+  const uint32_t record = pass.slotNo * MAX_CAM_NUM + pass.camSlot;
+  const uint16_t count = caPmtReplyInfo[record].progNum;
+  size_t entry = record * sizeof(CaPmtReply) + offsetof(CaPmtReply, prog);
+  ReplyEntries entries;
+  for (uint16_t i = 0; i < count && entry < sizeof caPmtReplyInfo; ++i) {
+    if (replyField<uint16_t>(entry) == progNum) {
+      entries.begin = entries.end == 0 ? entry : entries.begin;
+      entries.end = entry + sizeof(CaPmtReplyProg);
+    }
+    entry += sizeof(CaPmtReplyProg);
+  }
+  return entries;
+}
+
+// CA_enable of a PID in a reply entry. An entry without the PID answers with what stands behind
+// its last stream, which the query's clearing left zero.
+uint8_t streamCaEnable(size_t entry, uint16_t pid) {
+  const uint8_t count = replyField<uint8_t>(entry + offsetof(CaPmtReplyProg, eleNum));
+  size_t stream = entry + offsetof(CaPmtReplyProg, ele);
+  for (uint8_t n = 0; n < count && replyField<uint16_t>(stream) != pid; ++n) {
+    stream += sizeof(CaPmtReplyElem);
+  }
+  return replyField<uint8_t>(stream + offsetof(CaPmtReplyElem, caEnable));
+}
+
+// CA_enable that an entry gives for a PID; 0 where the program has no CA level.
+uint8_t entryCaEnable(size_t entry, CaLevel level, uint16_t pid) {
+  switch (level) {
+    case CaLevel::stream:
+      return streamCaEnable(entry, pid);
+    case CaLevel::program:
+      return replyField<uint8_t>(entry + offsetof(CaPmtReplyProg, caEnable));
+    default:
+      return 0;
+  }
+}
+
+// What the CAM's reply says of a PID: DESC_STAT_NO_ENTITLEMENT, DESC_STAT_TECHNICAL or, when it
+// refuses nothing, DESC_STAT_SCRAMBLED.
+uint8_t replyStatus(const CamPass &pass, const CiDescProg &program, const ReplyEntries &entries,
+                    uint16_t pid) {
+  for (size_t entry = entries.begin; entry < entries.end; entry += sizeof(CaPmtReplyProg)) {
+    if (replyField<uint16_t>(entry) != program.prog_num) {
+      continue;
+    }
+    const uint8_t caEnable = entryCaEnable(entry, caLevel(program), pid);
+    if (caEnable == 0x71) {
+      bbPrintf("card %d Program %04x NO_ENTITLEMENT\n", pass.slotNo + 1, program.prog_num);
+      return DESC_STAT_NO_ENTITLEMENT;
+    }
+    if (caEnable == 0x73) {
+      return DESC_STAT_TECHNICAL;
+    }
+  }
+  return DESC_STAT_SCRAMBLED;
+}
+
+// A CA list's ECM PIDs, up to 32, each once. Two PIDs alike in their low 8 bits are compared with
+// all before them; nearly all others are new at a glance.
+class EcmPids {
+ public:
+  bool full() const { return count_ == listSize; }
+
+  // Whether the PID is new.
+  bool add(uint16_t pid) {
+    uint32_t &group = seen_[(pid >> 5) & 7];
+    const uint32_t bit = 1u << (pid & 31);
+    if ((group & bit) != 0 && has(pid)) {
+      return false;
+    }
+    group |= bit;
+    pid_[count_++] = pid;
+    return true;
+  }
+
+ private:
+  static constexpr uint8_t listSize = 32;
+
+  bool has(uint16_t pid) const {
+    for (uint8_t k = 0; k < count_; ++k) {
+      if (pid_[k] == pid) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+  uint32_t seen_[8] = {};
+  uint16_t pid_[listSize];
+  uint8_t count_ = 0;
+};
+
+// What the ECM PIDs of a CA system say before the CAM. Reading their counts resets them: the next
+// PID of the same program sees only what was counted since.
+uint8_t ecmStatus(uint8_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
+  EcmPids ecmPids;
+  uint32_t existence = 0;
+  uint32_t ccErrors = 0;
+  for (uint16_t k = 0; k < list.caNum && !ecmPids.full(); ++k) {
+    const uint16_t pid = list.ca[k].ecmPid;
+    if (list.ca[k].casid == caSysId && ecmPids.add(pid)) {
+      existence += checked::GetPreCAMPidExist(slotNo, pid);
+      ccErrors += checked::GetPreCAMCC(slotNo, pid);
+      checked::SetPreCAMCC(slotNo, pid, 0);
+    }
+  }
+  if (existence == 0) {
+    return DESC_STAT_NO_ECM;
+  }
+  return ccErrors != 0 ? DESC_STAT_ECM_CC : DESC_STAT_SCRAMBLED;
+}
+
+// Why a PID is not descrambled, by the stream before the CAM.
+uint8_t streamStatus(const CamPass &pass, const CiDescProg &program,
+                     const CiDescElem &stream) {
+  switch (caLevel(program)) {
+    case CaLevel::stream:
+      return ecmStatus(pass.slotNo, stream.caList, pass.caSysId);
+    case CaLevel::program:
+      return ecmStatus(pass.slotNo, program.caList, pass.caSysId);
+    default:
+      printf("getFpgaDescPidSta get ecm pid error! \n");
+      return DESC_STAT_NO_ECM;
+  }
+}
+
+}  // namespace
+
+uint8_t FailureCause::ofStream(uint16_t e) {
+  const CiDescElem &stream = program_.ele[e];
+  if (!searched_) {
+    entries_ = replyEntries(pass_, program_.prog_num);
+    searched_ = true;
+  }
+  const uint8_t status = replyStatus(pass_, program_, entries_, stream.pid);
+  return status != DESC_STAT_SCRAMBLED ? status : streamStatus(pass_, program_, stream);
+}

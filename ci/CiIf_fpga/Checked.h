@@ -1,0 +1,43 @@
+// The hardware functions as the module itself calls them: what the exported accessor of the same
+// name does, in line.
+#ifndef CHECKED_H
+#define CHECKED_H
+
+#include "CiIf_fpga/CheckedCall.h"
+
+namespace checked {
+
+#define REPORTED(name, failure) \
+  [[maybe_unused]] constexpr Reported name { &CiData::name, #name, failure }
+#define ASSERTED(name, range) \
+  [[maybe_unused]] constexpr Asserted name { &CiData::name, "pCiData[slotNo]->" #name, Range::range }
+
+// Functions with a result answer 0 where one is missing, PllReg alone -1. Three of those without
+// one trust the slot number.
+REPORTED(cimax_sync_ok, 0);
+REPORTED(cimax_pid_rate_pre, 0);
+REPORTED(cimax_sys_rate_pre, 0);
+REPORTED(cimax_vld_rate_pre, 0);
+ASSERTED(SetPreCAMCC, vouched);
+REPORTED(GetPreCAMCC, 0);
+ASSERTED(ClrAllPreCAMPidExist, checked);
+REPORTED(GetPreCAMPidExist, 0);
+REPORTED(cimax_pid_rate, 0);
+REPORTED(cimax_sys_rate, 0);
+REPORTED(cimax_vld_rate, 0);
+ASSERTED(SetCAMCC, vouched);
+REPORTED(GetCAMCC, 0);
+ASSERTED(ClrAllCAMPidExist, vouched);
+REPORTED(GetCAMPidExist, 0);
+REPORTED(PllReg, -1);
+REPORTED(PllLock, 0);
+ASSERTED(SetCamFlit, checked);
+ASSERTED(wrDesPid, checked);
+REPORTED(rdDescStat, 0);
+
+#undef REPORTED
+#undef ASSERTED
+
+}  // namespace checked
+
+#endif
