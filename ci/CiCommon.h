@@ -9,6 +9,15 @@
 // The CI library's indexes of the CAMs are below this.
 constexpr uint8_t camIndexCount = MAX_BOARD_NUM * MAX_CAM_NUM;
 
+// A condition that nearly always holds: the compiler lays the code out for it.
+inline bool likely(bool condition) {
+#ifdef __GNUC__
+  return __builtin_expect(condition, true);
+#else
+  return condition;
+#endif
+}
+
 // Whether a CAM descrambles a program.
 inline bool onCam(const CiDescProg &program, uint32_t camSlot) {
   return ((program.camMask >> camSlot) & 1) != 0;

@@ -17,15 +17,19 @@ CaLevel caLevel(const CiDescProg &program) {
   return (program.caLevel & 1) != 0 ? CaLevel::program : CaLevel::none;
 }
 
-// The field of a reply at a byte offset of caPmtReplyInfo, 0 behind its end. The counts in a reply
-// are the CAM's: a walk may leave the entry and the record that it began in.
+// The field of a reply at a byte offset of caPmtReplyInfo.
+template <typename Field>
+Field fieldAt(size_t offset) {
+  Field field;
+  memcpy(&field, reinterpret_cast<const uint8_t *>(caPmtReplyInfo) + offset, sizeof field);
+  return field;
+}
+
+// The same, 0 behind the end. The counts in a reply are the CAM's: a walk may leave the entry and
+// the record that it began in.
 template <typename Field>
 Field replyField(size_t offset) {
-  Field field = 0;
-  if (offset + sizeof field <= sizeof caPmtReplyInfo) {
-    memcpy(&field, reinterpret_cast<const uint8_t *>(caPmtReplyInfo) + offset, sizeof field);
-  }
-  return field;
+  return offset + sizeof(Field) <= sizeof caPmtReplyInfo ? fieldAt<Field>(offset) : Field{0};
 }
 
 ReplyEntries replyEntries(const CamPass &pass, uint16_t progNum) {
@@ -48,7 +52,9 @@ ReplyEntries replyEntries(const CamPass &pass, uint16_t progNum) {
 uint8_t streamCaEnable(size_t entry, uint16_t pid) {
   const uint8_t count = replyField<uint8_t>(entry + offsetof(CaPmtReplyProg, eleNum));
   size_t stream = entry + offsetof(CaPmtReplyProg, ele);
-  for (uint8_t n = 0; n < count && replyField<uint16_t>(stream) != pid; ++n) {
+  size_t end = stream + count * sizeof(CaPmtReplyElem);
+  end = end < sizeof caPmtReplyInfo ? end : sizeof caPmtReplyInfo;
+  while (stream < end && fieldAt<uint16_t>(stream) != pid) {
     stream += sizeof(CaPmtReplyElem);
   }
   return replyField<uint8_t>(stream + offsetof(CaPmtReplyElem, caEnable));
@@ -94,21 +100,21 @@ class EcmPids {
 
   // Whether the PID is new.
   bool add(uint16_t pid) {
-    uint32_t &group = seen_[(pid >> 5) & 7];
-    const uint32_t bit = 1u << (pid & 31);
-    if ((group & bit) != 0 && has(pid)) {
-      return false;
+    uint32_t &group = seen_[pid & 7];
+    const uint32_t bit = 1u << (pid >> 3 & 31);
+    if (likely((group & bit) == 0) || !has(pid)) {
+      group |= bit;
+      pid_[count_++] = pid;
+      return true;
     }
-    group |= bit;
-    pid_[count_++] = pid;
-    return true;
+    return false;
   }
 
  private:
-  static constexpr uint8_t listSize = 32;
+  static constexpr uint32_t listSize = 32;
 
   bool has(uint16_t pid) const {
-    for (uint8_t k = 0; k < count_; ++k) {
+    for (uint32_t k = 0; k < count_; ++k) {
       if (pid_[k] == pid) {
         return true;
       }
@@ -117,28 +123,36 @@ class EcmPids {
   }
 
   uint32_t seen_[8] = {};
+  uint32_t count_ = 0;
   uint16_t pid_[listSize];
-  uint8_t count_ = 0;
 };
 
-// What the ECM PIDs of a CA system say before the CAM. Reading their counts resets them: the next
-// PID of the same program sees only what was counted since.
-uint8_t ecmStatus(uint8_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
-  EcmPids ecmPids;
+// What the ECM PIDs say before the CAM. Reading their counts resets them: the next PID of the same
+// program sees only what was counted since.
+struct EcmReading {
   uint32_t existence = 0;
   uint32_t ccErrors = 0;
-  for (uint16_t k = 0; k < list.caNum && !ecmPids.full(); ++k) {
-    const uint16_t pid = list.ca[k].ecmPid;
-    if (list.ca[k].casid == caSysId && ecmPids.add(pid)) {
-      existence += checked::GetPreCAMPidExist(slotNo, pid);
-      ccErrors += checked::GetPreCAMCC(slotNo, pid);
-      checked::SetPreCAMCC(slotNo, pid, 0);
+
+  void add(uint32_t slotNo, uint16_t pid) {
+    existence += checked::GetPreCAMPidExist(slotNo, pid);
+    ccErrors += checked::GetPreCAMCC(slotNo, pid);
+    checked::SetPreCAMCC(slotNo, pid, 0);
+  }
+};
+
+uint8_t ecmStatus(uint32_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
+  EcmPids ecmPids;
+  EcmReading reading;
+  const CiDescCa *const end = list.ca + list.caNum;
+  for (const CiDescCa *ca = list.ca; ca != end && !ecmPids.full(); ++ca) {
+    if (likely(ca->casid == caSysId && ecmPids.add(ca->ecmPid))) {
+      reading.add(slotNo, ca->ecmPid);
     }
   }
-  if (existence == 0) {
+  if (reading.existence == 0) {
     return DESC_STAT_NO_ECM;
   }
-  return ccErrors != 0 ? DESC_STAT_ECM_CC : DESC_STAT_SCRAMBLED;
+  return reading.ccErrors != 0 ? DESC_STAT_ECM_CC : DESC_STAT_SCRAMBLED;
 }
 
 // Why a PID is not descrambled, by the stream before the CAM.

@@ -13,7 +13,7 @@ uint8_t readDescState(uint8_t slotNo, uint16_t pid, uint32_t pidType) {
 
 uint8_t pidStatus(uint8_t slotNo, const DescPidStat &record, FailureCause &cause, uint16_t e) {
   const uint8_t state = readDescState(slotNo, record.pid, record.type);
-  if (state == 0) {
+  if (likely(state == 0)) {
     return DESC_STAT_OK;
   }
   if (state == readFailed) {
