@@ -205,8 +205,9 @@ int32_t failed(const Call &call, const char *message) {
   return -1;
 }
 
-int32_t raise(const Call &call, AlarmRecord &record) {
+int32_t raise(const Call &call) {
   call.kind.raiseAction(call.slotNo, call.camSlot);
+  AlarmRecord record = makeRecord(call.kind, call.slotNo, call.camSlot);
   const int32_t index = AlarmAdd(&record);
   if (index < 0) {
     return failed(call, call.kind.raiseFailed);
@@ -229,12 +230,12 @@ int32_t whileMasked(const Call &call) {
   return call.alarm.alarm_traped == 1 ? clear(call, call.kind.maskClearFailed) : 0;
 }
 
-int32_t whileFaulty(const Call &call, AlarmRecord &record) {
+int32_t whileFaulty(const Call &call) {
   call.alarm.err_time_cnt = OSTimeGet();
   if (!longerThan(alarmRaiseDelay(call.kind.delayPair), call.alarm.ok_time_cnt)) {
     return 0;
   }
-  return call.alarm.alarm_traped == 0 ? raise(call, record) : call.kind.answersStanding;
+  return call.alarm.alarm_traped == 0 ? raise(call) : call.kind.answersStanding;
 }
 
 int32_t whileGood(const Call &call) {
@@ -259,9 +260,8 @@ int32_t runAlarmCheck(uint8_t slotNo, uint8_t camSlot, uint16_t kind, const Alar
   initialise(checkers[row]);
   const uint8_t place = kinds[row].scope == Scope::card ? 0 : camSlot;
   const Call call = {kinds[row], slotNo, place, checkers[row].alarm[slotNo][place]};
-  AlarmRecord record = makeRecord(call.kind, slotNo, place);
   if (masked(call, mask)) {
     return whileMasked(call);
   }
-  return call.kind.fault(*pCiData[slotNo], place) ? whileFaulty(call, record) : whileGood(call);
+  return call.kind.fault(*pCiData[slotNo], place) ? whileFaulty(call) : whileGood(call);
 }

@@ -2,79 +2,44 @@
 
 #include <string.h>
 
+#include "CiIf_capmt/CaDescriptors.h"
+
 namespace {
 
-constexpr uint8_t listSize = 32;
-constexpr uint32_t privSize = 256;
-
-// The CA descriptors of a list that the CAM supports.
-struct Collection {
-  uint8_t count = 0;
-  CiDescCa ca[listSize] = {};
-  uint8_t privLen[listSize] = {};
-  uint8_t privOff[listSize] = {};
-};
-
-Collection collect(const CiDescCaList &list, uint8_t index) {
-  Collection found;
-  for (uint16_t k = 0; k < list.caNum && found.count < listSize; ++k) {
-    if (ciLibCaSysIdMatch(index, list.ca[k].casid) != 0) {
-      continue;
-    }
-    found.ca[found.count] = list.ca[k];
-    found.privLen[found.count] = list.privLen[k];
-    found.privOff[found.count] = list.privOff[k];
-    ++found.count;
-  }
-  return found;
-}
-
-// Copies private bytes to the place that they have in the pool, up to the end of the pool as seen
-// from their own offset and from `boundOff`.
-void copyPrivate(uint8_t *area, const uint8_t *pool, uint8_t off, uint8_t len, uint8_t boundOff) {
-  const uint32_t end = privSize - (off > boundOff ? off : boundOff);
-  memcpy(area + off, pool + off, len < end ? len : end);
-}
-
-// The program and its streams hold their descriptors in fields of the same names.
+// Copies private bytes to the place that they have in the pool: those of each descriptor up to the
+// end of the pool as seen from their own offset and from `boundOff`.
 template <typename Level>
-void writeCa(Level &level, const Collection &found) {
-  level.caNum = found.count;
-  for (uint8_t k = 0; k < found.count; ++k) {
-    level.casid[k] = found.ca[k].casid;
-    level.caPid[k] = found.ca[k].ecmPid;
+void copyPrivate(Level &level, const PrivateRun &run, const uint8_t *pool, uint8_t boundOff) {
+  if (run.whole(privSize - boundOff)) {
+    memcpy(level.privData, pool, run.end);
+    return;
   }
-}
-
-template <typename Level>
-void writePrivate(Level &level, const Collection &found, uint8_t k, const uint8_t *pool,
-                  uint8_t boundOff) {
-  level.privLen[k] = found.privLen[k];
-  level.privOff[k] = found.privOff[k];
-  copyPrivate(level.privData, pool, found.privOff[k], found.privLen[k], boundOff);
+  for (uint8_t k = 0; k < level.caNum; ++k) {
+    const uint8_t off = level.privOff[k];
+    const uint32_t room = privSize - (off > boundOff ? off : boundOff);
+    const uint32_t len = level.privLen[k];
+    memcpy(level.privData + off, pool + off, len < room ? len : room);
+  }
 }
 
 void writeProgramCa(CaPmtProg &record, const CiDescProg &program, uint8_t index) {
-  const Collection found = collect(program.caList, index);
-  writeCa(record, found);
-  for (uint8_t k = 0; k < found.count; ++k) {
-    writePrivate(record, found, k, program.caList.privData, found.privOff[k]);
-  }
+  const PrivateRun run = writeCa(record, program.caList, index);
+  copyPrivate(record, run, program.caList.privData, 0);
 }
 
 // Stream s bounds all its private data by the offset in collection slot s, and leaves descriptors
 // without private data at offset 0.
 void writeStreamCa(CaPmtElem &entry, const CiDescElem &stream, uint8_t s, uint8_t index,
                    CaPmtCmdId cmdId) {
-  const Collection found = collect(stream.caList, index);
-  writeCa(entry, found);
-  if (found.count != 0) {
-    entry.cmdId = cmdId;
-  }
-  for (uint8_t k = 0; k < found.count; ++k) {
-    if (found.privLen[k] != 0) {
-      writePrivate(entry, found, k, stream.caList.privData, found.privOff[s]);
+  const PrivateRun run = writeCa(entry, stream.caList, index);
+  copyPrivate(entry, run, stream.caList.privData, entry.privOff[s]);
+  if (!run.whole(privSize)) {
+    for (uint8_t k = 0; k < entry.caNum; ++k) {
+      entry.privOff[k] = entry.privLen[k] != 0 ? entry.privOff[k] : 0;
     }
+  }
+  if (entry.caNum != 0) {
+    entry.cmdId = cmdId;
   }
 }
 
