@@ -1,6 +1,9 @@
-#include "CiIf_Status/AlarmChecks.h"
+#include <utility>
+
+#include "CiIf_Status/AlarmFilter.h"
 #include "CiIf_Status/Internal.h"
 
+namespace alarms {
 namespace {
 
 struct Check {
@@ -14,35 +17,80 @@ constexpr Check checks[] = {
     {ALARM_KIND_CA_SYS_MISMATCH, 1}, {ALARM_KIND_CA_PID_ABSENT, 0}, {ALARM_KIND_CA_PID_ABSENT, 1},
     {ALARM_KIND_CI_INPUT, 0},        {ALARM_KIND_DESCRAMBLE, 0},    {ALARM_KIND_DESCRAMBLE, 1},
 };
+constexpr size_t checkCount = sizeof checks / sizeof checks[0];
 
-}  // namespace
-
-int32_t camAlarm(uint32_t slotNo) {
-  int32_t result = 0;
-  for (const Check &check : checks) {
-    result = camAlarmCheck(slotNo, check.camSlot, check.kind);
-  }
-  return result;
-}
-
-int32_t camAlarmCheck(uint32_t slotNo, uint32_t camSlot, uint32_t kind) {
-  const uint8_t slot = static_cast<uint8_t>(slotNo);
-  const uint8_t cam = static_cast<uint8_t>(camSlot);
+// The card of a check; null after a message that tells what is wrong with its arguments.
+const CiData *checkedCard(uint8_t slot, uint8_t cam) {
   if (slot >= MAX_BOARD_NUM) {
     printf("camAlarmCheck slotNo=%d err! \n", slot);
-    return -1;
+    return nullptr;
   }
   if (cam >= MAX_CAM_NUM) {
     printf("camAlarmCheck camSlot=%d err! \n", cam);
-    return -1;
+    return nullptr;
   }
-  const CiData *card = pCiData[slot];
-  if (card == nullptr) {
+  if (pCiData[slot] == nullptr) {
     printf("camAlarmCheck pCiData[%d] == NULL!! \n", slot);
+  }
+  return pCiData[slot];
+}
+
+// What CamAlarmMask answers for the card's CAMs; non-zero holds a CAM's alarms clear.
+struct AlarmMask {
+  uint32_t cam[MAX_CAM_NUM];
+};
+
+// A field of two bytes is a fault only at 0, so its bytes can be taken together.
+bool faulty(const AlarmKind &kind, const CiData &card, uint8_t camSlot) {
+  const size_t size = kind.field.size;
+  const uint8_t *field =
+      reinterpret_cast<const uint8_t *>(&card) + kind.field.offset + camSlot * size;
+  const uint8_t value = static_cast<uint8_t>(field[0] | field[size - 1]);
+  return value >= kind.faultFirst && value <= kind.faultLast;
+}
+
+bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {
+  return kind.scope == Scope::card ? mask.cam[0] != 0 && mask.cam[1] != 0 : mask.cam[camSlot] != 0;
+}
+
+// In line: where the kind and the CAM are constants, most of a check folds.
+[[gnu::always_inline]] inline int32_t runCheck(uint8_t slot, uint8_t cam, uint16_t kindCode) {
+  const CiData *card = checkedCard(slot, cam);
+  if (card == nullptr) {
     return -1;
   }
   AlarmMask mask;
   mask.cam[0] = card->CamAlarmMask(slot, 0);
   mask.cam[1] = card->CamAlarmMask(slot, 1);
-  return runAlarmCheck(slot, cam, static_cast<uint16_t>(kind), mask);
+  const uint16_t row = static_cast<uint16_t>(kindCode - firstKind);
+  if (row >= kindCount) {
+    return 0;
+  }
+  const AlarmKind &kind = kinds[row];
+  const uint8_t place = kind.scope == Scope::card ? 0 : cam;
+  const AlarmCall call = {kind, slot, place, alarmState(row, slot, place)};
+  if (likely(!masked(kind, place, mask))) {
+    return likely(!faulty(kind, *card, place)) ? whileGood(call) : whileFaulty(call);
+  }
+  return whileMasked(call);
+}
+
+template <size_t... I>
+int32_t runChecks(uint8_t slot, std::index_sequence<I...>) {
+  int32_t result = 0;
+  ((result = runCheck(slot, checks[I].camSlot, checks[I].kind)), ...);
+  return result;
+}
+
+}  // namespace
+}  // namespace alarms
+
+int32_t camAlarm(uint32_t slotNo) {
+  return alarms::runChecks(static_cast<uint8_t>(slotNo),
+                           std::make_index_sequence<alarms::checkCount>{});
+}
+
+int32_t camAlarmCheck(uint32_t slotNo, uint32_t camSlot, uint32_t kind) {
+  return alarms::runCheck(static_cast<uint8_t>(slotNo), static_cast<uint8_t>(camSlot),
+                          static_cast<uint16_t>(kind));
 }

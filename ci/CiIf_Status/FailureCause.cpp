@@ -92,18 +92,17 @@ uint8_t replyStatus(const CamPass &pass, const CiDescProg &program, const ReplyE
   return DESC_STAT_SCRAMBLED;
 }
 
-// A CA list's ECM PIDs, up to 32, each once. Two PIDs alike in their low 8 bits are compared with
-// all before them; nearly all others are new at a glance.
+// A CA list's ECM PIDs, up to 32, each once. Two PIDs alike in their low 7 bits are compared with
+// all before them; most others are new at a glance.
 class EcmPids {
  public:
   bool full() const { return count_ == listSize; }
 
   // Whether the PID is new.
   bool add(uint16_t pid) {
-    uint32_t &group = seen_[pid & 7];
-    const uint32_t bit = 1u << (pid >> 3 & 31);
-    if (likely((group & bit) == 0) || !has(pid)) {
-      group |= bit;
+    bool &seen = seen_[pid % groups];
+    if (likely(!seen) || !has(pid)) {
+      seen = true;
       pid_[count_++] = pid;
       return true;
     }
@@ -112,6 +111,7 @@ class EcmPids {
 
  private:
   static constexpr uint32_t listSize = 32;
+  static constexpr uint32_t groups = 128;
 
   bool has(uint16_t pid) const {
     for (uint32_t k = 0; k < count_; ++k) {
@@ -122,7 +122,7 @@ class EcmPids {
     return false;
   }
 
-  uint32_t seen_[8] = {};
+  bool seen_[groups] = {};
   uint32_t count_ = 0;
   uint16_t pid_[listSize];
 };
@@ -133,19 +133,19 @@ struct EcmReading {
   uint32_t existence = 0;
   uint32_t ccErrors = 0;
 
-  void add(uint32_t slotNo, uint16_t pid) {
+  void add(size_t slotNo, uint16_t pid) {
     existence += checked::GetPreCAMPidExist(slotNo, pid);
     ccErrors += checked::GetPreCAMCC(slotNo, pid);
     checked::SetPreCAMCC(slotNo, pid, 0);
   }
 };
 
-uint8_t ecmStatus(uint32_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
+uint8_t ecmStatus(size_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
   EcmPids ecmPids;
   EcmReading reading;
   const CiDescCa *const end = list.ca + list.caNum;
   for (const CiDescCa *ca = list.ca; ca != end && !ecmPids.full(); ++ca) {
-    if (likely(ca->casid == caSysId && ecmPids.add(ca->ecmPid))) {
+    if (likely(ca->casid == caSysId) && likely(ecmPids.add(ca->ecmPid))) {
       reading.add(slotNo, ca->ecmPid);
     }
   }
@@ -156,8 +156,7 @@ uint8_t ecmStatus(uint32_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
 }
 
 // Why a PID is not descrambled, by the stream before the CAM.
-uint8_t streamStatus(const CamPass &pass, const CiDescProg &program,
-                     const CiDescElem &stream) {
+uint8_t streamStatus(const CamPass &pass, const CiDescProg &program, const CiDescElem &stream) {
   switch (caLevel(program)) {
     case CaLevel::stream:
       return ecmStatus(pass.slotNo, stream.caList, pass.caSysId);

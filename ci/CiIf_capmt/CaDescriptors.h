@@ -24,9 +24,9 @@ struct PrivateRun {
   static constexpr uint32_t noRun = 0x10000;
 };
 
-// Writes the CA descriptors of a list that the CAM at `index` supports, but for their private bytes.
-// The program and its streams hold them in fields of the same names. Calls ciLibCaSysIdMatch for
-// each of the list.
+// Writes the CA descriptors of a list that the CAM at `index` supports, but for their private
+// bytes. The program and its streams hold them in fields of the same names. Calls ciLibCaSysIdMatch
+// for each of the list.
 template <typename Level>
 PrivateRun writeCa(Level &level, const CiDescCaList &list, uint8_t index);
 

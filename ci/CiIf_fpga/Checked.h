@@ -7,10 +7,14 @@
 
 namespace checked {
 
-#define REPORTED(name, failure) \
-  [[maybe_unused]] constexpr Reported name { &CiData::name, #name, failure }
-#define ASSERTED(name, range) \
-  [[maybe_unused]] constexpr Asserted name { &CiData::name, "pCiData[slotNo]->" #name, Range::range }
+#define REPORTED(name, failure)              \
+  [[maybe_unused]] constexpr Reported name { \
+    &CiData::name, #name, failure            \
+  }
+#define ASSERTED(name, range)                              \
+  [[maybe_unused]] constexpr Asserted name {               \
+    &CiData::name, "pCiData[slotNo]->" #name, Range::range \
+  }
 
 // Functions with a result answer 0 where one is missing, PllReg alone -1. Three of those without
 // one trust the slot number.

@@ -15,7 +15,7 @@ void assertMissing(Range range, uint32_t slotNo, const char *condition);
 
 // A function of the slot's record; null when anything on the way to it is missing.
 template <typename Function>
-Function registered(Range range, uint32_t slotNo, Function CiData::*field) {
+Function registered(Range range, size_t slotNo, Function CiData::*field) {
   const bool inRange = range == Range::vouched || slotNo < MAX_BOARD_NUM;
   return inRange && pCiData[slotNo] != nullptr ? pCiData[slotNo]->*field : nullptr;
 }
@@ -41,13 +41,13 @@ struct Reported {
   Result failure;
 
   template <typename... Args>
-  Result operator()(uint32_t slotNo, Args... args) const {
+  Result operator()(size_t slotNo, Args... args) const {
     const auto function = registered(Range::checked, slotNo, field);
     if (function == nullptr) {
-      reportMissing(slotNo, name);
+      reportMissing(static_cast<uint32_t>(slotNo), name);
       return failure;
     }
-    return cut(function(slotNo, static_cast<Params>(args)...));
+    return cut(function(static_cast<uint32_t>(slotNo), static_cast<Params>(args)...));
   }
 };
 
@@ -59,10 +59,10 @@ struct Asserted {
   Range range;
 
   template <typename... Args>
-  void operator()(uint32_t slotNo, Args... args) const {
+  void operator()(size_t slotNo, Args... args) const {
     const auto function = registered(range, slotNo, field);
     if (function == nullptr) {
-      assertMissing(range, slotNo, condition);
+      assertMissing(range, static_cast<uint32_t>(slotNo), condition);
       return;
     }
     function(static_cast<Slot>(slotNo), static_cast<Params>(args)...);

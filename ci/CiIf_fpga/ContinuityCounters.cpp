@@ -1,18 +1,17 @@
 #include "CiCommon.h"
-#include "CiIf_fpga/Checked.h"
 #include "CiIf_fpga/CiIf_fpga.h"
 
 namespace {
 
 void clearCounts(uint32_t slotNo, uint16_t pid) {
-  checked::SetPreCAMCC(slotNo, pid, 0);
-  checked::SetCAMCC(slotNo, pid, 0);
+  SetPreCAMCC(slotNo, pid, 0);
+  SetCAMCC(slotNo, pid, 0);
   printf("PID 0x%x clr cc!!\n", pid);
 }
 
 void printCounts(uint32_t slotNo, uint16_t pid) {
-  const uint16_t before = checked::GetPreCAMCC(slotNo, pid);
-  const uint16_t behind = checked::GetCAMCC(slotNo, pid);
+  const uint16_t before = GetPreCAMCC(slotNo, pid);
+  const uint16_t behind = GetCAMCC(slotNo, pid);
   printf("PID 0x%x Pre_CC = %d,CAM_CC = %d \n", pid, before, behind);
 }
 

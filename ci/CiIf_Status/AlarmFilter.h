@@ -1,0 +1,56 @@
+// The delay filter that all kinds of alarm share, and its state.
+#ifndef ALARM_FILTER_H
+#define ALARM_FILTER_H
+
+#include "CiCommon.h"
+#include "CiIf_Status/AlarmKinds.h"
+
+namespace alarms {
+
+// One alarm: of a CAM, or of a card in the place of its CAM A.
+struct AlarmState {
+  uint32_t ok_time_cnt;   // last call that saw no fault
+  uint32_t err_time_cnt;  // last call that saw the fault
+  int32_t alarm_index;    // as AlarmAdd gave it
+  uint8_t alarm_traped;   // 1 while raised
+};
+
+struct Checker {
+  uint8_t sValInitDone;
+  AlarmState alarm[MAX_BOARD_NUM][MAX_CAM_NUM];
+};
+
+extern Checker checkers[kindCount];
+
+void initialise(Checker &checker);
+
+inline AlarmState &alarmState(uint16_t row, uint8_t slotNo, uint8_t camSlot) {
+  Checker &checker = checkers[row];
+  if (checker.sValInitDone == 0) {
+    initialise(checker);
+  }
+  return checker.alarm[slotNo][camSlot];
+}
+
+// One call of a check.
+struct AlarmCall {
+  const AlarmKind &kind;
+  uint8_t slotNo;
+  uint8_t camSlot;
+  AlarmState &alarm;
+};
+
+// What a call does while the alarm is masked, while its fault is seen and while it is not, each
+// with the result of camAlarmCheck. Raise and clear the alarm when its delay has run out.
+int32_t whileMasked(const AlarmCall &call);
+int32_t whileFaulty(const AlarmCall &call);
+int32_t clearWhenDue(const AlarmCall &call);
+
+inline int32_t whileGood(const AlarmCall &call) {
+  call.alarm.ok_time_cnt = OSTimeGet();
+  return likely(call.alarm.alarm_traped == 0) ? 0 : clearWhenDue(call);
+}
+
+}  // namespace alarms
+
+#endif
