@@ -40,6 +40,20 @@ struct AlarmMask {
   uint32_t cam[MAX_CAM_NUM];
 };
 
+// The card of a check, asked for its masks; null when there is none to ask.
+[[gnu::always_inline]] inline const CiData *askMasks(uint8_t slot, uint8_t cam, AlarmMask &mask) {
+  const CiData *card = checkedCard(slot, cam);
+  if (likely(card != nullptr)) {
+    mask.cam[0] = card->CamAlarmMask(slot, 0);
+    mask.cam[1] = card->CamAlarmMask(slot, 1);
+  }
+  return card;
+}
+
+uint8_t placeOf(const AlarmKind &kind, uint8_t cam) {
+  return kind.scope == Scope::card ? 0 : cam;
+}
+
 // A field of two bytes is a fault only at 0, so its bytes can be taken together.
 bool faulty(const AlarmKind &kind, const CiData &card, uint8_t camSlot) {
   const size_t size = kind.field.size;
@@ -54,20 +68,14 @@ bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {
 }
 
 // In line: where the kind and the CAM are constants, most of a check folds.
-[[gnu::always_inline]] inline int32_t runCheck(uint8_t slot, uint8_t cam, uint16_t kindCode) {
-  const CiData *card = checkedCard(slot, cam);
+[[gnu::always_inline]] inline int32_t runCheck(uint8_t slot, uint8_t cam, uint16_t row) {
+  AlarmMask mask;
+  const CiData *card = askMasks(slot, cam, mask);
   if (card == nullptr) {
     return -1;
   }
-  AlarmMask mask;
-  mask.cam[0] = card->CamAlarmMask(slot, 0);
-  mask.cam[1] = card->CamAlarmMask(slot, 1);
-  const uint16_t row = static_cast<uint16_t>(kindCode - firstKind);
-  if (row >= kindCount) {
-    return 0;
-  }
   const AlarmKind &kind = kinds[row];
-  const uint8_t place = kind.scope == Scope::card ? 0 : cam;
+  const uint8_t place = placeOf(kind, cam);
   const AlarmCall call = {kind, slot, place, alarmState(row, slot, place)};
   if (likely(!masked(kind, place, mask))) {
     return likely(!faulty(kind, *card, place)) ? whileGood(call) : whileFaulty(call);
@@ -78,7 +86,7 @@ bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {
 template <size_t... I>
 int32_t runChecks(uint8_t slot, std::index_sequence<I...>) {
   int32_t result = 0;
-  ((result = runCheck(slot, checks[I].camSlot, checks[I].kind)), ...);
+  ((result = runCheck(slot, checks[I].camSlot, rowOf(checks[I].kind))), ...);
   return result;
 }
 
@@ -91,6 +99,12 @@ int32_t camAlarm(uint32_t slotNo) {
 }
 
 int32_t camAlarmCheck(uint32_t slotNo, uint32_t camSlot, uint32_t kind) {
-  return alarms::runCheck(static_cast<uint8_t>(slotNo), static_cast<uint8_t>(camSlot),
-                          static_cast<uint16_t>(kind));
+  const uint8_t slot = static_cast<uint8_t>(slotNo);
+  const uint8_t cam = static_cast<uint8_t>(camSlot);
+  const uint16_t row = alarms::rowOf(kind);
+  if (row < alarms::kindCount) {
+    return alarms::runCheck(slot, cam, row);
+  }
+  alarms::AlarmMask unused;
+  return alarms::askMasks(slot, cam, unused) != nullptr ? 0 : -1;
 }

@@ -130,6 +130,11 @@ constexpr AlarmKind kinds[] = {
      UPPER_CAM_DEL},
 };
 
+// The row of a kind, of which 16 bits count; kindCount or more for an unknown one.
+constexpr uint16_t rowOf(uint32_t kind) {
+  return static_cast<uint16_t>(kind - firstKind);
+}
+
 constexpr bool kindsConsecutive() {
   for (uint8_t i = 0; i < kindCount; ++i) {
     if (kinds[i].kind != firstKind + i) {

@@ -34,8 +34,11 @@ struct Count {
 // All statuses in one byte: DESC_STAT_OK has all bits set, so it is left only when all are that.
 uint8_t common(const DescProgStat &program, uint16_t eleNum) {
   uint8_t bits = DESC_STAT_OK;
-  for (uint16_t e = 0; e < eleNum; ++e) {
-    bits &= program.pid[e].status;
+  if (eleNum % 2 != 0) {
+    bits = program.pid[eleNum - 1].status;
+  }
+  for (uint16_t e = 0; e < eleNum / 2; ++e) {
+    bits &= program.pid[2 * e].status & program.pid[2 * e + 1].status;
   }
   return bits;
 }

@@ -17,28 +17,41 @@ CaLevel caLevel(const CiDescProg &program) {
   return (program.caLevel & 1) != 0 ? CaLevel::program : CaLevel::none;
 }
 
-// The field of a reply at a byte offset of caPmtReplyInfo.
+// EN 50221 CA_enable: descrambling is not possible.
+constexpr uint8_t noEntitlement = 0x71;
+constexpr uint8_t technicalReasons = 0x73;
+
+// The field of a reply at a byte offset of caPmtReplyInfo, 0 behind its end. The counts in a reply
+// are the CAM's: a walk may leave the entry and the record that it began in.
 template <typename Field>
-Field fieldAt(size_t offset) {
-  Field field;
-  memcpy(&field, reinterpret_cast<const uint8_t *>(caPmtReplyInfo) + offset, sizeof field);
+Field replyField(size_t offset) {
+  Field field = 0;
+  if (offset + sizeof field <= sizeof caPmtReplyInfo) {
+    memcpy(&field, reinterpret_cast<const uint8_t *>(caPmtReplyInfo) + offset, sizeof field);
+  }
   return field;
 }
 
-// The same, 0 behind the end. The counts in a reply are the CAM's: a walk may leave the entry and
-// the record that it began in.
-template <typename Field>
-Field replyField(size_t offset) {
-  return offset + sizeof(Field) <= sizeof caPmtReplyInfo ? fieldAt<Field>(offset) : Field{0};
+// Whether any CA_enable in reach of an entry is a refusal, that behind its last stream included.
+bool refusesAny(size_t entry) {
+  const uint8_t count = replyField<uint8_t>(entry + offsetof(CaPmtReplyProg, eleNum));
+  size_t offset = entry + offsetof(CaPmtReplyProg, ele) + offsetof(CaPmtReplyElem, caEnable);
+  uint8_t caEnable = replyField<uint8_t>(entry + offsetof(CaPmtReplyProg, caEnable));
+  for (uint16_t n = 0; n <= count && caEnable != noEntitlement && caEnable != technicalReasons;
+       ++n) {
+    caEnable = replyField<uint8_t>(offset);
+    offset += sizeof(CaPmtReplyElem);
+  }
+  return caEnable == noEntitlement || caEnable == technicalReasons;
 }
 
-ReplyEntries replyEntries(const CamPass &pass, uint16_t progNum) {
+ReplyEntries refusingEntries(const CamPass &pass, uint16_t progNum) {
   const uint32_t record = pass.slotNo * MAX_CAM_NUM + pass.camSlot;
   const uint16_t count = caPmtReplyInfo[record].progNum;
   size_t entry = record * sizeof(CaPmtReply) + offsetof(CaPmtReply, prog);
   ReplyEntries entries;
   for (uint16_t i = 0; i < count && entry < sizeof caPmtReplyInfo; ++i) {
-    if (replyField<uint16_t>(entry) == progNum) {
+    if (replyField<uint16_t>(entry) == progNum && refusesAny(entry)) {
       entries.begin = entries.end == 0 ? entry : entries.begin;
       entries.end = entry + sizeof(CaPmtReplyProg);
     }
@@ -52,9 +65,7 @@ ReplyEntries replyEntries(const CamPass &pass, uint16_t progNum) {
 uint8_t streamCaEnable(size_t entry, uint16_t pid) {
   const uint8_t count = replyField<uint8_t>(entry + offsetof(CaPmtReplyProg, eleNum));
   size_t stream = entry + offsetof(CaPmtReplyProg, ele);
-  size_t end = stream + count * sizeof(CaPmtReplyElem);
-  end = end < sizeof caPmtReplyInfo ? end : sizeof caPmtReplyInfo;
-  while (stream < end && fieldAt<uint16_t>(stream) != pid) {
+  for (uint8_t n = 0; n < count && replyField<uint16_t>(stream) != pid; ++n) {
     stream += sizeof(CaPmtReplyElem);
   }
   return replyField<uint8_t>(stream + offsetof(CaPmtReplyElem, caEnable));
@@ -81,18 +92,18 @@ uint8_t replyStatus(const CamPass &pass, const CiDescProg &program, const ReplyE
       continue;
     }
     const uint8_t caEnable = entryCaEnable(entry, caLevel(program), pid);
-    if (caEnable == 0x71) {
+    if (caEnable == noEntitlement) {
       bbPrintf("card %d Program %04x NO_ENTITLEMENT\n", pass.slotNo + 1, program.prog_num);
       return DESC_STAT_NO_ENTITLEMENT;
     }
-    if (caEnable == 0x73) {
+    if (caEnable == technicalReasons) {
       return DESC_STAT_TECHNICAL;
     }
   }
   return DESC_STAT_SCRAMBLED;
 }
 
-// A CA list's ECM PIDs, up to 32, each once. Two PIDs alike in their low 7 bits are compared with
+// A CA list's ECM PIDs, up to 32, each once. Two PIDs alike in their low 6 bits are compared with
 // all before them; most others are new at a glance.
 class EcmPids {
  public:
@@ -111,7 +122,7 @@ class EcmPids {
 
  private:
   static constexpr uint32_t listSize = 32;
-  static constexpr uint32_t groups = 128;
+  static constexpr uint32_t groups = 64;
 
   bool has(uint16_t pid) const {
     for (uint32_t k = 0; k < count_; ++k) {
@@ -145,7 +156,7 @@ uint8_t ecmStatus(size_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
   EcmReading reading;
   const CiDescCa *const end = list.ca + list.caNum;
   for (const CiDescCa *ca = list.ca; ca != end && !ecmPids.full(); ++ca) {
-    if (likely(ca->casid == caSysId) && likely(ecmPids.add(ca->ecmPid))) {
+    if (likely(ca->casid == caSysId && ecmPids.add(ca->ecmPid))) {
       reading.add(slotNo, ca->ecmPid);
     }
   }
@@ -173,7 +184,7 @@ uint8_t streamStatus(const CamPass &pass, const CiDescProg &program, const CiDes
 uint8_t FailureCause::ofStream(uint16_t e) {
   const CiDescElem &stream = program_.ele[e];
   if (!searched_) {
-    entries_ = replyEntries(pass_, program_.prog_num);
+    entries_ = refusingEntries(pass_, program_.prog_num);
     searched_ = true;
   }
   const uint8_t status = replyStatus(pass_, program_, entries_, stream.pid);

@@ -11,8 +11,8 @@ struct CamPass {
   uint16_t caSysId;  // the CA system that the CAM supports, 0 none
 };
 
-// A program's entries of a CAM's reply lie from `begin` up to `end`, byte offsets of
-// caPmtReplyInfo, other programs' perhaps between them.
+// The entries of a CAM's reply that may refuse a stream of a program lie from `begin` up to `end`,
+// byte offsets of caPmtReplyInfo, others perhaps between them.
 struct ReplyEntries {
   size_t begin = 0;
   size_t end = 0;
@@ -30,7 +30,7 @@ class FailureCause {
   const CamPass &pass_;
   const CiDescProg &program_;
   bool searched_ = false;  // the reply is searched for a program's first such stream alone
-  ReplyEntries entries_;
+  ReplyEntries entries_;   // empty: nothing is refused, so no PID need be looked up
 };
 
 #endif
