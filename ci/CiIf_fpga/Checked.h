@@ -7,12 +7,12 @@
 
 namespace checked {
 
-#define REPORTED(name, failure)              \
-  [[maybe_unused]] constexpr Reported name { \
-    &CiData::name, #name, failure            \
+#define REPORTED(name, failure)                     \
+  [[maybe_unused]] constexpr auto name = Reported { \
+    &CiData::name, #name, failure                   \
   }
 #define ASSERTED(name, range)                              \
-  [[maybe_unused]] constexpr Asserted name {               \
+  [[maybe_unused]] constexpr auto name = Asserted {        \
     &CiData::name, "pCiData[slotNo]->" #name, Range::range \
   }
 
