@@ -1,25 +1,32 @@
 #include "Findings.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <iterator>
 
 namespace rules {
 
 namespace {
 
-constexpr uint8_t statuses[] = {DESC_STAT_SCRAMBLED, DESC_STAT_NO_ENTITLEMENT, DESC_STAT_TECHNICAL,
-                                DESC_STAT_NO_ECM,    DESC_STAT_ECM_CC,         DESC_STAT_UNKNOWN,
-                                DESC_STAT_OK};
-
 constexpr uint8_t partScrambled = DESC_SUM_PART | DESC_SUM_SCRAMBLED;
 constexpr uint8_t allScrambled = DESC_SUM_ALL | DESC_SUM_SCRAMBLED;
-constexpr uint8_t summaries[] = {DESC_SUM_OK,   DESC_SUM_PART, DESC_SUM_ALL,
-                                 partScrambled, allScrambled,  DESC_SUM_ERROR};
 
-template <size_t N>
-bool oneOf(uint8_t value, const uint8_t (&codes)[N]) {
-  return std::find(std::begin(codes), std::end(codes), value) != std::end(codes);
-}
+// By code, since every status of every cycle is looked up.
+struct Codes {
+  bool has[256] = {};
+
+  constexpr Codes(std::initializer_list<uint8_t> codes) {
+    for (const uint8_t code : codes) {
+      has[code] = true;
+    }
+  }
+};
+
+constexpr Codes statuses = {DESC_STAT_SCRAMBLED, DESC_STAT_NO_ENTITLEMENT, DESC_STAT_TECHNICAL,
+                            DESC_STAT_NO_ECM,    DESC_STAT_ECM_CC,         DESC_STAT_UNKNOWN,
+                            DESC_STAT_OK};
+constexpr Codes summaries = {DESC_SUM_OK,   DESC_SUM_PART, DESC_SUM_ALL,
+                             partScrambled, allScrambled,  DESC_SUM_ERROR};
 
 bool isFlag(uint32_t value) {
   return value <= 1 || value == 0xFF;
@@ -32,12 +39,12 @@ bool isSound(const CaPmtElem &stream) {
 }  // namespace
 
 bool isStatus(uint8_t status) {
-  return oneOf(status, statuses);
+  return statuses.has[status];
 }
 
 bool areFindings(const CiData &card, uint32_t camSlot) {
   return isFlag(card.cimaxStat) && isFlag(card.preCamPidStat[camSlot]) &&
-         isFlag(card.casidStat[camSlot]) && oneOf(card.descStat[camSlot], summaries);
+         isFlag(card.casidStat[camSlot]) && summaries.has[card.descStat[camSlot]];
 }
 
 bool haveStatuses(const DescProgStat &row, const CiDescProg &program) {

@@ -97,6 +97,7 @@ void connectLibrary() {
     CaPMTFlag[i] = &semaphores[i];
   }
   for (uint32_t k = 0; k < 32; ++k) {
+    records[k] = {};
     CaPmtInfo[k] = &records[k];
   }
   CaPmtSem = &semaphores[lockIndex];
@@ -143,9 +144,6 @@ SEM_ID CaPmtSem;
 SEM_ID CaPMTFlag[flagCount];
 CaPmtReply caPmtReplyInfo[flagCount];
 volatile uint32_t is_all_card_loaded = 1;
-
-void *leanMalloc(size_t size);
-int leanPrintf(const char *format, ...);
 
 void *leanMalloc(size_t size) {
   rules::memoryTaken(size);

@@ -26,4 +26,8 @@ void askStatus(uint32_t slotNo, uint32_t query);
 
 }  // namespace lean
 
+// What the module calls in place of malloc and printf.
+extern "C" void *leanMalloc(size_t size);
+extern "C" int leanPrintf(const char *format, ...);
+
 #endif
