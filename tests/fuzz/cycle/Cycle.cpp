@@ -41,6 +41,7 @@ void makeProgram(CiDescProg &program, Input &input) {
   const uint32_t lists = input.below(33);
   program.prog_num = static_cast<uint16_t>(input.below(8));
   program.caLevel = shape & 3;
+  program.reserved = 0xA5;  // stands behind the private data: shows when it is copied with them
   program.camMask = shape >> 2 & 3;
   program.eleNum = static_cast<uint16_t>(input.below(33));
   Noise noise(input.byte());
