@@ -12,6 +12,7 @@ namespace {
 
 constexpr uint32_t dayMs = 86400000;
 constexpr uint32_t cycleMs = 1000;
+constexpr uint32_t recoveryMs = 600000;
 
 uint64_t setting(const char *name, uint64_t otherwise) {
   const char *text = std::getenv(name);
@@ -172,6 +173,21 @@ void runStep(uint32_t periodMs) {
   }
 }
 
+// With all well again the module has to find it so, and to let its alarms go.
+void expectRecovery(uint32_t periodMs) {
+  world = World();
+  const uint32_t begun = lean::now;
+  while (lean::now - begun < recoveryMs) {
+    runStep(periodMs);
+  }
+  for (uint32_t slotNo = 0; slotNo < MAX_BOARD_NUM; ++slotNo) {
+    require(!rules::anyAlarm(slotNo), "an alarm outlives its fault");
+    for (const uint8_t summary : pCiData[slotNo]->descStat) {
+      require(summary == DESC_SUM_OK, "programs stay scrambled");
+    }
+  }
+}
+
 void printCounts(uint32_t wraps) {
   const rules::Counts &counts = rules::counts;
   const auto number = [](uint64_t count) { return static_cast<unsigned long long>(count); };
@@ -224,6 +240,7 @@ int main() {
   if (done.elapsed >= dayMs) {
     expectEverySort(rules::counts);
   }
+  expectRecovery(periodMs);
   printCounts(done.wraps);
   memory.print();
   return 0;
