@@ -139,9 +139,10 @@ class MemoryWatch {
 
   void print() const {
     std::printf(
-        "%u days, %zu bytes on the heap since the start, %zu KiB of pages after a day, "
-        "%zu KiB at the end\n",
-        days_, heap_, firstDay_ / 1024, last_.anonymous / 1024);
+        "%u days, %u card records, %zu bytes on the heap since the start, "
+        "%zu KiB of pages after a day, %zu KiB at the end\n",
+        days_, static_cast<unsigned>(rules::counts.records), heap_, firstDay_ / 1024,
+        last_.anonymous / 1024);
   }
 
  private:
