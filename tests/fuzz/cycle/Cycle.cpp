@@ -4,8 +4,8 @@
 
 #include "CiPlatform.h"
 #include "Input.h"
-#include "Rules.h"
 #include "World.h"
+#include "invariants/Platform.h"
 
 using fuzz::Input;
 using fuzz::Noise;
@@ -41,6 +41,7 @@ void makeProgram(CiDescProg &program, Input &input) {
   const uint32_t lists = input.below(33);
   program.prog_num = static_cast<uint16_t>(input.below(8));
   program.caLevel = shape & 3;
+  program.reserved = 0xA5;  // stands behind the private data: shows when it is copied with them
   program.camMask = shape >> 2 & 3;
   program.eleNum = static_cast<uint16_t>(input.below(33));
   Noise noise(input.byte());
@@ -78,16 +79,11 @@ void makeTable(Input &input) {
 // ------------------------------------------------------------------------------------------------
 
 void cycle() {
-  rules::cycleBegins();
-  wentThrough();
-  camStatusCheck(static_cast<uint8_t>(world.slotNo));
-  rules::cycleEnded(world.slotNo, &table, wentThrough());
-  const int32_t result = camAlarm(world.slotNo);
-  require(result >= -1 && result <= 1, "another answer of the alarm checks");
+  lean::supervise(world.slotNo, table);
 }
 
 void pass(uint32_t ms) {
-  world.now += ms;
+  lean::now += ms;
 }
 
 void changeAnswer(Input &input) {
@@ -118,7 +114,7 @@ void changeCam(Input &input) {
       cam.replies = input.flag();
       break;
     default:
-      cam.flag = true;
+      lean::wantCaPmt(world.slotNo, choice & 1);
       break;
   }
 }
@@ -134,7 +130,7 @@ void query(Input &input) {
     return;
   }
   const uint32_t program = input.below(table.descProgCnt);
-  rules::checkStatus(getDescStatWeb(world.slotNo, program << 16 | input.word()));
+  lean::askStatus(world.slotNo, program << 16 | input.word());
 }
 
 void diagnose(Input &input) {
@@ -238,17 +234,16 @@ void cycles(uint32_t count, uint32_t apart) {
 
 // Alarms are cleared, a CA PMT and a query go out, resets are armed.
 void settle(uint32_t slotNo) {
-  const uint32_t now = world.now;
   world = World();
-  world.now = now;
   world.slotNo = slotNo;
+  rules::choose(slotNo);
   caPmtReplyInfo[slotNo * MAX_CAM_NUM] = {};
   caPmtReplyInfo[slotNo * MAX_CAM_NUM + 1] = {};
   standardLimits();
   standardTable();
-  for (CamWorld &cam : world.cam) {
-    cam.flag = true;
-    cam.masked = Answer::bad;
+  for (uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
+    lean::wantCaPmt(slotNo, camSlot);
+    world.cam[camSlot].masked = Answer::bad;
   }
   rules::counts = {};
   cycles(3, 20 * second);
@@ -267,7 +262,7 @@ void settle(uint32_t slotNo) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  startPlatform();
+  startWorld();
   return 0;
 }
 

@@ -1,4 +1,4 @@
-// A platform that answers what the input says and tells the rules what the module does.
+// What the chassis of an input is like; it answers accordingly.
 #ifndef TESTS_FUZZ_CYCLE_WORLD_H
 #define TESTS_FUZZ_CYCLE_WORLD_H
 
@@ -14,13 +14,11 @@ struct CamWorld {
   Answer inserted = Answer::good;
   Answer masked = Answer::good;
   uint8_t supports = 0xFF;  // bit n: CA systems with the low bits n
-  bool flag = false;        // wants a fresh CA PMT
   bool noIndex = false;     // the library knows no such CAM
   bool replies = false;     // to queries, with anything
 };
 
 struct World {
-  uint32_t now = 0;
   uint32_t slotNo = 0;  // of the card that the input is about
   Answer online = Answer::good;
   Answer busy = Answer::good;
@@ -49,7 +47,7 @@ extern uint8_t mux[128 + 64 * 236 + 2048];
 // Fills the whole reply record of a CAM with small numbers that meet the table's, counts included.
 void randomReply(uint32_t record, fuzz::Noise &noise);
 
-void startPlatform();
-bool wentThrough();  // whether the cycle since the last call reached its resets
+// Starts the platform with these answers; a broken rule is a finding.
+void startWorld();
 
 #endif
