@@ -52,11 +52,11 @@ void fill(CaPmtReply &reply, Random &random) {
   for (size_t p = 0; p < 6; ++p) {
     CaPmtReplyProg &program = reply.prog[p];
     program.progNum = static_cast<uint16_t>(1 + random.below(3));
-    program.caEnable = random.of<uint8_t>({0, 1, 0x71, 0x73});
+    program.caEnable = random.of<uint8_t>({0, 1, 0x70, 0x71, 0x72, 0x73, 0xFF});
     program.eleNum = static_cast<uint8_t>(random.below(4));
     for (size_t e = 0; e < 5; ++e) {
       program.ele[e].pid = static_cast<uint16_t>(0x200 + random.below(3));
-      program.ele[e].caEnable = random.of<uint8_t>({0, 1, 1, 1, 1, 1, 1, 0x71, 0x73});
+      program.ele[e].caEnable = random.of<uint8_t>({0, 1, 1, 1, 0x70, 0x72, 0xFF, 0x71, 0x73});
     }
   }
 }

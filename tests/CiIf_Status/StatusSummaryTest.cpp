@@ -78,6 +78,28 @@ TEST_P(Summary, CondensesTheStatuses) {
   EXPECT_EQ(platform.take(), (Calls{"GetProgDesc(3)"}));
 }
 
+// One program of `count` PIDs, descrambled but for the one at `bad`, with any status behind them.
+uint8_t summaryOfOneBad(size_t count, size_t bad, uint8_t behind) {
+  setStatuses({Statuses(count, DESCRAMBLED)});
+  for (size_t e = count; e < 32; ++e) {
+    DescStatus[SLOT][0].pid[e].status = behind;
+  }
+  DescStatus[SLOT][0].pid[bad].status = SCRAMBLED;
+  return getDescStat(SLOT, 0);
+}
+
+TEST(OneBadPid, IsFoundAtEveryPlaceAndNotBehindTheLast) {
+  registerCard(SLOT);
+  for (size_t count = 1; count <= 32; ++count) {
+    for (size_t bad = 0; bad < 32; ++bad) {
+      const uint8_t found = count == 1 ? DESC_SUM_ALL : DESC_SUM_PART;
+      const uint8_t summary = bad < count ? found | DESC_SUM_SCRAMBLED : DESC_SUM_OK;
+      EXPECT_EQ(summaryOfOneBad(count, bad, DESCRAMBLED), summary) << count << ' ' << bad;
+      EXPECT_EQ(summaryOfOneBad(count, bad, SCRAMBLED), summary) << count << ' ' << bad;
+    }
+  }
+}
+
 // `bad` statuses followed by `good` descrambled ones, spread over programs of 32 streams.
 std::vector<Statuses> spread(size_t bad, size_t good, uint8_t status) {
   std::vector<Statuses> programs;
