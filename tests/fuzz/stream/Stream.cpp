@@ -259,17 +259,16 @@ void checkTable(const CiDesc &table) {
   }
 }
 
-// A card with a CAM. They are large, so all inputs have the same ones; each begins with a card that
-// was put in anew and a CAM that was reset.
+// A card with a CAM. They are large, so all inputs have the same ones; each that can
+// be played puts the card in anew and resets the CAM.
 class Rack {
  public:
   Rack() { card_.setCam(0, &cam_); }
 
   // Plays the stream about twice.
   void play(const std::string &path, size_t size, Input &input) {
-    card_.remove();
-    cam_.reset(0);
     card_.insert(path, input.flag() ? 0 : 1504000, 0);
+    cam_.reset(0);
     require(card_.bitrate() > 0 && !card_.programs().empty(), "a card plays nothing");
     assign(input);
     require(card_.inPortForm()->caNum <= 32, "input-port form too long");
