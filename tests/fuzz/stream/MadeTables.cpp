@@ -132,6 +132,11 @@ class Packer {
     std::vector<chassis::TsPacket> packets;
     while (done_ < bytes_.size()) {
       packets.push_back(packet());
+      // A packet may come twice.
+      const bool starts = (packets.back()[1] & 0x40) != 0;
+      if (!starts && noise_.below(4) == 0) {
+        packets.push_back(packets.back());
+      }
     }
     return packets;
   }
@@ -221,7 +226,7 @@ class Model {
 
   void takeAssociation(const Section &section) {
     // libdvbpsi passes over one without a line, until it had one with a line.
-    const bool begins = patVersion_ || section.size() > 12;
+    const bool begins = patVersion_ || !reading::association(section).empty();
     if (!begins || patVersion_ == versionOf(section)) {
       return;
     }
