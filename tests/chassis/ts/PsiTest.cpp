@@ -236,6 +236,23 @@ TEST(Psi, DropsSectionsWhoseInnerLengthsDoNotFit) {
   EXPECT_EQ(reading.reader.psi().programs.size(), 1U);
 }
 
+TEST(Psi, DropsAPatThatEndsWithinAProgram) {
+  const ProgramMap map = program(1, 0x1000, 0x100);
+  const Bytes entry = {0x00, 0x01, 0xF0, 0x00};
+  for (const std::size_t size : {1, 2, 3, 5, 6, 7}) {
+    Bytes body = entry;
+    body.insert(body.end(), entry.begin(), entry.end());
+    body.resize(size);
+    Reading reading;
+    reading.stream.table(0, section(0x00, 1, 1, body));
+    reading.push();
+    EXPECT_FALSE(reading.reader.patSeen()) << size;
+    reading.stream.psi({map});
+    reading.push();
+    EXPECT_TRUE(reading.reader.complete()) << size;
+  }
+}
+
 TEST(Psi, IgnoresPacketsWhoseFieldsLeadOutOfThem) {
   Reading reading;
   const ProgramMap map = program(1, 0x1000, 0x100);

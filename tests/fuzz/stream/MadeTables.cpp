@@ -226,8 +226,8 @@ class Model {
 
   void takeAssociation(const Section &section) {
     // libdvbpsi passes over one without a line, until it had one with a line.
-    const bool begins = patVersion_ || !reading::association(section).empty();
-    if (!begins || patVersion_ == versionOf(section)) {
+    const bool begins = patVersion_ || section.size() > 12;
+    if (section.size() % 4 != 0 || !begins || patVersion_ == versionOf(section)) {
       return;
     }
     patVersion_ = versionOf(section);
