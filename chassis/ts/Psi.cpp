@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "ts/PacketView.h"
@@ -88,7 +89,13 @@ class Table {
   Table(const Table &) = delete;
   Table &operator=(const Table &) = delete;
 
+  // To a decoder that has read no section yet, a packet sent twice is one that was lost.
   void push(const TsPacket &packet) {
+    const PacketView view(packet);
+    const std::uint8_t counter = view.continuityCounter();
+    if (std::exchange(continuity_, counter) == counter && !view.unitStart()) {
+      return;
+    }
     TsPacket copy = packet;
     dvbpsi_packet_push(handle_, copy.data());
   }
@@ -113,6 +120,7 @@ class Table {
 
   dvbpsi_t *handle_;
   dvbpsi_callback_gather_t gather_ = nullptr;
+  std::optional<std::uint8_t> continuity_;  // of the last packet
 };
 
 struct PatEntry {

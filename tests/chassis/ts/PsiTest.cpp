@@ -193,6 +193,22 @@ TEST(Psi, DropsALongSectionThatLostAPacket) {
   EXPECT_EQ(whole.psi().programs.size(), 1U);
 }
 
+TEST(Psi, PacketsSentTwiceCountOnceFromTheFirstTableOn) {
+  ProgramMap map = program(1, 0x1000, 0x100);
+  for (unsigned i = 0; i < 3; ++i) {
+    append(map.descriptors, caDescriptor(0x0500 + i, 0x1F00, Bytes(200, 0x33)));
+  }
+  StreamWriter stream;
+  stream.psi({map});
+  PsiReader reader;
+  for (std::size_t i = 0; i < stream.packets(); ++i) {
+    reader.push(stream.packet(i));
+    reader.push(stream.packet(i));
+  }
+  ASSERT_EQ(reader.psi().programs.size(), 1U);
+  EXPECT_EQ(reader.psi().programs[0].ca.size(), 3U);
+}
+
 TEST(Psi, WaitsForATableThatIsNotCurrentYet) {
   Reading reading;
   ProgramMap map = program(1, 0x1000, 0x100);
