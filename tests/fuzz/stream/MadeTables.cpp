@@ -333,6 +333,35 @@ void checkCardTables(const chassis::Psi &psi) {
   checkInPort(psi);
 }
 
+// Private data that often fills its area to the last byte, and lists that are longer than a
+// table's.
+std::vector<chassis::PsiCa> longList(Noise &noise) {
+  constexpr size_t sizes[] = {0, 1, 5, 64, 128, 251};
+  std::vector<chassis::PsiCa> list(noise.below(3) == 0 ? noise.below(36) : noise.below(6));
+  for (chassis::PsiCa &ca : list) {
+    ca.casid = static_cast<uint16_t>(noise.next());
+    ca.pid = static_cast<uint16_t>(noise.below(chassis::pidCount));
+    ca.privateData.assign(sizes[noise.below(std::size(sizes))], static_cast<uint8_t>(ca.casid));
+  }
+  return list;
+}
+
+chassis::Psi longTables(Noise noise) {
+  chassis::Psi psi;
+  psi.cat = longList(noise);
+  psi.programs.resize(1 + noise.below(2));
+  for (chassis::PsiProgram &program : psi.programs) {
+    program.number = static_cast<uint16_t>(1 + (&program - psi.programs.data()));
+    program.ca = longList(noise);
+    program.streams.resize(noise.below(4) == 0 ? 33 : noise.below(4));
+    for (chassis::PsiStream &stream : program.streams) {
+      stream = {static_cast<uint8_t>(noise.next()),
+                static_cast<uint16_t>(noise.below(chassis::pidCount)), longList(noise)};
+    }
+  }
+  return psi;
+}
+
 // ------------------------------------------------------------------------------------------------
 // Sending
 // ------------------------------------------------------------------------------------------------
@@ -389,6 +418,9 @@ class Sender {
 }  // namespace
 
 void checkMadeTables(Input &input) {
+  if (input.left() % 4 == 0) {
+    checkCardTables(longTables(Noise(static_cast<uint32_t>(input.left()))));
+  }
   Sender sender;
   for (int groups = 0; groups < 24 && input.left() > 0; ++groups) {
     sender.send(input);

@@ -45,9 +45,11 @@ View body(const chassis::Section &section) {
 
 uint32_t remainder(const chassis::Section &section) {
   uint32_t rest = 0xFFFFFFFF;
-  for (size_t at = 0; at < section.size() * 8; ++at) {
-    const bool differs = (rest >> 31) != bits(section.data(), at, 1);
-    rest = rest << 1 ^ (differs ? 0x04C11DB7 : 0);
+  for (const uint8_t byte : section) {
+    rest ^= static_cast<uint32_t>(byte) << 24;
+    for (int bit = 0; bit < 8; ++bit) {
+      rest = rest << 1 ^ (rest >> 31) * 0x04C11DB7;
+    }
   }
   return rest;
 }
