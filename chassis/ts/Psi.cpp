@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "ts/PacketView.h"
@@ -24,6 +25,7 @@ namespace {
 
 constexpr std::uint16_t patPid = 0x0000;
 constexpr std::uint16_t catPid = 0x0001;
+constexpr std::uint8_t patTableId = 0x00;
 constexpr std::uint8_t pmtTableId = 0x02;
 constexpr std::uint8_t caDescriptorTag = 0x09;
 constexpr std::size_t caDescriptorHead = 4;  // CA_system_ID and CA_PID
@@ -56,6 +58,12 @@ bool pmtFits(const std::uint8_t *begin, const std::uint8_t *end) {
   return begin == end && head == streamHead;
 }
 
+// libdvbpsi reads the last program of a PAT to its end, and be it from the CRC.
+bool patFits(const std::uint8_t *begin, const std::uint8_t *end) {
+  constexpr std::ptrdiff_t entrySize = 4;
+  return (end - begin) % entrySize == 0;
+}
+
 // libdvbpsi checks a section's CRC, but it trusts the lengths inside.
 bool sectionFits(const dvbpsi_psi_section_t &section) {
   const std::uint8_t *begin = section.p_payload_start;
@@ -63,7 +71,14 @@ bool sectionFits(const dvbpsi_psi_section_t &section) {
   if (!section.b_syntax_indicator || !section.b_current_next || begin > end) {
     return false;
   }
-  return section.i_table_id != pmtTableId || pmtFits(begin, end);
+  switch (section.i_table_id) {
+    case patTableId:
+      return patFits(begin, end);
+    case pmtTableId:
+      return pmtFits(begin, end);
+    default:
+      return true;
+  }
 }
 
 // One table of the stream: a libdvbpsi decoder on one PID.
@@ -74,7 +89,13 @@ class Table {
   Table(const Table &) = delete;
   Table &operator=(const Table &) = delete;
 
+  // To a decoder that has read no section yet, a packet sent twice is one that was lost.
   void push(const TsPacket &packet) {
+    const PacketView view(packet);
+    const std::uint8_t counter = view.continuityCounter();
+    if (std::exchange(continuity_, counter) == counter && !view.unitStart()) {
+      return;
+    }
     TsPacket copy = packet;
     dvbpsi_packet_push(handle_, copy.data());
   }
@@ -99,6 +120,7 @@ class Table {
 
   dvbpsi_t *handle_;
   dvbpsi_callback_gather_t gather_ = nullptr;
+  std::optional<std::uint8_t> continuity_;  // of the last packet
 };
 
 struct PatEntry {

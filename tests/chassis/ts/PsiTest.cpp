@@ -193,6 +193,22 @@ TEST(Psi, DropsALongSectionThatLostAPacket) {
   EXPECT_EQ(whole.psi().programs.size(), 1U);
 }
 
+TEST(Psi, PacketsSentTwiceCountOnceFromTheFirstTableOn) {
+  ProgramMap map = program(1, 0x1000, 0x100);
+  for (unsigned i = 0; i < 3; ++i) {
+    append(map.descriptors, caDescriptor(0x0500 + i, 0x1F00, Bytes(200, 0x33)));
+  }
+  StreamWriter stream;
+  stream.psi({map});
+  PsiReader reader;
+  for (std::size_t i = 0; i < stream.packets(); ++i) {
+    reader.push(stream.packet(i));
+    reader.push(stream.packet(i));
+  }
+  ASSERT_EQ(reader.psi().programs.size(), 1U);
+  EXPECT_EQ(reader.psi().programs[0].ca.size(), 3U);
+}
+
 TEST(Psi, WaitsForATableThatIsNotCurrentYet) {
   Reading reading;
   ProgramMap map = program(1, 0x1000, 0x100);
@@ -234,6 +250,23 @@ TEST(Psi, DropsSectionsWhoseInnerLengthsDoNotFit) {
   reading.stream.table(0x1000, pmtSection(map));
   reading.push();
   EXPECT_EQ(reading.reader.psi().programs.size(), 1U);
+}
+
+TEST(Psi, DropsAPatThatEndsWithinAProgram) {
+  const ProgramMap map = program(1, 0x1000, 0x100);
+  const Bytes entry = {0x00, 0x01, 0xF0, 0x00};
+  for (const std::size_t size : {1, 2, 3, 5, 6, 7}) {
+    Bytes body = entry;
+    body.insert(body.end(), entry.begin(), entry.end());
+    body.resize(size);
+    Reading reading;
+    reading.stream.table(0, section(0x00, 1, 1, body));
+    reading.push();
+    EXPECT_FALSE(reading.reader.patSeen()) << size;
+    reading.stream.psi({map});
+    reading.push();
+    EXPECT_TRUE(reading.reader.complete()) << size;
+  }
 }
 
 TEST(Psi, IgnoresPacketsWhoseFieldsLeadOutOfThem) {

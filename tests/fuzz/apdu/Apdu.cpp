@@ -1,8 +1,13 @@
 // The application objects between host and CAM, and the sections of the laboratory CA system:
-// arbitrary bytes are decoded, and what decodes must survive being encoded again.
+// arbitrary bytes are decoded, and what decodes must survive being encoded again; what host and CAM
+// read and write is held against a second reading.
 #include <algorithm>
+#include <iterator>
+#include <numeric>
 
+#include "Framing.h"
 #include "Input.h"
+#include "Reading.h"
 #include "cam/CaObjects.h"
 #include "cam/LabCa.h"
 #include "cilib/ApduCodec.h"
@@ -138,6 +143,7 @@ void checkObject(const Apdu &apdu) {
 
 void checkObjects(Input input) {
   const Apdu raw = input.bytes(input.left());
+  fuzz::checkApdu(raw);
   checkCaInfo(raw);
   checkReply(raw);
   checkObject(raw);
@@ -153,8 +159,10 @@ template <typename Level>
 void randomLevel(Level &level, Input &input) {
   level.cmdId = static_cast<uint8_t>(1 + input.below(4));
   level.caNum = input.byte() % 40;
-  Noise noise(input.byte());
+  const uint8_t seed = input.byte();
+  Noise noise(seed);
   const uint8_t shape = input.byte();
+  std::iota(std::begin(level.privData), std::end(level.privData), seed);
   for (size_t k = 0; k < 32; ++k) {
     level.casid[k] = static_cast<uint16_t>(noise.next());
     level.caPid[k] = static_cast<uint16_t>(noise.below((shape & 1) != 0 ? 0x2100 : 0x2000));
@@ -183,6 +191,7 @@ void checkSending(Input input) {
   size_t announced = record.caNum;
   for (size_t s = 0; s < record.eleNum && s < 32; ++s) {
     record.ele[s].pid = input.word() & 0x20FF;
+    record.ele[s].streamType = static_cast<uint8_t>(record.ele[s].pid + s);
     randomLevel(record.ele[s], input);
     announced += record.ele[s].caNum;
   }
@@ -191,6 +200,10 @@ void checkSending(Input input) {
   require(pmt.program == record.progNum, "another program was sent");
   const bool whole = pmt.streams.size() == record.eleNum && descriptors(pmt) == announced;
   require(whole == encoded.leftOut.empty(), "what was left out of a CA PMT was not told");
+  const auto framed = reading::framed(encoded.apdu, 2);
+  require(framed && framed->shortest, "a CA PMT is not framed as briefly as it can be");
+  const auto said = reading::caPmt(framed->body);
+  require(said && *said == reading::wanted(record), "a CA PMT does not say what its record does");
 }
 
 void checkEcmBytes(const chassis::Section &section) {
@@ -236,7 +249,7 @@ void checkEcm(Input input) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Input input(data, size);
-  switch (input.below(4)) {
+  switch (input.below(6)) {
     case 0:
       checkObjects(input);
       break;
@@ -246,8 +259,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     case 2:
       checkSections(input);
       break;
-    default:
+    case 3:
       checkEcm(input);
+      break;
+    case 4:
+      fuzz::checkFraming(input);
+      break;
+    default:
+      fuzz::checkMadeCaPmt(input);
       break;
   }
   return 0;

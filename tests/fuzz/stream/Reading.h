@@ -1,0 +1,38 @@
+// A second reading of packets and sections, for comparison: written apart from chassis/ts, in
+// another manner, and slow.
+#ifndef TESTS_FUZZ_STREAM_READING_H
+#define TESTS_FUZZ_STREAM_READING_H
+
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "ts/PacketView.h"
+#include "ts/Psi.h"
+#include "ts/Section.h"
+
+namespace reading {
+
+// The bits of a packet or section, counted from its first one.
+uint64_t bits(const uint8_t *bytes, size_t first, size_t count);
+
+// Whether a view tells what the bits of its packet say.
+bool agrees(const chassis::TsPacket &packet, const chassis::PacketView &view);
+
+// A long section of its own length whose CRC is right.
+bool whole(const chassis::Section &section);
+// The same, and it is valid now.
+bool current(const chassis::Section &section);
+
+// program_number and PID, in the order of the section.
+std::vector<std::pair<uint16_t, uint16_t>> association(const chassis::Section &section);
+
+// Nothing when a length inside leads out of what it is in. The PMT's own PID is left open.
+std::optional<chassis::PsiProgram> programMap(const chassis::Section &section);
+
+// The CA descriptors up to the first that leads out of the section.
+std::vector<chassis::PsiCa> conditionalAccess(const chassis::Section &section);
+
+}  // namespace reading
+
+#endif
