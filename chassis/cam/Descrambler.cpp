@@ -13,9 +13,10 @@ namespace {
 constexpr std::uint8_t scrambledEven = 2;
 constexpr std::uint8_t scrambledOdd = 3;
 constexpr unsigned payloadMax = tsPacketSize - TS_HEADER_SIZE;
+constexpr unsigned blockSize = 8;  // shorter payloads are never scrambled
 
 // A batch costs the same however few packets are in it: as much as about this many one by one.
-constexpr std::size_t batchWorthwhile = 11;
+constexpr std::size_t batchWorthwhile = 15;
 
 struct FreeKey {
   void operator()(dvbcsa_key_t *key) const { dvbcsa_key_free(key); }
@@ -48,6 +49,7 @@ struct Descrambler::Lane {
         dvbcsa_decrypt(single.get(), payload.data, payload.len);
       }
     } else {
+      batch.resize(dvbcsa_bs_batch_size(), {filler.data(), blockSize});
       batch.push_back({nullptr, 0});
       dvbcsa_bs_decrypt(sliced.get(), batch.data(), payloadMax);
     }
@@ -58,6 +60,9 @@ struct Descrambler::Lane {
   std::unique_ptr<dvbcsa_key_t, FreeKey> single{dvbcsa_key_alloc()};
   std::unique_ptr<dvbcsa_bs_key_t, FreeKey> sliced{dvbcsa_bs_key_alloc()};
   std::vector<dvbcsa_bs_batch_s> batch;
+  // libdvbcsa computes with every place of a batch, taken or not, and clears none. Free places get
+  // a payload of one block, the shortest that leaves nothing undefined.
+  std::array<std::uint8_t, blockSize> filler{};
 };
 
 Descrambler::Descrambler() : keyOfPid_(pidCount, nullptr) {}
@@ -99,7 +104,7 @@ void Descrambler::push(TsPacket &packet) {
     return;
   }
   ts_set_scrambling(packet.data(), 0);
-  if (view.payloadSize() > 0) {
+  if (view.payloadSize() >= blockSize) {
     lane->push(packet.data() + view.payloadOffset(), static_cast<unsigned>(view.payloadSize()));
   }
 }
