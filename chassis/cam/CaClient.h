@@ -38,6 +38,8 @@ class CaClient {
   void tick(std::uint64_t nowMs);
   void process(TsPacket *const *packets, std::size_t count, std::uint64_t nowMs);
 
+  const DescramblerWork &work() const { return descrambler_.work(); }
+
   void entitle(std::uint16_t tier, bool on);
   void refuse(std::uint16_t program, bool on);
   void spoilWords(bool on);  // descrambles with wrong words

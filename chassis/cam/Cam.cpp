@@ -216,6 +216,10 @@ void Cam::process(TsPacket *const *packets, std::size_t count) {
   }
 }
 
+DescramblerWork Cam::work() const {
+  return state_->client.work();
+}
+
 void Cam::entitle(std::uint16_t program, bool on) {
   state_->client.entitle(program, on);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Events.h"
+#include "cam/DescramblerWork.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -44,6 +45,8 @@ class Cam {
 
   // Stream side: packets in stream order, descrambled in place; ECMs are read as they pass.
   void process(TsPacket *const *packets, std::size_t count);
+
+  DescramblerWork work() const;  // since the CAM was made
 
   // Operator side. A CAM is entitled to everything until told otherwise. A program that it is made
   // to refuse gets CA_enable 0x73 (technical reasons), one without entitlement 0x71.

@@ -27,7 +27,9 @@ struct FreeKey {
 
 // One control word and the payloads that wait for it.
 struct Descrambler::Lane {
-  Lane() { batch.reserve(dvbcsa_bs_batch_size() + 1); }
+  explicit Lane(DescramblerWork &workOfAll) : work(workOfAll) {
+    batch.reserve(dvbcsa_bs_batch_size() + 1);
+  }
 
   void setWord(const labca::ControlWord &newWord) {
     flush();
@@ -45,10 +47,13 @@ struct Descrambler::Lane {
 
   void flush() {
     if (batch.size() < batchWorthwhile) {
+      work.singly += batch.size();
       for (const dvbcsa_bs_batch_s &payload : batch) {
         dvbcsa_decrypt(single.get(), payload.data, payload.len);
       }
     } else {
+      ++work.batches;
+      work.inBatches += batch.size();
       batch.resize(dvbcsa_bs_batch_size(), {filler.data(), blockSize});
       batch.push_back({nullptr, 0});
       dvbcsa_bs_decrypt(sliced.get(), batch.data(), payloadMax);
@@ -56,6 +61,7 @@ struct Descrambler::Lane {
     batch.clear();
   }
 
+  DescramblerWork &work;
   labca::ControlWord word{};
   std::unique_ptr<dvbcsa_key_t, FreeKey> single{dvbcsa_key_alloc()};
   std::unique_ptr<dvbcsa_bs_key_t, FreeKey> sliced{dvbcsa_bs_key_alloc()};
@@ -71,7 +77,7 @@ Descrambler::~Descrambler() = default;
 void Descrambler::setWord(Key key, Parity parity, const labca::ControlWord &word) {
   std::unique_ptr<Lane> &lane = keys_[key][static_cast<std::size_t>(parity)];
   if (!lane) {
-    lane = std::make_unique<Lane>();
+    lane = std::make_unique<Lane>(work_);
   } else if (lane->word == word) {
     return;
   }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "cam/DescramblerWork.h"
 #include "cam/LabCa.h"
 #include "ts/TsPacket.h"
 
@@ -38,10 +39,13 @@ class Descrambler {
   void push(TsPacket &packet);
   void flush();
 
+  const DescramblerWork &work() const { return work_; }  // since it was made
+
  private:
   struct Lane;
   using KeyPair = std::array<std::unique_ptr<Lane>, 2>;  // by parity; null until the word is known
 
+  DescramblerWork work_;
   std::map<Key, KeyPair> keys_;
   std::vector<KeyPair *> keyOfPid_;  // null for none
 };
