@@ -111,6 +111,7 @@ void Descrambler::push(TsPacket &packet) {
   }
   ts_set_scrambling(packet.data(), 0);
   if (view.payloadSize() >= blockSize) {
+    pending_.set(view.pid());
     lane->push(packet.data() + view.payloadOffset(), static_cast<unsigned>(view.payloadSize()));
   }
 }
@@ -123,6 +124,7 @@ void Descrambler::flush() {
       }
     }
   }
+  pending_.reset();
 }
 
 }  // namespace chassis
