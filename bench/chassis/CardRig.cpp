@@ -82,6 +82,7 @@ void CardRig::run(std::uint64_t ms) {
       cam.tick(nowMs_);
     }
   }
+  card_.behind(0);  // what was put off belongs to the time
 }
 
 DescramblerWork CardRig::work() const {

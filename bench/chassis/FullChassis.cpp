@@ -2,7 +2,6 @@
 
 namespace {
 
-constexpr std::uint64_t stepMs = 1000;
 constexpr std::uint64_t warmUpMs = 20000;  // the module sends the CAMs' CA PMTs one by one
 
 }  // namespace
@@ -20,10 +19,13 @@ FullChassis::FullChassis() {
   run(warmUpMs);
 }
 
-// Like the program, in short steps.
+// Like the program, in short steps. What was put off belongs to the time.
 void FullChassis::run(std::uint64_t ms) {
   for (const std::uint64_t end = clock_.elapsedMs() + ms; clock_.elapsedMs() < end;) {
     chassis_.run(clock_.elapsedMs() + chassis::Clock::msPerTick, *this);
+  }
+  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
+    chassis_.card(slot).behind(0);
   }
 }
 

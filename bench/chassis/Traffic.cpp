@@ -6,14 +6,16 @@ Traffic trafficOf(const chassis::Card &card) {
     traffic.packets += card.before(pid).packets;
     traffic.scrambled += card.before(pid).scrambled;
     traffic.left += card.behind(pid).scrambled;
+    traffic.noise += card.behind(pid).lastPesBad ? 1 : 0;
   }
   return traffic;
 }
 
 Traffic operator+(const Traffic &a, const Traffic &b) {
-  return {a.packets + b.packets, a.scrambled + b.scrambled, a.left + b.left};
+  return {a.packets + b.packets, a.scrambled + b.scrambled, a.left + b.left, a.noise + b.noise};
 }
 
-Traffic operator-(const Traffic &a, const Traffic &b) {
-  return {a.packets - b.packets, a.scrambled - b.scrambled, a.left - b.left};
+Traffic since(const Traffic &earlier, const Traffic &later) {
+  return {later.packets - earlier.packets, later.scrambled - earlier.scrambled,
+          later.left - earlier.left, later.noise};
 }

@@ -110,16 +110,14 @@ class SilentEvents : public chassis::Events {
   void report(chassis::Place, const std::string &, const std::string &) override {}
 };
 
-// A card with both CAMs at work, whose output nobody takes.
-struct Played {
-  explicit Played(const std::string &path) {
+// A card with both its CAMs.
+struct CardWithCams {
+  CardWithCams() {
     card.setCam(0, &camA);
     card.setCam(1, &camB);
-    card.insert(path, bitrate, 0);
-    camA.receive(caPmt(first));
-    camB.receive(caPmt(second));
   }
 
+  // Ten packets every 10 ms.
   void playUntil(std::uint64_t ms) {
     for (; nowMs < ms; nowMs += 10) {
       camA.tick(nowMs + 10);
@@ -148,23 +146,21 @@ auto evidenceOf(const Card &card, std::uint16_t pid) {
                          evidence.lastScrambled, evidence.lastPesBad, evidence.lastSeenMs);
 }
 
-class CardCam : public testing::Test {
+// Both CAMs at work, and nobody who takes the output.
+struct Played : CardWithCams {
+  explicit Played(const std::string &path) {
+    card.insert(path, bitrate, 0);
+    camA.receive(caPmt(first));
+    camB.receive(caPmt(second));
+  }
+};
+
+class CardCam : public testing::Test, protected CardWithCams {
  protected:
   CardCam() {
-    card.setCam(0, &camA);
-    card.setCam(1, &camB);
     card.insert(file.path(), bitrate, 0);
     card.setOutput(output.path());
     playUntil(10);
-  }
-
-  // Ten packets every 10 ms.
-  void playUntil(std::uint64_t ms) {
-    for (; nowMs < ms; nowMs += 10) {
-      camA.tick(nowMs + 10);
-      camB.tick(nowMs + 10);
-      card.tick(nowMs + 10);
-    }
   }
 
   std::uint32_t descState(const LabProgram &program) {
@@ -182,11 +178,6 @@ class CardCam : public testing::Test {
   const LabStream stream;
   const TemporaryFile file{stream.result.bytes()};
   const TemporaryFile output;
-  SilentEvents events;
-  Cam camA{Played::config(), {0, 0}, events, 0};
-  Cam camB{Played::config(), {0, 1}, events, 0};
-  Card card{0, events};
-  std::uint64_t nowMs = 0;
 };
 
 }  // namespace
