@@ -160,7 +160,10 @@ void CaClient::process(TsPacket *const *packets, std::size_t count, std::uint64_
       descrambler_.push(packet);
     }
   }
-  descrambler_.flush();
+}
+
+bool CaClient::mustFinishBefore(const CaClient &next) const {
+  return (descrambler_.pending() & next.ecmPids_).any();
 }
 
 void CaClient::readEcm(EcmReader &reader, std::uint16_t pid, const Section &section) {
@@ -242,7 +245,9 @@ void CaClient::review() {
 void CaClient::assign() {
   descrambler_.releaseAll();
   std::fill(readerOfPid_.begin(), readerOfPid_.end(), nullptr);
+  ecmPids_.reset();
   for (auto &[pid, reader] : readers_) {
+    ecmPids_.set(pid);
     readerOfPid_[pid] = &reader;
   }
   for (const Feed &feed : feeds_) {

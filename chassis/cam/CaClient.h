@@ -2,6 +2,7 @@
 // of them it may descramble, and descrambles those.
 #pragma once
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -37,6 +38,10 @@ class CaClient {
 
   void tick(std::uint64_t nowMs);
   void process(TsPacket *const *packets, std::size_t count, std::uint64_t nowMs);
+  void finish() { descrambler_.flush(); }
+  bool mustFinishBefore(const CaClient &next) const;
+
+  const DescramblerWork &work() const { return descrambler_.work(); }
 
   void entitle(std::uint16_t tier, bool on);
   void refuse(std::uint16_t program, bool on);
@@ -90,6 +95,7 @@ class CaClient {
   std::vector<Feed> feeds_;
   std::map<std::uint16_t, EcmReader> readers_;  // by ECM PID, which also names the key
   std::vector<EcmReader *> readerOfPid_;
+  std::bitset<pidCount> ecmPids_;  // those with a reader
   Descrambler descrambler_;
 };
 

@@ -216,6 +216,18 @@ void Cam::process(TsPacket *const *packets, std::size_t count) {
   }
 }
 
+void Cam::finish() {
+  state_->client.finish();
+}
+
+bool Cam::mustFinishBefore(const Cam &next) const {
+  return state_->client.mustFinishBefore(next.state_->client);
+}
+
+DescramblerWork Cam::work() const {
+  return state_->client.work();
+}
+
 void Cam::entitle(std::uint16_t program, bool on) {
   state_->client.entitle(program, on);
 }

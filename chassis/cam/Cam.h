@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Events.h"
+#include "cam/DescramblerWork.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -42,8 +43,15 @@ class Cam {
   std::optional<Apdu> transmit();   // the next APDU that is due to the host
   void tick(std::uint64_t nowMs);
 
-  // Stream side: packets in stream order, descrambled in place; ECMs are read as they pass.
+  // Stream side: packets in stream order, descrambled in place; ECMs are read as they pass. Headers
+  // are final at once, payloads only after finish: until then a packet stays where it is, and no
+  // other may read its payload. Rare calls of finish make full, cheap batches.
   void process(TsPacket *const *packets, std::size_t count);
+  void finish();
+  // Whether a CAM that gets the packets next would read payloads that are not final.
+  bool mustFinishBefore(const Cam &next) const;
+
+  DescramblerWork work() const;  // since the CAM was made
 
   // Operator side. A CAM is entitled to everything until told otherwise. A program that it is made
   // to refuse gets CA_enable 0x73 (technical reasons), one without entitlement 0x71.

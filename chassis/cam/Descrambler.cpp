@@ -13,9 +13,10 @@ namespace {
 constexpr std::uint8_t scrambledEven = 2;
 constexpr std::uint8_t scrambledOdd = 3;
 constexpr unsigned payloadMax = tsPacketSize - TS_HEADER_SIZE;
+constexpr unsigned blockSize = 8;  // shorter payloads are never scrambled
 
 // A batch costs the same however few packets are in it: as much as about this many one by one.
-constexpr std::size_t batchWorthwhile = 11;
+constexpr std::size_t batchWorthwhile = 15;
 
 struct FreeKey {
   void operator()(dvbcsa_key_t *key) const { dvbcsa_key_free(key); }
@@ -26,7 +27,9 @@ struct FreeKey {
 
 // One control word and the payloads that wait for it.
 struct Descrambler::Lane {
-  Lane() { batch.reserve(dvbcsa_bs_batch_size() + 1); }
+  explicit Lane(DescramblerWork &workOfAll) : work(workOfAll) {
+    batch.reserve(dvbcsa_bs_batch_size() + 1);
+  }
 
   void setWord(const labca::ControlWord &newWord) {
     flush();
@@ -44,20 +47,28 @@ struct Descrambler::Lane {
 
   void flush() {
     if (batch.size() < batchWorthwhile) {
+      work.singly += batch.size();
       for (const dvbcsa_bs_batch_s &payload : batch) {
         dvbcsa_decrypt(single.get(), payload.data, payload.len);
       }
     } else {
+      ++work.batches;
+      work.inBatches += batch.size();
+      batch.resize(dvbcsa_bs_batch_size(), {filler.data(), blockSize});
       batch.push_back({nullptr, 0});
       dvbcsa_bs_decrypt(sliced.get(), batch.data(), payloadMax);
     }
     batch.clear();
   }
 
+  DescramblerWork &work;
   labca::ControlWord word{};
   std::unique_ptr<dvbcsa_key_t, FreeKey> single{dvbcsa_key_alloc()};
   std::unique_ptr<dvbcsa_bs_key_t, FreeKey> sliced{dvbcsa_bs_key_alloc()};
   std::vector<dvbcsa_bs_batch_s> batch;
+  // libdvbcsa computes with every place of a batch, taken or not, and clears none. Free places get
+  // a payload of one block, the shortest that leaves nothing undefined.
+  std::array<std::uint8_t, blockSize> filler{};
 };
 
 Descrambler::Descrambler() : keyOfPid_(pidCount, nullptr) {}
@@ -66,7 +77,7 @@ Descrambler::~Descrambler() = default;
 void Descrambler::setWord(Key key, Parity parity, const labca::ControlWord &word) {
   std::unique_ptr<Lane> &lane = keys_[key][static_cast<std::size_t>(parity)];
   if (!lane) {
-    lane = std::make_unique<Lane>();
+    lane = std::make_unique<Lane>(work_);
   } else if (lane->word == word) {
     return;
   }
@@ -99,7 +110,8 @@ void Descrambler::push(TsPacket &packet) {
     return;
   }
   ts_set_scrambling(packet.data(), 0);
-  if (view.payloadSize() > 0) {
+  if (view.payloadSize() >= blockSize) {
+    pending_.set(view.pid());
     lane->push(packet.data() + view.payloadOffset(), static_cast<unsigned>(view.payloadSize()));
   }
 }
@@ -112,6 +124,7 @@ void Descrambler::flush() {
       }
     }
   }
+  pending_.reset();
 }
 
 }  // namespace chassis

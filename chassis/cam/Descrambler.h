@@ -2,12 +2,14 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <vector>
 
+#include "cam/DescramblerWork.h"
 #include "cam/LabCa.h"
 #include "ts/TsPacket.h"
 
@@ -15,9 +17,10 @@ namespace chassis {
 
 enum class Parity { Even = 0, Odd = 1 };
 
-// A packet that is pushed may be changed any time until the next flush, so it must stay where it
-// is until then. A word that changes is flushed first: a packet is always descrambled with the
-// word that was valid when it was pushed.
+// A packet that is pushed gets its header at once, but its payload any time until the next flush,
+// so it must stay where it is until then. The fewer flushes, the fuller the batches. A word that
+// changes is flushed first: a packet is always descrambled with the word that was valid when it was
+// pushed.
 class Descrambler {
  public:
   using Key = std::uint16_t;  // the caller's name for a pair of control words
@@ -37,11 +40,16 @@ class Descrambler {
   // becomes 00; without a payload just that. Others, and parities without a word, stay as they are.
   void push(TsPacket &packet);
   void flush();
+  const std::bitset<pidCount> &pending() const { return pending_; }  // PIDs pushed since then
+
+  const DescramblerWork &work() const { return work_; }  // since it was made
 
  private:
   struct Lane;
   using KeyPair = std::array<std::unique_ptr<Lane>, 2>;  // by parity; null until the word is known
 
+  DescramblerWork work_;
+  std::bitset<pidCount> pending_;
   std::map<Key, KeyPair> keys_;
   std::vector<KeyPair *> keyOfPid_;  // null for none
 };

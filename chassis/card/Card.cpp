@@ -59,6 +59,7 @@ void Card::State::report(const std::string &what, const std::string &why) {
 }
 
 void Card::State::remove() {
+  settle();
   player.reset();
   psi.reset();
   masks.clear();
@@ -188,12 +189,14 @@ void Card::setPidFault(PidFault fault, std::uint16_t pid, bool on) {
 
 void Card::setCam(std::uint32_t camSlot, Cam *cam) {
   if (camSlot < MAX_CAM_NUM) {
+    state_->settle();
     state_->cams[camSlot] = cam;
   }
 }
 
 void Card::setOutput(const std::string &path) {
   State &state = *state_;
+  state.settle();
   state.endOutput();
   if (path.empty()) {
     return;
@@ -225,6 +228,7 @@ const PidEvidence &Card::before(std::uint16_t pid) const {
 }
 
 const PidEvidence &Card::behind(std::uint16_t pid) const {
+  state_->settle();
   return state_->fpga.behind.evidence(pid);
 }
 
@@ -241,6 +245,7 @@ MuxCardForm *Card::muxForm() {
 }
 
 Card::Fpga &Card::fpga() {
+  state_->settle();
   return state_->fpga;
 }
 

@@ -85,7 +85,7 @@ class Card {
   void setAlarmMask(std::uint32_t camSlot, bool on);  // camSlot 0..1
   void setPidFault(PidFault fault, std::uint16_t pid, bool on);
 
-  // The CAM in a slot, null for none; the card does not own it.
+  // The CAM in a slot, null for none; the card does not own it and uses it until the next call.
   void setCam(std::uint32_t camSlot, Cam *cam);
 
   // Writes the stream behind the CAMs to a file from now on; "" ends it. Throws InputError: the
@@ -108,7 +108,8 @@ class Card {
   CiDesc *descTable();       // null while no card is in
   InPortForm *inPortForm();  // null while no card is in: CA systems and CA PIDs of PMTs and CAT
   MuxCardForm *muxForm();    // null while no card is in: all programs of the stream
-  struct Fpga;               // figures and switches; CardDriver.cpp is its only user outside
+  struct Fpga;               // figures and switches; CardDriver.cpp is its only user outside.
+                             // It is up to date until the next tick
   Fpga &fpga();
 
  private:

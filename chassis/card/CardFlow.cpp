@@ -7,6 +7,13 @@
 
 namespace chassis {
 
+namespace {
+
+// So many packets fill most of the batches; more hardly help, but leave a processor's cache.
+constexpr std::size_t heldMax = 8192;
+
+}  // namespace
+
 void Card::tick(std::uint64_t nowMs) {
   State &state = *state_;
   while (state.player && state.fpga.nowMs < nowMs) {
@@ -24,10 +31,19 @@ void Card::State::step(std::uint64_t nowMs) {
   followPsi();
 }
 
+void Card::State::makeRoom(std::size_t packets) {
+  if (held.size() + packets > held.capacity()) {
+    settle();
+    held.reserve(std::max(packets, heldMax));
+  }
+}
+
 void Card::State::takeDuePackets() {
-  batch.clear();
   TsPacket packet;
-  for (std::uint64_t due = player->due(fpga.nowMs); due > 0; --due) {
+  std::uint64_t due = player->due(fpga.nowMs);
+  makeRoom(due);
+  stepBegin = held.size();
+  for (; due > 0; --due) {
     if (!player->next(packet)) {
       if (!std::exchange(unreadable, true)) {
         report("the stream ended", "its file can no longer be read");
@@ -37,7 +53,7 @@ void Card::State::takeDuePackets() {
     if (pidFaults.apply(packet)) {
       psi->push(packet);
       fpga.before.count(packet, fpga.nowMs);
-      batch.push_back(packet);
+      held.push_back(packet);
     }
   }
 }
@@ -45,27 +61,61 @@ void Card::State::takeDuePackets() {
 // The CAMs work on the packets in their places, so those that go around them rejoin in order.
 void Card::State::passThroughCams() {
   throughCams.clear();
-  for (TsPacket &packet : batch) {
-    if (fpga.passing.test(PacketView(packet).pid())) {
-      throughCams.push_back(&packet);
+  for (std::size_t i = stepBegin; i < held.size(); ++i) {
+    if (fpga.passing.test(PacketView(held[i]).pid())) {
+      throughCams.push_back(&held[i]);
     }
   }
-  for (Cam *cam : cams) {
-    if (cam != nullptr) {
-      cam->process(throughCams.data(), throughCams.size());
+  for (std::size_t i = 0; i < cams.size(); ++i) {
+    if (cams[i] != nullptr) {
+      passThrough(*cams[i], i + 1 < cams.size() ? cams[i + 1] : nullptr);
     }
   }
 }
 
-void Card::State::deliver() {
-  for (const TsPacket &packet : batch) {
-    fpga.behind.count(packet, fpga.nowMs);
+void Card::State::passThrough(Cam &cam, const Cam *next) {
+  cam.process(throughCams.data(), throughCams.size());
+  if (next != nullptr && cam.mustFinishBefore(*next)) {
+    cam.finish();
   }
-  if (!output.is_open() || batch.empty()) {
+}
+
+void Card::State::deliver() {
+  for (std::size_t i = stepBegin; i < held.size(); ++i) {
+    if (fpga.behind.countHeader(held[i], fpga.nowMs)) {
+      pesStarts.push_back(&held[i]);
+    }
+  }
+  if (output.is_open()) {
+    settle();
+  }
+}
+
+// Makes everything behind the CAMs what it is when each step ends with this. It is put off until
+// somebody looks, since few large batches cost the CAMs much less than many small ones.
+void Card::State::settle() {
+  if (held.empty()) {
     return;
   }
-  output.write(reinterpret_cast<const char *>(batch.data()),
-               static_cast<std::streamsize>(batch.size() * tsPacketSize));
+  for (Cam *cam : cams) {
+    if (cam != nullptr) {
+      cam->finish();
+    }
+  }
+  for (const TsPacket *packet : pesStarts) {
+    fpga.behind.readPesStart(*packet);
+  }
+  write();
+  pesStarts.clear();
+  held.clear();
+}
+
+void Card::State::write() {
+  if (!output.is_open()) {
+    return;
+  }
+  output.write(reinterpret_cast<const char *>(held.data()),
+               static_cast<std::streamsize>(held.size() * tsPacketSize));
   if (!output) {
     endOutput();
   }

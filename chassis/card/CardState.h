@@ -31,9 +31,13 @@ struct Card::State {
 
   // CardFlow.cpp: the packets
   void step(std::uint64_t nowMs);
+  void makeRoom(std::size_t packets);
   void takeDuePackets();
   void passThroughCams();
+  void passThrough(Cam &cam, const Cam *next);
   void deliver();
+  void settle();
+  void write();
   void endOutput();
   void followPsi();
 
@@ -61,7 +65,11 @@ struct Card::State {
   InPortForm inPortForm{};
   MuxCardForm muxForm{};
 
-  std::vector<TsPacket> batch;  // the packets of one step
+  // Packets that the CAMs may still be descrambling: those of the steps since anybody looked behind
+  // the CAMs. They never move.
+  std::vector<TsPacket> held;
+  std::size_t stepBegin = 0;                // the first packet of this step
+  std::vector<const TsPacket *> pesStarts;  // held ones that the meter behind the CAMs is to read
   std::vector<TsPacket *> throughCams;
 };
 

@@ -33,6 +33,12 @@ void PidMeter::restart(std::uint64_t nowMs) {
 }
 
 void PidMeter::count(const TsPacket &packet, std::uint64_t nowMs) {
+  if (countHeader(packet, nowMs)) {
+    readPesStart(packet);
+  }
+}
+
+bool PidMeter::countHeader(const TsPacket &packet, std::uint64_t nowMs) {
   const PacketView view(packet);
   const std::uint16_t number = view.pid();
   Pid &pid = pids_[number];
@@ -41,10 +47,21 @@ void PidMeter::count(const TsPacket &packet, std::uint64_t nowMs) {
   ++pid.evidence.packets;
   pid.evidence.scrambled += view.scrambling() != 0 ? 1 : 0;
   pid.evidence.lastSeenMs = nowMs;
-  if (number != nullPid) {
-    checkContinuity(pid, view);
-    readPayload(pid, packet, view);
+  if (number == nullPid) {
+    return false;
   }
+  checkContinuity(pid, view);
+  if (view.payloadSize() == 0) {
+    return false;
+  }
+  pid.evidence.lastScrambled = view.scrambling() != 0;
+  return view.unitStart() && view.scrambling() == 0 && pesPids_.test(number);
+}
+
+void PidMeter::readPesStart(const TsPacket &packet) {
+  const PacketView view(packet);
+  pids_[view.pid()].evidence.lastPesBad =
+      !readsAsPes(packet.data() + view.payloadOffset(), view.payloadSize());
 }
 
 // Only packets with a payload count up; one may come twice, and a discontinuity may be announced.
@@ -65,16 +82,6 @@ void PidMeter::checkContinuity(Pid &pid, const PacketView &view) {
   pid.duplicate = again;
   pid.lastCc = cc;
   pid.ccKnown = true;
-}
-
-void PidMeter::readPayload(Pid &pid, const TsPacket &packet, const PacketView &view) {
-  if (view.payloadSize() == 0) {
-    return;
-  }
-  pid.evidence.lastScrambled = view.scrambling() != 0;
-  if (view.unitStart() && view.scrambling() == 0 && pesPids_.test(view.pid())) {
-    pid.evidence.lastPesBad = !readsAsPes(packet.data() + view.payloadOffset(), view.payloadSize());
-  }
 }
 
 void PidMeter::tick(std::uint64_t nowMs) {

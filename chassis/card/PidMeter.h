@@ -25,6 +25,9 @@ class PidMeter {
 
   // Packets in stream order; nowMs is the chassis time at which they pass, never falling.
   void count(const TsPacket &packet, std::uint64_t nowMs);
+  // The same in two parts, for packets whose payload comes later: whether the second is needed.
+  bool countHeader(const TsPacket &packet, std::uint64_t nowMs);
+  void readPesStart(const TsPacket &packet);
   // Ends the seconds that are over; to be called after the packets of a time.
   void tick(std::uint64_t nowMs);
 
@@ -50,7 +53,6 @@ class PidMeter {
   };
 
   void checkContinuity(Pid &pid, const PacketView &view);
-  void readPayload(Pid &pid, const TsPacket &packet, const PacketView &view);
 
   std::vector<Pid> pids_;
   std::bitset<pidCount> present_;

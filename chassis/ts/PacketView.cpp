@@ -13,30 +13,6 @@ constexpr std::size_t pcrLength = 6;
 
 }  // namespace
 
-std::uint16_t PacketView::pid() const {
-  return ts_get_pid(bytes_.data());
-}
-
-std::uint8_t PacketView::continuityCounter() const {
-  return ts_get_cc(bytes_.data());
-}
-
-std::uint8_t PacketView::scrambling() const {
-  return ts_get_scrambling(bytes_.data());
-}
-
-bool PacketView::transportError() const {
-  return ts_get_transporterror(bytes_.data());
-}
-
-bool PacketView::unitStart() const {
-  return ts_get_unitstart(bytes_.data());
-}
-
-bool PacketView::hasPayload() const {
-  return ts_has_payload(bytes_.data());
-}
-
 std::size_t PacketView::adaptationLength() const {
   if (!ts_has_adaptation(bytes_.data())) {
     return 0;

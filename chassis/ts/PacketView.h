@@ -2,6 +2,8 @@
 // with bounds: an adaptation field that does not fit the packet leaves no payload.
 #pragma once
 
+#include <bitstream/mpeg/ts.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -14,12 +16,17 @@ class PacketView {
  public:
   explicit PacketView(const TsPacket &packet) : bytes_(packet) {}
 
-  std::uint16_t pid() const;
-  std::uint8_t continuityCounter() const;
-  std::uint8_t scrambling() const;  // transport_scrambling_control, 0..3
-  bool transportError() const;
-  bool unitStart() const;      // payload_unit_start_indicator
-  bool hasPayload() const;     // as adaptation_field_control tells
+  // Defined here since every packet is asked for them several times.
+  std::uint16_t pid() const { return ts_get_pid(bytes_.data()); }
+  std::uint8_t continuityCounter() const { return ts_get_cc(bytes_.data()); }
+  // transport_scrambling_control, 0..3
+  std::uint8_t scrambling() const { return ts_get_scrambling(bytes_.data()); }
+  bool transportError() const { return ts_get_transporterror(bytes_.data()); }
+  // payload_unit_start_indicator
+  bool unitStart() const { return ts_get_unitstart(bytes_.data()); }
+  // as adaptation_field_control tells
+  bool hasPayload() const { return ts_has_payload(bytes_.data()); }
+
   bool discontinuity() const;  // discontinuity_indicator
 
   // program_clock_reference in units of 27 MHz, below pcrRange

@@ -121,6 +121,7 @@ class Rig {
         pointers.push_back(&packets[i]);
       }
       cam.process(pointers.data(), pointers.size());
+      cam.finish();
       pass(10);
     }
     return packets;

@@ -480,6 +480,7 @@ TEST(CamHostile, RandomObjectsAndPacketsLeaveItWorking) {
     }
     TsPacket *pointer = &packet;
     rig.cam.process(&pointer, 1);
+    rig.cam.finish();
     rig.pass(10);
     while (rig.cam.transmit()) {
     }

@@ -2,6 +2,10 @@
 #include <dvbcsa/dvbcsa.h>
 #include <gtest/gtest.h>
 
+#include <string>
+#include <tuple>
+#include <vector>
+
 #include "cam/Cam.h"
 #include "cam/LabCa.h"
 #include "card/Card.h"
@@ -48,9 +52,9 @@ TsPacket scrambled(TsPacket packet, const LabProgram &program) {
   return packet;
 }
 
-// The same second of stream clear and scrambled.
+// The same second of stream clear and scrambled, the ECMs of the second program too or not.
 struct LabStream {
-  LabStream() {
+  explicit LabStream(bool ecmScrambled = false) {
     for (int i = 0; i < 16; ++i) {
       clear.psi({map(first), map(second)});
       for (const LabProgram &program : {first, second}) {
@@ -63,9 +67,10 @@ struct LabStream {
     for (std::size_t i = 0; i < clear.packets(); ++i) {
       const TsPacket packet = clear.packet(i);
       const unsigned pid = (packet[1] & 0x1FU) << 8 | packet[2];
-      result.add(pid == first.video    ? scrambled(packet, first)
-                 : pid == second.video ? scrambled(packet, second)
-                                       : packet);
+      const bool ecm = pid == second.ecm && ecmScrambled;
+      result.add(pid == first.video || ecm ? scrambled(packet, first)
+                 : pid == second.video     ? scrambled(packet, second)
+                                           : packet);
     }
   }
 
@@ -82,15 +87,19 @@ struct LabStream {
   StreamWriter result;
 };
 
-// EN 50221 ca_pmt: only, ok_descrambling, one CA descriptor at program level, one stream.
-chassis::Apdu caPmt(const LabProgram &program) {
+// EN 50221 ca_pmt: only, ok_descrambling, one CA descriptor at program level, one stream or more.
+chassis::Apdu caPmt(const LabProgram &program, const std::vector<unsigned> &more = {}) {
   Bytes body{3};
   append16(body, program.number);
   append(body, {0x01, 0xF0, 7, 1});
   append(body, caDescriptor(chassis::labca::defaultCaSystem, program.ecm));
-  body.push_back(0x1B);
-  append16(body, 0xE000U | program.video);
-  append(body, {0xF0, 0});
+  std::vector<unsigned> pids = more;
+  pids.push_back(program.video);
+  for (const unsigned pid : pids) {
+    body.push_back(0x1B);
+    append16(body, 0xE000U | pid);
+    append(body, {0xF0, 0});
+  }
   Bytes apdu{0x9F, 0x80, 0x32, static_cast<std::uint8_t>(body.size())};
   append(apdu, body);
   return apdu;
@@ -101,14 +110,11 @@ class SilentEvents : public chassis::Events {
   void report(chassis::Place, const std::string &, const std::string &) override {}
 };
 
-class CardCam : public testing::Test {
- protected:
-  CardCam() {
+// A card with both its CAMs.
+struct CardWithCams {
+  CardWithCams() {
     card.setCam(0, &camA);
     card.setCam(1, &camB);
-    card.insert(file.path(), bitrate, 0);
-    card.setOutput(output.path());
-    playUntil(10);
   }
 
   // Ten packets every 10 ms.
@@ -118,6 +124,43 @@ class CardCam : public testing::Test {
       camB.tick(nowMs + 10);
       card.tick(nowMs + 10);
     }
+  }
+
+  static Cam::Config config() {
+    Cam::Config config;
+    config.caSystems = {chassis::labca::defaultCaSystem};
+    config.startUpMs = 0;
+    return config;
+  }
+
+  SilentEvents events;
+  Cam camA{config(), {0, 0}, events, 0};
+  Cam camB{config(), {0, 1}, events, 0};
+  Card card{0, events};
+  std::uint64_t nowMs = 0;
+};
+
+auto evidenceOf(const Card &card, std::uint16_t pid) {
+  const chassis::PidEvidence &evidence = card.behind(pid);
+  return std::make_tuple(evidence.packets, evidence.ccErrors, evidence.scrambled,
+                         evidence.lastScrambled, evidence.lastPesBad, evidence.lastSeenMs);
+}
+
+// Both CAMs at work, and nobody who takes the output.
+struct Played : CardWithCams {
+  explicit Played(const std::string &path) {
+    card.insert(path, bitrate, 0);
+    camA.receive(caPmt(first));
+    camB.receive(caPmt(second));
+  }
+};
+
+class CardCam : public testing::Test, protected CardWithCams {
+ protected:
+  CardCam() {
+    card.insert(file.path(), bitrate, 0);
+    card.setOutput(output.path());
+    playUntil(10);
   }
 
   std::uint32_t descState(const LabProgram &program) {
@@ -132,21 +175,9 @@ class CardCam : public testing::Test {
     return Bytes(all.begin() + static_cast<std::ptrdiff_t>(stream.clear.bytes().size()), all.end());
   }
 
-  static Cam::Config config() {
-    Cam::Config config;
-    config.caSystems = {chassis::labca::defaultCaSystem};
-    config.startUpMs = 0;
-    return config;
-  }
-
   const LabStream stream;
   const TemporaryFile file{stream.result.bytes()};
   const TemporaryFile output;
-  SilentEvents events;
-  Cam camA{config(), {0, 0}, events, 0};
-  Cam camB{config(), {0, 1}, events, 0};
-  Card card{0, events};
-  std::uint64_t nowMs = 0;
 };
 
 }  // namespace
@@ -206,4 +237,73 @@ TEST_F(CardCam, ACamThatIsPulledIsPassedBy) {
   card.setCam(0, nullptr);
   playUntil(2000);
   EXPECT_EQ(descState(first), 1U);
+}
+
+// 32 payloads a second for each CAM, two in every nine packets of its beginning.
+TEST_F(CardCam, WhileNobodyLooksBatchesAreFull) {
+  Played played(file.path());
+  played.playUntil(7000);
+  EXPECT_EQ(played.camA.work().batches, 1U);
+  EXPECT_EQ(played.camA.work().inBatches, 128U);
+  EXPECT_EQ(played.camA.work().singly, 0U);
+  played.card.behind(first.video);
+  EXPECT_EQ(played.camA.work().batches, 2U);
+  EXPECT_EQ(played.camA.work().inBatches, 7 * 32U);
+  played.playUntil(7020);
+  played.card.behind(first.video);
+  EXPECT_EQ(played.camA.work().batches, 2U);
+  EXPECT_EQ(played.camA.work().singly, 4U);
+}
+
+// Full batches alone would be 15; what the room leaves unfilled comes on top.
+TEST_F(CardCam, HoldsBackNoMoreThanItHasRoomFor) {
+  Played played(file.path());
+  played.playUntil(60000);
+  EXPECT_GT(played.camA.work().batches, 60 * 32U / 128);
+}
+
+TEST_F(CardCam, ACamThatIsPulledHasFinishedWhatItTook) {
+  Played played(file.path());
+  played.playUntil(1000);
+  played.card.setCam(0, nullptr);
+  EXPECT_FALSE(played.card.behind(first.video).lastScrambled);
+  EXPECT_FALSE(played.card.behind(first.video).lastPesBad);
+}
+
+// Words go bad and good again meanwhile, so that what is read behind the CAMs changes.
+TEST_F(CardCam, HowOftenSomebodyLooksMakesNoDifference) {
+  Played often(file.path());
+  Played seldom(file.path());
+  for (std::uint64_t ms = 10; ms <= 12000; ms += 10) {
+    for (Played *played : {&often, &seldom}) {
+      played->camA.setFault(chassis::CamFault::WrongKey, ms / 1300 % 2 == 1);
+      played->playUntil(ms);
+    }
+    const auto expected = evidenceOf(often.card, first.video);
+    if (ms % 730 == 0) {
+      EXPECT_EQ(evidenceOf(seldom.card, first.video), expected) << ms;
+    }
+  }
+}
+
+TEST_F(CardCam, ACamReadsTheEcmsThatTheOneBeforeItDescrambles) {
+  const LabStream twice(true);
+  const TemporaryFile twiceFile(twice.result.bytes());
+  Played played(twiceFile.path());
+  played.camA.receive(caPmt(first, {second.ecm}));
+  played.playUntil(2000);
+  played.card.fpga().select(second.video);
+  EXPECT_EQ(played.card.fpga().descState(DESC_PID_TYPE_AV), 0U);
+}
+
+TEST_F(CardCam, OutputBeginsWithTheNextPacket) {
+  camA.receive(caPmt(first));
+  camB.receive(caPmt(second));
+  card.setOutput("");
+  playUntil(1000);
+  const TemporaryFile later;
+  card.setOutput(later.path());
+  playUntil(2000);
+  card.setOutput("");
+  EXPECT_EQ(later.read(), stream.clear.bytes());
 }

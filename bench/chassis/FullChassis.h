@@ -1,0 +1,25 @@
+// The whole chassis with the module in it: six cards at full rate, both CAMs of each at work.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "Traffic.h"
+#include "firmware/Chassis.h"
+#include "kernel/Clock.h"
+
+class FullChassis : private chassis::Agenda {
+ public:
+  FullChassis();  // returns when all CAMs descramble
+
+  void run(std::uint64_t ms);  // of chassis time
+  Traffic traffic();           // of all cards
+
+ private:
+  std::optional<std::uint64_t> nextMs() const override { return std::nullopt; }
+  void runDue(std::uint64_t) override {}
+
+  Silence events_;
+  chassis::Clock clock_;
+  chassis::Chassis chassis_{clock_, events_};
+};
