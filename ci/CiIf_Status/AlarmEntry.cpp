@@ -67,7 +67,14 @@ bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {
   return kind.scope == Scope::card ? mask.cam[0] != 0 && mask.cam[1] != 0 : mask.cam[camSlot] != 0;
 }
 
-// In line: where the kind and the CAM are constants, most of a check folds.
+int32_t filter(const AlarmCall &call, const CiData &card, const AlarmMask &mask) {
+  if (masked(call.kind, call.camSlot, mask)) {
+    return whileMasked(call);
+  }
+  return faulty(call.kind, card, call.camSlot) ? whileFaulty(call) : whileGood(call);
+}
+
+// In line: where the kind and the CAM are constants, most of a check that finds nothing folds.
 [[gnu::always_inline]] inline int32_t runCheck(uint8_t slot, uint8_t cam, uint16_t row) {
   AlarmMask mask;
   const CiData *card = askMasks(slot, cam, mask);
@@ -76,11 +83,13 @@ bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {
   }
   const AlarmKind &kind = kinds[row];
   const uint8_t place = placeOf(kind, cam);
-  const AlarmCall call = {kind, slot, place, alarmState(row, slot, place)};
-  if (likely(!masked(kind, place, mask))) {
-    return likely(!faulty(kind, *card, place)) ? whileGood(call) : whileFaulty(call);
+  AlarmState &alarm = alarmState(row, slot, place);
+  if (likely(alarm.alarm_traped == 0) && likely(!masked(kind, place, mask)) &&
+      likely(!faulty(kind, *card, place))) {
+    alarm.ok_time_cnt = OSTimeGet();
+    return 0;
   }
-  return whileMasked(call);
+  return filter({kind, slot, place, alarm}, *card, mask);
 }
 
 template <size_t... I>

@@ -44,12 +44,7 @@ struct AlarmCall {
 // with the result of camAlarmCheck. Raise and clear the alarm when its delay has run out.
 int32_t whileMasked(const AlarmCall &call);
 int32_t whileFaulty(const AlarmCall &call);
-int32_t clearWhenDue(const AlarmCall &call);
-
-inline int32_t whileGood(const AlarmCall &call) {
-  call.alarm.ok_time_cnt = OSTimeGet();
-  return likely(call.alarm.alarm_traped == 0) ? 0 : clearWhenDue(call);
-}
+int32_t whileGood(const AlarmCall &call);
 
 }  // namespace alarms
 
