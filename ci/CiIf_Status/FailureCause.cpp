@@ -125,8 +125,8 @@ class EcmPids {
   static constexpr uint32_t groups = 64;
 
   bool has(uint16_t pid) const {
-    for (uint32_t k = 0; k < count_; ++k) {
-      if (pid_[k] == pid) {
+    for (const uint16_t *each = pid_; each != pid_ + count_; ++each) {
+      if (*each == pid) {
         return true;
       }
     }

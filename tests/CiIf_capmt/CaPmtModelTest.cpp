@@ -1,6 +1,7 @@
 // Records of random tables against a slow model of them, byte for byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -15,7 +16,7 @@ constexpr uint16_t UNSUPPORTED = 0x0666;
 constexpr int STEPS = 300;
 
 // How the private data of a list lie in its pool.
-enum Layout { END_TO_END, APART, ANYWHERE, NONE, LAYOUTS };
+enum Layout { END_TO_END, APART, OVERLAPPING, ANYWHERE, NONE, LAYOUTS };
 
 uint8_t length(Random &random, Layout layout) {
   switch (layout) {
@@ -28,17 +29,29 @@ uint8_t length(Random &random, Layout layout) {
   }
 }
 
+uint8_t offset(Random &random, Layout layout, uint8_t end) {
+  switch (layout) {
+    case ANYWHERE:
+      return random.byte();
+    case OVERLAPPING:
+      return static_cast<uint8_t>(end - std::min<uint32_t>(end, random.below(3)));
+    default:
+      return end;
+  }
+}
+
 void fill(CiDescCaList &list, Random &random) {
   const Layout layout = static_cast<Layout>(random.below(LAYOUTS));
   list.caNum = static_cast<uint16_t>(random.below(33));
   for (uint8_t &byte : list.privData) {
     byte = random.byte();
   }
+  const uint32_t unsupported = random.of<uint32_t>({0, 25, 100});  // in a hundred
   uint8_t end = 0;
   for (size_t k = 0; k < 32; ++k) {
-    list.ca[k] = {random.below(4) != 0 ? SUPPORTED : UNSUPPORTED, random.word()};
+    list.ca[k] = {random.below(100) < unsupported ? UNSUPPORTED : SUPPORTED, random.word()};
     list.privLen[k] = length(random, layout);
-    list.privOff[k] = layout == ANYWHERE ? random.byte() : end;
+    list.privOff[k] = offset(random, layout, end);
     end = static_cast<uint8_t>(end + list.privLen[k] + (layout == APART ? random.below(3) : 0));
   }
 }

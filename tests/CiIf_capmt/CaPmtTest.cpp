@@ -839,6 +839,13 @@ INSTANTIATE_TEST_SUITE_P(
                     Bounded{2, {{0, 10}, {20, 10}, {252, 4}, {40, 10}}, {4, 4, 4, 4}},
                     Bounded{31, {{0, 10}, {20, 10}}, {10, 10}}, Bounded{31, {{254, 10}}, {2}}));
 
+// End to end, the longest one byte longer than its bound lets it be.
+INSTANTIATE_TEST_SUITE_P(OneTooLong, StreamPrivateData,
+                         testing::Values(Bounded{2, {{0, 120}, {120, 17}, {137, 1}}, {119, 17, 1}},
+                                         Bounded{2, {{0, 123}, {123, 11}, {134, 2}}, {122, 11, 2}},
+                                         Bounded{1, {{0, 128}, {128, 1}}, {128, 1}},
+                                         Bounded{1, {{0, 129}, {129, 1}}, {127, 1}}));
+
 TEST_F(CaPmt, BoundOfTheLastStreamIsThatOfItsLastEntry) {
   card.setTable({Program(1).level(2).streams(0x02, 0x100, 32)});
   std::vector<Place> places(32, Place{0, 10});
