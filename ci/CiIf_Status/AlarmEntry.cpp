@@ -67,14 +67,15 @@ bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {
   return kind.scope == Scope::card ? mask.cam[0] != 0 && mask.cam[1] != 0 : mask.cam[camSlot] != 0;
 }
 
+// What takes longer than noting that all is well.
 int32_t filter(const AlarmCall &call, const CiData &card, const AlarmMask &mask) {
   if (masked(call.kind, call.camSlot, mask)) {
     return whileMasked(call);
   }
-  return faulty(call.kind, card, call.camSlot) ? whileFaulty(call) : whileGood(call);
+  return faulty(call.kind, card, call.camSlot) ? whileFaulty(call) : whileGone(call);
 }
 
-// In line: where the kind and the CAM are constants, most of a check that finds nothing folds.
+// In line: where the kind and the CAM are constants, most of a check folds.
 [[gnu::always_inline]] inline int32_t runCheck(uint8_t slot, uint8_t cam, uint16_t row) {
   AlarmMask mask;
   const CiData *card = askMasks(slot, cam, mask);

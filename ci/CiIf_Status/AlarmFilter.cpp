@@ -80,10 +80,9 @@ int32_t whileFaulty(const AlarmCall &call) {
   return call.alarm.alarm_traped == 0 ? raise(call) : call.kind.answersStanding;
 }
 
-int32_t whileGood(const AlarmCall &call) {
+int32_t whileGone(const AlarmCall &call) {
   call.alarm.ok_time_cnt = OSTimeGet();
-  const bool due = call.alarm.alarm_traped == 1 &&
-                   longerThan(alarmClearDelay(call.kind.delayPair), call.alarm.err_time_cnt);
+  const bool due = longerThan(alarmClearDelay(call.kind.delayPair), call.alarm.err_time_cnt);
   return due ? clear(call, call.kind.clearFailed) : 0;
 }
 

@@ -40,11 +40,12 @@ struct AlarmCall {
   AlarmState &alarm;
 };
 
-// What a call does while the alarm is masked, while its fault is seen and while it is not, each
-// with the result of camAlarmCheck. Raise and clear the alarm when its delay has run out.
+// What a call does while the alarm is masked, while its fault is seen, and while it stands but its
+// fault is gone, each with the result of camAlarmCheck. Raise and clear it when its delay has run
+// out.
 int32_t whileMasked(const AlarmCall &call);
 int32_t whileFaulty(const AlarmCall &call);
-int32_t whileGood(const AlarmCall &call);
+int32_t whileGone(const AlarmCall &call);
 
 }  // namespace alarms
 
