@@ -6,11 +6,13 @@
 
 #include "CiIf.h"
 
+namespace ciif {
+
 // The CI library's indexes of the CAMs are below this.
 constexpr uint8_t camIndexCount = MAX_BOARD_NUM * MAX_CAM_NUM;
 
 // A condition that nearly always holds: the compiler lays the code out for it.
-inline bool likely(bool condition) {
+inline bool ciLikely(bool condition) {
 #ifdef __GNUC__
   return __builtin_expect(condition, true);
 #else
@@ -46,5 +48,7 @@ inline CiDesc *guardedDesc(const char *unit, uint32_t slotNo, int recordLine, in
   ciAssert(pdesc != nullptr, unit, descLine, "pdesc");
   return pdesc;
 }
+
+}  // namespace ciif
 
 #endif

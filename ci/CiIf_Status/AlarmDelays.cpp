@@ -1,5 +1,7 @@
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr uint32_t pairCount = 5;
@@ -19,10 +21,10 @@ void ciAlarmDlyTimeInit(void) {
   }
 }
 
-uint32_t alarmRaiseDelay(uint32_t pair) {
+uint32_t ciif::alarmRaiseDelay(uint32_t pair) {
   return ciAlarmDlyTime[2 * pair];
 }
 
-uint32_t alarmClearDelay(uint32_t pair) {
+uint32_t ciif::alarmClearDelay(uint32_t pair) {
   return ciAlarmDlyTime[2 * pair + 1];
 }

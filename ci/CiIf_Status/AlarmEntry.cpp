@@ -3,7 +3,8 @@
 #include "CiIf_Status/AlarmFilter.h"
 #include "CiIf_Status/Internal.h"
 
-namespace alarms {
+using namespace ciif;
+
 namespace {
 
 struct Check {
@@ -43,7 +44,7 @@ struct AlarmMask {
 // The card of a check, asked for its masks; null when there is none to ask.
 [[gnu::always_inline]] inline const CiData *askMasks(uint8_t slot, uint8_t cam, AlarmMask &mask) {
   const CiData *card = checkedCard(slot, cam);
-  if (likely(card != nullptr)) {
+  if (ciLikely(card != nullptr)) {
     mask.cam[0] = card->CamAlarmMask(slot, 0);
     mask.cam[1] = card->CamAlarmMask(slot, 1);
   }
@@ -85,8 +86,8 @@ int32_t filter(const AlarmCall &call, const CiData &card, const AlarmMask &mask)
   const AlarmKind &kind = kinds[row];
   const uint8_t place = placeOf(kind, cam);
   AlarmState &alarm = alarmState(row, slot, place);
-  if (likely(alarm.alarm_traped == 0) && likely(!masked(kind, place, mask)) &&
-      likely(!faulty(kind, *card, place))) {
+  if (ciLikely(alarm.alarm_traped == 0) && ciLikely(!masked(kind, place, mask)) &&
+      ciLikely(!faulty(kind, *card, place))) {
     alarm.ok_time_cnt = OSTimeGet();
     return 0;
   }
@@ -101,20 +102,18 @@ int32_t runChecks(uint8_t slot, std::index_sequence<I...>) {
 }
 
 }  // namespace
-}  // namespace alarms
 
 int32_t camAlarm(uint32_t slotNo) {
-  return alarms::runChecks(static_cast<uint8_t>(slotNo),
-                           std::make_index_sequence<alarms::checkCount>{});
+  return runChecks(static_cast<uint8_t>(slotNo), std::make_index_sequence<checkCount>{});
 }
 
 int32_t camAlarmCheck(uint32_t slotNo, uint32_t camSlot, uint32_t kind) {
   const uint8_t slot = static_cast<uint8_t>(slotNo);
   const uint8_t cam = static_cast<uint8_t>(camSlot);
-  const uint16_t row = alarms::rowOf(kind);
-  if (row < alarms::kindCount) {
-    return alarms::runCheck(slot, cam, row);
+  const uint16_t row = rowOf(kind);
+  if (row < kindCount) {
+    return runCheck(slot, cam, row);
   }
-  alarms::AlarmMask unused;
-  return alarms::askMasks(slot, cam, unused) != nullptr ? 0 : -1;
+  AlarmMask unused;
+  return askMasks(slot, cam, unused) != nullptr ? 0 : -1;
 }

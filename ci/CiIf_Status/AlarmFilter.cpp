@@ -2,7 +2,7 @@
 
 #include "CiIf_Status/Internal.h"
 
-namespace alarms {
+namespace ciif {
 
 Checker checkers[kindCount];
 
@@ -86,4 +86,4 @@ int32_t whileGone(const AlarmCall &call) {
   return due ? clear(call, call.kind.clearFailed) : 0;
 }
 
-}  // namespace alarms
+}  // namespace ciif

@@ -5,7 +5,7 @@
 #include "CiCommon.h"
 #include "CiIf_Status/AlarmKinds.h"
 
-namespace alarms {
+namespace ciif {
 
 // One alarm: of a CAM, or of a card in the place of its CAM A.
 struct AlarmState {
@@ -40,13 +40,13 @@ struct AlarmCall {
   AlarmState &alarm;
 };
 
-// What a call does while the alarm is masked, while its fault is seen, and while it stands but its
-// fault is gone, each with the result of camAlarmCheck. Raise and clear it when its delay has run
-// out.
+// What a call does, each with the result of camAlarmCheck: while the alarm is masked, it is cleared
+// at once; while its fault is seen, it is raised when the delay has run out; while it stands and
+// its fault is gone, it is cleared when the delay has.
 int32_t whileMasked(const AlarmCall &call);
 int32_t whileFaulty(const AlarmCall &call);
 int32_t whileGone(const AlarmCall &call);
 
-}  // namespace alarms
+}  // namespace ciif
 
 #endif

@@ -4,7 +4,7 @@
 
 #include "CiPlatform.h"
 
-namespace alarms {
+namespace ciif {
 
 constexpr uint16_t firstKind = ALARM_KIND_CAM_ABSENT;
 constexpr uint8_t kindCount = 5;
@@ -135,7 +135,7 @@ constexpr uint16_t rowOf(uint32_t kind) {
   return static_cast<uint16_t>(kind - firstKind);
 }
 
-constexpr bool kindsConsecutive() {
+static constexpr bool kindsConsecutive() {
   for (uint8_t i = 0; i < kindCount; ++i) {
     if (kinds[i].kind != firstKind + i) {
       return false;
@@ -144,7 +144,7 @@ constexpr bool kindsConsecutive() {
   return true;
 }
 
-constexpr bool delayPairsDistinct() {
+static constexpr bool delayPairsDistinct() {
   uint32_t used = 0;
   for (const AlarmKind &kind : kinds) {
     used |= 1u << kind.delayPair;
@@ -152,7 +152,7 @@ constexpr bool delayPairsDistinct() {
   return used == (1u << kindCount) - 1;
 }
 
-constexpr bool wideFaultsZero() {
+static constexpr bool wideFaultsZero() {
   for (const AlarmKind &kind : kinds) {
     if (kind.field.size != 1 && kind.faultLast != 0) {
       return false;
@@ -176,6 +176,6 @@ static_assert(delayPairsDistinct(), "each kind has delays of its own");
 #undef UPPER_CAM_DEL
 #undef CAM_ADD
 
-}  // namespace alarms
+}  // namespace ciif
 
 #endif

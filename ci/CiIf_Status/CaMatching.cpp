@@ -1,5 +1,7 @@
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 namespace {
 
 // Finds the first entry of a CA list that the CAM supports.

@@ -1,5 +1,7 @@
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr uint8_t fullCaPmt = 0;
@@ -50,7 +52,7 @@ void noteClean(uint8_t slotNo, uint8_t camSlot) {
 
 }  // namespace
 
-bool caPmtQuiet(uint8_t slotNo, uint8_t camSlot) {
+bool ciif::caPmtQuiet(uint8_t slotNo, uint8_t camSlot) {
   return longerThan(TIME_CAPMT, ca_pmt_send_time[slotNo][camSlot]) &&
          longerThan(TIME_CAPMT, ca_pmt_query_time[slotNo][camSlot]);
 }

@@ -3,6 +3,8 @@
 
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 CiData *pCiData[MAX_BOARD_NUM];
 
 namespace {

@@ -1,5 +1,7 @@
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 namespace {
 
 // A program on one CAM can only be told while that CAM is in; one on both is always told.

@@ -2,6 +2,8 @@
 
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 DescProgStat DescStatus[MAX_BOARD_NUM][32];
 
 namespace {

@@ -1,5 +1,7 @@
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr char ciIfVer[] = "V3.0.1.1";

@@ -5,6 +5,8 @@
 #include "CiIf_Status/Internal.h"
 #include "CiIf_fpga/Checked.h"
 
+using namespace ciif;
+
 namespace {
 
 // Where a program's CA information applies; the streams' own lists win.
@@ -104,7 +106,7 @@ uint8_t replyStatus(const CamPass &pass, const CiDescProg &program, const ReplyE
 }
 
 // A CA list's ECM PIDs, up to 32, each once. Two PIDs alike in their low 6 bits are compared with
-// all before them; most others are new at a glance.
+// all before them; all others are new at a glance.
 class EcmPids {
  public:
   bool full() const { return count_ == listSize; }
@@ -112,7 +114,7 @@ class EcmPids {
   // Whether the PID is new.
   bool add(uint16_t pid) {
     bool &seen = seen_[pid % groups];
-    if (likely(!seen) || !has(pid)) {
+    if (ciLikely(!seen) || !has(pid)) {
       seen = true;
       pid_[count_++] = pid;
       return true;
@@ -154,10 +156,10 @@ struct EcmReading {
 uint8_t ecmStatus(size_t slotNo, const CiDescCaList &list, uint16_t caSysId) {
   EcmPids ecmPids;
   EcmReading reading;
-  const CiDescCa *const end = list.ca + list.caNum;
-  for (const CiDescCa *ca = list.ca; ca != end && !ecmPids.full(); ++ca) {
-    if (likely(ca->casid == caSysId && ecmPids.add(ca->ecmPid))) {
-      reading.add(slotNo, ca->ecmPid);
+  for (uint32_t k = 0; k < list.caNum && !ecmPids.full(); ++k) {
+    const CiDescCa &ca = list.ca[k];
+    if (ciLikely(ca.casid == caSysId && ecmPids.add(ca.ecmPid))) {
+      reading.add(slotNo, ca.ecmPid);
     }
   }
   if (reading.existence == 0) {
@@ -181,11 +183,12 @@ uint8_t streamStatus(const CamPass &pass, const CiDescProg &program, const CiDes
 
 }  // namespace
 
-uint8_t FailureCause::ofStream(uint16_t e) {
+uint8_t ciif::FailureCause::ofStream(uint16_t e) {
   const CiDescElem &stream = program_.ele[e];
-  if (!searched_) {
+  const uint16_t count = caPmtReplyInfo[pass_.slotNo * MAX_CAM_NUM + pass_.camSlot].progNum;
+  if (count != searched_) {
     entries_ = refusingEntries(pass_, program_.prog_num);
-    searched_ = true;
+    searched_ = count;
   }
   const uint8_t status = replyStatus(pass_, program_, entries_, stream.pid);
   return status != DESC_STAT_SCRAMBLED ? status : streamStatus(pass_, program_, stream);

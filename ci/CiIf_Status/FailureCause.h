@@ -4,6 +4,8 @@
 
 #include "CiPlatform.h"
 
+namespace ciif {
+
 // One CAM's turn in the measurement.
 struct CamPass {
   uint8_t slotNo;
@@ -29,8 +31,10 @@ class FailureCause {
  private:
   const CamPass &pass_;
   const CiDescProg &program_;
-  bool searched_ = false;  // the reply is searched for a program's first such stream alone
+  uint16_t searched_ = 0;  // count of the reply when it was searched: it may come meanwhile
   ReplyEntries entries_;   // empty: nothing is refused, so no PID need be looked up
 };
+
+}  // namespace ciif
 
 #endif

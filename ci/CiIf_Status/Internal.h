@@ -6,6 +6,8 @@
 #include "CiIf_Status/CiIf_Status.h"
 #include "CiPlatform.h"
 
+namespace ciif {
+
 // The unit's path in messages.
 constexpr char statusUnit[] = "../../CiIf_Status";
 
@@ -55,5 +57,7 @@ bool caPmtQuiet(uint8_t slotNo, uint8_t camSlot);
 // it is gone before the alarm is cleared. Milliseconds; 0 until ciAlarmDlyTimeInit.
 uint32_t alarmRaiseDelay(uint32_t pair);
 uint32_t alarmClearDelay(uint32_t pair);
+
+}  // namespace ciif
 
 #endif

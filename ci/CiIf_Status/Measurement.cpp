@@ -2,6 +2,8 @@
 #include "CiIf_Status/Internal.h"
 #include "CiIf_fpga/Checked.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr uint8_t readFailed = 0xFF;
@@ -13,7 +15,7 @@ uint8_t readDescState(uint8_t slotNo, uint16_t pid, uint32_t pidType) {
 
 uint8_t pidStatus(uint8_t slotNo, const DescPidStat &record, FailureCause &cause, uint16_t e) {
   const uint8_t state = readDescState(slotNo, record.pid, record.type);
-  if (likely(state == 0)) {
+  if (ciLikely(state == 0)) {
     return DESC_STAT_OK;
   }
   if (state == readFailed) {
@@ -25,15 +27,17 @@ uint8_t pidStatus(uint8_t slotNo, const DescPidStat &record, FailureCause &cause
 
 void measureProgram(const CamPass &pass, const CiDescProg &program, DescProgStat &result) {
   FailureCause cause(pass, program);
-  uint8_t worst = DESC_STAT_OK;
   const uint8_t slotNo = pass.slotNo;
+  uint8_t worst = DESC_STAT_OK;
+  result.progStatus = worst;
   const uint16_t count = program.eleNum;
   for (uint16_t e = 0; e < count; ++e) {
     const uint8_t status = pidStatus(slotNo, result.pid[e], cause, e);
     result.pid[e].status = status;
-    worst = status < worst ? status : worst;
+    if (status < worst) {
+      result.progStatus = worst = status;
+    }
   }
-  result.progStatus = worst;
 }
 
 }  // namespace

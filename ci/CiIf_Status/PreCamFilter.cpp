@@ -3,6 +3,8 @@
 #include "CiIf_Status/Internal.h"
 #include "CiIf_fpga/Checked.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr uint32_t pidCount = 0x2000;

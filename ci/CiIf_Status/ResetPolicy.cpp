@@ -1,6 +1,8 @@
 #include "CiIf_Status/Internal.h"
 #include "CiIf_fpga/Checked.h"
 
+using namespace ciif;
+
 uint32_t TIME_CAPMT = 10000;
 uint32_t TIME_FIRST_RESET = 30000;
 uint32_t TIME_RESET = 300000;

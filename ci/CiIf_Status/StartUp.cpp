@@ -1,5 +1,7 @@
 #include "CiIf_Status/Internal.h"
 
+using namespace ciif;
+
 static uint8_t ciIfInitFlag;
 
 int32_t ciIfInit(void) {

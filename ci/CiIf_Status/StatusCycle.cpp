@@ -1,6 +1,8 @@
 #include "CiIf_Status/Internal.h"
 #include "CiIf_fpga/Checked.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr uint8_t notChecked = 0xFF;

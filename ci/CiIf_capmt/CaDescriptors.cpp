@@ -1,12 +1,14 @@
 #include "CiIf_capmt/CaDescriptors.h"
 
+namespace ciif {
+
 template <typename Level>
 PrivateRun writeCa(Level &level, const CiDescCaList &list, uint8_t index) {
   PrivateRun run;
   uint32_t n = 0;
   const uint32_t count = list.caNum;
   for (uint32_t k = 0; k < count && n < listSize; ++k) {
-    if (likely(ciLibCaSysIdMatch(index, list.ca[k].casid) == 0)) {
+    if (ciLikely(ciLibCaSysIdMatch(index, list.ca[k].casid) == 0)) {
       level.casid[n] = list.ca[k].casid;
       level.caPid[n] = list.ca[k].ecmPid;
       const uint8_t len = list.privLen[k];
@@ -23,3 +25,5 @@ PrivateRun writeCa(Level &level, const CiDescCaList &list, uint8_t index) {
 
 template PrivateRun writeCa(CaPmtProg &level, const CiDescCaList &list, uint8_t index);
 template PrivateRun writeCa(CaPmtElem &level, const CiDescCaList &list, uint8_t index);
+
+}  // namespace ciif

@@ -5,6 +5,8 @@
 #include "CiCommon.h"
 #include "CiPlatform.h"
 
+namespace ciif {
+
 constexpr uint8_t listSize = 32;
 constexpr uint32_t privSize = 256;
 
@@ -15,10 +17,11 @@ struct PrivateRun {
   uint32_t lengths = 0;  // at least the greatest length less one
 
   void add(uint8_t off, uint8_t len) {
-    end = likely(off == end) ? end + len : noRun;
+    end = ciLikely(off == end) ? end + len : noRun;
     lengths |= len - 1u;
   }
-  // Whether no descriptor lies apart, is empty or is longer than `room`.
+  // Only if all lie end to end within the pool, none of them empty or longer than `room`; not
+  // always when they do.
   bool whole(uint32_t room) const { return end <= privSize && lengths < room; }
 
   static constexpr uint32_t noRun = 0x10000;
@@ -29,5 +32,7 @@ struct PrivateRun {
 // for each of the list.
 template <typename Level>
 PrivateRun writeCa(Level &level, const CiDescCaList &list, uint8_t index);
+
+}  // namespace ciif
 
 #endif

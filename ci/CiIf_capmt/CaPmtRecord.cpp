@@ -4,6 +4,8 @@
 
 #include "CiIf_capmt/CaDescriptors.h"
 
+using namespace ciif;
+
 namespace {
 
 // Copies private bytes to the place that they have in the pool: those of each descriptor up to the
@@ -45,8 +47,8 @@ void writeStreamCa(CaPmtElem &entry, const CiDescElem &stream, uint8_t s, uint8_
 
 }  // namespace
 
-void fillCaPmtRecord(CaPmtProg &record, const CiDescProg &program, uint8_t index, uint8_t version,
-                     CaPmtCmdId streamCmdId) {
+void ciif::fillCaPmtRecord(CaPmtProg &record, const CiDescProg &program, uint8_t index,
+                           uint8_t version, CaPmtCmdId streamCmdId) {
   memset(&record, 0, sizeof record);
   record.mark = 1;
   record.progNum = program.prog_num;

@@ -4,6 +4,8 @@
 
 #include "CiPlatform.h"
 
+namespace ciif {
+
 // EN 50221 ca_pmt_cmd_id.
 enum CaPmtCmdId : uint8_t { okDescrambling = 1, query = 3 };
 
@@ -13,5 +15,7 @@ enum CaPmtCmdId : uint8_t { okDescrambling = 1, query = 3 };
 // each stream's.
 void fillCaPmtRecord(CaPmtProg &record, const CiDescProg &program, uint8_t index, uint8_t version,
                      CaPmtCmdId streamCmdId);
+
+}  // namespace ciif
 
 #endif

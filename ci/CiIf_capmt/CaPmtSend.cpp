@@ -3,6 +3,8 @@
 #include "CiCommon.h"
 #include "CiIf_capmt/CaPmtRecord.h"
 
+using namespace ciif;
+
 namespace {
 
 constexpr char capmtUnit[] = "../../CiIf_capmt";

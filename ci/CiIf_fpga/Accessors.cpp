@@ -1,6 +1,8 @@
 #include "CiIf_fpga/Checked.h"
 
-// The functions as others call them, by name.
+using namespace ciif;
+
+// The hardware functions by name.
 
 uint32_t cimax_sync_ok(uint32_t slotNo) {
   return checked::cimax_sync_ok(slotNo);

@@ -1,12 +1,13 @@
-// The hardware functions as the module itself calls them: what the exported accessor of the same
-// name does, in line.
+// The hardware functions for those who call them thousands of times: what the exported accessor of
+// the same name does, in line.
 #ifndef CHECKED_H
 #define CHECKED_H
 
 #include "CiIf_fpga/CheckedCall.h"
 
-namespace checked {
+namespace ciif::checked {
 
+// A name cannot stand in parentheses. NOLINTBEGIN(bugprone-macro-parentheses)
 #define REPORTED(name, failure)                     \
   [[maybe_unused]] constexpr auto name = Reported { \
     &CiData::name, #name, failure                   \
@@ -15,6 +16,7 @@ namespace checked {
   [[maybe_unused]] constexpr auto name = Asserted {        \
     &CiData::name, "pCiData[slotNo]->" #name, Range::range \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 // Functions with a result answer 0 where one is missing, PllReg alone -1. Three of those without
 // one trust the slot number.
@@ -42,6 +44,6 @@ REPORTED(rdDescStat, 0);
 #undef REPORTED
 #undef ASSERTED
 
-}  // namespace checked
+}  // namespace ciif::checked
 
 #endif

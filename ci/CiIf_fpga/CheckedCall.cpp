@@ -3,7 +3,9 @@
 #include "CiCommon.h"
 #include "CiIf_fpga/CiIf_fpga.h"
 
-void reportMissing(uint32_t slotNo, const char *name) {
+using namespace ciif;
+
+void ciif::reportMissing(uint32_t slotNo, const char *name) {
   if (slotNo >= MAX_BOARD_NUM) {
     printf("slotNo == %lu error!! \n", lu(slotNo));
   } else if (pCiData[slotNo] == nullptr) {
@@ -13,7 +15,7 @@ void reportMissing(uint32_t slotNo, const char *name) {
   }
 }
 
-void assertMissing(Range range, uint32_t slotNo, const char *condition) {
+void ciif::assertMissing(Range range, uint32_t slotNo, const char *condition) {
   const bool inRange = range == Range::vouched || slotNo < MAX_BOARD_NUM;
   if (ciAssert(inRange, fpgaUnit, __LINE__, "slotNo<MAX_BOARD_NUM") &&
       ciAssert(pCiData[slotNo] != nullptr, fpgaUnit, __LINE__, "pCiData[slotNo]")) {

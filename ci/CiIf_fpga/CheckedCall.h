@@ -6,6 +6,8 @@
 
 #include "CiIf.h"
 
+namespace ciif {
+
 // Functions without a result are not all range-checked: some callers vouch for the slot.
 enum class Range { checked, vouched };
 
@@ -75,5 +77,7 @@ Reported(Result (*CiData::*)(uint32_t, Params...), const char *, int)
 
 template <typename Slot, typename... Params>
 Asserted(void (*CiData::*)(Slot, Params...), const char *, Range) -> Asserted<Slot, Params...>;
+
+}  // namespace ciif
 
 #endif

@@ -1,6 +1,8 @@
 #include "CiCommon.h"
 #include "CiIf_fpga/CiIf_fpga.h"
 
+using namespace ciif;
+
 namespace {
 
 void clearCounts(uint32_t slotNo, uint16_t pid) {

@@ -303,6 +303,25 @@ INSTANTIATE_TEST_SUITE_P(
                     std::vector<uint8_t>{0x20, 0x10, 0x21}, std::vector<uint8_t>{0x20, 0x20},
                     std::vector<uint8_t>{0xFF, 0xEE, 0x40, 0x30, 0x21, 0x20, 0x10}));
 
+// What a program's status is while its PIDs are read: another task may look at any time.
+std::vector<uint8_t> seenStatuses;
+std::vector<uint32_t> readings;
+
+uint32_t readingWithALook(uint32_t slotNo, uint32_t) {
+  seenStatuses.push_back(DescStatus[slotNo][0].progStatus);
+  return readings.at(seenStatuses.size() - 1);
+}
+
+TEST_F(Measurement, ProgramStatusFollowsItsPidsOneByOne) {
+  setTable({Program(NUMBER).ca(CAS, ECM).streams(0x02, 0x100, 4)});
+  DescStatus[SLOT][0].progStatus = DESC_STAT_NO_ENTITLEMENT;
+  readings = {0, 0xFF, 5, 0};
+  pCiData[SLOT]->rdDescStat = readingWithALook;
+  measure();
+  EXPECT_EQ(seenStatuses, (std::vector<uint8_t>{0xFF, 0xFF, 0xEE, 0x10}));
+  EXPECT_EQ(programStatus(0), DESC_STAT_SCRAMBLED);
+}
+
 // --- the CAM's answer ----------------------------------------------------------------------------
 
 // A reply of one program with one stream.
@@ -469,6 +488,25 @@ TEST_F(Reply, IsSearchedForThePidOfTheTable) {
   answerStream(0, 0, PID, NO_ENTITLEMENT);
   answerStream(0, 1, PID + 0x80, TECHNICAL);
   EXPECT_EQ(measured(), DESC_STAT_TECHNICAL);
+}
+
+// The library fills a reply when the CAM answers, be it between two PIDs of a program.
+uint32_t readingWithAReply(uint32_t, uint32_t) {
+  static int calls = 0;
+  if (++calls == 2) {
+    caPmtReplyInfo[REPLY].prog[0] = {NUMBER, TECHNICAL, {}, 0, {}};
+    caPmtReplyInfo[REPLY].progNum = 1;
+  }
+  return 5;
+}
+
+TEST_F(Reply, ThatComesMeanwhileCountsFromThenOn) {
+  setTable({Program(NUMBER).ca(CAS, ECM).streams(0x02, 0x100, 3)});
+  pCiData[SLOT]->rdDescStat = readingWithAReply;
+  measure();
+  EXPECT_EQ(status(0, 0), DESC_STAT_SCRAMBLED);
+  EXPECT_EQ(status(0, 1), DESC_STAT_TECHNICAL);
+  EXPECT_EQ(status(0, 2), DESC_STAT_TECHNICAL);
 }
 
 // Without a match the entry behind the last one is taken.
