@@ -30,19 +30,21 @@ void replace(std::string &text, const std::string &from, const std::string &to) 
   }
 }
 
-// A call without what tells the card: a printed text, all of a record behind its first pair, or
-// the name.
+// A call without what tells the card: the first argument, or the number in a printed text.
 std::string withoutCard(std::string call) {
+  if (call.find("rintf") != std::string::npos) {
+    replace(call, "slotNo 2", "slotNo 1");
+    replace(call, "Card1", "Card0");
+    return call;
+  }
   const std::string name = call.substr(0, call.find('('));
   if (name == "AlarmAdd") {
     return name + call.substr(call.find("), "));
   }
-  if (name.find("rintf") == std::string::npos) {
-    return name;
+  if (name == "CamAlarmMask" || name == "ciLibGetCardIndex") {
+    return name + call.substr(call.find(", "));
   }
-  replace(call, "slotNo 2", "slotNo 1");
-  replace(call, "Card1", "Card0");
-  return call;
+  return name == "EXT_Clear_Ca_Sys_Id" ? name : call;
 }
 
 std::vector<std::string> withoutCard(const Calls &calls) {

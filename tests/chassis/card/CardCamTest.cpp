@@ -239,27 +239,48 @@ TEST_F(CardCam, ACamThatIsPulledIsPassedBy) {
   EXPECT_EQ(descState(first), 1U);
 }
 
-// 32 payloads a second for each CAM, two in every nine packets of its beginning.
+// 32 payloads a second for each CAM; a batch and three quarters of one.
 TEST_F(CardCam, WhileNobodyLooksBatchesAreFull) {
+  const std::uint64_t batch = dvbcsa_bs_batch_size();
   Played played(file.path());
-  played.playUntil(7000);
+  played.playUntil(batch * 7 * 1000 / (4 * 32));
   EXPECT_EQ(played.camA.work().batches, 1U);
-  EXPECT_EQ(played.camA.work().inBatches, 128U);
+  EXPECT_EQ(played.camA.work().inBatches, batch);
   EXPECT_EQ(played.camA.work().singly, 0U);
-  played.card.behind(first.video);
-  EXPECT_EQ(played.camA.work().batches, 2U);
-  EXPECT_EQ(played.camA.work().inBatches, 7 * 32U);
-  played.playUntil(7020);
-  played.card.behind(first.video);
-  EXPECT_EQ(played.camA.work().batches, 2U);
-  EXPECT_EQ(played.camA.work().singly, 4U);
+  const std::uint64_t seen = played.card.behind(first.video).packets;
+  EXPECT_EQ(played.camA.work().inBatches + played.camA.work().singly, seen);
+  played.playUntil(played.nowMs + 20);
+  EXPECT_LE(played.camA.work().inBatches + played.camA.work().singly, seen);
+  EXPECT_GT(played.card.behind(first.video).packets, seen);
+  EXPECT_EQ(played.camA.work().inBatches + played.camA.work().singly,
+            played.card.behind(first.video).packets);
 }
 
-// Full batches alone would be 15; what the room leaves unfilled comes on top.
+// 8192 packets are those of 8.2 s: then all is finished, also what fills no batch.
 TEST_F(CardCam, HoldsBackNoMoreThanItHasRoomFor) {
   Played played(file.path());
-  played.playUntil(60000);
-  EXPECT_GT(played.camA.work().batches, 60 * 32U / 128);
+  played.playUntil(8100);
+  EXPECT_EQ(played.camA.work().singly, 0U);
+  played.playUntil(8300);
+  EXPECT_GT(played.camA.work().singly, 0U);
+}
+
+TEST_F(CardCam, TheHardwareIsUpToDateForWhoeverAsksIt) {
+  Played played(file.path());
+  played.camA.setFault(chassis::CamFault::WrongKey, true);
+  played.playUntil(1000);
+  chassis::Card::Fpga &fpga = played.card.fpga();
+  fpga.select(first.video);
+  EXPECT_EQ(fpga.descState(DESC_PID_TYPE_AV), 2U);
+}
+
+TEST_F(CardCam, WhatWasHeldBackIsNotTakenForTheNextCards) {
+  Played played(file.path());
+  played.camA.setFault(chassis::CamFault::WrongKey, true);
+  played.playUntil(1000);
+  const TemporaryFile clear(stream.clear.bytes());
+  played.card.insert(clear.path(), bitrate, played.nowMs);
+  EXPECT_FALSE(played.card.behind(first.video).lastPesBad);
 }
 
 TEST_F(CardCam, ACamThatIsPulledHasFinishedWhatItTook) {
