@@ -108,9 +108,8 @@ class Card {
   CiDesc *descTable();       // null while no card is in
   InPortForm *inPortForm();  // null while no card is in: CA systems and CA PIDs of PMTs and CAT
   MuxCardForm *muxForm();    // null while no card is in: all programs of the stream
-  struct Fpga;               // figures and switches; CardDriver.cpp is its only user outside.
-                             // It is up to date until the next tick
-  Fpga &fpga();
+  struct Fpga;               // figures and switches; CardDriver.cpp is its only user outside
+  Fpga &fpga();              // up to date until the next tick
 
  private:
   struct State;

@@ -58,7 +58,7 @@ bool pmtFits(const std::uint8_t *begin, const std::uint8_t *end) {
   return begin == end && head == streamHead;
 }
 
-// libdvbpsi reads the last program of a PAT to its end, and be it from the CRC.
+// libdvbpsi reads four bytes for the last program even if some of them are the CRC's.
 bool patFits(const std::uint8_t *begin, const std::uint8_t *end) {
   constexpr std::ptrdiff_t entrySize = 4;
   return (end - begin) % entrySize == 0;

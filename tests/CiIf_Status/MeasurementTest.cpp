@@ -509,6 +509,26 @@ TEST_F(Reply, ThatComesMeanwhileCountsFromThenOn) {
   EXPECT_EQ(status(0, 2), DESC_STAT_TECHNICAL);
 }
 
+uint32_t readingThatShortensTheReply(uint32_t, uint32_t) {
+  static int calls = 0;
+  if (++calls == 2) {
+    caPmtReplyInfo[REPLY].progNum = 1;
+  }
+  return 5;
+}
+
+TEST_F(Reply, ThatGetsShorterMeanwhileCountsNoLonger) {
+  setTable({Program(NUMBER).ca(CAS, ECM).streams(0x02, 0x100, 3)});
+  pCiData[SLOT]->rdDescStat = readingThatShortensTheReply;
+  reply.progNum = 2;
+  answer(0, NUMBER, 0x01);
+  answer(1, NUMBER, TECHNICAL);
+  measure();
+  EXPECT_EQ(status(0, 0), DESC_STAT_TECHNICAL);
+  EXPECT_EQ(status(0, 1), DESC_STAT_SCRAMBLED);
+  EXPECT_EQ(status(0, 2), DESC_STAT_SCRAMBLED);
+}
+
 // Without a match the entry behind the last one is taken.
 class ReplyWithoutThePid : public Reply, public testing::WithParamInterface<uint8_t> {};
 
