@@ -516,6 +516,12 @@ TEST_F(RulesTest, IndexOfThirdCamIsNotTheNextCards) {
   EXPECT_EQ(complaints, both);
 }
 
+TEST_F(RulesTest, ResetOfThirdCamIsNotTheNextCards) {
+  rules::camReset(slot, 2, first);
+  rules::camReset(1, 0, first);
+  EXPECT_TRUE(complaints.empty());
+}
+
 TEST_F(RulesTest, StandingAlarmsAreKnown) {
   EXPECT_FALSE(rules::anyAlarm(slot));
   const int32_t index = raise();
