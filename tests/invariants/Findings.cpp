@@ -28,10 +28,6 @@ constexpr Codes statuses = {DESC_STAT_SCRAMBLED, DESC_STAT_NO_ENTITLEMENT, DESC_
 constexpr Codes summaries = {DESC_SUM_OK,   DESC_SUM_PART, DESC_SUM_ALL,
                              partScrambled, allScrambled,  DESC_SUM_ERROR};
 
-bool isFlag(uint32_t value) {
-  return value <= 1 || value == 0xFF;
-}
-
 bool isSound(const CaPmtElem &stream) {
   return stream.caNum <= 32 && stream.reserved == 0;
 }
@@ -42,9 +38,13 @@ bool isStatus(uint8_t status) {
   return statuses.has[status];
 }
 
+bool isFinding(uint8_t value) {
+  return value <= 1 || value == 0xFF;
+}
+
 bool areFindings(const CiData &card, uint32_t camSlot) {
-  return isFlag(card.cimaxStat) && isFlag(card.preCamPidStat[camSlot]) &&
-         isFlag(card.casidStat[camSlot]) && summaries.has[card.descStat[camSlot]];
+  return isFinding(card.preCamPidStat[camSlot]) && isFinding(card.casidStat[camSlot]) &&
+         summaries.has[card.descStat[camSlot]];
 }
 
 bool haveStatuses(const DescProgStat &row, const CiDescProg &program) {

@@ -9,6 +9,7 @@
 namespace rules {
 
 bool isStatus(uint8_t status);
+bool isFinding(uint8_t value);  // of a CAM, or of the card's controller
 bool areFindings(const CiData &card, uint32_t camSlot);
 bool haveStatuses(const DescProgStat &row, const CiDescProg &program);
 bool isOfItsWorst(const DescProgStat &row, const CiDescProg &program);

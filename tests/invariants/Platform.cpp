@@ -16,19 +16,18 @@ constexpr uint32_t lockIndex = flagCount;
 constexpr int ticksPerSecond = 100;
 
 Answers *answers;
+Answers ofNobody;  // for a card or a CAM that there is not
 semaphore semaphores[lockIndex + 1];
 CaPmtProg records[32];
 uint16_t selected[MAX_BOARD_NUM];
 const char *lastText = "";
 
 Answers &of(uint32_t slotNo) {
-  rules::asked(slotNo);
-  return *answers;
+  return rules::asked(slotNo) ? *answers : ofNobody;
 }
 
 Answers &of(uint32_t slotNo, uint32_t camSlot) {
-  rules::asked(slotNo, camSlot);
-  return *answers;
+  return rules::asked(slotNo, camSlot) ? *answers : ofNobody;
 }
 
 struct Driver {
@@ -58,12 +57,13 @@ struct Driver {
   }
   static void pass(uint32_t slotNo, uint16_t, uint32_t) { of(slotNo); }
   static void select(uint32_t slotNo, uint16_t pid) {
-    of(slotNo);
-    selected[slotNo] = pid;
+    if (rules::asked(slotNo)) {
+      selected[slotNo] = pid;
+    }
   }
   static uint32_t read(uint32_t slotNo, uint32_t) {
     rules::pidRead();
-    return of(slotNo).descState(slotNo, selected[slotNo]);
+    return rules::asked(slotNo) ? answers->descState(slotNo, selected[slotNo]) : 0;
   }
 };
 
@@ -213,8 +213,9 @@ uint32_t ciLibCaSysIdMatch(uint8_t index, uint16_t caSysID) {
 
 int32_t ciLibSendCaPmt(uint32_t slotNo, uint32_t camSlot, CaPmtProg **sent, uint32_t count) {
   const bool query = count == 0 || sent[0]->cmdId == 3;
+  Answers &asked = of(slotNo, camSlot);
   rules::caPmtSent(slotNo, camSlot, sent, count, query);
-  return of(slotNo, camSlot).sent(slotNo, camSlot, sent, count, query);
+  return asked.sent(slotNo, camSlot, sent, count, query);
 }
 
 void qm_ci_ca_pmt_clr(uint8_t index, uint16_t) {
@@ -222,7 +223,9 @@ void qm_ci_ca_pmt_clr(uint8_t index, uint16_t) {
 }
 
 int32_t resetCAM(uint32_t slotNo, uint32_t camSlot) {
-  of(slotNo, camSlot);
+  if (!rules::asked(slotNo, camSlot)) {
+    return -1;
+  }
   rules::camReset(slotNo, camSlot, lastText);
   lastText = "";
   lean::wantCaPmt(slotNo, camSlot);

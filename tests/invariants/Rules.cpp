@@ -99,6 +99,10 @@ bool require(bool holds, Rule rule, uint32_t slotNo, uint32_t camSlot = 0) {
   return holds;
 }
 
+bool exists(uint32_t slotNo, uint32_t camSlot = 0) {
+  return slotNo < MAX_BOARD_NUM && camSlot < MAX_CAM_NUM;
+}
+
 Limits limitsNow() {
   return {{TIME_CAPMT, TIME_FIRST_RESET, TIME_RESET, TIME_PART_RESET, TIME_NO_RESET}};
 }
@@ -171,17 +175,20 @@ void choose(uint32_t slotNo) {
 // Whom the module speaks of
 // ------------------------------------------------------------------------------------------------
 
-void asked(uint32_t slotNo) {
+bool asked(uint32_t slotNo) {
   require(slotNo == state.slotNo, Rule::otherCard, slotNo);
+  return exists(slotNo);
 }
 
-void asked(uint32_t slotNo, uint32_t camSlot) {
-  asked(slotNo);
-  require(camSlot < MAX_CAM_NUM, Rule::noSuchCam, slotNo, camSlot);
+bool asked(uint32_t slotNo, uint32_t camSlot) {
+  const bool card = asked(slotNo);
+  return require(camSlot < MAX_CAM_NUM, Rule::noSuchCam, slotNo, camSlot) && card;
 }
 
 void indexGiven(uint32_t slotNo, uint32_t camSlot, uint32_t index) {
-  state.cams[slotNo][camSlot].index = index;
+  if (exists(slotNo, camSlot)) {
+    state.cams[slotNo][camSlot].index = index;
+  }
 }
 
 void indexUsed(uint8_t index) {
@@ -220,6 +227,9 @@ void flagGiven(uint32_t index) {
 
 void caPmtSent(uint32_t slotNo, uint32_t camSlot, CaPmtProg *const *records, uint32_t count,
                bool query) {
+  if (!exists(slotNo, camSlot)) {
+    return;
+  }
   require(state.locked, Rule::sendUnlocked, slotNo, camSlot);
   if (require(count <= 32, Rule::sendTooMany, slotNo, camSlot)) {
     const auto sound = [](const CaPmtProg *record) { return isWithinLimits(*record); };
@@ -236,6 +246,9 @@ void caPmtSent(uint32_t slotNo, uint32_t camSlot, CaPmtProg *const *records, uin
 }
 
 void camReset(uint32_t slotNo, uint32_t camSlot, const char *reason) {
+  if (!exists(slotNo, camSlot)) {
+    return;
+  }
   ++counts.resets;
   Cam &cam = state.cams[slotNo][camSlot];
   require(quiet(cam), Rule::resetTooSoon, slotNo, camSlot);
@@ -343,7 +356,8 @@ void onlineAsked() {
 
 void clockRead(uint32_t slotNo, uint32_t value) {
   const uint32_t camSlot = state.onlineChecks - 1;
-  if (require(state.resetting && camSlot < MAX_CAM_NUM, Rule::clockOfNoCam, slotNo)) {
+  const bool ofOne = state.resetting && camSlot < MAX_CAM_NUM;
+  if (require(ofOne, Rule::clockOfNoCam, slotNo) && exists(slotNo)) {
     Cam &cam = state.cams[slotNo][camSlot];
     cam.clockLost = cam.clockLost || (value & 0xFF) == 0;
   }
@@ -355,8 +369,9 @@ void cycleEnded(uint32_t slotNo, const CiDesc &table) {
   require(unchanged, Rule::limitChanged, slotNo);
   require(!state.locked, Rule::lockKept, slotNo);
   checkRows(slotNo, table);
+  const CiData &card = *pCiData[slotNo];
+  require(isFinding(card.cimaxStat), Rule::findingNoCode, slotNo);
   for (uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-    const CiData &card = *pCiData[slotNo];
     require(areFindings(card, camSlot), Rule::findingNoCode, slotNo, camSlot);
     if (state.resetting) {
       trackArming(card, slotNo, camSlot);

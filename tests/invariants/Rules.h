@@ -56,9 +56,10 @@ void begin(Complaint complaint);
 // The card that the module is to deal with from now on.
 void choose(uint32_t slotNo);
 
-// What the platform is asked for and told.
-void asked(uint32_t slotNo);
-void asked(uint32_t slotNo, uint32_t camSlot);
+// What the platform is asked for and told. Of a card or a CAM that there is not, asked answers no,
+// and the others note nothing.
+bool asked(uint32_t slotNo);
+bool asked(uint32_t slotNo, uint32_t camSlot);
 void indexGiven(uint32_t slotNo, uint32_t camSlot, uint32_t index);
 void indexUsed(uint8_t index);
 void lockTaken(int timeout);

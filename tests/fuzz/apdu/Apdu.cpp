@@ -228,7 +228,8 @@ void checkSections(Input input) {
 void checkEcm(Input input) {
   chassis::labca::Ecm ecm;
   ecm.tier = input.word();
-  ecm.period = static_cast<uint32_t>(input.word()) << 16 | input.word();
+  const uint32_t high = input.word();
+  ecm.period = high << 16 | input.word();
   ecm.cipher = static_cast<chassis::labca::Cipher>(input.below(2));
   for (auto *word : {&ecm.even, &ecm.odd}) {
     std::generate(word->begin(), word->end(), [&input] { return input.byte(); });

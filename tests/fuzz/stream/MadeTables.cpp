@@ -42,7 +42,8 @@ class SectionMaker {
     Bytes body;
     for (uint32_t left = noise_.below(6); left > 0; --left) {
       put16(body, noise_.below(programNumbers));
-      put16(body, (noise_.next() & 0xE000) | (firstPmtPid + noise_.below(pmtPids)));
+      const uint32_t reserved = noise_.next() & 0xE000;
+      put16(body, reserved | (firstPmtPid + noise_.below(pmtPids)));
     }
     return finish(0x00, 1, body);
   }
@@ -90,7 +91,8 @@ class SectionMaker {
   void info(Bytes &body) {
     Bytes loop;
     descriptors(loop);
-    put16(body, (noise_.next() & 0xF000) | (length(loop.size()) & 0x0FFF));
+    const uint32_t reserved = noise_.next() & 0xF000;
+    put16(body, reserved | (length(loop.size()) & 0x0FFF));
     body.insert(body.end(), loop.begin(), loop.end());
   }
 

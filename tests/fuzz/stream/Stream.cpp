@@ -8,12 +8,14 @@
 #include <iterator>
 #include <string>
 
+#include "CaPmts.h"
 #include "Events.h"
 #include "Input.h"
 #include "InputError.h"
 #include "MadeTables.h"
 #include "Reading.h"
 #include "cam/Cam.h"
+#include "cam/LabCa.h"
 #include "card/Card.h"
 #include "ts/PacketView.h"
 #include "ts/Psi.h"
@@ -83,6 +85,8 @@ class StreamMaker {
     } else if ((kind & 7) == 2) {
       const Bytes loose = input_.bytes(input_.byte());
       bytes_.insert(bytes_.end(), loose.begin(), loose.end());
+    } else if ((kind & 0xC7) == 0x47) {
+      send(ecm(), pids[place]);
     } else {
       table(kind & 7, place, damaged);
     }
@@ -102,8 +106,23 @@ class StreamMaker {
     if (section[0] == 2) {
       programMaps_.push_back(section);
     }
-    const uint16_t pid = homes[kind - 3];
-    for (chassis::TsPacket &packet : chassis::sectionPackets(section, pid, continuity_[pid])) {
+    send(section, homes[kind - 3], damaged);
+  }
+
+  // Of any tier; the words are the period's, so they change with it.
+  chassis::Section ecm() {
+    chassis::labca::Ecm ecm;
+    ecm.tier = input_.byte();
+    ecm.period = input_.byte();
+    ecm.even[0] = ecm.odd[4] = static_cast<uint8_t>(ecm.period);
+    chassis::labca::setChecksums(ecm.even);
+    chassis::labca::setChecksums(ecm.odd);
+    return chassis::labca::encodeEcm(ecm);
+  }
+
+  void send(const chassis::Section &section, uint16_t pid, bool damaged = false) {
+    for (const chassis::TsPacket &packet :
+         chassis::sectionPackets(section, pid, continuity_[pid])) {
       add(packet, damaged);
     }
   }
@@ -265,16 +284,22 @@ void checkTable(const CiDesc &table) {
   }
 }
 
-// A card with a CAM. They are large, so all inputs have the same ones; each that can
-// be played puts the card in anew and resets the CAM.
+// A card with both its CAMs. They are large, so all inputs have the same ones; each that can be
+// played puts the card in anew and resets the CAMs.
 class Rack {
  public:
-  Rack() { card_.setCam(0, &cam_); }
+  Rack() {
+    for (uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
+      card_.setCam(camSlot, &cams_[camSlot]);
+    }
+  }
 
   // Plays the stream about twice.
   void play(const std::string &path, size_t size, Input &input) {
     card_.insert(path, input.flag() ? 0 : 1504000, 0);
-    cam_.reset(0);
+    for (chassis::Cam &cam : cams_) {
+      cam.reset(0);
+    }
     require(card_.bitrate() > 0 && !card_.programs().empty(), "a card plays nothing");
     assign(input);
     require(card_.inPortForm()->caNum <= 32, "input-port form too long");
@@ -282,24 +307,40 @@ class Rack {
     uint64_t now = 0;
     for (int step = 0; step < 4; ++step) {
       now += packets * chassis::tsPacketSize * 8 * 1000 / card_.bitrate() + 1;
-      cam_.tick(now);
+      for (chassis::Cam &cam : cams_) {
+        cam.tick(now);
+      }
       card_.tick(now);
       checkTable(*card_.descTable());
     }
   }
 
  private:
+  static chassis::Cam::Config config() { return {{chassis::labca::defaultCaSystem}, 0, 0, 4000}; }
+
   void assign(Input &input) {
     const auto programs = card_.programs();
     for (const chassis::ProgramInfo &program : programs) {
       card_.assign(program.number, static_cast<uint8_t>(input.below(4)));
     }
     checkTable(*card_.descTable());
+    select(*card_.descTable());
+  }
+
+  void select(const CiDesc &table) {
+    for (uint32_t p = 0; p < table.descProgCnt; ++p) {
+      for (uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
+        if ((table.prog[p].camMask >> camSlot & 1) != 0) {
+          cams_[camSlot].receive(caPmtOf(table.prog[p]));
+        }
+      }
+    }
   }
 
   Silent events_;
   chassis::Card card_{0, events_};
-  chassis::Cam cam_{{{0x0500}, 0, 0, 4000}, {0, 0}, events_, 0};
+  chassis::Cam cams_[MAX_CAM_NUM] = {{config(), {0, 0}, events_, 0},
+                                     {config(), {0, 1}, events_, 0}};
 };
 
 // A stream that nobody can play is refused in words.

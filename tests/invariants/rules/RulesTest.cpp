@@ -62,13 +62,21 @@ void cycle(uint8_t summary) {
   endCycle();
 }
 
-void send(uint8_t cmdId, uint32_t count = 1) {
+void prepare(uint8_t cmdId) {
   CaPmtInfo[0]->mark = 1;
   CaPmtInfo[0]->version = 1;
   CaPmtInfo[0]->cmdId = cmdId;
+}
+
+void handOver(uint32_t count = 1, uint32_t camSlot = 0) {
   semTake(CaPmtSem, withoutLimit);
-  ciLibSendCaPmt(slot, 0, CaPmtInfo, count);
+  ciLibSendCaPmt(slot, camSlot, CaPmtInfo, count);
   semGive(CaPmtSem);
+}
+
+void send(uint8_t cmdId) {
+  prepare(cmdId);
+  handOver();
 }
 
 void sendInCycle(uint8_t cmdId) {
@@ -80,9 +88,15 @@ void sendInCycle(uint8_t cmdId) {
 constexpr uint8_t okDescrambling = 1;
 constexpr uint8_t query = 3;
 
-void reset(const char *reason) {
+void sendOther(void (*change)(CaPmtProg &record)) {
+  prepare(okDescrambling);
+  change(*CaPmtInfo[0]);
+  handOver();
+}
+
+void reset(const char *reason, uint32_t slotNo = slot, uint32_t camSlot = 0) {
   leanPrintf("%s", reason);
-  resetCAM(slot, 0);
+  resetCAM(slotNo, camSlot);
 }
 
 constexpr char partial[] = "partial programs error, reset! \n";
@@ -158,6 +172,25 @@ const Case forbidden[] = {
        AlarmDel(index, 0);
      }},
     {"ThirdCam", "a CAM is asked for that there is not", [] { ciLibGetInsertCard(slot, 2); }},
+    // A CAM C has no place of its own: what is noted of it must not become the next card's CAM A.
+    {"CaPmtToThirdCam", "a CAM is asked for that there is not",
+     [] {
+       rules::cycleBegins(slot);
+       prepare(okDescrambling);
+       handOver(1, 2);
+       endCycle();
+       rules::choose(1);
+       reset(first, 1);
+     }},
+    {"ResetOfThirdCam", "a CAM is asked for that there is not",
+     [] {
+       reset(first, slot, 2);
+       rules::choose(1);
+       EXPECT_EQ(semTake(CaPMTFlag[MAX_CAM_NUM], withoutWaiting), -1);
+       reset(first, 1);
+     }},
+    {"SelectionOfNoCard", "another card is touched", [] { card().wrDesPid(MAX_BOARD_NUM, 0x100); }},
+    {"ResetOfNoCard", "another card is touched", [] { reset(first, MAX_BOARD_NUM); }},
     {"IndexNotGiven", "an index is used that the library did not give",
      [] { ciLibCaSysIdMatch(0, 0x500); }},
     {"IndexOfOtherCam", "an index is used that the library did not give",
@@ -197,22 +230,29 @@ const Case forbidden[] = {
        CaPmtInfo[0]->mark = CaPmtInfo[0]->version = 1;
        ciLibSendCaPmt(slot, 0, CaPmtInfo, 1);
      }},
-    {"TooManyRecords", "more CA PMT records sent than there are", [] { send(okDescrambling, 33); }},
+    {"TooManyRecords", "more CA PMT records sent than there are",
+     [] {
+       prepare(okDescrambling);
+       handOver(33);
+     }},
+    {"RecordWithoutMark", "CA PMT record out of its limits",
+     [] { sendOther([](CaPmtProg &record) { record.mark = 0; }); }},
+    {"RecordWithoutVersion", "CA PMT record out of its limits",
+     [] { sendOther([](CaPmtProg &record) { record.version = 0; }); }},
+    {"RecordOfTooHighVersion", "CA PMT record out of its limits",
+     [] { sendOther([](CaPmtProg &record) { record.version = 31; }); }},
+    {"RecordWithTooManyDescriptors", "CA PMT record out of its limits",
+     [] { sendOther([](CaPmtProg &record) { record.caNum = 33; }); }},
     {"RecordWithTooManyStreams", "CA PMT record out of its limits",
-     [] {
-       CaPmtInfo[0]->eleNum = 33;
-       send(okDescrambling);
-     }},
+     [] { sendOther([](CaPmtProg &record) { record.eleNum = 33; }); }},
+    {"RecordOfOtherListManagement", "CA PMT record out of its limits",
+     [] { sendOther([](CaPmtProg &record) { record.listMgmt = 5; }); }},
     {"PrivateDataBeyondItsEnd", "CA PMT record out of its limits",
-     [] {
-       CaPmtInfo[0]->reserved2[0] = 1;
-       send(okDescrambling);
-     }},
+     [] { sendOther([](CaPmtProg &record) { record.reserved2[0] = 1; }); }},
     {"StreamWithTooManyDescriptors", "CA PMT record out of its limits",
-     [] {
-       CaPmtInfo[0]->ele[31].caNum = 33;
-       send(okDescrambling);
-     }},
+     [] { sendOther([](CaPmtProg &record) { record.ele[31].caNum = 33; }); }},
+    {"PrivateDataBeyondItsEndInStream", "CA PMT record out of its limits",
+     [] { sendOther([](CaPmtProg &record) { record.ele[31].reserved = 1; }); }},
     {"QueryAtOnce", "query too soon behind a CA PMT",
      [] {
        sendInCycle(okDescrambling);
@@ -310,6 +350,11 @@ const Case forbidden[] = {
        cycle(DESC_SUM_OK);
      }},
     {"OtherController", "finding that is no code",
+     [] {
+       card().cimaxStat = 2;
+       cycle(DESC_SUM_OK);
+     }},
+    {"OtherCaSystem", "finding that is no code",
      [] {
        card().casidStat[1] = 2;
        cycle(DESC_SUM_OK);
@@ -459,6 +504,21 @@ INSTANTIATE_TEST_SUITE_P(Rules, Allowed, testing::ValuesIn(allowed), ItsName());
 
 TEST_F(RulesTest, OneRecordPerCardIsTaken) {
   EXPECT_EQ(rules::counts.records, static_cast<uint64_t>(MAX_BOARD_NUM));
+  EXPECT_TRUE(complaints.empty());
+}
+
+TEST_F(RulesTest, IndexOfThirdCamIsNotTheNextCards) {
+  const uint32_t index = ciLibGetCardIndex(slot, 2);
+  rules::choose(1);
+  EXT_Clear_Ca_Sys_Id(static_cast<uint8_t>(index));
+  const std::vector<std::string> both = {"a CAM is asked for that there is not",
+                                         "an index is used that the library did not give"};
+  EXPECT_EQ(complaints, both);
+}
+
+TEST_F(RulesTest, ResetOfThirdCamIsNotTheNextCards) {
+  rules::camReset(slot, 2, first);
+  rules::camReset(1, 0, first);
   EXPECT_TRUE(complaints.empty());
 }
 
