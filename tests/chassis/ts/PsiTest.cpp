@@ -174,13 +174,19 @@ TEST(Psi, DropsASectionWithAWrongCrc) {
   EXPECT_EQ(reading.reader.psi().programs[0].pcrPid, 0x101);
 }
 
-TEST(Psi, DropsALongSectionThatLostAPacket) {
+// One program whose PMT section takes several packets.
+StreamWriter longSection() {
   ProgramMap map = program(1, 0x1000, 0x100);
   for (unsigned i = 0; i < 3; ++i) {
     append(map.descriptors, caDescriptor(0x0500 + i, 0x1F00, Bytes(200, 0x33)));
   }
   StreamWriter stream;
   stream.psi({map});
+  return stream;
+}
+
+TEST(Psi, DropsALongSectionThatLostAPacket) {
+  const StreamWriter stream = longSection();
   PsiReader reader;
   for (std::size_t i = 0; i < stream.packets(); ++i) {
     if (i != 2) {
@@ -194,12 +200,7 @@ TEST(Psi, DropsALongSectionThatLostAPacket) {
 }
 
 TEST(Psi, PacketsSentTwiceCountOnceFromTheFirstTableOn) {
-  ProgramMap map = program(1, 0x1000, 0x100);
-  for (unsigned i = 0; i < 3; ++i) {
-    append(map.descriptors, caDescriptor(0x0500 + i, 0x1F00, Bytes(200, 0x33)));
-  }
-  StreamWriter stream;
-  stream.psi({map});
+  const StreamWriter stream = longSection();
   PsiReader reader;
   for (std::size_t i = 0; i < stream.packets(); ++i) {
     reader.push(stream.packet(i));
