@@ -21,8 +21,8 @@ struct Identifier {
   const char *words;
 };
 constexpr Identifier identifiers[] = {{0x701, Role::Object, -1, "CI controller"},
-                                      {0x705, Role::Object, 0, "CAM A"},
-                                      {0x706, Role::Object, 1, "CAM B"},
+                                      {0x705, Role::Object, 0, "CAM 0"},
+                                      {0x706, Role::Object, 1, "CAM 1"},
                                       {0x703, Role::Fault, -1, "CAM absent"},
                                       {0x708, Role::Fault, -1, "CA PIDs missing before the CAM"},
                                       {0x707, Role::Fault, -1, "CA system mismatch"},
@@ -58,14 +58,24 @@ std::string wordsFor(const AlarmPair &pair, Role role) {
   return known != nullptr && known->role == role ? known->words : "";
 }
 
+// The alarm system counts cards from 1; -1: the chassis has no such card.
+int slotOf(const AlarmPair &pair) {
+  return pair.instance >= 1 && pair.instance <= MAX_BOARD_NUM ? pair.instance - 1 : -1;
+}
+
+std::string slotText(const AlarmPair &pair) {
+  const int slot = slotOf(pair);
+  return slot < 0 ? "no slot" : "slot " + std::to_string(slot);
+}
+
 }  // namespace
 
 Place alarmPlace(const AlarmRecord &record) {
   Place place;
   for (const AlarmPair *pair = record.pairs; pair != endOfPairs(record); ++pair) {
     const Identifier *known = lookUp(pair->id);
-    if (pair->id == cardId && pair->instance >= 1 && pair->instance <= MAX_BOARD_NUM) {
-      place.slot = pair->instance - 1;
+    if (pair->id == cardId) {
+      place.slot = slotOf(*pair);
     } else if (known != nullptr && known->cam >= 0) {
       place.cam = known->cam;
     }
@@ -81,8 +91,7 @@ std::string alarmFault(const AlarmRecord &record) {
 
 std::string alarmObject(const AlarmRecord &record) {
   const std::string object = listed(record, [](const AlarmPair &pair) {
-    return pair.id == cardId ? "card " + std::to_string(pair.instance)
-                             : wordsFor(pair, Role::Object);
+    return pair.id == cardId ? slotText(pair) : wordsFor(pair, Role::Object);
   });
   return object.empty() ? "chassis" : object;
 }

@@ -13,7 +13,7 @@ namespace chassis {
 Place alarmPlace(const AlarmRecord &record);
 
 std::string alarmFault(const AlarmRecord &record);   // "CAM absent"; else the identifiers
-std::string alarmObject(const AlarmRecord &record);  // "card 1, CAM A"; neither: "chassis"
+std::string alarmObject(const AlarmRecord &record);  // "slot 0, CAM 1"; neither: "chassis"
 
 // Every identifier of the record, with its instance where it has one: "1 (1), 0x705, 0x703".
 std::string alarmIdentifiers(const AlarmRecord &record);

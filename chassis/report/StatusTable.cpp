@@ -113,7 +113,7 @@ std::string statusTable(const CardFinding &card, bool colour) {
   }
   const std::array<std::size_t, columns> widest = widths(rows);
   rows.insert(rows.begin() + 1, ruleBelow(widest));
-  std::string text = "card " + std::to_string(card.slot + 1) + " at " + stampText(card.takenMs) +
+  std::string text = "slot " + std::to_string(card.slot) + " at " + stampText(card.takenMs) +
                      ", " + bitrateText(card.bitrate) + ", " +
                      countText(card.programs.size(), "program", "programs") + "\n";
   for (const Row &row : rows) {

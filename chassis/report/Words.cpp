@@ -69,16 +69,16 @@ std::string hexText(std::uint32_t value) {
 }
 
 std::string camText(int camSlot) {
-  return std::string(1, static_cast<char>('A' + camSlot));
+  return std::to_string(camSlot);
 }
 
 std::string camMaskText(std::uint8_t camMask) {
-  static const char *const texts[] = {"none", "A", "B", "A+B"};
+  static const char *const texts[] = {"none", "0", "1", "0+1"};
   return texts[camMask & 3];
 }
 
 std::string placeText(int slot, int camSlot) {
-  std::string text = slot < 0 ? "chassis" : "card " + std::to_string(slot + 1);
+  std::string text = slot < 0 ? "chassis" : "slot " + std::to_string(slot);
   if (camSlot >= 0) {
     text += "  CAM " + camText(camSlot);
   }

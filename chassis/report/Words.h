@@ -21,9 +21,9 @@ std::string causeText(std::uint8_t status);  // cause and code; empty when there
 std::string streamTypeText(std::uint16_t streamType);
 std::string stampText(std::uint64_t ms);         // 00:00:07.010
 std::string hexText(std::uint32_t value);        // 0x71, 0x0500
-std::string camText(int camSlot);                // A, B
-std::string camMaskText(std::uint8_t camMask);   // none, A, B, A+B
-std::string placeText(int slot, int camSlot);    // "card 1  CAM A"
+std::string camText(int camSlot);                // 0, 1
+std::string camMaskText(std::uint8_t camMask);   // none, 0, 1, 0+1
+std::string placeText(int slot, int camSlot);    // "slot 0  CAM 1"
 std::string bitrateText(std::uint64_t bitrate);  // 3.2 Mbit/s
 std::string secondsText(std::uint64_t ms);       // 1.2 s
 std::string countText(std::uint64_t count, const std::string &one, const std::string &many);

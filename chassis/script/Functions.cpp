@@ -79,7 +79,7 @@ const std::vector<Function> table = {
      "pulls a CAM out",
      [](Chassis &chassis, const Values &v) { chassis.camRemove(u32(v[0]), u32(v[1])); }},
     {"progAssign", {&slot, &program, &camMask}, 3, false, Need::Card, Effect::None,
-     "gives a program to CAM A (1), CAM B (2), both (3) or none (0)",
+     "gives a program to CAM 0 (mask 1), CAM 1 (mask 2), both (3) or none (0)",
      [](Chassis &chassis, const Values &v) { chassis.progAssign(u32(v[0]), u16(v[1]), u8(v[2])); }},
     {"wait", {&seconds}, 1, false, Need::Nothing, Effect::None,
      "lets chassis time pass before the next line", nullptr},

@@ -27,14 +27,14 @@ TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
   const struct {
     const char *program, *pid, *cam, *state, *cause, *reply, *seen;
   } expected[] = {
-      {"101", "0x1001", "A", "descrambled", "", "", "clear, PES readable"},
-      {"101", "0x1002", "A", "descrambled", "", "", "clear, PES readable"},
-      {"102", "0x1011", "A", "not descrambled", "no entitlement (0x20)", "0x71", "scrambled"},
-      {"102", "0x1012", "A", "not descrambled", "no entitlement (0x20)", "0x71", "scrambled"},
-      {"103", "0x1021", "B", "not descrambled", "ECMs missing (0x30)", "", "scrambled"},
-      {"103", "0x1022", "B", "not descrambled", "ECMs missing (0x30)", "", "scrambled"},
-      {"104", "0x1031", "B", "not descrambled", "ECMs damaged (0x40)", "", "scrambled"},
-      {"104", "0x1032", "B", "not descrambled", "ECMs damaged (0x40)", "", "scrambled"},
+      {"101", "0x1001", "0", "descrambled", "", "", "clear, PES readable"},
+      {"101", "0x1002", "0", "descrambled", "", "", "clear, PES readable"},
+      {"102", "0x1011", "0", "not descrambled", "no entitlement (0x20)", "0x71", "scrambled"},
+      {"102", "0x1012", "0", "not descrambled", "no entitlement (0x20)", "0x71", "scrambled"},
+      {"103", "0x1021", "1", "not descrambled", "ECMs missing (0x30)", "", "scrambled"},
+      {"103", "0x1022", "1", "not descrambled", "ECMs missing (0x30)", "", "scrambled"},
+      {"104", "0x1031", "1", "not descrambled", "ECMs damaged (0x40)", "", "scrambled"},
+      {"104", "0x1032", "1", "not descrambled", "ECMs damaged (0x40)", "", "scrambled"},
   };
   const std::vector<TableRow> rows = tableRows(result.out);
   ASSERT_EQ(rows.size(), std::size(expected)) << result.out;
@@ -53,7 +53,7 @@ TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
     EXPECT_EQ(rows[i].behind, rows[i].before) << rows[i].pid;
   }
   EXPECT_EQ(linesWith(result.out, "1 reset, the last ").size(), 1U) << result.out;
-  EXPECT_EQ(linesWith(result.out, "CAM B: last CA PMT or query ").size(), 1U) << result.out;
+  EXPECT_EQ(linesWith(result.out, "CAM 1: last CA PMT or query ").size(), 1U) << result.out;
 }
 
 TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
@@ -65,9 +65,9 @@ TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
       "program 102 not descrambled, cause: none outside the CAM",
       "query sent: program 102",
       "program 102 not descrambled, cause: no entitlement",
-      "card 1  CAM A  alarm raised: descrambling failure",
+      "slot 0  CAM 0  alarm raised: descrambling failure",
       "program 103 not descrambled, cause: ECMs missing",
-      "card 1  CAM B  alarm raised: descrambling failure",
+      "slot 0  CAM 1  alarm raised: descrambling failure",
       "program 104 not descrambled, cause: ECMs damaged",
       "CAM goes deaf",
       "program 101 not descrambled, cause: none outside the CAM",
@@ -75,17 +75,17 @@ TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
       "CAM reset",
       "program 101 descrambled",
       "program 102 not descrambled, cause: no entitlement",
-      "card 1 at ",
+      "slot 0 at ",
       "standing alarms:",
-      "alarm 0, since 00:00:33.000: card 1, CAM A: descrambling failure [",
-      "alarm 1, since 00:00:55.000: card 1, CAM B: descrambling failure [",
+      "alarm 0, since 00:00:33.000: slot 0, CAM 0: descrambling failure [",
+      "alarm 1, since 00:00:55.000: slot 0, CAM 1: descrambling failure [",
   };
   std::size_t at = 0;
   for (const char *step : story) {
     at = result.out.find(step, at);
     ASSERT_NE(at, std::string::npos) << step << "\n" << result.out;
   }
-  const std::size_t lines = linesOf(result.out.substr(0, result.out.find("\ncard 1 at "))).size();
+  const std::size_t lines = linesOf(result.out.substr(0, result.out.find("\nslot 0 at "))).size();
   EXPECT_GE(lines, 30u);
   EXPECT_LE(lines, 85u) << result.out;
 }
@@ -115,8 +115,8 @@ TEST_F(Behaviour, GarbageOfACamStaysItsOwnAffair) {
   const Result good = runScript(quiet);
   const Result bad = runScript(noisy);
   ASSERT_EQ(bad.status, 0) << bad.err;
-  EXPECT_EQ(linesWith(good.out, "CAM B"), linesWith(bad.out, "CAM B"));
-  EXPECT_NE(linesWith(good.out, "CAM A"), linesWith(bad.out, "CAM A"));
+  EXPECT_EQ(linesWith(good.out, "CAM 1"), linesWith(bad.out, "CAM 1"));
+  EXPECT_NE(linesWith(good.out, "CAM 0"), linesWith(bad.out, "CAM 0"));
   const std::vector<TableRow> expected = tableRows(good.out);
   const std::vector<TableRow> rows = tableRows(bad.out);
   ASSERT_EQ(rows.size(), expected.size());
@@ -131,7 +131,7 @@ TEST_F(Behaviour, GarbageFromTheStartKeepsOnlyThatCamOut) {
   const Result result = runScript(twoCams + "camGarbage 0, 0, 1\nwait 60");
   ASSERT_EQ(result.status, 0) << result.err;
   for (const TableRow &row : tableRows(result.out)) {
-    EXPECT_EQ(row.state, row.cam == "B" ? "descrambled" : "not measured") << row.pid;
+    EXPECT_EQ(row.state, row.cam == "1" ? "descrambled" : "not measured") << row.pid;
   }
 }
 
@@ -142,7 +142,7 @@ TEST_F(Behaviour, WrongKeyIsNotTakenForAWorkingCam) {
       EXPECT_EQ(row.state, "not descrambled") << row.pid;
       EXPECT_EQ(row.seen, "clear, PES not readable") << row.pid;
     }
-    if (row.cam == "B") {
+    if (row.cam == "1") {
       EXPECT_EQ(row.state, "descrambled") << row.pid;
     }
   }
@@ -166,7 +166,7 @@ TEST_F(Behaviour, ForEndsARunWhereverTheScriptStands) {
   EXPECT_EQ(result.status, 0);
   EXPECT_NE(result.out.find("00:00:09.500  chassis        early\n"), std::string::npos);
   EXPECT_EQ(result.out.find("late"), std::string::npos) << result.out;
-  EXPECT_NE(result.out.find("card 1 at 00:00:10.000"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("slot 0 at 00:00:10.000"), std::string::npos) << result.out;
   EXPECT_EQ(tableRows(result.out).size(), 8u);
   const Result bare = runScript(script, "--for 10 --no-table");
   EXPECT_EQ(result.out.find(bare.out), 0u);
@@ -176,7 +176,7 @@ TEST_F(Behaviour, ForEndsARunWhereverTheScriptStands) {
 TEST_F(Behaviour, RunsToTheEndOfTheScriptByItself) {
   const Result result = runScript(twoCams + "wait 9.5\nnote \"last\"");
   EXPECT_NE(result.out.find("00:00:09.500  chassis        last\n"), std::string::npos);
-  EXPECT_NE(result.out.find("card 1 at 00:00:09.500"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find("slot 0 at 00:00:09.500"), std::string::npos) << result.out;
 }
 
 TEST_F(Behaviour, DebugAddsOnlyTheFirmwaresPrints) {
@@ -221,8 +221,8 @@ TEST_F(Behaviour, CamAndCardThatAreTakenOutAndPutBackComeUpAgain) {
       "wait 15\ncamRemove 0, 0\nwait 5\ncamInsert 0, 0, 0x0500\nwait 15\ncardRemove 0\nwait 5\n" +
       twoCams + "wait 15");
   ASSERT_EQ(result.status, 0) << result.err;
-  EXPECT_FALSE(linesWith(result.out, "CAM A  no CAM").empty()) << result.out;
-  EXPECT_EQ(linesWith(result.out, "CAM A: last CA PMT").size(), 1U) << result.out;
+  EXPECT_FALSE(linesWith(result.out, "CAM 0  no CAM").empty()) << result.out;
+  EXPECT_EQ(linesWith(result.out, "CAM 0: last CA PMT").size(), 1U) << result.out;
   for (const TableRow &row : tableRows(result.out)) {
     EXPECT_EQ(row.state, "descrambled") << row.pid;
   }

@@ -134,7 +134,7 @@ TEST_F(AlarmServiceTest, RecordIsTheCallers) {
   const AlarmService::Alarm &alarm = service.active().at(0);
   EXPECT_EQ(alarm.record.pairs[0].instance, 1);
   EXPECT_EQ(alarm.record.pairs[4].id, 0u);
-  EXPECT_EQ(alarm.text, "card 1, CAM A: CAM absent [1 (1), 0x705, 0x703]");
+  EXPECT_EQ(alarm.text, "slot 0, CAM 0: CAM absent [1 (1), 0x705, 0x703]");
 }
 
 TEST_F(AlarmServiceTest, HistoryForgetsTheOldest) {
@@ -170,30 +170,30 @@ struct Wording {
   Place place;
 };
 
-TEST(AlarmText, NamesCardObjectAndFaultOfEveryKind) {
+TEST(AlarmText, NamesSlotObjectAndFaultOfEveryKind) {
   const Wording wordings[] = {
       {makeRecord({{1, 1}, {0x705, -1}, {0x703, -1}}),
-       "card 1, CAM A",
+       "slot 0, CAM 0",
        "CAM absent",
        "1 (1), 0x705, 0x703",
        {0, 0}},
       {makeRecord({{1, 6}, {0x706, -1}, {0x708, -1}}),
-       "card 6, CAM B",
+       "slot 5, CAM 1",
        "CA PIDs missing before the CAM",
        "1 (6), 0x706, 0x708",
        {5, 1}},
       {makeRecord({{1, 2}, {0x705, -1}, {0x707, -1}}),
-       "card 2, CAM A",
+       "slot 1, CAM 0",
        "CA system mismatch",
        "1 (2), 0x705, 0x707",
        {1, 0}},
       {makeRecord({{1, 4}, {0x701, -1}, {0x111, -1}}),
-       "card 4, CI controller",
+       "slot 3, CI controller",
        "CI controller sync or rate",
        "1 (4), 0x701, 0x111",
        {3, -1}},
       {makeRecord({{1, 1}, {0x706, -1}, {0x702, -1}, {0x142, -1}, {0x714, -1}}),
-       "card 1, CAM B",
+       "slot 0, CAM 1",
        "descrambling failure",
        "1 (1), 0x706, 0x702, 0x142, 0x714",
        {0, 1}}};
@@ -217,6 +217,7 @@ TEST(AlarmText, UnknownIdentifiersAreShownAsTheyAre) {
 TEST(AlarmText, CardOutsideTheChassisHasNoPlace) {
   for (const int instance : {-1, 0, 7}) {
     EXPECT_EQ(alarmPlace(camAbsent(instance, 0x705)).slot, -1) << instance;
+    EXPECT_EQ(alarmObject(camAbsent(instance, 0x705)), "no slot, CAM 0") << instance;
   }
 }
 

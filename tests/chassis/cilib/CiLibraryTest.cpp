@@ -20,7 +20,7 @@ bool take(SEM_ID flag) {
   return semTake(flag, 0) == 0;
 }
 
-// The library with a software CAM in CAM B of card 2.
+// The library with a software CAM as CAM 1 of slot 2.
 class CiLibraryTest : public testing::Test {
  protected:
   void play(std::uint64_t ms) {

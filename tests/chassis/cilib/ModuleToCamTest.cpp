@@ -10,7 +10,7 @@ namespace chassis {
 namespace {
 
 constexpr std::uint32_t slot = 4;
-constexpr std::uint8_t index = 9;  // CAM B of that slot
+constexpr std::uint8_t index = 9;  // CAM 1 of that slot
 
 CiDesc table;
 

@@ -21,7 +21,7 @@ TEST_F(ShellTest, CallsCarryTheirTimeIntoTheTimeline) {
   runFor(1000);
   ask("PllReg(0, 5)");
   const std::string line = journal_.lines().back();
-  EXPECT_TRUE(has(line, "card 1")) << line;
+  EXPECT_TRUE(has(line, "slot 0")) << line;
   EXPECT_TRUE(has(line, "PllReg 0, 5")) << line;
   EXPECT_TRUE(has(line, "console")) << line;
   EXPECT_EQ(line.rfind("00:00:03.", 0), 0u) << line;
@@ -97,11 +97,11 @@ TEST_F(ShellTest, AlarmsStandingAndPast) {
   insertCard();
   ask("progAssign 0, 101, 1");
   runFor(2000);
-  EXPECT_TRUE(has(ask("alarms"), "CAM A: CAM absent"));
+  EXPECT_TRUE(has(ask("alarms"), "CAM 0: CAM absent"));
   ask("camInsert 0, 0, 0x0500");
   runFor(20000);
   const std::string alarms = ask("alarms");
-  EXPECT_TRUE(has(alarms.substr(alarms.find("history:")), "CAM A: CAM absent")) << alarms;
+  EXPECT_TRUE(has(alarms.substr(alarms.find("history:")), "CAM 0: CAM absent")) << alarms;
 }
 
 TEST_F(ShellTest, EventsAreTheLastLines) {

@@ -29,8 +29,8 @@ TEST(AlarmList, NamesWhatStandsAndSinceWhen) {
   AlarmDel(1, 0);
   EXPECT_EQ(standingAlarms(service),
             "standing alarms:\n"
-            "  alarm 0, since 00:00:00.000: card 2, CAM B: CAM absent [1 (2), 0x706, 0x703]\n"
-            "  alarm 2, since 00:00:01.500: card 2, CAM A: CA system mismatch "
+            "  alarm 0, since 00:00:00.000: slot 1, CAM 1: CAM absent [1 (2), 0x706, 0x703]\n"
+            "  alarm 2, since 00:00:01.500: slot 1, CAM 0: CA system mismatch "
             "[1 (2), 0x705, 0x707]\n");
 }
 

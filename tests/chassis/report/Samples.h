@@ -1,4 +1,4 @@
-// Findings for the tests of the report: a card with two programs on CAM A.
+// Findings for the tests of the report: a card with two programs on CAM 0.
 #pragma once
 
 #include "report/Findings.h"

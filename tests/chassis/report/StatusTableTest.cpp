@@ -15,13 +15,13 @@ TEST(StatusTable, OneRowPerPidWithItsEvidence) {
   PidFinding &lost = card.programs[1].pids[1];
   lost.ecms = {{0x1001, false, {50, 0, 0, false, false, 6000}}, {0x1002, false, {}}};
   lost.behind = {};
-  EXPECT_EQ(statusTable(card, false), R"(card 1 at 00:00:10.000, 2.50 Mbit/s, 2 programs
+  EXPECT_EQ(statusTable(card, false), R"(slot 0 at 00:00:10.000, 2.50 Mbit/s, 2 programs
 program  PID     stream        CAM  state            cause                  reply  ECM PIDs                                before  behind  seen behind the CAMs
 -------  ------  ------------  ---  ---------------  ---------------------  -----  --------------------------------------  ------  ------  --------------------
-101      0x0111  MPEG-2 video  A    descrambled                                    0x1001 present/0                        1000/2  1000/3  clear, PES readable
-101      0x0112  MPEG-2 audio  A    descrambled                                    0x1001 present/0                        1000/2  1000/3  clear, PES readable
-102      0x0121  MPEG-2 video  A    not descrambled  no entitlement (0x20)  0x71   0x1001 present/0                        1000/2  1000/3  scrambled
-102      0x0122  MPEG-2 audio  A    not descrambled  no entitlement (0x20)         0x1001 absent 4.0 s, 0x1002 never seen  1000/2  0/0     nothing
+101      0x0111  MPEG-2 video  0    descrambled                                    0x1001 present/0                        1000/2  1000/3  clear, PES readable
+101      0x0112  MPEG-2 audio  0    descrambled                                    0x1001 present/0                        1000/2  1000/3  clear, PES readable
+102      0x0121  MPEG-2 video  0    not descrambled  no entitlement (0x20)  0x71   0x1001 present/0                        1000/2  1000/3  scrambled
+102      0x0122  MPEG-2 audio  0    not descrambled  no entitlement (0x20)         0x1001 absent 4.0 s, 0x1002 never seen  1000/2  0/0     nothing
 before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs
 )");
 }

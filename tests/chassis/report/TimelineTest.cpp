@@ -28,7 +28,7 @@ class TimelineTest : public testing::Test {
 
 TEST_F(TimelineTest, AlignsTimePlaceWhatAndWhy) {
   timeline().report({0, 0}, "CA PMT sent: programs 101, 102", "the CAM came up");
-  EXPECT_EQ(text(), "00:00:07.010  card 1  CAM A  CA PMT sent: programs 101, 102" +
+  EXPECT_EQ(text(), "00:00:07.010  slot 0  CAM 0  CA PMT sent: programs 101, 102" +
                         std::string(32, ' ') + "the CAM came up\n");
 }
 
@@ -39,8 +39,8 @@ TEST_F(TimelineTest, NamesEveryKindOfPlace) {
   line.report({5, 1}, "up", "");
   EXPECT_EQ(text(),
             "00:00:07.010  chassis        a note\n"
-            "00:00:07.010  card 6         no sync\n"
-            "00:00:07.010  card 6  CAM B  up\n");
+            "00:00:07.010  slot 5         no sync\n"
+            "00:00:07.010  slot 5  CAM 1  up\n");
 }
 
 TEST_F(TimelineTest, ALongClauseKeepsItsDistanceFromItsReason) {

@@ -37,11 +37,11 @@ TEST(Words, StreamTypes) {
 
 TEST(Words, Places) {
   EXPECT_EQ(camMaskText(0), "none");
-  EXPECT_EQ(camMaskText(1), "A");
-  EXPECT_EQ(camMaskText(2), "B");
-  EXPECT_EQ(camMaskText(3), "A+B");
+  EXPECT_EQ(camMaskText(1), "0");
+  EXPECT_EQ(camMaskText(2), "1");
+  EXPECT_EQ(camMaskText(3), "0+1");
   EXPECT_EQ(placeText(-1, -1), "chassis");
-  EXPECT_EQ(placeText(0, 1), "card 1  CAM B");
+  EXPECT_EQ(placeText(0, 1), "slot 0  CAM 1");
 }
 
 TEST(Words, Figures) {
