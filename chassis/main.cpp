@@ -1,12 +1,14 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
 #include "InputError.h"
+#include "console/Colour.h"
 #include "console/Operation.h"
 #include "report/AlarmList.h"
 #include "report/StatusTable.h"
@@ -28,16 +30,17 @@ struct Options {
 
 constexpr int badInput = 2;
 constexpr const char *standardInput = "-";
+constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
 const std::string footer =
-    "At a terminal there is a prompt beside the running chassis, also when the script is over;\n"
-    "help lists what it takes. exit and Ctrl-D end the chassis with exit status 0, Ctrl-C with "
-    "130\n"
-    "and SIGTERM with 143. Without a terminal the run ends with the script; with --console, when\n"
-    "standard input has ended too. At speed max, chassis time then stands still until the next\n"
-    "line has come. The prompt's history is kept in ~/.ci_chassis_history or in the file that\n"
-    "CI_CHASSIS_HISTORY names.\n\n"
-    "Functions of a script, written name arg, arg or name(arg, arg):\n";
+    "At a terminal there is a prompt beside the running chassis, also when the script is over; "
+    "help lists what it takes. exit and Ctrl-D end the chassis with exit status 0, Ctrl-C with 130 "
+    "and SIGTERM with 143. Without a terminal the run ends with the script; with --console, when "
+    "standard input has ended too. At speed max, chassis time then stands still until the next "
+    "line has come. The prompt's history is kept in ~/.ci_chassis_history or in the file that "
+    "CI_CHASSIS_HISTORY names.";
+const std::string functionsTitle =
+    "\nFunctions of a script, written name arg, arg or name(arg, arg):\n";
 
 double readSpeed(const std::string &text) {
   if (text == "max") {
@@ -60,19 +63,16 @@ void openOutput(Chassis &chassis, const std::string &text) {
   chassis.output(static_cast<std::uint32_t>(text[0] - '0'), text.substr(2));
 }
 
-bool wantColour() {
-  return isatty(STDOUT_FILENO) == 1 && std::getenv("NO_COLOR") == nullptr;
-}
-
 void printTables(Chassis &chassis, bool colour) {
+  const std::size_t width = outputWidth();
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (chassis.card(slot).inserted()) {
       std::cout << "\n"
-                << statusTable(examine(chassis, slot), colour)
-                << camHistory(chassis.library(), slot);
+                << statusTable(examine(chassis, slot), colour, width)
+                << camHistory(chassis.library(), slot, width);
     }
   }
-  std::cout << "\n" << standingAlarms(chassis.alarms());
+  std::cout << "\n" << standingAlarms(chassis.alarms(), width);
 }
 
 DeskMode modeOf(const Options &options) {
@@ -116,7 +116,7 @@ Operation::Config configOf(const Options &options) {
     config.endMs = static_cast<std::uint64_t>(options.seconds * 1000);
   }
   config.clockStart = options.clockStart;
-  config.colour = wantColour();
+  config.colour = outputWantsColour();
   config.debug = options.debug;
   return config;
 }
@@ -153,7 +153,14 @@ void describe(CLI::App &app, Options &options) {
       ->type_name("STAMP");
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
-  app.footer(footer + functionHelp());
+  app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + functionsTitle +
+             functionHelp());
+}
+
+// The library's own help knows no width.
+int showHelp(const CLI::App &app) {
+  std::cout << fitted(app.help(), outputWidth());
+  return 0;
 }
 
 int complain(const char *what, int status) {
@@ -169,6 +176,8 @@ int runProgram(int argc, char **argv) {
   try {
     app.parse(argc, argv);
     return play(options);
+  } catch (const CLI::CallForHelp &) {
+    return showHelp(app);
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "console/Shell.h"
+#include "report/Layout.h"
 
 namespace chassis {
 namespace {
@@ -23,7 +24,8 @@ Desk::Desk(DeskMode mode, const std::string &historyPath, const std::vector<std:
   }
 }
 
-void Desk::show(const std::string &text) {
+void Desk::show(const std::string &whole) {
+  const std::string text = fitted(whole, outputWidth());
   if (editor_ != nullptr) {
     editor_->write(text);
     return;

@@ -26,7 +26,8 @@ class Desk {
   // historyPath and names: as Editor's, for a terminal.
   Desk(DeskMode mode, const std::string &historyPath, const std::vector<std::string> &names);
 
-  void show(const std::string &text);  // whole lines with their ends
+  // Whole lines with their ends; what is too wide for a terminal is wrapped.
+  void show(const std::string &text);
 
   // From now on the clock waits here, and lines go to the session. The desk outlives both uses.
   void serve(Clock &clock, double speed, Session &session);

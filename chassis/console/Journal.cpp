@@ -1,7 +1,5 @@
 #include "console/Journal.h"
 
-#include <sstream>
-
 namespace chassis {
 
 Journal::Journal(std::function<void(const std::string &)> show) : show_(std::move(show)) {}
@@ -29,11 +27,9 @@ int Journal::sync() {
   return 0;
 }
 
+// What came at once is one event, on however many rows.
 void Journal::keep(const std::string &whole) {
-  std::istringstream stream(whole);
-  for (std::string line; std::getline(stream, line);) {
-    lines_.push_back(line);
-  }
+  lines_.push_back(whole.substr(0, whole.size() - 1));
   while (lines_.size() > capacity) {
     lines_.pop_front();
   }

@@ -1,4 +1,4 @@
-// What the timeline writes, line by line: shown, and the last lines kept.
+// What the timeline writes, event by event: shown, and the last events kept.
 #pragma once
 
 #include <deque>
@@ -10,11 +10,12 @@ namespace chassis {
 
 class Journal : public std::streambuf {
  public:
-  static constexpr std::size_t capacity = 1000;  // older lines are forgotten
+  static constexpr std::size_t capacity = 1000;  // older events are forgotten
 
   // show: gets whole lines with their ends, as soon as the stream is flushed.
   explicit Journal(std::function<void(const std::string &)> show);
 
+  // One for each event: a line without its end, or several rows of a narrow terminal.
   const std::deque<std::string> &lines() const { return lines_; }
 
  protected:

@@ -19,10 +19,11 @@ Operation::Operation(const Config &config, Script script)
       clock_(config.clockStart),
       journal_(showAt(desk_)),
       stream_(&journal_),
-      timeline_(stream_, {config.colour, config.debug}, [this] { return clock_.elapsedMs(); }),
+      timeline_(stream_, {config.colour, config.debug, outputWidth},
+                [this] { return clock_.elapsedMs(); }),
       chassis_(clock_, timeline_),
       watch_(chassis_, timeline_),
-      shell_(chassis_, journal_, showAt(desk_), config.colour),
+      shell_(chassis_, journal_, showAt(desk_), config.colour, outputWidth),
       player_(std::move(script), chassis_),
       session_(player_, shell_,
                config.mode == DeskMode::Terminal

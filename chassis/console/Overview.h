@@ -5,18 +5,20 @@
 
 #include "alarms/AlarmService.h"
 #include "firmware/Chassis.h"
+#include "report/Layout.h"
 
 namespace chassis {
 
 // One row per CAM slot of the cards that are in: CAM, CA systems, the status fields in words with
 // their codes, alarms that stand, last CA PMT, last reset.
-std::string overview(Chassis &chassis, bool colour);
+std::string overview(Chassis &chassis, bool colour, std::size_t width = anyWidth);
 
 // Every program and PID of a card with its evidence, and its CAMs' history. Throws InputError: no
 // card is in the slot.
-std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour);
+std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour,
+                       std::size_t width = anyWidth);
 
 // The alarms that stand, then those that stood, the last one last.
-std::string alarmLists(const AlarmService &alarms);
+std::string alarmLists(const AlarmService &alarms, std::size_t width = anyWidth);
 
 }  // namespace chassis

@@ -91,8 +91,12 @@ const std::vector<Shell::Command> &Shell::commands() {
   return table;
 }
 
-Shell::Shell(Chassis &chassis, const Journal &journal, Show show, bool colour)
-    : chassis_(chassis), journal_(journal), show_(std::move(show)), colour_(colour) {}
+Shell::Shell(Chassis &chassis, const Journal &journal, Show show, bool colour, Width width)
+    : chassis_(chassis),
+      journal_(journal),
+      show_(std::move(show)),
+      colour_(colour),
+      width_(std::move(width)) {}
 
 void Shell::run(const std::string &line) {
   try {
@@ -237,12 +241,12 @@ void Shell::runHelp(const Values &values) {
 
 void Shell::runStatus(const Values &values) {
   show_(values.empty()
-            ? overview(chassis_, colour_)
-            : cardDetail(chassis_, static_cast<std::uint32_t>(values[0].number), colour_));
+            ? overview(chassis_, colour_, width())
+            : cardDetail(chassis_, static_cast<std::uint32_t>(values[0].number), colour_, width()));
 }
 
 void Shell::runAlarms(const Values &) {
-  show_(alarmLists(chassis_.alarms()));
+  show_(alarmLists(chassis_.alarms(), width()));
 }
 
 void Shell::runEvents(const Values &values) {

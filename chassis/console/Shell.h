@@ -24,7 +24,8 @@ class Shell {
 
   static constexpr std::size_t longestLine = 1000;
 
-  Shell(Chassis &chassis, const Journal &journal, Show show, bool colour);
+  // width: of the terminal; null: tables are as wide as they are.
+  Shell(Chassis &chassis, const Journal &journal, Show show, bool colour, Width width = nullptr);
 
   // Runs one line in the supervision task, between two cycles. Whatever the line is, a person gets
   // an answer and the chassis goes on; what is wrong with it is told in one line.
@@ -53,6 +54,7 @@ class Shell {
   void runFunction(const Statement &statement);
   void announce(const Function &function, const Values &values, const Statement &statement);
   void require(const Function &function, const Values &values);
+  std::size_t width() const { return width_ ? width_() : anyWidth; }
   void showLine(const std::string &line) { show_(line + "\n"); }
 
   void runHelp(const Values &values);
@@ -65,6 +67,7 @@ class Shell {
   const Journal &journal_;
   const Show show_;
   const bool colour_;
+  const Width width_;
   bool exited_ = false;
   bool calling_ = false;
   std::uint64_t blockedUntilMs_ = 0;

@@ -4,7 +4,7 @@
 
 namespace chassis {
 
-std::string standingAlarms(const AlarmService &alarms) {
+std::string standingAlarms(const AlarmService &alarms, std::size_t width) {
   if (alarms.active().empty()) {
     return "no alarm stands\n";
   }
@@ -13,7 +13,7 @@ std::string standingAlarms(const AlarmService &alarms) {
     text += "  alarm " + std::to_string(index) + ", since " + stampText(alarm.raisedMs) + ": " +
             alarm.text + "\n";
   }
-  return text;
+  return fitted(text, width);
 }
 
 }  // namespace chassis

@@ -4,10 +4,11 @@
 #include <string>
 
 #include "alarms/AlarmService.h"
+#include "report/Layout.h"
 
 namespace chassis {
 
 // One line per alarm in the order in which they were raised, or one that says that none stands.
-std::string standingAlarms(const AlarmService &alarms);
+std::string standingAlarms(const AlarmService &alarms, std::size_t width = anyWidth);
 
 }  // namespace chassis

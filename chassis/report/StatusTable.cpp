@@ -1,27 +1,26 @@
 #include "report/StatusTable.h"
 
-#include <algorithm>
-#include <array>
+#include <vector>
 
 #include "CiPlatform.h"
 #include "Text.h"
-#include "report/Timeline.h"
+#include "report/Table.h"
 #include "report/Words.h"
 
 namespace chassis {
 namespace {
 
-constexpr std::size_t columns = 11;
-constexpr std::size_t stateColumn = 4;
-
-struct Row {
-  std::array<std::string, columns> cells;
-  Tone tone = Tone::Plain;
-};
-
-const Row header{{"program", "PID", "stream", "CAM", "state", "cause", "reply", "ECM PIDs",
-                  "before", "behind", "seen behind the CAMs"},
-                 Tone::Plain};
+const std::vector<std::string> titles{"program",
+                                      "PID",
+                                      "stream",
+                                      "CAM",
+                                      "state",
+                                      "cause",
+                                      "reply",
+                                      "ECM PIDs",
+                                      "before",
+                                      "behind",
+                                      "seen behind the CAMs"};
 
 std::string ecmCell(const PidFinding &pid, std::uint64_t nowMs) {
   std::vector<std::string> parts;
@@ -53,76 +52,44 @@ std::string behindCell(const PidEvidence &behind) {
   return behind.lastPesBad ? "clear, PES not readable" : "clear, PES readable";
 }
 
-Row pidRow(const ProgramFinding &program, const PidFinding &pid, std::uint64_t nowMs) {
+std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
+                         std::uint64_t nowMs) {
   const bool supervised = program.camMask != 0;
   const StatusWords &words = statusWords(pid.status);
-  Row row;
-  row.tone = supervised ? words.tone : Tone::Faint;
-  row.cells = {std::to_string(program.number),
-               hexText(pid.pid),
-               streamTypeText(pid.streamType),
-               camMaskText(program.camMask),
-               supervised ? words.state : "not supervised",
-               supervised ? causeText(pid.status) : "",
-               pid.reply == 0 ? "" : hexText(pid.reply),
-               supervised ? ecmCell(pid, nowMs) : "",
-               countsCell(pid.before),
-               countsCell(pid.behind),
-               behindCell(pid.behind)};
-  return row;
+  return {{std::to_string(program.number)},
+          {hexText(pid.pid)},
+          {streamTypeText(pid.streamType)},
+          {camMaskText(program.camMask)},
+          supervised ? Cell{words.state, words.tone} : Cell{"not supervised", Tone::Faint},
+          {supervised ? causeText(pid.status) : ""},
+          {pid.reply == 0 ? "" : hexText(pid.reply)},
+          {supervised ? ecmCell(pid, nowMs) : ""},
+          {countsCell(pid.before)},
+          {countsCell(pid.behind)},
+          {behindCell(pid.behind)}};
 }
 
-std::array<std::size_t, columns> widths(const std::vector<Row> &rows) {
-  std::array<std::size_t, columns> widest{};
-  for (const Row &row : rows) {
-    for (std::size_t c = 0; c < columns; ++c) {
-      widest[c] = std::max(widest[c], row.cells[c].size());
-    }
-  }
-  return widest;
-}
-
-std::string rowText(const Row &row, const std::array<std::size_t, columns> &widest, bool colour) {
-  std::string text;
-  for (std::size_t c = 0; c < columns; ++c) {
-    const bool last = c + 1 == columns;
-    const std::string &cell = row.cells[c];
-    const std::size_t padding = last ? 0 : widest[c] - cell.size() + 2;
-    text += c == stateColumn ? toned(cell, row.tone, colour) : cell;
-    text += std::string(padding, ' ');
-  }
-  return text + "\n";
-}
-
-Row ruleBelow(const std::array<std::size_t, columns> &widest) {
-  Row rule;
-  for (std::size_t c = 0; c < columns; ++c) {
-    rule.cells[c] = std::string(widest[c], '-');
-  }
-  return rule;
+std::string headline(const CardFinding &card) {
+  return "slot " + std::to_string(card.slot) + " at " + stampText(card.takenMs) + ", " +
+         bitrateText(card.bitrate) + ", " + countText(card.programs.size(), "program", "programs") +
+         "\n";
 }
 
 }  // namespace
 
-std::string statusTable(const CardFinding &card, bool colour) {
-  std::vector<Row> rows{header};
+std::string statusTable(const CardFinding &card, bool colour, std::size_t width) {
+  Table table{titles, {}};
   for (const ProgramFinding &program : card.programs) {
     for (const PidFinding &pid : program.pids) {
-      rows.push_back(pidRow(program, pid, card.takenMs));
+      table.rows.push_back(pidRow(program, pid, card.takenMs));
     }
   }
-  const std::array<std::size_t, columns> widest = widths(rows);
-  rows.insert(rows.begin() + 1, ruleBelow(widest));
-  std::string text = "slot " + std::to_string(card.slot) + " at " + stampText(card.takenMs) +
-                     ", " + bitrateText(card.bitrate) + ", " +
-                     countText(card.programs.size(), "program", "programs") + "\n";
-  for (const Row &row : rows) {
-    text += rowText(row, widest, colour);
-  }
-  return text + "before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n";
+  return fitted(headline(card), width) + tableText(table, colour, width) +
+         fitted("before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n",
+                width);
 }
 
-std::string camHistory(const CiLibrary &library, std::uint32_t slot) {
+std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width) {
   std::string text;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     const CiLibrary::History &history = library.history(slot, camSlot);
@@ -139,7 +106,7 @@ std::string camHistory(const CiLibrary &library, std::uint32_t slot) {
                           : ", no reset";
     text += "\n";
   }
-  return text;
+  return fitted(text, width);
 }
 
 }  // namespace chassis

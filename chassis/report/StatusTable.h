@@ -4,13 +4,14 @@
 #include <string>
 
 #include "report/Findings.h"
+#include "report/Layout.h"
 
 namespace chassis {
 
 // One row per PID: state, cause and the evidence behind them.
-std::string statusTable(const CardFinding &card, bool colour);
+std::string statusTable(const CardFinding &card, bool colour, std::size_t width = anyWidth);
 
 // One line per CAM that is in: its last CA PMT and its resets.
-std::string camHistory(const CiLibrary &library, std::uint32_t slot);
+std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width = anyWidth);
 
 }  // namespace chassis

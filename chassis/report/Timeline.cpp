@@ -1,34 +1,28 @@
 #include "report/Timeline.h"
 
+#include <algorithm>
+
 namespace chassis {
 namespace {
 
 constexpr std::size_t placeWidth = 13;
 constexpr std::size_t whatWidth = 60;
 
-std::string padded(const std::string &text, std::size_t width) {
-  return text + std::string(text.size() < width ? width - text.size() : 0, ' ');
-}
-
-const char *escapeOf(Tone tone) {
-  switch (tone) {
-    case Tone::Good:
-      return "\033[32m";
-    case Tone::Bad:
-      return "\033[31m";
-    case Tone::Faint:
-      return "\033[2m";
-    case Tone::Plain:
-      break;
-  }
-  return "";
+// Where the reasons begin. A narrow terminal has them nearer, so that more of them stay on the
+// line.
+std::size_t reasonColumn(std::size_t room) {
+  return std::min(whatWidth, room / 2);
 }
 
 }  // namespace
 
-std::string toned(const std::string &text, Tone tone, bool colour) {
-  return colour && tone != Tone::Plain ? escapeOf(tone) + text + "\033[0m" : text;
-}
+struct Timeline::Line {
+  std::uint64_t ms;
+  std::string place;
+  std::string what;
+  std::string why;
+  Tone tone;
+};
 
 Timeline::Timeline(std::ostream &out, Config config, std::function<std::uint64_t()> now)
     : out_(out), config_(config), now_(std::move(now)) {}
@@ -40,8 +34,7 @@ void Timeline::report(Place place, const std::string &what, const std::string &w
 void Timeline::report(Place place, const std::string &what, const std::string &why, Tone tone) {
   flush();
   printed_.clear();
-  const std::string text = why.empty() ? what : padded(what, whatWidth) + "  " + why;
-  write(now_(), placeText(place.slot, place.cam), text, tone);
+  write({now_(), placeText(place.slot, place.cam), what, why, tone});
 }
 
 void Timeline::print(ConsolePort port, const std::string &line) {
@@ -55,23 +48,28 @@ void Timeline::print(ConsolePort port, const std::string &line) {
   }
   flush();
   printed_.insert(line);
-  write(now_(), port == ConsolePort::Debug ? "module debug" : "module", line, Tone::Faint);
+  const char *place = port == ConsolePort::Debug ? "module debug" : "module";
+  write({now_(), place, line, "", Tone::Faint});
 }
 
 void Timeline::flush() {
   if (repeats_ > 0) {
     const std::string what = printed_.size() == 1 ? "" : " of the lines above";
-    write(lastPrintedMs_, "module", "(" + countText(repeats_, "repeat", "repeats") + what + ")",
-          Tone::Faint);
+    const std::string text = "(" + countText(repeats_, "repeat", "repeats") + what + ")";
+    write({lastPrintedMs_, "module", text, "", Tone::Faint});
   }
   repeats_ = 0;
 }
 
-void Timeline::write(std::uint64_t ms, const std::string &place, const std::string &text,
-                     Tone tone) {
-  out_ << stampText(ms) << "  " << padded(place, placeWidth) << "  "
-       << toned(text, tone, config_.colour) << "\n"
-       << std::flush;
+void Timeline::write(const Line &line) {
+  const std::string head = stampText(line.ms) + "  " + padded(line.place, placeWidth) + "  ";
+  const std::size_t room = remaining(config_.width ? config_.width() : anyWidth, head.size());
+  std::string before = head;
+  for (const std::string &row : paired(line.what, line.why, reasonColumn(room), room)) {
+    out_ << before << toned(row, line.tone, config_.colour) << "\n";
+    before = std::string(head.size(), ' ');
+  }
+  out_ << std::flush;
 }
 
 }  // namespace chassis

@@ -1,5 +1,5 @@
 // The history of a run as aligned plain text, one line as it happens:
-// chassis time, card and CAM, what happened, why.
+// chassis time, slot and CAM, what happened, why.
 #pragma once
 
 #include <functional>
@@ -9,6 +9,7 @@
 
 #include "Events.h"
 #include "firmware/Console.h"
+#include "report/Layout.h"
 #include "report/Words.h"
 
 namespace chassis {
@@ -18,6 +19,7 @@ class Timeline : public Events {
   struct Config {
     bool colour = false;
     bool debug = false;  // shows the firmware's debug prints too
+    Width width;         // of the terminal; null: nothing is broken
   };
 
   // now: chassis time in milliseconds.
@@ -34,7 +36,8 @@ class Timeline : public Events {
   void flush();
 
  private:
-  void write(std::uint64_t ms, const std::string &place, const std::string &text, Tone tone);
+  struct Line;
+  void write(const Line &line);
 
   std::ostream &out_;
   const Config config_;
@@ -43,8 +46,5 @@ class Timeline : public Events {
   std::uint64_t lastPrintedMs_ = 0;
   std::uint64_t repeats_ = 0;
 };
-
-// Text in a tone, with colour escapes when colour is on.
-std::string toned(const std::string &text, Tone tone, bool colour);
 
 }  // namespace chassis

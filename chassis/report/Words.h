@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <string>
 
-namespace chassis {
+#include "report/Tone.h"
 
-enum class Tone { Plain, Good, Bad, Faint };
+namespace chassis {
 
 struct StatusWords {
   std::uint8_t code;  // DESC_STAT_

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,6 +37,13 @@ constexpr std::chrono::seconds deadline{30};
     execv(CONSOLE_PROGRAM, argv.data());
   }
   _exit(127);
+}
+
+winsize sizeOf(unsigned short columns) {
+  winsize size{};
+  size.ws_row = 50;
+  size.ws_col = columns;
+  return size;
 }
 
 // As much of a terminal as the program uses: it moves up and back, erases, goes to a column.
@@ -126,10 +134,10 @@ class Display {
 
 }  // namespace
 
-Terminal::Terminal(const std::string &folder, const std::vector<std::string> &arguments) {
-  winsize size{};
-  size.ws_row = 50;
-  size.ws_col = 400;
+Terminal::Terminal(const std::string &folder, const std::vector<std::string> &arguments,
+                   const TerminalKind &kind)
+    : columns_(kind.columns) {
+  const winsize size = sizeOf(kind.columns);
   child_ = forkpty(&terminal_, nullptr, nullptr, &size);
   if (child_ == 0) {
     become(folder, arguments);
@@ -202,8 +210,14 @@ void Terminal::signal(int number) {
   kill(child_, number);
 }
 
-std::vector<std::string> Terminal::screen(std::size_t columns) const {
-  Display display(columns);
+void Terminal::resize(unsigned short columns) {
+  const winsize size = sizeOf(columns);
+  ioctl(terminal_, TIOCSWINSZ, &size);
+  columns_ = columns;
+}
+
+std::vector<std::string> Terminal::screen() const {
+  Display display(columns_);
   display.put(all_);
   return display.rows();
 }

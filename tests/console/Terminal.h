@@ -8,10 +8,15 @@
 
 namespace console {
 
+struct TerminalKind {
+  unsigned short columns = 400;
+};
+
 class Terminal {
  public:
   // Starts the program in a folder, with a history file there.
-  Terminal(const std::string &folder, const std::vector<std::string> &arguments);
+  Terminal(const std::string &folder, const std::vector<std::string> &arguments,
+           const TerminalKind &kind = {});
   ~Terminal();  // ends it, if need be by force
   Terminal(const Terminal &) = delete;
   Terminal &operator=(const Terminal &) = delete;
@@ -23,15 +28,17 @@ class Terminal {
   // All that came since the last text seen, once the program has ended by itself.
   int endStatus();  // exit status; -1: it did not end within the deadline, or by a signal
   void signal(int number);
+  void resize(unsigned short columns);  // the program gets SIGWINCH
 
   // What has been seen so far, screen codes and all.
   const std::string &all() const { return all_; }
-  // The rows of a terminal that is `columns` wide, after everything that has come.
-  std::vector<std::string> screen(std::size_t columns = 400) const;
+  // Its rows, after everything that has come.
+  std::vector<std::string> screen() const;
 
  private:
   bool readMore(int timeoutMs);
 
+  std::size_t columns_;
   pid_t child_ = -1;
   int terminal_ = -1;
   std::string all_;

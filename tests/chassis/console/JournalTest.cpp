@@ -21,6 +21,15 @@ TEST(Journal, ShowsWholeLinesOnly) {
   EXPECT_EQ(journal.lines().back(), "and");
 }
 
+TEST(Journal, AnEventOfSeveralRowsIsOne) {
+  Journal journal([](const std::string &) {});
+  std::ostream stream(&journal);
+  stream << "what\n  why\n" << std::flush;
+  stream << "other\n" << std::flush;
+  ASSERT_EQ(journal.lines().size(), 2u);
+  EXPECT_EQ(journal.lines().front(), "what\n  why");
+}
+
 TEST(Journal, ForgetsTheOldestLines) {
   Journal journal([](const std::string &) {});
   std::ostream stream(&journal);

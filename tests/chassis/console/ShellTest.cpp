@@ -86,7 +86,7 @@ TEST_F(ShellTest, StatusAtAGlance) {
   EXPECT_TRUE(has(status, "0x0500 0x0B00")) << status;
   EXPECT_TRUE(has(status, "in sync and carrying traffic (0x00)")) << status;
   EXPECT_TRUE(has(status, "present (0x00)")) << status;
-  EXPECT_EQ(std::count(status.begin(), status.end(), '\n'), 4) << status;
+  EXPECT_EQ(std::count(status.begin(), status.end(), '\n'), 5) << status;
   const std::string detail = ask("status 0");
   EXPECT_TRUE(has(detail, "0x0201")) << detail;
   EXPECT_TRUE(has(detail, "last CA PMT")) << detail;

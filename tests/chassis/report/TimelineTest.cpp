@@ -77,7 +77,7 @@ TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
 TEST_F(TimelineTest, ShowsDebugPrintsOnlyWhenAsked) {
   timeline().print(ConsolePort::Debug, "inside");
   EXPECT_EQ(text(), "");
-  timeline({false, true}).print(ConsolePort::Debug, "inside");
+  timeline({false, true, nullptr}).print(ConsolePort::Debug, "inside");
   EXPECT_EQ(text(), "00:00:07.010  module debug   inside\n");
 }
 
@@ -87,10 +87,50 @@ TEST_F(TimelineTest, SkipsEmptyConsoleLines) {
 }
 
 TEST_F(TimelineTest, ColourAddsNothingButEscapes) {
-  timeline({true, false}).report({}, "bad", "", Tone::Bad);
+  timeline({true, false, nullptr}).report({}, "bad", "", Tone::Bad);
   EXPECT_EQ(text(), "00:00:07.010  chassis        \033[31mbad\033[0m\n");
-  timeline({false, false}).report({}, "bad", "", Tone::Bad);
+  timeline({false, false, nullptr}).report({}, "bad", "", Tone::Bad);
   EXPECT_EQ(text(), "00:00:07.010  chassis        bad\n");
+}
+
+TEST_F(TimelineTest, ANarrowTerminalHasTheReasonBelow) {
+  std::size_t width = 80;
+  Timeline &line = timeline({false, false, [&width] { return width; }});
+  line.report({0, 0}, "CAM reset", "reset 1");
+  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  line.report({0, 0}, "programs 101, 102 not descrambled, cause: no entitlement", "");
+  EXPECT_EQ(text(),
+            "00:00:07.010  slot 0  CAM 0  CAM reset                  reset 1\n"
+            "00:00:07.010  slot 0  CAM 0  CAM reset\n"
+            "                               reset 1 since its insertion\n"
+            "00:00:07.010  slot 0  CAM 0  programs 101, 102 not descrambled, cause: no\n"
+            "                               entitlement\n");
+}
+
+TEST_F(TimelineTest, FollowsTheTerminalsWidth) {
+  std::size_t width = 80;
+  Timeline &line = timeline({false, false, [&width] { return width; }});
+  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  width = 120;
+  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  width = anyWidth;
+  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  EXPECT_EQ(text(),
+            "00:00:07.010  slot 0  CAM 0  CAM reset\n"
+            "                               reset 1 since its insertion\n"
+            "00:00:07.010  slot 0  CAM 0  CAM reset" +
+                std::string(38, ' ') +
+                "reset 1 since its insertion\n"
+                "00:00:07.010  slot 0  CAM 0  CAM reset" +
+                std::string(53, ' ') + "reset 1 since its insertion\n");
+}
+
+TEST_F(TimelineTest, EachRowHasItsOwnColour) {
+  timeline({true, false, [] { return std::size_t{80}; }})
+      .report({0, 0}, "descrambling failure of the CAM", "alarm 0, identifiers 1", Tone::Bad);
+  EXPECT_EQ(text(),
+            "00:00:07.010  slot 0  CAM 0  \033[31mdescrambling failure of the CAM\033[0m\n"
+            "                             \033[31m  alarm 0, identifiers 1\033[0m\n");
 }
 
 }  // namespace

@@ -1,0 +1,28 @@
+#include "report/Tone.h"
+
+namespace chassis {
+namespace {
+
+const char *escapeOf(Tone tone) {
+  switch (tone) {
+    case Tone::Good:
+      return "\033[32m";
+    case Tone::Bad:
+      return "\033[31m";
+    case Tone::Faint:
+      return "\033[2m";
+    case Tone::Alarm:
+      return "\033[1;37;41m";
+    case Tone::Plain:
+      break;
+  }
+  return "";
+}
+
+}  // namespace
+
+std::string toned(const std::string &text, Tone tone, bool colour) {
+  return colour && tone != Tone::Plain ? escapeOf(tone) + text + "\033[0m" : text;
+}
+
+}  // namespace chassis

@@ -1,0 +1,160 @@
+// What the program shows at terminals of several widths.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "Terminal.h"
+
+namespace console {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned short wide = 400;
+
+const std::string script =
+    "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 101, 1\nprogAssign 0, 102, 1\n"
+    "progAssign 0, 103, 2\ncamInsert 0, 0, 0x0500\nwait 12\ncamDeaf 0, 0, 1\nwait 40\n"
+    "note \"the end of the history\"\nwait 1\n";
+
+using Words = std::vector<std::string>;
+
+Words wordsOf(const std::string &row) {
+  std::istringstream stream(row);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// The lines as the program wrote them, without the prompt that each one takes the place of.
+std::vector<std::string> written(const std::string &all) {
+  std::vector<std::string> lines;
+  std::istringstream stream(all);
+  for (std::string line; std::getline(stream, line);) {
+    const std::size_t erased = line.rfind("\033[J");
+    line.erase(0, erased == std::string::npos ? 0 : erased + 3);
+    line.erase(std::remove(line.begin(), line.end(), '\r'), line.end());
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+class Screen : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (fs::temp_directory_path() / "ci-width-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern;
+    fs::create_directory_symlink(CONSOLE_BUILD, folder_ + "/build");
+    std::ofstream(folder_ + "/script", std::ios::binary) << script;
+  }
+  void TearDown() override { fs::remove_all(folder_); }
+
+  struct Run {
+    std::vector<std::string> rows;   // folded as a terminal of that width folds them
+    std::vector<std::string> lines;  // as they were written
+  };
+
+  Run play(unsigned short columns) {
+    Terminal terminal(folder_, {"--script", "script", "--speed", "max", "--for", "53"}, {columns});
+    EXPECT_EQ(terminal.endStatus(), 0);
+    return {terminal.screen(), written(terminal.all())};
+  }
+
+  std::string folder_;
+};
+
+// The words of the timeline in their order.
+Words history(const std::vector<std::string> &rows) {
+  Words words;
+  for (const std::string &row : rows) {
+    const Words own = wordsOf(row);
+    words.insert(words.end(), own.begin(), own.end());
+    if (row.find("the end of the history") != std::string::npos) {
+      return words;
+    }
+  }
+  return {};
+}
+
+std::size_t widest(const std::vector<std::string> &rows) {
+  std::size_t columns = 0;
+  for (const std::string &row : rows) {
+    columns = std::max(columns, row.size());
+  }
+  return columns;
+}
+
+bool has(const std::vector<std::string> &rows, const std::string &begin) {
+  return std::any_of(rows.begin(), rows.end(),
+                     [&begin](const std::string &row) { return row.rfind(begin, 0) == 0; });
+}
+
+class Width : public Screen, public testing::WithParamInterface<unsigned short> {};
+INSTANTIATE_TEST_SUITE_P(Screen, Width, testing::Values(80, 100, 120, 200));
+
+TEST_P(Width, NothingOfTheTimelineBreaksInsideAWord) {
+  const Words all = history(play(wide).rows);
+  ASSERT_GT(all.size(), 200u);
+  EXPECT_EQ(history(play(GetParam()).rows), all);
+}
+
+TEST_P(Width, TheTablesFit) {
+  const std::vector<std::string> rows = play(GetParam()).lines;
+  EXPECT_LE(widest(rows), GetParam());
+  EXPECT_TRUE(has(rows, "program  PID     stream        CAM "));
+  EXPECT_TRUE(has(rows, "101      0x1001  MPEG-2 video  0 "));
+  const auto seen = [&rows](const std::string &begin) {
+    return std::any_of(rows.begin(), rows.end(), [&begin](const std::string &row) {
+      return row.rfind(begin, 0) == 0 && row.find("seen behind the CAMs") != std::string::npos;
+    });
+  };
+  EXPECT_EQ(seen("program "), GetParam() == 200);
+  EXPECT_EQ(seen("    "), GetParam() != 200);
+}
+
+TEST_P(Width, StatusAndHelpFit) {
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"}, {GetParam()});
+  ASSERT_TRUE(terminal.sees("cardInsert 0"));
+  terminal.type("help\r");
+  EXPECT_TRUE(terminal.sees("alarmFail"));
+  terminal.type("status\r");
+  EXPECT_TRUE(terminal.sees("CI controller"));
+  terminal.type("status 0\r");
+  EXPECT_TRUE(terminal.sees("ECM PIDs"));
+  terminal.type("alarms\rexit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_LE(widest(written(terminal.all())), GetParam());
+}
+
+TEST_F(Screen, TheOptionsFit) {
+  Terminal terminal(folder_, {"--help"}, {80});
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_TRUE(terminal.sees("alarmFail"));
+  EXPECT_LE(widest(written(terminal.all())), 80u);
+}
+
+TEST_F(Screen, WhatComesNextHasTheNewWidth) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("help caPMTSend\r");
+  ASSERT_TRUE(terminal.sees("caPMTSend slot, cam, casid, program, flag"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  const std::size_t before = terminal.all().size();
+  terminal.resize(60);
+  terminal.type("help\r");
+  EXPECT_TRUE(terminal.sees("alarmFail"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  const std::vector<std::string> rows = written(terminal.all().substr(before));
+  EXPECT_GT(rows.size(), 50u);
+  EXPECT_LE(widest(rows), 60u);
+  terminal.resize(wide);
+  terminal.type("help progAssign\r");
+  EXPECT_TRUE(terminal.sees("gives a program to CAM 0 (mask 1), CAM 1 (mask 2), both (3) or none"));
+}
+
+}  // namespace
+}  // namespace console
