@@ -18,6 +18,10 @@ class Events {
  public:
   virtual ~Events() = default;
   virtual void report(Place place, const std::string &what, const std::string &why) = 0;
+  // The same of what nobody may miss: an alarm, a reset.
+  virtual void alert(Place place, const std::string &what, const std::string &why) {
+    report(place, what, why);
+  }
 };
 
 }  // namespace chassis

@@ -64,13 +64,13 @@ void AlarmService::setFailing(bool on) {
 // The module tries again with every check.
 void AlarmService::tellFailure(const AlarmRecord &record, const std::string &what) {
   if (told_.insert(what + alarmIdentifiers(record)).second) {
-    events_.report(alarmPlace(record), what + alarmFault(record), "the alarm service fails");
+    events_.alert(alarmPlace(record), what + alarmFault(record), "the alarm service fails");
   }
 }
 
 std::int32_t AlarmService::raise(const AlarmRecord *record) {
   if (failing_ && wellFormed(record)) {
-    tellFailure(*record, "alarm not raised: ");
+    tellFailure(*record, "ALARM not raised: ");
   }
   if (failing_ || !wellFormed(record) || nextIndex_ == std::numeric_limits<std::int32_t>::max()) {
     return failed;
@@ -83,8 +83,8 @@ std::int32_t AlarmService::raise(const AlarmRecord *record) {
                alarmIdentifiers(alarm.record) + "]";
   alarm.raisedMs = clock_.elapsedMs();
   active_[alarm.index] = alarm;
-  events_.report(
-      alarm.place, "alarm raised: " + alarmFault(alarm.record),
+  events_.alert(
+      alarm.place, "ALARM raised: " + alarmFault(alarm.record),
       "alarm " + std::to_string(alarm.index) + ", identifiers " + alarmIdentifiers(alarm.record));
   return alarm.index;
 }
@@ -92,7 +92,7 @@ std::int32_t AlarmService::raise(const AlarmRecord *record) {
 std::int32_t AlarmService::clear(std::int32_t index) {
   const auto found = active_.find(index);
   if (failing_ && found != active_.end()) {
-    tellFailure(found->second.record, "alarm not cleared: ");
+    tellFailure(found->second.record, "ALARM not cleared: ");
   }
   if (failing_ || found == active_.end()) {
     return failed;
@@ -100,7 +100,7 @@ std::int32_t AlarmService::clear(std::int32_t index) {
   Alarm alarm = found->second;
   active_.erase(found);
   alarm.clearedMs = clock_.elapsedMs();
-  events_.report(alarm.place, "alarm cleared: " + alarmFault(alarm.record),
+  events_.report(alarm.place, "ALARM cleared: " + alarmFault(alarm.record),
                  "alarm " + std::to_string(index) + ", stood for " +
                      secondsText(alarm.clearedMs - alarm.raisedMs));
   history_.push_back(alarm);

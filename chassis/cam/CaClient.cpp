@@ -205,7 +205,15 @@ void CaClient::refuse(std::uint16_t program, bool on) {
 }
 
 void CaClient::spoilWords(bool on) {
+  if (on == spoilWords_) {
+    return;
+  }
   spoilWords_ = on;
+  for (const Feed &feed : feeds_) {
+    if (feed.state == State::Running) {
+      reportChange(feed, feed.state);
+    }
+  }
   for (const auto &[pid, reader] : readers_) {
     if (reader.ecm) {
       setWords(pid, *reader.ecm);
@@ -271,11 +279,16 @@ std::string CaClient::nameOf(const Feed &feed) const {
   return name;
 }
 
+// Clear headers around garbage are no descrambled program.
+const char *CaClient::runningVerb() const {
+  return spoilWords_ ? "works with wrong keys on " : "descrambles ";
+}
+
 void CaClient::reportChange(const Feed &feed, State before) const {
   if (feed.state == State::Waiting) {
     return;
   }
-  const char *verb = feed.state == State::Running ? "descrambles "
+  const char *verb = feed.state == State::Running ? runningVerb()
                      : before == State::Running   ? "stops descrambling "
                                                   : "does not descramble ";
   report_(verb + nameOf(feed), reasonOf(feed));

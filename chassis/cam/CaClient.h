@@ -80,6 +80,7 @@ class CaClient {
   void review();
   void assign();
   std::string nameOf(const Feed &feed) const;
+  const char *runningVerb() const;
   void reportChange(const Feed &feed, State before) const;
   std::string reasonOf(const Feed &feed) const;
 

@@ -89,7 +89,8 @@ bool CamLink::reset(std::uint64_t nowMs) {
   history_.reset = true;
   history_.resetMs = nowMs;
   ++history_.resets;
-  report("CAM reset", "reset " + std::to_string(history_.resets) + " since its insertion");
+  events_.alert(place_, "RESET of the CAM",
+                "reset " + std::to_string(history_.resets) + " since its insertion");
   startUp("reset");
   return true;
 }
@@ -207,11 +208,20 @@ void CamLink::startQuery(const Batch &batch, std::uint64_t nowMs) {
   queriedMs_ = answerDue ? std::optional<std::uint64_t>(nowMs) : std::nullopt;
 }
 
+// A query has a CAM begin nothing.
+void CamLink::noteCaPmt(const Batch &batch, std::uint64_t nowMs) {
+  if (batch.queries.size() < batch.programs.size()) {
+    history_.caPmt = true;
+    history_.caPmtMs = nowMs;
+  }
+}
+
 void CamLink::noteSent(const Batch &batch, std::uint64_t nowMs) {
   if (!batch.programs.empty()) {
     history_.sent = true;
     history_.sentMs = nowMs;
     history_.programs = static_cast<std::uint32_t>(batch.programs.size());
+    noteCaPmt(batch, nowMs);
     report(
         (batch.queries.empty() ? "CA PMT sent: " : "query sent: ") + programsText(batch.programs),
         "list management " + joined(batch.listManagement));
@@ -226,6 +236,7 @@ void CamLink::noteSent(const Batch &batch, std::uint64_t nowMs) {
 // ------------------------------------------------------------------------------------------------
 
 void CamLink::tick(std::uint64_t nowMs) {
+  nowMs_ = nowMs;
   if (cam_ == nullptr) {
     return;
   }
@@ -325,6 +336,7 @@ void CamLink::fileAnswer(const CaReply &reply, Query &query) {
   if (!result.filed || result.streamsLeftOut > 0) {
     trouble(CutReply, says + "; a record holds 32 programs of 32 streams");
   }
+  history_.repliedMs[reply.program] = nowMs_;
   if (!query.answered) {
     report("reply: " + says, streamsText(reply));
   } else if (result.changed) {

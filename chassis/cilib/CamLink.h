@@ -71,6 +71,7 @@ class CamLink {
   void fileAnswer(const CaReply &reply, Query &query);
   void encode(const CaPmtProg *record, Batch &batch);
   void startQuery(const Batch &batch, std::uint64_t nowMs);
+  void noteCaPmt(const Batch &batch, std::uint64_t nowMs);
   void noteSent(const Batch &batch, std::uint64_t nowMs);
 
   Place place_;
@@ -79,6 +80,7 @@ class CamLink {
   CaPmtReply &answers_;
   std::unique_ptr<CamPort> cam_;  // null: none
   Phase phase_ = Phase::Empty;
+  std::uint64_t nowMs_ = 0;  // of the last tick
   std::uint64_t askedMs_ = 0;
   std::optional<std::uint64_t> queriedMs_;  // while no reply to the query has come
   std::vector<std::uint16_t> caSystems_;

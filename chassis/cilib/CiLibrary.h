@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <vector>
 
@@ -47,6 +48,9 @@ class CiLibrary {
     bool sent = false;
     std::uint64_t sentMs = 0;    // last CA PMT or query
     std::uint32_t programs = 0;  // in it
+    bool caPmt = false;
+    std::uint64_t caPmtMs = 0;                         // last CA PMT
+    std::map<std::uint16_t, std::uint64_t> repliedMs;  // last reply of each program
     bool reset = false;
     std::uint64_t resetMs = 0;
     std::uint32_t resets = 0;

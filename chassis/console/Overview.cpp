@@ -11,6 +11,7 @@
 #include "report/Findings.h"
 #include "report/StatusTable.h"
 #include "report/Table.h"
+#include "report/Verdict.h"
 
 namespace chassis {
 namespace {
@@ -28,12 +29,19 @@ Cell fieldCell(const FieldWords &words, std::uint16_t value, const std::string &
   return {text + " (" + hexText(value) + ")", words.tone};
 }
 
-std::string caSystemsText(const CiLibrary &library, std::uint32_t slot, std::uint32_t camSlot) {
+std::string caSystemsText(const std::vector<std::uint16_t> &casids) {
   std::vector<std::string> names;
-  for (const std::uint16_t casid : library.caSystems(slot, camSlot)) {
+  for (const std::uint16_t casid : casids) {
     names.push_back(hex(casid, 4));
   }
   return names.empty() ? "none" : joined(names, " ");
+}
+
+// What the CAM has; where that does not help its programs, why.
+Cell caSystemsCell(const CamFinding &cam, const std::vector<std::uint16_t> &casids) {
+  const FieldWords &words = caSystemWords(cam);
+  const std::string names = caSystemsText(casids);
+  return words.tone == Tone::Bad ? Cell{names + ", " + words.text, words.tone} : Cell{names};
 }
 
 Cell alarmCell(const AlarmService &alarms, std::uint32_t slot, int camSlot) {
@@ -55,11 +63,11 @@ std::vector<Cell> camRow(Chassis &chassis, const CardFinding &card, std::uint32_
           fieldCell(controllerWords(card.controller), card.controller, "CI controller "),
           {camText(static_cast<int>(camSlot))},
           fieldCell(insertWords(cam.insert), cam.insert, "CAM "),
-          {caSystemsText(chassis.library(), card.slot, camSlot)},
+          caSystemsCell(cam, chassis.library().caSystems(card.slot, camSlot)),
           fieldCell(caPidWords(cam.caPids), cam.caPids, "CA PIDs "),
-          fieldCell(summaryWords(cam.descrambling), cam.descrambling, ""),
+          fieldCell(descramblingWords(cam), cam.descrambling, ""),
           alarmCell(chassis.alarms(), card.slot, static_cast<int>(camSlot)),
-          {history.sent ? stampText(history.sentMs) : "none"},
+          {history.caPmt ? stampText(history.caPmtMs) : "none"},
           {history.reset ? stampText(history.resetMs) : "none"}};
 }
 

@@ -84,6 +84,10 @@ void Chassis::cardRemove(std::uint32_t slot) {
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     camRemove(slot, camSlot);
   }
+  if (card(slot).inserted()) {
+    events_.report({static_cast<int>(slot), -1}, "card pulled out",
+                   "the module still looks for its program table: ci_assert");
+  }
   card(slot).remove();
 }
 

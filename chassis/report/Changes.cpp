@@ -4,6 +4,7 @@
 
 #include "Text.h"
 #include "report/FieldWords.h"
+#include "report/Verdict.h"
 
 namespace chassis {
 namespace {
@@ -11,15 +12,25 @@ namespace {
 struct Field {
   const char *name;
   std::uint16_t (*value)(const CamFinding &);
-  const FieldWords &(*words)(std::uint16_t value);
+  const FieldWords &(*words)(const CamFinding &);
 };
 
 const Field camFields[] = {
-    {"camInsert", [](const CamFinding &c) -> std::uint16_t { return c.insert; }, insertWords},
-    {"casidStat", [](const CamFinding &c) { return c.casid; }, casidWords},
-    {"preCamPidStat", [](const CamFinding &c) -> std::uint16_t { return c.caPids; }, caPidWords},
-    {"descStat", [](const CamFinding &c) -> std::uint16_t { return c.descrambling; }, summaryWords},
+    {"camInsert", [](const CamFinding &c) -> std::uint16_t { return c.insert; },
+     [](const CamFinding &c) -> const FieldWords & { return insertWords(c.insert); }},
+    {"casidStat", [](const CamFinding &c) { return c.casid; }, caSystemWords},
+    {"preCamPidStat", [](const CamFinding &c) -> std::uint16_t { return c.caPids; },
+     [](const CamFinding &c) -> const FieldWords & { return caPidWords(c.caPids); }},
+    {"descStat", [](const CamFinding &c) -> std::uint16_t { return c.descrambling; },
+     descramblingWords},
 };
+const Field &summaryField = camFields[3];
+
+// What is said of a value can change while the value stays.
+bool changed(const Field &field, const CamFinding &before, const CamFinding &now) {
+  return field.value(before) != field.value(now) ||
+         field.words(before).text != field.words(now).text;
+}
 
 void addControllerChange(const CardFinding &before, const CardFinding &now,
                          std::vector<Change> &changes) {
@@ -35,8 +46,9 @@ void addControllerChange(const CardFinding &before, const CardFinding &now,
 
 // A summary that changed alone is told with the programs that changed it.
 bool onlySummaryChanged(const CamFinding &before, const CamFinding &now) {
-  return before.insert == now.insert && before.casid == now.casid && before.caPids == now.caPids &&
-         before.descrambling != now.descrambling;
+  return std::all_of(std::begin(camFields), std::end(camFields), [&](const Field &field) {
+    return changed(field, before, now) == (&field == &summaryField);
+  });
 }
 
 bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
@@ -49,7 +61,7 @@ bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::
   if (!onlySummaryChanged(before.cams[camSlot], cam) || last == programChanges.rend()) {
     return false;
   }
-  const FieldWords &words = summaryWords(cam.descrambling);
+  const FieldWords &words = descramblingWords(cam);
   last->why += (last->why.empty() ? "" : "; ") + std::string(words.text) + " (descStat " +
                hexText(cam.descrambling) + ")";
   return true;
@@ -70,16 +82,16 @@ void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t
   bool lapsed = false;
   Tone tone = Tone::Plain;
   for (const Field &field : camFields) {
-    const std::uint16_t value = field.value(now.cams[camSlot]);
-    if (value == field.value(before.cams[camSlot])) {
+    if (!changed(field, before.cams[camSlot], now.cams[camSlot])) {
       continue;
     }
+    const std::uint16_t value = field.value(now.cams[camSlot]);
     why.push_back(field.name + (" " + hexText(value)));
     if (value == fieldNotChecked) {
       lapsed = true;
       continue;
     }
-    const FieldWords &words = field.words(value);
+    const FieldWords &words = field.words(now.cams[camSlot]);
     what.push_back(words.text);
     tone = words.tone == Tone::Plain ? tone : words.tone;
   }
@@ -97,7 +109,9 @@ void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t
 struct ProgramState {
   std::string pids;  // empty: all of them
   std::string state;
+  std::string note;
   std::string evidence;
+  Tone tone = Tone::Plain;
   bool operator==(const ProgramState &other) const {
     return pids == other.pids && state == other.state;
   }
@@ -109,10 +123,10 @@ const PidFinding *worstPid(const ProgramFinding &program) {
   return found == program.pids.end() ? nullptr : &*found;
 }
 
-std::string evidenceOf(const ProgramFinding &program, std::uint64_t nowMs) {
+std::string evidenceOf(const ProgramFinding &program, const Verdict &verdict, std::uint64_t nowMs) {
   const PidFinding *pid = worstPid(program);
   if (program.status == DESC_STAT_OK) {
-    return "clear behind the CAM";
+    return verdict.note.empty() ? "clear behind the CAM" : "";
   }
   if (program.status == DESC_STAT_UNKNOWN || pid == nullptr) {
     return "";
@@ -121,7 +135,7 @@ std::string evidenceOf(const ProgramFinding &program, std::uint64_t nowMs) {
 }
 
 ProgramState stateOf(const ProgramFinding &program, std::uint64_t nowMs) {
-  const StatusWords &words = statusWords(program.status);
+  const Verdict verdict = verdictOf(program);
   ProgramState state;
   std::vector<std::string> affected;
   for (const PidFinding &pid : program.pids) {
@@ -132,11 +146,10 @@ ProgramState stateOf(const ProgramFinding &program, std::uint64_t nowMs) {
   if (affected.size() < program.pids.size()) {
     state.pids = joined(affected, " ");
   }
-  state.state = words.state;
-  if (*words.cause != '\0') {
-    state.state += std::string(", cause: ") + words.cause;
-  }
-  state.evidence = evidenceOf(program, nowMs);
+  state.state = verdict.state + (verdict.cause.empty() ? "" : ", cause: " + verdict.cause);
+  state.note = verdict.note;
+  state.evidence = evidenceOf(program, verdict, nowMs);
+  state.tone = verdict.tone;
   return state;
 }
 
@@ -152,7 +165,6 @@ const ProgramFinding *findProgram(const CardFinding &card, std::uint16_t number)
 struct ProgramGroup {
   std::uint8_t camMask;
   ProgramState state;
-  Tone tone;
   std::vector<std::string> programs;
 };
 
@@ -163,11 +175,17 @@ void addToGroup(const ProgramFinding &program, const ProgramState &state,
   };
   auto group = std::find_if(groups.begin(), groups.end(), fits);
   if (group == groups.end()) {
-    group = groups.insert(group, {program.camMask, state, statusWords(program.status).tone, {}});
+    group = groups.insert(group, {program.camMask, state, {}});
   } else if (group->state.evidence != state.evidence) {
     group->state.evidence += "; " + state.evidence;
   }
   group->programs.push_back(std::to_string(program.number));
+}
+
+// Programs of a group share the note.
+std::string reasonOf(const ProgramState &state) {
+  const bool both = !state.note.empty() && !state.evidence.empty();
+  return state.note + (both ? "; " : "") + state.evidence;
 }
 
 Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
@@ -179,8 +197,8 @@ Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
   }
   return {{static_cast<int>(slot), camSlot},
           what + " " + group.state.state,
-          group.state.evidence,
-          group.tone};
+          reasonOf(group.state),
+          group.state.tone};
 }
 
 // A CAM that is not checked any more says so for its programs too.

@@ -26,6 +26,9 @@ constexpr FieldWords casidTable[] = {
     {1, "CA system supported", Tone::Plain},
     unchecked,
 };
+constexpr FieldWords clearOnlyTable[] = {
+    {0, "has only clear programs, without CA descriptors", Tone::Bad},
+};
 constexpr FieldWords caPidTable[] = {
     {0, "CA PIDs present", Tone::Plain},
     {1, "no CA PID before the CAM", Tone::Bad},
@@ -39,6 +42,17 @@ constexpr FieldWords summaryTable[] = {
     {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled, CAM suspected", Tone::Bad},
     unchecked,
 };
+
+constexpr FieldWords beginningTable[] = {
+    {DESC_SUM_PART | DESC_SUM_SCRAMBLED, "some PIDs not descrambled yet", Tone::Plain},
+    {DESC_SUM_ALL | DESC_SUM_SCRAMBLED, "no PID descrambled yet", Tone::Plain},
+};
+
+template <std::size_t count>
+bool names(const FieldWords (&words)[count], std::uint16_t value) {
+  const auto hasValue = [value](const FieldWords &entry) { return entry.value == value; };
+  return std::any_of(std::begin(words), std::end(words), hasValue);
+}
 
 template <std::size_t count>
 const FieldWords &wordsOf(const FieldWords (&words)[count], std::uint16_t value) {
@@ -58,16 +72,18 @@ const FieldWords &insertWords(std::uint16_t camInsert) {
   return wordsOf(insertTable, camInsert);
 }
 
-const FieldWords &casidWords(std::uint16_t casidStat) {
-  return wordsOf(casidTable, casidStat);
+const FieldWords &casidWords(std::uint16_t casidStat, bool clearOnly) {
+  return clearOnly && names(clearOnlyTable, casidStat) ? wordsOf(clearOnlyTable, casidStat)
+                                                       : wordsOf(casidTable, casidStat);
 }
 
 const FieldWords &caPidWords(std::uint16_t preCamPidStat) {
   return wordsOf(caPidTable, preCamPidStat);
 }
 
-const FieldWords &summaryWords(std::uint16_t descStat) {
-  return wordsOf(summaryTable, descStat);
+const FieldWords &summaryWords(std::uint16_t descStat, bool mayStillBegin) {
+  return mayStillBegin && names(beginningTable, descStat) ? wordsOf(beginningTable, descStat)
+                                                          : wordsOf(summaryTable, descStat);
 }
 
 }  // namespace chassis

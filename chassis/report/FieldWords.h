@@ -17,8 +17,10 @@ constexpr std::uint16_t fieldNotChecked = 0xFF;
 
 const FieldWords &controllerWords(std::uint16_t cimaxStat);
 const FieldWords &insertWords(std::uint16_t camInsert);
-const FieldWords &casidWords(std::uint16_t casidStat);
+// clearOnly: none of the CAM's programs has a CA descriptor.
+const FieldWords &casidWords(std::uint16_t casidStat, bool clearOnly = false);
 const FieldWords &caPidWords(std::uint16_t preCamPidStat);
-const FieldWords &summaryWords(std::uint16_t descStat);
+// mayStillBegin: what is not descrambled may only not be so yet.
+const FieldWords &summaryWords(std::uint16_t descStat, bool mayStillBegin = false);
 
 }  // namespace chassis

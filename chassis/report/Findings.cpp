@@ -26,17 +26,29 @@ std::uint8_t replyOf(const CaPmtReplyProg &reply, const CiDescProg &program, std
   return 0;
 }
 
-std::uint8_t replyOf(std::uint32_t slot, const CiDescProg &program, std::uint16_t pid) {
+bool cameBeforeCaPmt(const CiLibrary::History &history, std::uint16_t program) {
+  const auto replied = history.repliedMs.find(program);
+  return replied != history.repliedMs.end() && history.caPmt && replied->second < history.caPmtMs;
+}
+
+bool hasCam(std::uint8_t camMask, std::uint32_t camSlot) {
+  return (camMask >> camSlot & 1) != 0;
+}
+
+void addReply(Chassis &chassis, std::uint32_t slot, const CiDescProg &program,
+              PidFinding &finding) {
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     const CaPmtReply &reply = caPmtReplyInfo[slot * MAX_CAM_NUM + camSlot];
-    const std::uint32_t count = (program.camMask >> camSlot & 1) != 0 ? reply.progNum : 0;
+    const std::uint32_t count = hasCam(program.camMask, camSlot) ? reply.progNum : 0;
     for (std::uint32_t p = 0; p < std::min<std::uint32_t>(count, 32); ++p) {
       if (reply.prog[p].progNum == program.prog_num) {
-        return replyOf(reply.prog[p], program, pid);
+        finding.reply = replyOf(reply.prog[p], program, finding.pid);
+        finding.replyOld =
+            cameBeforeCaPmt(chassis.library().history(slot, camSlot), program.prog_num);
+        return;
       }
     }
   }
-  return 0;
 }
 
 std::vector<EcmFinding> ecmsOf(const Card &card, const CiDescProg &program,
@@ -83,9 +95,10 @@ void addSupervision(Chassis &chassis, std::uint32_t slot, const CiDescProg &prog
                     ProgramFinding &finding) {
   const std::uint64_t nowMs = chassis.clock().elapsedMs();
   finding.camMask = program.camMask;
+  finding.clear = program.camMask != 0 && (program.caLevel & (streamLevel | programLevel)) == 0;
   finding.pids.resize(std::min<std::size_t>(finding.pids.size(), program.eleNum));
   for (std::size_t e = 0; e < finding.pids.size(); ++e) {
-    finding.pids[e].reply = replyOf(slot, program, program.ele[e].pid);
+    addReply(chassis, slot, program, finding.pids[e]);
     finding.pids[e].ecms = ecmsOf(chassis.card(slot), program, program.ele[e], nowMs);
   }
 }
@@ -108,13 +121,35 @@ ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const Progra
   return finding;
 }
 
-CamFinding examineCam(const CiData &record, std::uint32_t camSlot) {
+CaPmtAgeMs caPmtAge(const CiLibrary::History &history, std::uint64_t nowMs) {
+  return history.caPmt ? CaPmtAgeMs(nowMs - std::min(nowMs, history.caPmtMs)) : std::nullopt;
+}
+
+CamFinding examineCam(Chassis &chassis, std::uint32_t slot, std::uint32_t camSlot) {
+  const CiData &record = *pCiData[slot];
   CamFinding finding;
+  finding.caPmtAgeMs =
+      caPmtAge(chassis.library().history(slot, camSlot), chassis.clock().elapsedMs());
   finding.insert = record.camInsert[camSlot];
   finding.casid = record.casidStat[camSlot];
   finding.caPids = record.preCamPidStat[camSlot];
   finding.descrambling = record.descStat[camSlot];
   return finding;
+}
+
+// What a program and the CAMs that have it tell of each other.
+void relate(ProgramFinding &program, std::array<CamFinding, MAX_CAM_NUM> &cams) {
+  for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
+    CamFinding &cam = cams[camSlot];
+    if (!hasCam(program.camMask, camSlot)) {
+      continue;
+    }
+    if (cam.caPmtAgeMs) {
+      program.caPmtAgeMs = std::min(*cam.caPmtAgeMs, program.caPmtAgeMs.value_or(*cam.caPmtAgeMs));
+    }
+    cam.clearPrograms += program.clear ? 1 : 0;
+    ++cam.programs;
+  }
 }
 
 }  // namespace
@@ -130,10 +165,11 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
   finding.bitrate = card.bitrate();
   finding.controller = pCiData[slot]->cimaxStat;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-    finding.cams[camSlot] = examineCam(*pCiData[slot], camSlot);
+    finding.cams[camSlot] = examineCam(chassis, slot, camSlot);
   }
   for (const ProgramInfo &info : card.programs()) {
     finding.programs.push_back(examineProgram(chassis, slot, info));
+    relate(finding.programs.back(), finding.cams);
   }
   return finding;
 }
@@ -150,14 +186,14 @@ std::string ecmText(const EcmFinding &ecm, std::uint64_t nowMs) {
          countText(ecm.evidence.ccErrors, "continuity error", "continuity errors");
 }
 
-std::string replyText(std::uint8_t reply) {
-  return "CAM replied " + hexText(reply);
+std::string replyText(std::uint8_t reply, bool old) {
+  return "CAM replied " + hexText(reply) + (old ? " before the last CA PMT" : "");
 }
 
 std::string evidenceText(const PidFinding &pid, std::uint64_t nowMs) {
   std::vector<std::string> parts;
   if (pid.reply != 0) {
-    parts.push_back(replyText(pid.reply));
+    parts.push_back(replyText(pid.reply, pid.replyOld));
   }
   for (const EcmFinding &ecm : pid.ecms) {
     parts.push_back(ecmText(ecm, nowMs));

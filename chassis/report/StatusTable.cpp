@@ -5,6 +5,7 @@
 #include "CiPlatform.h"
 #include "Text.h"
 #include "report/Table.h"
+#include "report/Verdict.h"
 #include "report/Words.h"
 
 namespace chassis {
@@ -52,17 +53,28 @@ std::string behindCell(const PidEvidence &behind) {
   return behind.lastPesBad ? "clear, PES not readable" : "clear, PES readable";
 }
 
+// Cause and note with the module's code; empty where there is neither.
+std::string causeCell(const Verdict &verdict, std::uint8_t status) {
+  const std::string &text = verdict.note.empty() ? verdict.cause : verdict.note;
+  return text.empty() ? "" : text + " (" + hexText(status) + ")";
+}
+
+std::string replyCell(const PidFinding &pid) {
+  return pid.reply == 0 ? "" : hexText(pid.reply) + (pid.replyOld ? " (old)" : "");
+}
+
 std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
                          std::uint64_t nowMs) {
   const bool supervised = program.camMask != 0;
-  const StatusWords &words = statusWords(pid.status);
+  const Verdict verdict =
+      supervised ? verdictOf(program, pid) : Verdict{"not supervised", "", "", Tone::Faint};
   return {{std::to_string(program.number)},
           {hexText(pid.pid)},
           {streamTypeText(pid.streamType)},
           {camMaskText(program.camMask)},
-          supervised ? Cell{words.state, words.tone} : Cell{"not supervised", Tone::Faint},
-          {supervised ? causeText(pid.status) : ""},
-          {pid.reply == 0 ? "" : hexText(pid.reply)},
+          {verdict.state, verdict.tone},
+          {causeCell(verdict, pid.status)},
+          {replyCell(pid)},
           {supervised ? ecmCell(pid, nowMs) : ""},
           {countsCell(pid.before)},
           {countsCell(pid.behind)},

@@ -37,6 +37,10 @@ void Timeline::report(Place place, const std::string &what, const std::string &w
   write({now_(), placeText(place.slot, place.cam), what, why, tone});
 }
 
+void Timeline::alert(Place place, const std::string &what, const std::string &why) {
+  report(place, what, why, Tone::Alarm);
+}
+
 void Timeline::print(ConsolePort port, const std::string &line) {
   if (line.empty() || (port == ConsolePort::Debug && !config_.debug)) {
     return;

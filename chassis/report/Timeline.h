@@ -27,6 +27,7 @@ class Timeline : public Events {
 
   void report(Place place, const std::string &what, const std::string &why) override;
   void report(Place place, const std::string &what, const std::string &why, Tone tone);
+  void alert(Place place, const std::string &what, const std::string &why) override;
 
   // A line of the module's console. A line that was printed already since the last report is
   // counted, not shown; the count comes before the next other line.

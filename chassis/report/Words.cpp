@@ -10,7 +10,7 @@ namespace chassis {
 namespace {
 
 const StatusWords statusTable[] = {
-    {DESC_STAT_SCRAMBLED, "not descrambled", "none outside the CAM", Tone::Bad},
+    {DESC_STAT_SCRAMBLED, "not descrambled", "the CAM is suspected", Tone::Bad},
     {DESC_STAT_NO_ENTITLEMENT, "not descrambled", "no entitlement", Tone::Bad},
     {DESC_STAT_TECHNICAL, "not descrambled", "technical refusal", Tone::Bad},
     {DESC_STAT_NO_ECM, "not descrambled", "ECMs missing", Tone::Bad},
@@ -43,11 +43,6 @@ const StatusWords &statusWords(std::uint8_t status) {
   const auto hasCode = [status](const StatusWords &words) { return words.code == status; };
   const auto found = std::find_if(std::begin(statusTable), std::end(statusTable), hasCode);
   return found == std::end(statusTable) ? *(std::end(statusTable) - 1) : *found;
-}
-
-std::string causeText(std::uint8_t status) {
-  const StatusWords &words = statusWords(status);
-  return *words.cause == '\0' ? "" : words.cause + (" (" + hexText(words.code) + ")");
 }
 
 std::string streamTypeText(std::uint16_t streamType) {

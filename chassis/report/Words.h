@@ -16,7 +16,6 @@ struct StatusWords {
 };
 
 const StatusWords &statusWords(std::uint8_t status);
-std::string causeText(std::uint8_t status);  // cause and code; empty when there is none
 
 std::string streamTypeText(std::uint16_t streamType);
 std::string stampText(std::uint64_t ms);         // 00:00:07.010

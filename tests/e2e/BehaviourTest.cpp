@@ -62,17 +62,17 @@ TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
       "program 101",  // comes up
       "programs 101, 102 descrambled",
       "camEntitle 0, 0, 102, 0",
-      "program 102 not descrambled, cause: none outside the CAM",
+      "program 102 not descrambled, cause: the CAM is suspected",
       "query sent: program 102",
       "program 102 not descrambled, cause: no entitlement",
-      "slot 0  CAM 0  alarm raised: descrambling failure",
+      "slot 0  CAM 0  ALARM raised: descrambling failure",
       "program 103 not descrambled, cause: ECMs missing",
-      "slot 0  CAM 1  alarm raised: descrambling failure",
+      "slot 0  CAM 1  ALARM raised: descrambling failure",
       "program 104 not descrambled, cause: ECMs damaged",
       "CAM goes deaf",
-      "program 101 not descrambled, cause: none outside the CAM",
+      "program 101 not descrambled, cause: the CAM is suspected",
       "all programs error, first reset!",
-      "CAM reset",
+      "RESET of the CAM",
       "program 101 descrambled",
       "program 102 not descrambled, cause: no entitlement",
       "slot 0 at ",
@@ -212,7 +212,7 @@ TEST_F(Behaviour, CardFaultsReachTheTimeline) {
 
 TEST_F(Behaviour, ClockFaultResetsBothCams) {
   const Result result = runScript(twoCams + "wait 15\npllLock 0, 0\nwait 40");
-  EXPECT_EQ(linesWith(result.out, "CAM reset").size(), 2u) << result.out;
+  EXPECT_EQ(linesWith(result.out, "RESET of the CAM").size(), 2u) << result.out;
 }
 
 TEST_F(Behaviour, CamAndCardThatAreTakenOutAndPutBackComeUpAgain) {
@@ -226,6 +226,39 @@ TEST_F(Behaviour, CamAndCardThatAreTakenOutAndPutBackComeUpAgain) {
   for (const TableRow &row : tableRows(result.out)) {
     EXPECT_EQ(row.state, "descrambled") << row.pid;
   }
+}
+
+// A healthy CAM is never shown as failing, not even while it begins.
+TEST_F(Behaviour, NothingFailsWhileACamBegins) {
+  const Result result = runScript(twoCams + "wait 15");
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_FALSE(linesWith(result.out, "not descrambled yet").empty()) << result.out;
+  EXPECT_TRUE(linesWith(result.out, "suspected").empty()) << result.out;
+}
+
+TEST_F(Behaviour, AClearProgramOnACamIsCalledClear) {
+  const Result result = runScript("cardInsert 0, \"" + samples +
+                                  "/headend-clear.ts\"\nprogAssign 0, 101, 1\n"
+                                  "camInsert 0, 0, 0x0500\nwait 10");
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_FALSE(linesWith(result.out, "ALARM raised: CA system mismatch").empty()) << result.out;
+  EXPECT_FALSE(
+      linesWith(result.out, "CAM usable, has only clear programs, without CA descriptors").empty())
+      << result.out;
+  EXPECT_EQ(linesWith(result.out, "supports no CA system").size(), 0u) << result.out;
+  EXPECT_EQ(tableRows(result.out)[0].cause, "clear, no CA descriptors (0xEE)") << result.out;
+}
+
+TEST_F(Behaviour, AWrongKeyIsNotCalledDescrambling) {
+  const Result result =
+      runScript(twoCams + "wait 15\ncamWrongKey 0, 0, 1\nwait 60\ncamWrongKey 0, 0, 0\nwait 5");
+  ASSERT_EQ(result.status, 0) << result.err;
+  const std::string wrong = result.out.substr(
+      result.out.find("camWrongKey 0, 0, 1"),
+      result.out.find("camWrongKey 0, 0, 0") - result.out.find("camWrongKey 0, 0, 1"));
+  EXPECT_FALSE(linesWith(wrong, "works with wrong keys on program 101").empty()) << wrong;
+  EXPECT_FALSE(linesWith(wrong, "RESET of the CAM").empty()) << wrong;
+  EXPECT_TRUE(linesWith(wrong, "CAM 0  descrambles").empty()) << wrong;
 }
 
 TEST_F(Behaviour, CamOfAnotherCaSystemIsNeverSentAnything) {

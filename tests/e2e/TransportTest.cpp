@@ -116,7 +116,7 @@ TEST_F(Transport, ProgramWhoseEcmsMoveStaysDescrambled) {
       "camInsert 0, 0, 0x0500\nwait 35");
   EXPECT_EQ(linesWith(result.out, "the stream's programs changed").size(), 3U) << result.out;
   EXPECT_EQ(linesWith(result.out, "CA PMT sent: program 102").size(), 4U) << result.out;
-  EXPECT_TRUE(linesWith(result.out, "alarm raised").empty()) << result.out;
+  EXPECT_TRUE(linesWith(result.out, "ALARM raised").empty()) << result.out;
 }
 
 TEST_F(Transport, CountersRunOnAcrossTheEndOfTheFile) {

@@ -73,9 +73,9 @@ TEST_F(AlarmServiceTest, TellsBothEndsOfAnAlarm) {
   clock.advance(1230);
   AlarmDel(0, 0);
   ASSERT_EQ(events.lines.size(), 2u);
-  EXPECT_EQ(events.lines[0].what, "alarm raised: CAM absent");
+  EXPECT_EQ(events.lines[0].what, "ALARM raised: CAM absent");
   EXPECT_EQ(events.lines[0].why, "alarm 0, identifiers 1 (3), 0x706, 0x703");
-  EXPECT_EQ(events.lines[1].what, "alarm cleared: CAM absent");
+  EXPECT_EQ(events.lines[1].what, "ALARM cleared: CAM absent");
   EXPECT_EQ(events.lines[1].why, "alarm 0, stood for 12.3 s");
   for (const Line &line : events.lines) {
     EXPECT_EQ(line.place.slot, 2);
@@ -119,8 +119,8 @@ TEST_F(AlarmServiceTest, WhileItFailsNothingChanges) {
   EXPECT_EQ(service.active().size(), 1u);
   EXPECT_TRUE(service.history().empty());
   ASSERT_EQ(events.lines.size(), 2u);
-  EXPECT_EQ(events.lines[0].what, "alarm not raised: CAM absent");
-  EXPECT_EQ(events.lines[1].what, "alarm not cleared: CAM absent");
+  EXPECT_EQ(events.lines[0].what, "ALARM not raised: CAM absent");
+  EXPECT_EQ(events.lines[1].what, "ALARM not cleared: CAM absent");
   service.setFailing(false);
   EXPECT_EQ(AlarmAdd(&record), 1);
   EXPECT_EQ(AlarmDel(0, 0), 0);

@@ -442,6 +442,22 @@ TEST(CamFault, WrongKeyClearsTheControlBitsButNotThePayload) {
   EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
 }
 
+TEST(CamFault, ACamWithAWrongKeyDoesNotSayThatItDescrambles) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.cam.setFault(CamFault::WrongKey, true);
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled);
+  EXPECT_EQ(rig.lines.count("descrambles program 101"), 0u);
+  EXPECT_EQ(rig.lines.count("works with wrong keys on program 101"), 1u);
+  rig.cam.setFault(CamFault::WrongKey, false);
+  EXPECT_EQ(rig.lines.count("descrambles program 101"), 1u);
+  rig.cam.setFault(CamFault::WrongKey, false);
+  EXPECT_EQ(rig.lines.count("descrambles program 101"), 1u);
+  rig.cam.setFault(CamFault::WrongKey, true);
+  EXPECT_EQ(rig.lines.count("works with wrong keys on program 101"), 2u);
+}
+
 TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
   const LabStream stream = labStream(streams101);
   const Bytes whole = caPmt101();

@@ -418,12 +418,45 @@ TEST_F(CamLinkTest, ResetsAreCountedUntilTheNextInsertion) {
   EXPECT_TRUE(link.history().reset);
   EXPECT_EQ(link.history().resetMs, 8000u);
   EXPECT_EQ(link.history().resets, 2u);
-  EXPECT_EQ(events.count("CAM reset"), 2);
+  EXPECT_EQ(events.alerts, (std::vector<std::string>{"RESET of the CAM", "RESET of the CAM"}));
   link.remove();
   EXPECT_EQ(link.history().resets, 2u);
   insert();
   EXPECT_FALSE(link.history().reset);
   EXPECT_EQ(link.history().resets, 0u);
+}
+
+TEST_F(CamLinkTest, AQueryIsNoCaPmt) {
+  makeUsable();
+  EXPECT_FALSE(link.history().caPmt);
+  send({101}, cmdQuery);
+  EXPECT_TRUE(link.history().sent);
+  EXPECT_FALSE(link.history().caPmt);
+  nowMs = 2000;
+  send({101, 102}, cmdOkDescrambling);
+  nowMs = 3000;
+  send({101}, cmdQuery);
+  EXPECT_TRUE(link.history().caPmt);
+  EXPECT_EQ(link.history().caPmtMs, 2000u);
+  EXPECT_EQ(link.history().sentMs, 3000u);
+  insert();
+  EXPECT_FALSE(link.history().caPmt);
+}
+
+TEST_F(CamLinkTest, RepliesHaveTheirTime) {
+  makeUsable();
+  send({101, 102}, cmdQuery);
+  nowMs = 1200;
+  say(reply(101, 0xF1));
+  nowMs = 1300;
+  say(reply(102, 0xF1));
+  nowMs = 1400;
+  say(reply(103, 0xF1));  // nobody asked
+  const std::map<std::uint16_t, std::uint64_t> expected{{101, 1200}, {102, 1300}};
+  EXPECT_EQ(link.history().repliedMs, expected);
+  nowMs = 1500;
+  say(reply(101, 0xF1));
+  EXPECT_EQ(link.history().repliedMs.at(101), 1500u);
 }
 
 TEST_F(CamLinkTest, CamThatGoesDownByItselfStartsAgain) {

@@ -46,7 +46,7 @@ TEST(Changes, EveryCauseComesWithItsEvidence) {
     const char *line;
   } cases[] = {
       {DESC_STAT_SCRAMBLED,
-       "0/0 program 102 not descrambled, cause: none outside the CAM | "
+       "0/0 program 102 not descrambled, cause: the CAM is suspected | "
        "ECM PID 0x1001 present, 0 continuity errors"},
       {DESC_STAT_NO_ENTITLEMENT,
        "0/0 program 102 not descrambled, cause: no entitlement | "
@@ -120,11 +120,11 @@ TEST(Changes, FieldsThatLapseShareAWord) {
 TEST(Changes, ProgramsThatShareAStateShareALineWithTheEvidenceOfEach) {
   CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
   EXPECT_EQ(told(sampleCard(), now),
-            Lines{"0/0 programs 101, 102 not descrambled, cause: none outside the CAM | "
+            Lines{"0/0 programs 101, 102 not descrambled, cause: the CAM is suspected | "
                   "ECM PID 0x1001 present, 0 continuity errors"});
   now.programs[1].pids[0].ecms[0].pid = 0x1002;
   EXPECT_EQ(told(sampleCard(), now),
-            Lines{"0/0 programs 101, 102 not descrambled, cause: none outside the CAM | "
+            Lines{"0/0 programs 101, 102 not descrambled, cause: the CAM is suspected | "
                   "ECM PID 0x1001 present, 0 continuity errors; "
                   "ECM PID 0x1002 present, 0 continuity errors"});
 }
@@ -151,7 +151,7 @@ TEST(Changes, SummaryThatChangesAloneIsToldWithItsPrograms) {
   CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_SCRAMBLED);
   now.cams[0].descrambling = 0x11;
   EXPECT_EQ(told(sampleCard(), now),
-            Lines{"0/0 program 102 not descrambled, cause: none outside the CAM | "
+            Lines{"0/0 program 102 not descrambled, cause: the CAM is suspected | "
                   "ECM PID 0x1001 present, 0 continuity errors; some PIDs not descrambled, "
                   "CAM suspected (descStat 0x11)"});
   now.cams[0].caPids = 1;
@@ -183,6 +183,92 @@ TEST(Changes, FieldWords) {
   now.controller = 1;
   EXPECT_EQ(told(sampleCard(), now),
             Lines{"0/-1 CI controller out of sync or rate too low | cimaxStat 0x01"});
+}
+
+TEST(Changes, ACamThatMayStillBeginIsNotToldAsFailing) {
+  CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
+  now.cams[0].descrambling = 0x21;
+  now.cams[0].caPmtAgeMs = now.programs[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
+  const CardFinding before = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
+  const std::vector<Change> changes = changesBetween(before, now);
+  ASSERT_EQ(changes.size(), 1u);
+  EXPECT_EQ(changes[0].what, "programs 101, 102 not descrambled yet");
+  EXPECT_EQ(changes[0].why,
+            "CA PMT sent 0.0 s ago; ECM PID 0x1001 present, 0 continuity errors; "
+            "no PID descrambled yet (descStat 0x21)");
+  EXPECT_EQ(changes[0].tone, Tone::Plain);
+  now.programs[1].pids[0].ecms[0].pid = 0x1002;
+  EXPECT_EQ(changesBetween(before, now)[0].why,
+            "CA PMT sent 0.0 s ago; ECM PID 0x1001 present, 0 continuity errors; "
+            "ECM PID 0x1002 present, 0 continuity errors; no PID descrambled yet (descStat 0x21)");
+}
+
+TEST(Changes, ACamThatHasNotBegunInTimeFails) {
+  CardFinding before = sampleCard(DESC_STAT_OK, DESC_STAT_SCRAMBLED);
+  before.cams[0].descrambling = 0x11;
+  before.cams[0].caPmtAgeMs = before.programs[1].caPmtAgeMs = 1000;
+  CardFinding now = before;
+  now.cams[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 1990;
+  EXPECT_EQ(told(before, now), Lines{});
+  now.cams[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 2000;
+  EXPECT_EQ(told(before, now),
+            Lines{"0/0 program 102 not descrambled, cause: the CAM is suspected | "
+                  "ECM PID 0x1001 present, 0 continuity errors; "
+                  "some PIDs not descrambled, CAM suspected (descStat 0x11)"});
+  EXPECT_EQ(changesBetween(before, now)[0].tone, Tone::Bad);
+}
+
+TEST(Changes, ACauseIsToldAtOnceAlsoAfterACaPmt) {
+  CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_NO_ECM);
+  now.cams[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
+  EXPECT_EQ(changesBetween(sampleCard(), now)[0].what,
+            "program 102 not descrambled, cause: ECMs missing");
+}
+
+TEST(Changes, AFirstCheckInTimeHasTheWholeCamPlain) {
+  CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
+  now.cams[0].descrambling = 0x21;
+  now.cams[0].caPmtAgeMs = now.programs[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
+  const std::vector<Change> changes = changesBetween(CardFinding{}, now);
+  ASSERT_EQ(changes.size(), 3u);
+  EXPECT_EQ(changes[1].what,
+            "CAM usable, CA system supported, CA PIDs present, no PID descrambled yet");
+  for (const Change &change : changes) {
+    EXPECT_EQ(change.tone, Tone::Plain) << change.what;
+  }
+}
+
+TEST(Changes, AMismatchOfClearProgramsSaysSo) {
+  CardFinding now = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
+  now.cams[0] = {1, 0, 0xFF, 0xFF};
+  now.cams[0].programs = 2;
+  now.cams[0].clearPrograms = 1;
+  const CardFinding before = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
+  EXPECT_EQ(told(before, now)[0].rfind("0/0 supports no CA system of its programs, ", 0), 0u);
+  now.cams[0].clearPrograms = 2;
+  EXPECT_EQ(told(before, now)[0].rfind("0/0 has only clear programs, without CA descriptors, ", 0),
+            0u)
+      << told(before, now)[0];
+}
+
+TEST(Changes, AProgramWithoutPacketsIsNotDescrambled) {
+  CardFinding now = sampleCard();
+  for (PidFinding &pid : now.programs[1].pids) {
+    pid.behind = {};
+  }
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 program 102 without packets | counted as descrambled"});
+  now.programs[1].pids[0].behind.packets = 1;
+  EXPECT_EQ(told(sampleCard(), now), Lines{});
+}
+
+TEST(Changes, AReplyFromBeforeTheLastCaPmtIsCalledSo) {
+  CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_NO_ENTITLEMENT);
+  now.programs[1].pids[0].reply = 0x71;
+  now.programs[1].pids[0].replyOld = true;
+  EXPECT_EQ(told(sampleCard(), now),
+            Lines{"0/0 program 102 not descrambled, cause: no entitlement | CAM replied 0x71 "
+                  "before the last CA PMT; ECM PID 0x1001 present, 0 continuity errors"});
 }
 
 }  // namespace

@@ -26,6 +26,54 @@ before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs
 )");
 }
 
+// The cells of the first PID's row behind the column of the CAM.
+std::string firstRow(const CardFinding &card) {
+  const std::string text = statusTable(card, false);
+  const std::size_t row = text.find("\n101 ");
+  const std::string line = text.substr(row + 1, text.find('\n', row + 1) - row - 1);
+  return line.substr(line.find("  0    ") + 7);
+}
+
+bool begins(const std::string &text, const std::string &with) {
+  return text.rfind(with, 0) == 0;
+}
+
+TEST(StatusTable, RightAfterACaPmtNothingFailsYet) {
+  CardFinding card = sampleCard(DESC_STAT_SCRAMBLED);
+  card.programs[0].caPmtAgeMs = 400;
+  EXPECT_TRUE(begins(firstRow(card), "not descrambled yet  CA PMT sent 0.4 s ago (0x10) "));
+  EXPECT_EQ(statusTable(card, true).find("\033[31m"), std::string::npos);
+  card.programs[0].caPmtAgeMs = 2000;
+  EXPECT_TRUE(begins(firstRow(card), "not descrambled  the CAM is suspected (0x10) "))
+      << firstRow(card);
+  EXPECT_NE(statusTable(card, true).find("\033[31mnot descrambled"), std::string::npos);
+}
+
+TEST(StatusTable, APidWithoutPacketsIsNotDescrambled) {
+  CardFinding card = sampleCard();
+  card.programs[0].pids[0].behind = {};
+  EXPECT_TRUE(begins(firstRow(card), "without packets  counted as descrambled (0xFF) "))
+      << firstRow(card);
+  card.programs[0].pids[0].status = DESC_STAT_NO_ECM;
+  EXPECT_TRUE(begins(firstRow(card), "not descrambled  ECMs missing (0x30) ")) << firstRow(card);
+}
+
+TEST(StatusTable, AClearProgramThatIsNotMeasuredIsCalledClear) {
+  CardFinding card = sampleCard(DESC_STAT_UNKNOWN);
+  EXPECT_TRUE(begins(firstRow(card), "not measured   ")) << firstRow(card);
+  card.programs[0].clear = true;
+  EXPECT_TRUE(begins(firstRow(card), "not measured  clear, no CA descriptors (0xEE) "))
+      << firstRow(card);
+}
+
+TEST(StatusTable, AnOldReplyIsMarked) {
+  CardFinding card = sampleCard(DESC_STAT_NO_ENTITLEMENT);
+  card.programs[0].pids[0].reply = 0x71;
+  EXPECT_NE(firstRow(card).find("  0x71   "), std::string::npos) << firstRow(card);
+  card.programs[0].pids[0].replyOld = true;
+  EXPECT_NE(firstRow(card).find("  0x71 (old)  "), std::string::npos) << firstRow(card);
+}
+
 TEST(StatusTable, ProgramWithoutCamIsNotSupervised) {
   CardFinding card = sampleCard(DESC_STAT_UNKNOWN);
   card.programs.resize(1);

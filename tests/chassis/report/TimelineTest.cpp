@@ -93,6 +93,11 @@ TEST_F(TimelineTest, ColourAddsNothingButEscapes) {
   EXPECT_EQ(text(), "00:00:07.010  chassis        bad\n");
 }
 
+TEST_F(TimelineTest, AlarmsStandOutMoreThanAnythingElse) {
+  timeline({true, false, nullptr}).alert({}, "ALARM", "");
+  EXPECT_EQ(text(), "00:00:07.010  chassis        \033[1;37;41mALARM\033[0m\n");
+}
+
 TEST_F(TimelineTest, ANarrowTerminalHasTheReasonBelow) {
   std::size_t width = 80;
   Timeline &line = timeline({false, false, [&width] { return width; }});

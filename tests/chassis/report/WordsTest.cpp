@@ -26,8 +26,7 @@ TEST(Words, ZeroedTableReadsAsNotMeasured) {
 }
 
 TEST(Words, CauseCarriesItsCode) {
-  EXPECT_EQ(causeText(DESC_STAT_NO_ENTITLEMENT), "no entitlement (0x20)");
-  EXPECT_EQ(causeText(DESC_STAT_OK), "");
+  EXPECT_STREQ(statusWords(DESC_STAT_SCRAMBLED).cause, "the CAM is suspected");
 }
 
 TEST(Words, StreamTypes) {
