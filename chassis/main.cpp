@@ -72,7 +72,7 @@ void printTables(Chassis &chassis, bool colour) {
                 << camHistory(chassis.library(), slot, width);
     }
   }
-  std::cout << "\n" << standingAlarms(chassis.alarms(), width);
+  std::cout << "\n" << standingAlarms(chassis.alarms(), colour, width);
 }
 
 DeskMode modeOf(const Options &options) {

@@ -31,6 +31,7 @@ Cell fieldCell(const FieldWords &words, std::uint16_t value, const std::string &
 
 std::string caSystemsText(const std::vector<std::uint16_t> &casids) {
   std::vector<std::string> names;
+  names.reserve(casids.size());
   for (const std::uint16_t casid : casids) {
     names.push_back(hex(casid, 4));
   }
@@ -53,7 +54,7 @@ Cell alarmCell(const AlarmService &alarms, std::uint32_t slot, int camSlot) {
       faults.push_back(alarmFault(alarm.record));
     }
   }
-  return {faults.empty() ? "none" : joined(faults), faults.empty() ? Tone::Plain : Tone::Bad};
+  return {faults.empty() ? "none" : joined(faults), faults.empty() ? Tone::Plain : Tone::Alarm};
 }
 
 std::vector<Cell> camRow(Chassis &chassis, const CardFinding &card, std::uint32_t camSlot) {
@@ -98,8 +99,8 @@ std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour, std::s
          camHistory(chassis.library(), slot, width);
 }
 
-std::string alarmLists(const AlarmService &alarms, std::size_t width) {
-  std::string text = standingAlarms(alarms, width);
+std::string alarmLists(const AlarmService &alarms, bool colour, std::size_t width) {
+  std::string text = standingAlarms(alarms, colour, width);
   if (alarms.history().empty()) {
     return text + "no alarm has stood before\n";
   }

@@ -19,6 +19,6 @@ std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour,
                        std::size_t width = anyWidth);
 
 // The alarms that stand, then those that stood, the last one last.
-std::string alarmLists(const AlarmService &alarms, std::size_t width = anyWidth);
+std::string alarmLists(const AlarmService &alarms, bool colour, std::size_t width = anyWidth);
 
 }  // namespace chassis

@@ -246,7 +246,7 @@ void Shell::runStatus(const Values &values) {
 }
 
 void Shell::runAlarms(const Values &) {
-  show_(alarmLists(chassis_.alarms(), width()));
+  show_(alarmLists(chassis_.alarms(), colour_, width()));
 }
 
 void Shell::runEvents(const Values &values) {

@@ -4,11 +4,11 @@
 
 namespace chassis {
 
-std::string standingAlarms(const AlarmService &alarms, std::size_t width) {
+std::string standingAlarms(const AlarmService &alarms, bool colour, std::size_t width) {
   if (alarms.active().empty()) {
     return "no alarm stands\n";
   }
-  std::string text = "standing alarms:\n";
+  std::string text = toned("standing alarms:", Tone::Alarm, colour) + "\n";
   for (const auto &[index, alarm] : alarms.active()) {
     text += "  alarm " + std::to_string(index) + ", since " + stampText(alarm.raisedMs) + ": " +
             alarm.text + "\n";

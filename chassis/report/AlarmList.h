@@ -9,6 +9,6 @@
 namespace chassis {
 
 // One line per alarm in the order in which they were raised, or one that says that none stands.
-std::string standingAlarms(const AlarmService &alarms, std::size_t width = anyWidth);
+std::string standingAlarms(const AlarmService &alarms, bool colour, std::size_t width = anyWidth);
 
 }  // namespace chassis

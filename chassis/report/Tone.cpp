@@ -22,7 +22,11 @@ const char *escapeOf(Tone tone) {
 }  // namespace
 
 std::string toned(const std::string &text, Tone tone, bool colour) {
-  return colour && tone != Tone::Plain ? escapeOf(tone) + text + "\033[0m" : text;
+  const std::size_t begin = text.find_first_not_of(' ');
+  if (!colour || tone == Tone::Plain || begin == std::string::npos) {
+    return text;
+  }
+  return text.substr(0, begin) + escapeOf(tone) + text.substr(begin) + "\033[0m";
 }
 
 }  // namespace chassis

@@ -77,7 +77,7 @@ TEST(Table, ColourIsInTheCellsAloneAndMovesNothing) {
             std::string::npos)
       << coloured;
   EXPECT_NE(tableText(sample(), true, 12)
-                .find("    \033[31mstate: not\033[0m\n    \033[31m  descrambled\033[0m\n"),
+                .find("    \033[31mstate: not\033[0m\n      \033[31mdescrambled\033[0m\n"),
             std::string::npos);
 }
 

@@ -135,7 +135,7 @@ TEST_F(TimelineTest, EachRowHasItsOwnColour) {
       .report({0, 0}, "descrambling failure of the CAM", "alarm 0, identifiers 1", Tone::Bad);
   EXPECT_EQ(text(),
             "00:00:07.010  slot 0  CAM 0  \033[31mdescrambling failure of the CAM\033[0m\n"
-            "                             \033[31m  alarm 0, identifiers 1\033[0m\n");
+            "                               \033[31malarm 0, identifiers 1\033[0m\n");
 }
 
 }  // namespace
