@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 
 #include "Traffic.h"
 #include "firmware/Chassis.h"
@@ -16,7 +15,6 @@ class FullChassis : private chassis::Agenda {
   Traffic traffic();           // of all cards
 
  private:
-  std::optional<std::uint64_t> nextMs() const override { return std::nullopt; }
   void runDue(std::uint64_t) override {}
 
   Silence events_;

@@ -80,8 +80,8 @@ void Card::State::rebuildTables() {
   }
   fpga.setAvPids(avPidsOf(stream));
   for (const LeftOut &leftOut :
-       {buildDescTable(stream, masks, descTable), buildInPortForm(stream, inPortForm),
-        buildMuxForm(stream, masks, muxForm)}) {
+       {buildDescTable(stream, masks, nextTables.desc), buildInPortForm(stream, nextTables.inPort),
+        buildMuxForm(stream, masks, nextTables.mux)}) {
     for (const std::string &item : leftOut) {
       report("left out of the card's tables", item);
     }
@@ -215,6 +215,10 @@ void Card::onProgramsChanged(std::function<void(std::uint32_t)> listener) {
   state_->listener = std::move(listener);
 }
 
+void Card::publishTables() {
+  state_->tables = state_->nextTables;
+}
+
 const std::vector<ProgramInfo> &Card::programs() const {
   return state_->programs;
 }
@@ -233,15 +237,15 @@ const PidEvidence &Card::behind(std::uint16_t pid) const {
 }
 
 CiDesc *Card::descTable() {
-  return inserted() ? &state_->descTable : nullptr;
+  return inserted() ? &state_->tables.desc : nullptr;
 }
 
 InPortForm *Card::inPortForm() {
-  return inserted() ? &state_->inPortForm : nullptr;
+  return inserted() ? &state_->tables.inPort : nullptr;
 }
 
 MuxCardForm *Card::muxForm() {
-  return inserted() ? &state_->muxForm : nullptr;
+  return inserted() ? &state_->tables.mux : nullptr;
 }
 
 Card::Fpga &Card::fpga() {

@@ -95,8 +95,11 @@ class Card {
   // Lets the packets flow that are due until nowMs (chassis time).
   void tick(std::uint64_t nowMs);
 
-  // Called when the program table changed: by assign, or by the stream's own PSI.
+  // Called when the programs changed: by assign, or by the stream's own PSI. The tables for the
+  // module and the firmware stay as they are until they are published.
   void onProgramsChanged(std::function<void(std::uint32_t slot)> listener);
+  // Makes the tables follow the programs: never while the module works with them.
+  void publishTables();
 
   // For people: what the stream carries, and evidence.
   const std::vector<ProgramInfo> &programs() const;
@@ -104,7 +107,7 @@ class Card {
   const PidEvidence &before(std::uint16_t pid) const;  // before the CAMs
   const PidEvidence &behind(std::uint16_t pid) const;  // behind both CAMs
 
-  // For the module, through CardDriver and the firmware.
+  // For the module, through CardDriver and the firmware: as they were last published.
   CiDesc *descTable();       // null while no card is in
   InPortForm *inPortForm();  // null while no card is in: CA systems and CA PIDs of PMTs and CAT
   MuxCardForm *muxForm();    // null while no card is in: all programs of the stream

@@ -61,9 +61,8 @@ struct Card::State {
   bool unreadable = false;  // the stream's file went bad and that was told
   CamMasks masks;
   std::vector<ProgramInfo> programs;
-  CiDesc descTable{};
-  InPortForm inPortForm{};
-  MuxCardForm muxForm{};
+  CardTables nextTables{};  // follow the programs at once
+  CardTables tables{};      // those that were published
 
   // Packets that the CAMs may still be descrambling: those of the steps since anybody looked behind
   // the CAMs. They never move.

@@ -13,6 +13,12 @@
 
 namespace chassis {
 
+struct CardTables {
+  CiDesc desc;
+  InPortForm inPort;
+  MuxCardForm mux;
+};
+
 // CAM masks by program_number; a program that is not in it has none.
 using CamMasks = std::map<std::uint16_t, std::uint8_t>;
 

@@ -34,12 +34,9 @@ void Desk::show(const std::string &whole) {
   std::fflush(stdout);
 }
 
-void Desk::serve(Clock &clock, double speed, Session &session) {
+void Desk::serve(Clock &clock, Session &session) {
   clock_ = &clock;
-  speed_ = speed;
   session_ = &session;
-  clock.setSpeed(speed);
-  clock.setWait([this](std::uint64_t dueNs) { waitUntil(dueNs); });
   if (mode_ != DeskMode::Script) {
     inlet_.onBytes([this](const std::string &bytes) { take(bytes); });
   }
@@ -120,7 +117,7 @@ void Desk::stop() {
     editor_->resume();
   }
   if (clock_ != nullptr) {
-    clock_->setSpeed(speed_);
+    clock_->forgetDelay();
   }
 }
 

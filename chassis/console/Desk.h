@@ -29,8 +29,11 @@ class Desk {
   // Whole lines with their ends; what is too wide for a terminal is wrapped.
   void show(const std::string &text);
 
-  // From now on the clock waits here, and lines go to the session. The desk outlives both uses.
-  void serve(Clock &clock, double speed, Session &session);
+  // From now on lines go to the session, and a clock that stood still with the job is not late.
+  void serve(Clock &clock, Session &session);
+
+  // Takes what comes until a real time in ns of CLOCK_MONOTONIC, or the end of the run.
+  void waitUntil(std::uint64_t dueNs);
 
   // A pipe, at a speed without a pace: chassis time stands still until there is a line or the end.
   void awaitLine();
@@ -46,14 +49,12 @@ class Desk {
   void takeSignal(int signal);
   void stop();
   void end(int status);
-  void waitUntil(std::uint64_t dueNs);
   void admitBytes();
 
   const DeskMode mode_;
   Inlet inlet_;
   std::unique_ptr<Editor> editor_;
   Clock *clock_ = nullptr;
-  double speed_ = 0;
   Session *session_ = nullptr;
   std::string partial_;  // of a piped line
   bool inputOver_ = false;

@@ -206,11 +206,15 @@ const char *groupTitle(CallGroup group) {
   return "The CI library";
 }
 
-Values checkCall(const ModuleCall &call, const std::vector<Word> &args) {
+Values checkForm(const ModuleCall &call, const std::vector<Word> &args) {
   if (call.invoke == nullptr) {
     throw InputError(call.refusal);
   }
-  Values values = checkArgs(call.function, args);
+  return checkArgs(call.function, args);
+}
+
+Values checkCall(const ModuleCall &call, const std::vector<Word> &args) {
+  Values values = checkForm(call, args);
   if (call.guard != nullptr) {
     call.guard(values);
   }

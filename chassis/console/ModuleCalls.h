@@ -27,8 +27,11 @@ const std::vector<ModuleCall> &moduleCalls();
 const ModuleCall *findModuleCall(const std::string &name);  // null: none
 const char *groupTitle(CallGroup group);
 
-// Throws InputError: not for a person, arguments that do not fit, a card that has not registered, a
-// program beyond the card's table.
+// Throws InputError: not for a person, arguments that do not fit.
+Values checkForm(const ModuleCall &call, const std::vector<Word> &args);
+
+// The same, and what the call needs of the chassis now: throws InputError also for a card that has
+// not registered, a program beyond the card's table.
 Values checkCall(const ModuleCall &call, const std::vector<Word> &args);
 
 // Calls with what checkCall took just now; time may pass. Returns the result, if it has one.

@@ -25,11 +25,14 @@ Operation::Operation(const Config &config, Script script)
       watch_(chassis_, timeline_),
       shell_(chassis_, journal_, showAt(desk_), config.colour, outputWidth),
       player_(std::move(script), chassis_),
-      session_(player_, shell_,
-               config.mode == DeskMode::Terminal
-                   ? Show([this](const std::string &what) { complain(what); })
-                   : Show()),
-      maximal_(config.speed <= 0) {
+      session_(
+          player_, shell_,
+          config.mode == DeskMode::Terminal ? Session::Order::Overtaking : Session::Order::InTurn,
+          config.mode == DeskMode::Terminal
+              ? Show([this](const std::string &what) { complain(what); })
+              : Show()),
+      maximal_(config.speed <= 0),
+      ticking_(clock_.onTick([this](std::uint64_t) { stopWhenOver(); })) {
   bindConsole([this](ConsolePort port, const std::string &line) {
     if (!shell_.takePrint(port, line)) {
       timeline_.print(port, line);
@@ -45,19 +48,39 @@ void Operation::complain(const std::string &what) {
   desk_->show("error: " + what + "\n");
 }
 
-// One tick at a time, so that what a person types runs as soon as a cycle is over.
+// One tick at a time, so that what a person asks of the module is served as soon as a cycle is
+// over.
 int Operation::run() {
-  desk_->serve(clock_, config_.speed, session_);
+  desk_->serve(clock_, session_);
+  clock_.setSpeed(config_.speed);
+  clock_.setWait([this](std::uint64_t dueNs) { wait(dueNs); });
   do {
+    takePipedLines();
     settlePace();
-    const std::uint64_t nextMs = clock_.elapsedMs() + Clock::msPerTick;
-    chassis_.run(std::min(nextMs, config_.endMs.value_or(nextMs)), session_);
-  } while (!isOver());
+    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
+    stopWhenOver();
+  } while (!clock_.stopped());
   timeline_.flush();
   const int status = desk_->status();
   clock_.setWait(nullptr);
   desk_.reset();
   return status;
+}
+
+// A tick is due at a real time, also when it is one of a pause of the module.
+void Operation::wait(std::uint64_t dueNs) {
+  desk_->waitUntil(dueNs);
+  if (chassis_.supervising()) {
+    takePipedLines();
+  }
+  chassis_.letHappen();
+  stopWhenOver();
+}
+
+void Operation::stopWhenOver() {
+  if (isOver()) {
+    chassis_.stop();
+  }
 }
 
 bool Operation::isOver() const {
@@ -73,18 +96,24 @@ bool Operation::isOver() const {
   return typedOver && nowMs >= player_.endMs();
 }
 
-// Without a pace, chassis time waits for the lines of a pipe; a person cannot keep up with it, so
-// at a terminal it gets one.
-void Operation::settlePace() {
-  if (!maximal_) {
-    return;
-  }
-  if (config_.mode == DeskMode::Pipe && !session_.waits(clock_.elapsedMs())) {
+// Without a pace, chassis time stands still until the next line of a pipe has come.
+void Operation::takePipedLines() {
+  const bool waits = maximal_ && config_.mode == DeskMode::Pipe;
+  while (waits && !desk_->inputOver() && session_.idle() && !session_.waits(clock_.elapsedMs()) &&
+         !isOver()) {
     desk_->awaitLine();
+    session_.runDue(clock_.elapsedMs());
+    if (chassis_.booted() && !chassis_.supervising()) {
+      session_.serve();
+    }
   }
-  if (config_.mode == DeskMode::Terminal && clock_.elapsedMs() >= player_.endMs()) {
+}
+
+// A person cannot keep up with time without a pace.
+void Operation::settlePace() {
+  if (maximal_ && config_.mode == DeskMode::Terminal && clock_.elapsedMs() >= player_.endMs()) {
     maximal_ = false;
-    desk_->serve(clock_, 1, session_);
+    clock_.setSpeed(1);
   }
 }
 

@@ -43,8 +43,11 @@ class Operation {
   int run();
 
  private:
-  bool isOver() const;
   void settlePace();
+  void wait(std::uint64_t dueNs);
+  void takePipedLines();
+  bool isOver() const;
+  void stopWhenOver();
   void complain(const std::string &what);
 
   const Config config_;
@@ -59,6 +62,7 @@ class Operation {
   Player player_;
   Session session_;
   bool maximal_;
+  Clock::Listening ticking_;
 };
 
 }  // namespace chassis

@@ -1,30 +1,33 @@
 #include "console/Session.h"
 
-#include <algorithm>
-
 #include "InputError.h"
 
 namespace chassis {
 
-Session::Session(Player &player, Shell &shell, std::function<void(const std::string &)> complain)
-    : player_(player), shell_(shell), complain_(std::move(complain)) {}
+Session::Session(Player &player, Shell &shell, Order order,
+                 std::function<void(const std::string &)> complain)
+    : player_(player), shell_(shell), order_(order), complain_(std::move(complain)) {}
 
 void Session::type(const std::string &line) {
   typed_.push_back(line);
 }
 
-std::optional<std::uint64_t> Session::nextMs() const {
-  const std::optional<std::uint64_t> script = player_.nextMs();
-  if (typed_.empty() || shell_.exited()) {
-    return script;
-  }
-  const std::uint64_t typed = shell_.blockedUntilMs();
-  return script ? std::min(*script, typed) : typed;
-}
-
 void Session::runDue(std::uint64_t nowMs) {
   runScript(nowMs);
-  while (!typed_.empty() && !waits(nowMs) && !shell_.exited()) {
+  runTyped(nowMs);
+  shell_.tellWaits();
+}
+
+void Session::serve() {
+  shell_.serve();
+}
+
+bool Session::blocked(std::uint64_t nowMs) const {
+  return waits(nowMs) || shell_.exited() || (order_ == Order::InTurn && shell_.asks());
+}
+
+void Session::runTyped(std::uint64_t nowMs) {
+  while (!typed_.empty() && !blocked(nowMs)) {
     const std::string line = typed_.front();
     typed_.pop_front();
     shell_.run(line);

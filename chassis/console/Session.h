@@ -1,9 +1,8 @@
-// One run: a script and what a person types, in the order in which they are due.
+// One run: a script and what a person types, each when it is due.
 #pragma once
 
 #include <deque>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include "console/Shell.h"
@@ -13,23 +12,31 @@ namespace chassis {
 
 class Session : public Agenda {
  public:
+  // Whether a line waits for the answer of the one before it, or overtakes a call that waits for
+  // the supervision task.
+  enum class Order { InTurn, Overtaking };
+
   // complain: gets what is wrong with a line of the script, which then goes on; null: that ends
   // the run with InputError.
-  Session(Player &player, Shell &shell, std::function<void(const std::string &)> complain);
+  Session(Player &player, Shell &shell, Order order,
+          std::function<void(const std::string &)> complain);
 
   void type(const std::string &line);  // runs after the lines before it
   void drop() { typed_.clear(); }      // what has been typed and not run
-  bool idle() const { return typed_.empty(); }
+  bool idle() const { return typed_.empty() && !shell_.asks(); }
   bool waits(std::uint64_t nowMs) const { return nowMs < shell_.blockedUntilMs(); }
 
-  std::optional<std::uint64_t> nextMs() const override;
   void runDue(std::uint64_t nowMs) override;
+  void serve() override;
 
  private:
   void runScript(std::uint64_t nowMs);
+  void runTyped(std::uint64_t nowMs);
+  bool blocked(std::uint64_t nowMs) const;
 
   Player &player_;
   Shell &shell_;
+  const Order order_;
   const std::function<void(const std::string &)> complain_;
   std::deque<std::string> typed_;
 };

@@ -167,13 +167,42 @@ bool Shell::tryModule(const Statement &statement) {
   if (call == nullptr) {
     return false;
   }
-  const Values values = checkCall(*call, statement.line.args);
-  announce(call->function, values, statement);
+  checkForm(*call, statement.line.args);
+  asks_.push_back({call, statement, chassis_.clock().elapsedMs(), false});
+  return true;
+}
+
+// What the call needs may have gone while it waited.
+void Shell::answer(const Ask &ask) {
+  const Values values = checkCall(*ask.call, ask.statement.line.args);
+  announce(ask.call->function, values, ask.statement);
   const Raised raised(calling_);
-  if (const std::optional<std::int64_t> result = callModule(*call, values)) {
+  if (const std::optional<std::int64_t> result = callModule(*ask.call, values)) {
     showLine(valueText(*result));
   }
-  return true;
+}
+
+void Shell::serve() {
+  while (!asks_.empty()) {
+    const Ask ask = asks_.front();
+    asks_.pop_front();
+    try {
+      answer(ask);
+    } catch (const std::exception &error) {
+      showLine(std::string("error: ") + error.what());
+    }
+  }
+}
+
+void Shell::tellWaits() {
+  const std::uint64_t nowMs = chassis_.clock().elapsedMs();
+  for (Ask &ask : asks_) {
+    if (!ask.told && nowMs - ask.askedMs > patienceMs) {
+      ask.told = true;
+      showLine("the supervision task is in a pause; it runs " + statementText(ask.statement) +
+               " behind it");
+    }
+  }
 }
 
 void Shell::runFunction(const Statement &statement) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -23,13 +24,20 @@ class Shell {
   using Show = std::function<void(const std::string &)>;
 
   static constexpr std::size_t longestLine = 1000;
+  static constexpr std::uint64_t patienceMs = 500;  // of chassis time
 
   // width: of the terminal; null: tables are as wide as they are.
   Shell(Chassis &chassis, const Journal &journal, Show show, bool colour, Width width = nullptr);
 
-  // Runs one line in the supervision task, between two cycles. Whatever the line is, a person gets
-  // an answer and the chassis goes on; what is wrong with it is told in one line.
+  // Runs one line, on any tick, but for a call of the module: that waits for the supervision task.
+  // Whatever the line is, a person gets an answer and the chassis goes on; what is wrong with it is
+  // told in one line.
   void run(const std::string &line);
+  // Runs the calls that wait, in the supervision task between two cycles.
+  void serve();
+  bool asks() const { return !asks_.empty(); }
+  // Tells of each call, once, that it has waited for longer than patienceMs.
+  void tellWaits();
 
   bool exited() const { return exited_; }                           // by the command
   std::uint64_t blockedUntilMs() const { return blockedUntilMs_; }  // a wait: not before this
@@ -45,12 +53,20 @@ class Shell {
 
  private:
   struct Command;
+  // A call that waits for the supervision task.
+  struct Ask {
+    const ModuleCall *call;
+    Statement statement;
+    std::uint64_t askedMs;
+    bool told;
+  };
   static const std::vector<Command> &commands();
 
   void execute(const Statement &statement);
   bool tryVariable(const Statement &statement);
   bool tryCommand(const Line &line);
   bool tryModule(const Statement &statement);
+  void answer(const Ask &ask);
   void runFunction(const Statement &statement);
   void announce(const Function &function, const Values &values, const Statement &statement);
   void require(const Function &function, const Values &values);
@@ -70,6 +86,7 @@ class Shell {
   const Width width_;
   bool exited_ = false;
   bool calling_ = false;
+  std::deque<Ask> asks_;
   std::uint64_t blockedUntilMs_ = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "firmware/Chassis.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "CiPlatform.h"
 #include "InputError.h"
@@ -9,6 +10,18 @@
 namespace {
 
 chassis::Chassis *current = nullptr;
+
+// True while it lives.
+class Raised {
+ public:
+  explicit Raised(bool &flag) : flag_(flag) { flag_ = true; }
+  ~Raised() { flag_ = false; }
+  Raised(const Raised &) = delete;
+  Raised &operator=(const Raised &) = delete;
+
+ private:
+  bool &flag_;
+};
 
 chassis::Card *currentCard(std::uint32_t slot) {
   return current == nullptr || slot >= MAX_BOARD_NUM ? nullptr : &current->card(slot);
@@ -43,7 +56,7 @@ Chassis::Chassis(Clock &clock, Events &events)
         [this](std::uint32_t changed) { slots_[changed].programsChanged = true; });
     bindCard(slot, slots_[slot].card.get());
   }
-  clock_.onTick([this](std::uint64_t nowMs) { tick(nowMs); });
+  ticking_ = clock_.onTick([this](std::uint64_t nowMs) { tick(nowMs); });
   bindClock(&clock_);
   is_all_card_loaded = 0;
   current = this;
@@ -72,6 +85,20 @@ void Chassis::tick(std::uint64_t nowMs) {
     }
   }
   library_.tick(nowMs);
+  letHappen();
+}
+
+// Nothing may be thrown through the module, which may be what lets the time pass.
+void Chassis::letHappen() {
+  if (agenda_ == nullptr || failure_ != nullptr) {
+    return;
+  }
+  try {
+    agenda_->runDue(clock_.elapsedMs());
+  } catch (...) {
+    failure_ = std::current_exception();
+    stop();
+  }
 }
 
 void Chassis::cardInsert(std::uint32_t slot, const std::string &path, std::uint64_t bitrate) {
@@ -179,26 +206,45 @@ void Chassis::onChecked(std::function<void(std::uint32_t slot)> listener) {
   checkedListeners_.push_back(std::move(listener));
 }
 
-void Chassis::boot(Agenda &agenda) {
-  agenda.runDue(clock_.elapsedMs());
+// The start-up task waits for the cards as long as it takes, which may be for ever now.
+void Chassis::stop() {
+  clock_.stop();
+  is_all_card_loaded = 1;
+}
+
+void Chassis::boot() {
+  letHappen();
+  const Raised raised(supervising_);
   ciTskInit();
   booted_ = true;
   nextCycleMs_ = clock_.elapsedMs();
 }
 
 void Chassis::run(std::uint64_t untilMs, Agenda &agenda) {
+  agenda_ = &agenda;
   if (!booted_) {
-    boot(agenda);
+    boot();
   }
-  while (clock_.elapsedMs() < untilMs) {
-    agenda.runDue(clock_.elapsedMs());
+  letHappen();
+  serve();
+  while (clock_.elapsedMs() < untilMs && !clock_.stopped()) {
     if (clock_.elapsedMs() >= nextCycleMs_) {
       cycle();
     } else {
-      advanceTo(std::min({untilMs, nextCycleMs_, agenda.nextMs().value_or(untilMs)}));
+      advanceTo(std::min(untilMs, nextCycleMs_));
     }
+    serve();
   }
-  agenda.runDue(clock_.elapsedMs());
+  agenda_ = nullptr;
+  if (failure_ != nullptr) {
+    std::rethrow_exception(std::exchange(failure_, nullptr));
+  }
+}
+
+void Chassis::serve() {
+  if (!clock_.stopped()) {
+    agenda_->serve();
+  }
 }
 
 void Chassis::advanceTo(std::uint64_t ms) {
@@ -207,16 +253,10 @@ void Chassis::advanceTo(std::uint64_t ms) {
 }
 
 void Chassis::cycle() {
+  const Raised raised(supervising_);
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (pCiData[slot] == nullptr) {
-      continue;
-    }
-    takeOverPrograms(slot);
-    filterAgainOnceReady(slot);
-    camStatusCheck(static_cast<std::uint8_t>(slot));
-    camAlarm(slot);
-    for (const auto &listener : checkedListeners_) {
-      listener(slot);
+    if (pCiData[slot] != nullptr) {
+      check(slot);
     }
   }
   // Cycles keep their beat. Those that a long one has missed are left out: without a pause, the
@@ -226,11 +266,25 @@ void Chassis::cycle() {
   }
 }
 
+void Chassis::check(std::uint32_t slot) {
+  takeOverPrograms(slot);
+  filterAgainOnceReady(slot);
+  camStatusCheck(static_cast<std::uint8_t>(slot));
+  if (clock_.stopped()) {
+    return;
+  }
+  camAlarm(slot);
+  for (const auto &listener : checkedListeners_) {
+    listener(slot);
+  }
+}
+
 void Chassis::takeOverPrograms(std::uint32_t slot) {
   if (!slots_[slot].programsChanged || !card(slot).inserted()) {
     return;
   }
   slots_[slot].programsChanged = false;
+  card(slot).publishTables();
   getSlotDescPidInfo(slot);
   filter(slot);
   library_.programsChanged(slot);

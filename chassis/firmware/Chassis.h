@@ -4,9 +4,9 @@
 
 #include <array>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,12 +20,17 @@
 
 namespace chassis {
 
-// Work that is due at certain times and runs between two cycles.
+// Work for certain times.
 class Agenda {
  public:
   virtual ~Agenda() = default;
-  virtual std::optional<std::uint64_t> nextMs() const = 0;  // when the next piece is due
-  virtual void runDue(std::uint64_t nowMs) = 0;             // all that is due by now
+  // What happens to the chassis: all that is due by now. Called on every tick, so also while the
+  // module pauses; it lets no time pass and calls nothing of the module but descIfRegist. What it
+  // throws ends the run.
+  virtual void runDue(std::uint64_t nowMs) = 0;
+  // What asks the module: all that waits. Called in the supervision task, between two cycles; time
+  // may pass.
+  virtual void serve() {}
 };
 
 // One at a time: the module's platform functions find it. A slot or CAM slot that does not exist
@@ -58,8 +63,15 @@ class Chassis {
   void output(std::uint32_t slot, const std::string &path);
 
   // Boots on the first call: the agenda's first work, the start-up task, then the cycles, until
-  // the chassis time has come. A cycle that has begun is finished.
+  // the chassis time has come or the run is stopped. A cycle that has begun is finished. Throws
+  // what the agenda threw.
   void run(std::uint64_t untilMs, Agenda &agenda);
+  // Stops the clock, also in a pause of the module: what is left of a cycle finds nothing out.
+  void stop();
+  bool booted() const { return booted_; }            // the start-up task is over
+  bool supervising() const { return supervising_; }  // in the start-up task or in a cycle
+  // Runs what is due in the agenda of the run that goes on; for who has got it between two ticks.
+  void letHappen();
 
   // Called after each status check and alarm check of a card.
   void onChecked(std::function<void(std::uint32_t slot)> listener);
@@ -80,8 +92,10 @@ class Chassis {
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
   void requireProgram(std::uint32_t slot, std::uint16_t program);
   void tick(std::uint64_t nowMs);
-  void boot(Agenda &agenda);
+  void boot();
+  void serve();
   void cycle();
+  void check(std::uint32_t slot);
   void takeOverPrograms(std::uint32_t slot);
   void filter(std::uint32_t slot);
   void filterAgainOnceReady(std::uint32_t slot);
@@ -93,8 +107,12 @@ class Chassis {
   AlarmService alarms_;
   std::array<Slot, MAX_BOARD_NUM> slots_;
   std::vector<std::function<void(std::uint32_t)>> checkedListeners_;
+  Agenda *agenda_ = nullptr;  // while a run goes on
+  std::exception_ptr failure_;
   bool booted_ = false;
+  bool supervising_ = false;
   std::uint64_t nextCycleMs_ = 0;
+  Clock::Listening ticking_;
 };
 
 }  // namespace chassis

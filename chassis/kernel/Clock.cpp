@@ -1,5 +1,6 @@
 #include "kernel/Clock.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -35,8 +36,20 @@ std::uint32_t Clock::stamp() const {
   return startStamp_ + static_cast<std::uint32_t>(elapsedMs_);
 }
 
-void Clock::onTick(std::function<void(std::uint64_t)> listener) {
-  listeners_.push_back(std::move(listener));
+Clock::Listening Clock::onTick(Listener listener) {
+  auto listening = std::make_shared<const Listener>(std::move(listener));
+  listeners_.push_back(listening);
+  return listening;
+}
+
+void Clock::tellListeners() {
+  for (const auto &entry : listeners_) {
+    if (const Listening listener = entry.lock()) {
+      (*listener)(elapsedMs_);
+    }
+  }
+  const auto ended = [](const auto &entry) { return entry.expired(); };
+  listeners_.erase(std::remove_if(listeners_.begin(), listeners_.end(), ended), listeners_.end());
 }
 
 void Clock::advance(std::uint32_t ticks) {
@@ -45,11 +58,12 @@ void Clock::advance(std::uint32_t ticks) {
     std::abort();
   }
   advancing_ = true;
-  for (std::uint32_t tick = 0; tick < ticks; ++tick) {
+  for (std::uint32_t tick = 0; tick < ticks && !stopped_; ++tick) {
     keepPace();
-    elapsedMs_ += msPerTick;
-    for (const auto &listener : listeners_) {
-      listener(elapsedMs_);
+    // Who waits for the real time may have found that the run is over.
+    if (!stopped_) {
+      elapsedMs_ += msPerTick;
+      tellListeners();
     }
   }
   advancing_ = false;

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -22,11 +23,15 @@ class Clock {
   std::uint64_t elapsedMs() const { return elapsedMs_; }  // since the chassis started
   std::uint32_t stamp() const;                            // what OSTimeGet answers
 
-  // Called on every tick, in the order of registration, with elapsedMs() already advanced.
-  void onTick(std::function<void(std::uint64_t elapsedMs)> listener);
+  // Called on every tick, in the order of registration, with elapsedMs() already advanced, for as
+  // long as its owner keeps what this returns.
+  using Listener = std::function<void(std::uint64_t elapsedMs)>;
+  using Listening = std::shared_ptr<const Listener>;
+  [[nodiscard]] Listening onTick(Listener listener);
 
   // From now on; time that the run has fallen behind the real clock is not caught up.
   void setSpeed(double speed);
+  void forgetDelay() { setSpeed(speed_); }  // the same at the same speed
 
   // What waits for the real time, in ns of CLOCK_MONOTONIC, at which a tick is due: called before
   // each tick, with 0 when the clock goes as fast as it can. It may return early: the tick then
@@ -38,8 +43,14 @@ class Clock {
   // Reentrant calls (a listener that delays) are a programming error and abort.
   void advance(std::uint32_t ticks);
 
+  // The run is over: from now on time stands still, and who waits for it is back at once. So a run
+  // ends at its time also in the middle of a pause of the module.
+  void stop() { stopped_ = true; }
+  bool stopped() const { return stopped_; }
+
  private:
   void keepPace();
+  void tellListeners();
   std::uint64_t dueNs();
 
   std::uint32_t startStamp_;
@@ -49,7 +60,8 @@ class Clock {
   std::uint64_t paceFromMs_ = 0;  // the pace is kept from this chassis time on,
   std::uint64_t paceFromNs_ = 0;  // which was at this real time; 0: not begun
   bool advancing_ = false;
-  std::vector<std::function<void(std::uint64_t)>> listeners_;
+  bool stopped_ = false;
+  std::vector<std::weak_ptr<const Listener>> listeners_;
 };
 
 // The clock behind taskDelay, OSTimeGet and get_inc_of_time of this process; null unbinds.

@@ -34,6 +34,9 @@ int waitUntilFree(semaphore &sem) {
   if (waitTicks(sem, boundClock != nullptr ? bound : 0) == ok) {
     return ok;
   }
+  if (boundClock != nullptr && boundClock->stopped()) {
+    return error;
+  }
   std::fprintf(stderr, "semTake: nobody gives the semaphore that the one task waits for\n");
   std::abort();
 }

@@ -13,7 +13,7 @@ class Player : public Agenda {
  public:
   Player(Script script, Chassis &chassis);
 
-  std::optional<std::uint64_t> nextMs() const override;
+  std::optional<std::uint64_t> nextMs() const;  // when the next line is due
   // Throws InputError with file and line.
   void runDue(std::uint64_t nowMs) override;
 

@@ -84,6 +84,11 @@ class CardTest : public testing::Test {
     return "";
   }
 
+  const CiDesc &table() {
+    card.publishTables();
+    return *card.descTable();
+  }
+
   const std::vector<ProgramMap> programs = {clearProgram(7, 0x100), clearProgram(3, 0x200)};
   RecordedEvents events;
   Card card{2, events};
@@ -114,7 +119,7 @@ TEST_F(CardTest, TellsWhatItsStreamCarries) {
   EXPECT_EQ(card.programs()[0].pmtPid, 0x1007);
   EXPECT_EQ(card.programs()[0].streams[1].pid, 0x101);
   EXPECT_EQ(card.programs()[0].camMask, 0);
-  EXPECT_EQ(card.descTable()->descProgCnt, 0U);
+  EXPECT_EQ(table().descProgCnt, 0U);
   EXPECT_EQ(card.muxForm()->programNum, 2);
 }
 
@@ -132,19 +137,31 @@ TEST_F(CardTest, AssignsProgramsToCams) {
   insert(secondOf(programs));
   card.assign(3, 2);
   EXPECT_EQ(changes, 1);
-  ASSERT_EQ(card.descTable()->descProgCnt, 1U);
-  EXPECT_EQ(card.descTable()->prog[0].prog_num, 3);
-  EXPECT_EQ(card.descTable()->prog[0].camMask, 2);
+  ASSERT_EQ(table().descProgCnt, 1U);
+  EXPECT_EQ(table().prog[0].prog_num, 3);
+  EXPECT_EQ(table().prog[0].camMask, 2);
   EXPECT_EQ(card.programs()[1].camMask, 2);
   card.assign(3, 2);
   EXPECT_EQ(changes, 1);
   card.assign(7, 3);
-  ASSERT_EQ(card.descTable()->descProgCnt, 2U);
-  EXPECT_EQ(card.descTable()->prog[0].prog_num, 7);
+  ASSERT_EQ(table().descProgCnt, 2U);
+  EXPECT_EQ(table().prog[0].prog_num, 7);
   card.assign(7, 0);
   card.assign(3, 0);
-  EXPECT_EQ(card.descTable()->descProgCnt, 0U);
+  EXPECT_EQ(table().descProgCnt, 0U);
   EXPECT_EQ(changes, 4);
+}
+
+TEST_F(CardTest, TablesFollowOnlyWhenTheyArePublished) {
+  insert(secondOf(programs));
+  EXPECT_EQ(card.muxForm()->programNum, 0);
+  card.publishTables();
+  card.assign(3, 2);
+  EXPECT_EQ(card.descTable()->descProgCnt, 0U);
+  EXPECT_EQ(card.muxForm()->programs[1].assigned, 0);
+  card.publishTables();
+  EXPECT_EQ(card.descTable()->descProgCnt, 1U);
+  EXPECT_EQ(card.muxForm()->programs[1].assigned, 1);
 }
 
 TEST_F(CardTest, RefusesToAssignWhatIsNotThere) {
@@ -333,13 +350,13 @@ TEST_F(CardTest, FollowsThePmt) {
   changes = 0;
   card.tick(900);
   EXPECT_EQ(changes, 0);
-  EXPECT_EQ(card.descTable()->prog[0].ele[0].pid, 0x100);
+  EXPECT_EQ(table().prog[0].ele[0].pid, 0x100);
   EXPECT_EQ(card.inPortForm()->caNum, 0);
   card.tick(1040);
   EXPECT_EQ(changes, 1);
-  EXPECT_EQ(card.descTable()->prog[0].ele[0].pid, 0x150);
-  EXPECT_EQ(card.descTable()->prog[0].caLevel, 2);
-  EXPECT_EQ(card.descTable()->prog[0].camMask, 1);
+  EXPECT_EQ(table().prog[0].ele[0].pid, 0x150);
+  EXPECT_EQ(table().prog[0].caLevel, 2);
+  EXPECT_EQ(table().prog[0].camMask, 1);
   EXPECT_EQ(card.inPortForm()->caNum, 1);
   EXPECT_EQ(card.muxForm()->programs[0].pids[0].pid, 0x150);
   EXPECT_EQ(card.programs()[0].streams[0].pid, 0x150);
@@ -356,12 +373,12 @@ TEST_F(CardTest, AnAssignedProgramThatComesBackIsAssignedStill) {
   insert(written);
   card.tick(500);
   card.assign(7, 1);
-  EXPECT_EQ(card.descTable()->descProgCnt, 1U);
+  EXPECT_EQ(table().descProgCnt, 1U);
   card.tick(1030);
-  EXPECT_EQ(card.descTable()->descProgCnt, 0U);
+  EXPECT_EQ(table().descProgCnt, 0U);
   EXPECT_EQ(card.programs().size(), 1U);
   card.tick(1400);
-  EXPECT_EQ(card.descTable()->descProgCnt, 1U);
+  EXPECT_EQ(table().descProgCnt, 1U);
   EXPECT_EQ(card.programs()[0].camMask, 1);
 }
 
@@ -373,7 +390,7 @@ TEST_F(CardTest, TellsWhatItsTablesCannotHold) {
   insert(secondOf(many));
   events.lines.clear();
   card.assign(1, 1);
-  EXPECT_EQ(card.descTable()->prog[0].eleNum, 32);
+  EXPECT_EQ(table().prog[0].eleNum, 32);
   EXPECT_FALSE(events.lines.empty());
 }
 
@@ -404,7 +421,7 @@ TEST_F(CardTest, ANewCardIsAGoodOne) {
   EXPECT_EQ(card.fpga().online(), 1U);
   EXPECT_FALSE(card.fpga().alarmMask[0]);
   EXPECT_TRUE(card.fpga().passing.all());
-  EXPECT_EQ(card.descTable()->descProgCnt, 0U);
+  EXPECT_EQ(table().descProgCnt, 0U);
   EXPECT_EQ(card.before(0x101).packets, 0U);
   card.tick(2000);
   EXPECT_EQ(card.before(0x100).packets, 16U);

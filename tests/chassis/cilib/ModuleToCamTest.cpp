@@ -53,7 +53,7 @@ class ModuleToCamTest : public testing::Test {
     addProgram(102, 2, 2, 0x0500);
     addProgram(103, 1, 2, 0x0500);
     bindClock(&clock);
-    clock.onTick([this](std::uint64_t nowMs) {
+    ticking = clock.onTick([this](std::uint64_t nowMs) {
       cam.tick(nowMs);
       library.tick(nowMs);
     });
@@ -66,6 +66,7 @@ class ModuleToCamTest : public testing::Test {
   ~ModuleToCamTest() override { bindClock(nullptr); }
 
   Clock clock;
+  Clock::Listening ticking;
   EventLog events;
   Cam cam{{{0x0500}}, {static_cast<int>(slot), 1}, events, 0};
   CiLibrary library{events};

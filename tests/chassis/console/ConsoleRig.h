@@ -39,7 +39,7 @@ class ConsoleRig : public testing::Test {
         shell_(
             chassis_, journal_, [this](const std::string &text) { answer_ += text; }, false),
         player_(Script{}, chassis_),
-        session_(player_, shell_, nullptr) {
+        session_(player_, shell_, Session::Order::Overtaking, nullptr) {
     bindConsole([this](ConsolePort port, const std::string &line) {
       if (!shell_.takePrint(port, line)) {
         timeline_.print(port, line);
@@ -48,8 +48,11 @@ class ConsoleRig : public testing::Test {
   }
   ~ConsoleRig() override { bindConsole(nullptr); }
 
-  // The answer to a line that runs in the chassis, without what came before.
+  // The answer to a line that runs in the chassis, started up, without what came before.
   std::string ask(const std::string &line) {
+    if (!chassis_.booted()) {
+      runFor(Clock::msPerTick);
+    }
     answer_.clear();
     session_.type(line);
     chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);

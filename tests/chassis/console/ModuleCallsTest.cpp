@@ -77,6 +77,7 @@ TEST_F(Calls, EveryCallWithGoodArgumentsRuns) {
   insertCard();
   ask("progAssign 0, 101, 1");
   ask("camInsert 0, 0, 0x0500");
+  runFor(1000);
   for (const ModuleCall &call : moduleCalls()) {
     const std::string text = callOf(call, none, "");
     const std::string answer = ask(text);
@@ -158,7 +159,8 @@ TEST_F(Calls, LargestValuesDoNoHarm) {
 
 TEST_F(Calls, AProgramIndexBeyondTheTable) {
   insertCard();
-  ask("progAssign 0, 101, 1");
+  EXPECT_EQ(ask("progAssign 0, 101, 1"), "");
+  runFor(1000);
   EXPECT_TRUE(has(ask("getDescStatWeb 0, 0x10000"), "error: there is no program index 1"));
   EXPECT_TRUE(has(ask("getDescStatWeb 0, 0xFFFF0000"), "error: there is no program index 65535"));
   EXPECT_EQ(ask("getDescStatWeb 0, 0xE000"), "value = 238 = 0xee\n");

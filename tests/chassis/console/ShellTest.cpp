@@ -60,6 +60,54 @@ TEST_F(ShellTest, AWaitHoldsBackTheLinesBehindIt) {
   EXPECT_GE(clock_.elapsedMs(), began + 5000);
 }
 
+// Until the start-up task is over, at 2 s.
+TEST_F(ShellTest, ACallOfTheModuleWaitsForTheSupervisionTaskAndSaysSo) {
+  session_.type("printCiIfVer");
+  session_.type("status");
+  const auto listening = clock_.onTick([this](std::uint64_t ms) {
+    if (ms == 500) {
+      EXPECT_FALSE(has(answer_, "supervision task")) << "not yet";
+    }
+    if (ms == 510) {
+      EXPECT_TRUE(has(answer_, "chassis time 00:00:00.000\n"))
+          << "a list does not wait: " << answer_;
+      EXPECT_TRUE(
+          has(answer_, "the supervision task is in a pause; it runs printCiIfVer behind it\n"));
+    }
+    if (ms == 1990) {
+      EXPECT_FALSE(has(answer_, "V3.0.1.1"));
+    }
+  });
+  runFor(2500);
+  EXPECT_TRUE(has(answer_, "V3.0.1.1"));
+  EXPECT_EQ(answer_.find("supervision task"), answer_.rfind("supervision task")) << "told once";
+}
+
+TEST_F(ShellTest, WhatHappensToTheChassisDoesNotWait) {
+  insertCard();
+  ask("camInsert 0, 0, 0x0500");
+  ask("progAssign 0, 101, 1");
+  const auto listening = clock_.onTick([this](std::uint64_t) {
+    if (chassis_.supervising() && chassis_.booted() && answer_.empty()) {
+      answer_ = "typed";
+      session_.type("pidDrop 0, 0x201, 1");
+      session_.type("TIME_RESET");
+    }
+  });
+  while (answer_.empty()) {
+    runFor(Clock::msPerTick);
+  }
+  EXPECT_TRUE(has(answer_, "value = "));
+}
+
+TEST_F(ShellTest, InTurnALineWaitsForTheAnswerBeforeIt) {
+  Session inTurn(player_, shell_, Session::Order::InTurn, nullptr);
+  inTurn.type("printCiIfVer");
+  inTurn.type("status");
+  chassis_.run(1000, inTurn);
+  EXPECT_LT(answer_.find("V3.0.1.1"), answer_.find("chassis time 00:00:02.000")) << answer_;
+}
+
 TEST_F(ShellTest, ALineMayNotBeEndless) {
   EXPECT_TRUE(isOneErrorLine(ask(std::string(Shell::longestLine + 1, 'a'))));
 }
@@ -140,6 +188,7 @@ TEST_F(ShellTest, NothingTypedCrashesIt) {
       line += pieces[random() % pieces.size()] + (random() % 3 == 0 ? ", " : " ");
     }
     shell_.run(line);
+    shell_.serve();
   }
   EXPECT_EQ(ask("test_bit \"04\", 2"), "value = 1 = 0x1\n");
 }

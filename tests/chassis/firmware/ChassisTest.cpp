@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include "CiPlatform.h"
 #include "InputError.h"
 #include "card/Fpga.h"
@@ -32,9 +34,6 @@ class RecordedEvents : public Events {
 class Works : public Agenda {
  public:
   void at(std::uint64_t ms, std::function<void()> work) { works_.emplace(ms, std::move(work)); }
-  std::optional<std::uint64_t> nextMs() const override {
-    return works_.empty() ? std::nullopt : std::optional(works_.begin()->first);
-  }
   void runDue(std::uint64_t nowMs) override {
     while (!works_.empty() && works_.begin()->first <= nowMs) {
       const auto work = works_.begin()->second;
@@ -42,8 +41,18 @@ class Works : public Agenda {
       work();
     }
   }
+  void ask(std::function<void()> question) { asks_.push_back(std::move(question)); }
+  void serve() override {
+    for (const auto &question : std::exchange(asks_, {})) {
+      question();
+      ++served_;
+    }
+  }
+  int served() const { return served_; }
 
  private:
+  std::vector<std::function<void()>> asks_;
+  int served_ = 0;
   std::multimap<std::uint64_t, std::function<void()>> works_;
 };
 
@@ -68,6 +77,12 @@ class ChassisTest : public testing::Test {
     chassis_.onChecked(
         [this](std::uint32_t slot) { checks_.emplace_back(clock_.elapsedMs(), slot); });
   }
+  void insertWithTwoCams() {
+    insertCard(0);
+    chassis_.progAssign(0, 101, 3);
+    chassis_.camInsert(0, 0, {caSystem});
+    chassis_.camInsert(0, 1, {caSystem});
+  }
   void insertCard(std::uint32_t slot) { chassis_.cardInsert(slot, file_.path(), bitrate); }
 
   using Checks = std::vector<std::pair<std::uint64_t, std::uint32_t>>;
@@ -81,7 +96,7 @@ class ChassisTest : public testing::Test {
 
 TEST_F(ChassisTest, BootsInOrder) {
   std::uint64_t loadedMs = 0;
-  clock_.onTick([&loadedMs](std::uint64_t nowMs) {
+  const auto listening = clock_.onTick([&loadedMs](std::uint64_t nowMs) {
     loadedMs = loadedMs == 0 && is_all_card_loaded == 1 ? nowMs : loadedMs;
   });
   works_.at(0, [this] {
@@ -103,14 +118,88 @@ TEST_F(ChassisTest, ChecksOnlyRegisteredCardsInTheOrderOfTheirSlots) {
   EXPECT_EQ(checks_, (Checks{{2000, 5}, {3000, 1}, {3000, 5}}));
 }
 
-TEST_F(ChassisTest, WorkRunsAtItsTimeBetweenCyclesButNotDuringBoot) {
+TEST_F(ChassisTest, WorkRunsAtItsTimeAlsoDuringBoot) {
   std::vector<std::uint64_t> ran;
   const auto note = [this, &ran] { ran.push_back(clock_.elapsedMs()); };
   for (const std::uint64_t ms : {0, 500, 2005, 2500, 4000}) {
     works_.at(ms, note);
   }
   chassis_.run(4000, works_);
-  EXPECT_EQ(ran, (std::vector<std::uint64_t>{0, 2000, 2010, 2500, 4000}));
+  EXPECT_EQ(ran, (std::vector<std::uint64_t>{0, 500, 2010, 2500, 4000}));
+}
+
+// The module pauses for a second before each CA PMT, here from 4 to 5 s and from 5 to 6 s.
+TEST_F(ChassisTest, WorkRunsAtItsTimeWhileTheModulePauses) {
+  works_.at(0, [this] { insertWithTwoCams(); });
+  std::vector<std::uint64_t> ran;
+  for (const std::uint64_t ms : {4100, 4600, 5300}) {
+    works_.at(ms, [this, &ran] {
+      EXPECT_TRUE(chassis_.supervising());
+      ran.push_back(clock_.elapsedMs());
+    });
+  }
+  chassis_.run(7000, works_);
+  EXPECT_EQ(ran, (std::vector<std::uint64_t>{4100, 4600, 5300}));
+}
+
+TEST_F(ChassisTest, WhatAsksTheModuleIsServedBetweenCycles) {
+  works_.at(0, [this] { insertWithTwoCams(); });
+  works_.at(100, [this] { works_.ask([this] { EXPECT_EQ(clock_.elapsedMs(), 2000U); }); });
+  works_.at(4500, [this] { works_.ask([this] { EXPECT_EQ(clock_.elapsedMs(), 6000U); }); });
+  works_.at(6500, [this] { works_.ask([this] { EXPECT_FALSE(chassis_.supervising()); }); });
+  chassis_.run(8000, works_);
+  EXPECT_EQ(works_.served(), 3);
+}
+
+TEST_F(ChassisTest, TablesStayAsTheyAreUnderARunningCycle) {
+  works_.at(0, [this] { insertWithTwoCams(); });
+  works_.at(4500, [this] {
+    const CiDesc before = *chassis_.card(0).descTable();
+    const InPortForm form = *chassis_.card(0).inPortForm();
+    chassis_.progAssign(0, 101, 0);
+    EXPECT_EQ(std::memcmp(&before, chassis_.card(0).descTable(), sizeof before), 0);
+    const TemporaryFile other{stream(201)};
+    chassis_.cardInsert(0, other.path(), bitrate);
+    EXPECT_EQ(std::memcmp(&before, chassis_.card(0).descTable(), sizeof before), 0);
+    EXPECT_EQ(std::memcmp(&form, chassis_.card(0).inPortForm(), sizeof form), 0);
+    chassis_.progAssign(0, 201, 1);
+  });
+  chassis_.run(6500, works_);
+  EXPECT_EQ(chassis_.card(0).descTable()->prog[0].prog_num, 101) << "the cycle ended at 6 s";
+  chassis_.run(7500, works_);
+  EXPECT_EQ(chassis_.card(0).descTable()->prog[0].prog_num, 201);
+}
+
+TEST_F(ChassisTest, AStoppedClockEndsTheRunWithinAPause) {
+  works_.at(0, [this] { insertWithTwoCams(); });
+  works_.at(4500, [this] { chassis_.stop(); });
+  chassis_.run(8000, works_);
+  EXPECT_EQ(clock_.elapsedMs(), 4500U);
+  EXPECT_EQ(checks_.back(), (std::pair<std::uint64_t, std::uint32_t>(3000, 0)))
+      << "what is left of the cycle finds nothing out";
+}
+
+TEST_F(ChassisTest, StoppedWhileItBootsItEndsToo) {
+  works_.at(500, [this] { chassis_.stop(); });
+  chassis_.run(8000, works_);
+  EXPECT_EQ(clock_.elapsedMs(), 500U);
+}
+
+TEST_F(ChassisTest, WhatTheAgendaThrowsEndsTheRunAtItsTime) {
+  works_.at(0, [this] { insertWithTwoCams(); });
+  works_.at(4500, [] { throw InputError("wrong"); });
+  EXPECT_THROW(chassis_.run(8000, works_), InputError);
+  EXPECT_EQ(clock_.elapsedMs(), 4500U);
+}
+
+TEST(ChassisClock, GoesOnWithoutItsChassis) {
+  RecordedEvents events;
+  Clock clock;
+  std::uint32_t loaded = 0;
+  { const Chassis chassis(clock, events); }
+  clock.advance(300);
+  loaded = is_all_card_loaded;
+  EXPECT_EQ(loaded, 0U);
 }
 
 TEST_F(ChassisTest, RunGoesOnWhereItStopped) {
@@ -121,12 +210,7 @@ TEST_F(ChassisTest, RunGoesOnWhereItStopped) {
 }
 
 TEST_F(ChassisTest, ALongCycleLeavesOutThoseThatItMissed) {
-  works_.at(0, [this] {
-    insertCard(0);
-    chassis_.progAssign(0, 101, 3);
-    chassis_.camInsert(0, 0, {caSystem});
-    chassis_.camInsert(0, 1, {caSystem});
-  });
+  works_.at(0, [this] { insertWithTwoCams(); });
   chassis_.run(8500, works_);
   EXPECT_EQ(events_.count("CA PMT sent"), 2U);
   EXPECT_EQ(checks_, (Checks{{2000, 0}, {3000, 0}, {6000, 0}, {7000, 0}, {8000, 0}}));
@@ -266,6 +350,7 @@ TEST_F(ChassisTest, FormsAreThoseOfTheCard) {
   EXPECT_EQ(GetInPortFormList(0, 0), nullptr);
   EXPECT_EQ(GetMuxCardFormList(0), nullptr);
   insertCard(0);
+  chassis_.card(0).publishTables();
   ASSERT_NE(GetInPortFormList(0, 0), nullptr);
   EXPECT_EQ(GetInPortFormList(0, 0), chassis_.card(0).inPortForm());
   EXPECT_EQ(GetInPortFormList(0, 0)->ca[0].pid, ecmPid);

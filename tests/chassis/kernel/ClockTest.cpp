@@ -30,18 +30,54 @@ TEST(Clock, StampWrapsElapsedDoesNot) {
 TEST(Clock, TellsListenersEveryTickInOrder) {
   Clock clock;
   std::vector<std::uint64_t> calls;
-  clock.onTick([&](std::uint64_t ms) {
+  const auto listening = clock.onTick([&](std::uint64_t ms) {
     EXPECT_EQ(clock.elapsedMs(), ms);
     calls.push_back(ms);
   });
-  clock.onTick([&](std::uint64_t ms) { calls.push_back(ms + 1); });
+  const auto listening2 = clock.onTick([&](std::uint64_t ms) { calls.push_back(ms + 1); });
   clock.advance(3);
   EXPECT_EQ(calls, (std::vector<std::uint64_t>{10, 11, 20, 21, 30, 31}));
 }
 
+TEST(Clock, AListenerEndsWithItsOwner) {
+  Clock clock;
+  std::vector<char> calls;
+  const auto stays = clock.onTick([&](std::uint64_t) { calls.push_back('s'); });
+  auto goes = clock.onTick([&](std::uint64_t) { calls.push_back('g'); });
+  clock.advance(1);
+  goes.reset();
+  clock.advance(1);
+  EXPECT_EQ(std::string(calls.begin(), calls.end()), "sgs");
+}
+
+TEST(Clock, StoppedItStandsStill) {
+  Clock clock;
+  const auto listening = clock.onTick([&](std::uint64_t ms) {
+    if (ms == 20) {
+      clock.stop();
+    }
+  });
+  clock.advance(5);
+  EXPECT_EQ(clock.elapsedMs(), 20U);
+  EXPECT_TRUE(clock.stopped());
+  clock.advance(1);
+  EXPECT_EQ(clock.elapsedMs(), 20U);
+}
+
+TEST(Clock, StoppedWhileItWaitsItDoesNotTickAnyMore) {
+  Clock clock;
+  clock.setWait([&clock](std::uint64_t) {
+    if (clock.elapsedMs() == 30) {
+      clock.stop();
+    }
+  });
+  clock.advance(5);
+  EXPECT_EQ(clock.elapsedMs(), 30U);
+}
+
 TEST(ClockDeathTest, AListenerThatDelaysAborts) {
   Clock clock;
-  clock.onTick([&](std::uint64_t) { clock.advance(1); });
+  const auto listening = clock.onTick([&](std::uint64_t) { clock.advance(1); });
   EXPECT_DEATH(clock.advance(1), "tick listener");
 }
 

@@ -63,7 +63,7 @@ TEST_F(Kernel, WaitsForASemaphoreAsLongAsItWasTold) {
 
 TEST_F(Kernel, TakesASemaphoreThatIsGivenMeanwhile) {
   semaphore flag;
-  clock.onTick([&](std::uint64_t ms) {
+  const auto listening = clock.onTick([&](std::uint64_t ms) {
     if (ms == 300) {
       semGive(&flag);
     }
@@ -74,13 +74,24 @@ TEST_F(Kernel, TakesASemaphoreThatIsGivenMeanwhile) {
 
 TEST_F(Kernel, WaitsForeverUntilItIsGiven) {
   semaphore flag;
-  clock.onTick([&](std::uint64_t ms) {
+  const auto listening = clock.onTick([&](std::uint64_t ms) {
     if (ms == chassis::longestWaitMs) {
       semGive(&flag);
     }
   });
   EXPECT_EQ(semTake(&flag, -1), 0);
   EXPECT_EQ(clock.elapsedMs(), chassis::longestWaitMs);
+}
+
+TEST_F(Kernel, AtTheEndOfTheRunNobodyWaitsForever) {
+  semaphore flag;
+  const auto listening = clock.onTick([this](std::uint64_t ms) {
+    if (ms == 300) {
+      clock.stop();
+    }
+  });
+  EXPECT_NE(semTake(&flag, -1), 0);
+  EXPECT_EQ(clock.elapsedMs(), 300U);
 }
 
 TEST_F(KernelDeathTest, AWaitThatNobodyEndsAborts) {

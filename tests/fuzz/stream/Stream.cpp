@@ -311,6 +311,7 @@ class Rack {
         cam.tick(now);
       }
       card_.tick(now);
+      card_.publishTables();
       checkTable(*card_.descTable());
     }
   }
@@ -323,6 +324,7 @@ class Rack {
     for (const chassis::ProgramInfo &program : programs) {
       card_.assign(program.number, static_cast<uint8_t>(input.below(4)));
     }
+    card_.publishTables();
     checkTable(*card_.descTable());
     select(*card_.descTable());
   }
