@@ -83,6 +83,16 @@ Place alarmPlace(const AlarmRecord &record) {
   return place;
 }
 
+std::vector<std::string> alarmFaults() {
+  std::vector<std::string> faults;
+  for (const Identifier &identifier : identifiers) {
+    if (identifier.role == Role::Fault) {
+      faults.emplace_back(identifier.words);
+    }
+  }
+  return faults;
+}
+
 std::string alarmFault(const AlarmRecord &record) {
   const std::string fault =
       listed(record, [](const AlarmPair &pair) { return wordsFor(pair, Role::Fault); });

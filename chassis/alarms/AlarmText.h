@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "CiPlatform.h"
 #include "Events.h"
@@ -12,6 +13,7 @@ namespace chassis {
 // identifier 0x705 or 0x706.
 Place alarmPlace(const AlarmRecord &record);
 
+std::vector<std::string> alarmFaults();              // all that are known
 std::string alarmFault(const AlarmRecord &record);   // "CAM absent"; else the identifiers
 std::string alarmObject(const AlarmRecord &record);  // "slot 0, CAM 1"; neither: "chassis"
 

@@ -123,6 +123,7 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   if (inserted()) {
     remove();
   }
+  ++state.insertions;
   state.player = std::move(player);
   state.psi = std::move(scan.psi);
   state.streamPath = path;
@@ -142,6 +143,10 @@ void Card::remove() {
 
 bool Card::inserted() const {
   return state_->player != nullptr;
+}
+
+std::uint32_t Card::insertions() const {
+  return state_->insertions;
 }
 
 void Card::assign(std::uint16_t program, std::uint8_t camMask) {

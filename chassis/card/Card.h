@@ -76,6 +76,7 @@ class Card {
   // Takes the card out; faults, masks and assignments go with it.
   void remove();
   bool inserted() const;
+  std::uint32_t insertions() const;  // so many cards have been put in
 
   // Gives a program of the stream to CAMs by mask 0..3 (0: to none). Throws InputError that names
   // the program and lists those that there are.

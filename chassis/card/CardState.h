@@ -48,6 +48,7 @@ struct Card::State {
   std::array<Cam *, MAX_CAM_NUM> cams{};
   std::function<void(std::uint32_t)> listener;
 
+  std::uint32_t insertions = 0;
   std::string outputPath;
   std::ofstream output;
 

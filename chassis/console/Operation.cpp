@@ -1,6 +1,9 @@
 #include "console/Operation.h"
 
 #include <algorithm>
+#include <cstdio>
+
+#include "ExitStatus.h"
 
 namespace chassis {
 namespace {
@@ -23,7 +26,7 @@ Operation::Operation(const Config &config, Script script)
                 [this] { return clock_.elapsedMs(); }),
       chassis_(clock_, timeline_),
       watch_(chassis_, timeline_),
-      shell_(chassis_, journal_, showAt(desk_), config.colour, outputWidth),
+      shell_(chassis_, watch_, journal_, showAt(desk_), config.colour, outputWidth),
       player_(std::move(script), chassis_),
       session_(
           player_, shell_,
@@ -54,17 +57,29 @@ int Operation::run() {
   desk_->serve(clock_, session_);
   clock_.setSpeed(config_.speed);
   clock_.setWait([this](std::uint64_t dueNs) { wait(dueNs); });
+  std::string unexpected;
+  try {
+    runToTheEnd();
+  } catch (const Unexpected &error) {
+    unexpected = error.what();
+  }
+  timeline_.flush();
+  const int status = desk_->status();
+  clock_.setWait(nullptr);
+  desk_.reset();
+  if (!unexpected.empty()) {
+    std::fprintf(stderr, "ci-chassis: %s\n", unexpected.c_str());
+  }
+  return status == exitDone && session_.unexpected() ? exitUnexpected : status;
+}
+
+void Operation::runToTheEnd() {
   do {
     takePipedLines();
     settlePace();
     chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
     stopWhenOver();
   } while (!clock_.stopped());
-  timeline_.flush();
-  const int status = desk_->status();
-  clock_.setWait(nullptr);
-  desk_.reset();
-  return status;
 }
 
 // A tick is due at a real time, also when it is one of a pause of the module.
@@ -93,7 +108,7 @@ bool Operation::isOver() const {
   }
   const bool typedOver = config_.mode == DeskMode::Script ||
                          (desk_->inputOver() && session_.idle() && !session_.waits(nowMs));
-  return typedOver && nowMs >= player_.endMs();
+  return typedOver && player_.isOver(nowMs);
 }
 
 // Without a pace, chassis time stands still until the next line of a pipe has come.
@@ -111,7 +126,7 @@ void Operation::takePipedLines() {
 
 // A person cannot keep up with time without a pace.
 void Operation::settlePace() {
-  if (maximal_ && config_.mode == DeskMode::Terminal && clock_.elapsedMs() >= player_.endMs()) {
+  if (maximal_ && config_.mode == DeskMode::Terminal && player_.isOver(clock_.elapsedMs())) {
     maximal_ = false;
     clock_.setSpeed(1);
   }

@@ -43,6 +43,7 @@ class Operation {
   int run();
 
  private:
+  void runToTheEnd();
   void settlePace();
   void wait(std::uint64_t dueNs);
   void takePipedLines();

@@ -8,7 +8,6 @@
 #include "alarms/AlarmText.h"
 #include "report/AlarmList.h"
 #include "report/FieldWords.h"
-#include "report/Findings.h"
 #include "report/StatusTable.h"
 #include "report/Table.h"
 #include "report/Verdict.h"
@@ -18,7 +17,7 @@ namespace {
 
 const std::vector<std::string> titles{"slot",        "CI controller", "CAM",          "inserted",
                                       "CA systems",  "CA PIDs",       "descrambling", "alarms",
-                                      "last CA PMT", "last reset"};
+                                      "last CA PMT", "last reset",    "checked"};
 
 // A field in words with its code; what every title says already is left out.
 Cell fieldCell(const FieldWords &words, std::uint16_t value, const std::string &title) {
@@ -69,18 +68,29 @@ std::vector<Cell> camRow(Chassis &chassis, const CardFinding &card, std::uint32_
           fieldCell(descramblingWords(cam), cam.descrambling, ""),
           alarmCell(chassis.alarms(), card.slot, static_cast<int>(camSlot)),
           {history.caPmt ? stampText(history.caPmtMs) : "none"},
-          {history.reset ? stampText(history.resetMs) : "none"}};
+          {history.reset ? stampText(history.resetMs) : "none"},
+          {card.takenMs == 0 ? "not yet" : stampText(card.takenMs)}};
+}
+
+// What the last check of a card found; without one, nothing is known.
+CardFinding known(const StatusWatch &watch, std::uint32_t slot) {
+  if (const CardFinding *snapshot = watch.snapshot(slot)) {
+    return *snapshot;
+  }
+  CardFinding unknown;
+  unknown.slot = slot;
+  return unknown;
 }
 
 }  // namespace
 
-std::string overview(Chassis &chassis, bool colour, std::size_t width) {
+std::string overview(Chassis &chassis, const StatusWatch &watch, bool colour, std::size_t width) {
   Table table{titles, {}};
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (!chassis.card(slot).inserted()) {
       continue;
     }
-    const CardFinding card = examine(chassis, slot);
+    const CardFinding card = known(watch, slot);
     for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
       table.rows.push_back(camRow(chassis, card, camSlot));
     }
@@ -89,14 +99,19 @@ std::string overview(Chassis &chassis, bool colour, std::size_t width) {
   return time + (table.rows.empty() ? "no card is in\n" : tableText(table, colour, width));
 }
 
-std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour, std::size_t width) {
+std::string cardDetail(Chassis &chassis, const StatusWatch &watch, std::uint32_t slot, bool colour,
+                       std::size_t width) {
   if (!chassis.card(slot).inserted()) {
     const std::string name = std::to_string(slot);
     throw InputError("no card is in slot " + name + "; put one in first: cardInsert " + name +
                      ", \"file\"");
   }
-  return statusTable(examine(chassis, slot), colour, width) +
-         camHistory(chassis.library(), slot, width);
+  const CardFinding *snapshot = watch.snapshot(slot);
+  const std::string found =
+      snapshot != nullptr
+          ? statusTable(*snapshot, colour, width)
+          : "slot " + std::to_string(slot) + ": the module has not checked this card yet\n";
+  return found + camHistory(chassis.library(), slot, width);
 }
 
 std::string alarmLists(const AlarmService &alarms, bool colour, std::size_t width) {

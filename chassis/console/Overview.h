@@ -1,4 +1,5 @@
-// The chassis at a glance, and what its console lists, as plain text.
+// The chassis at a glance, and what its console lists, as plain text. All of it is what the last
+// check of each card found, and what the CI library and the alarm service noted.
 #pragma once
 
 #include <string>
@@ -6,16 +7,18 @@
 #include "alarms/AlarmService.h"
 #include "firmware/Chassis.h"
 #include "report/Layout.h"
+#include "report/StatusWatch.h"
 
 namespace chassis {
 
 // One row per CAM slot of the cards that are in: CAM, CA systems, the status fields in words with
-// their codes, alarms that stand, last CA PMT, last reset.
-std::string overview(Chassis &chassis, bool colour, std::size_t width = anyWidth);
+// their codes, alarms that stand, last CA PMT, last reset, and when the card was checked.
+std::string overview(Chassis &chassis, const StatusWatch &watch, bool colour,
+                     std::size_t width = anyWidth);
 
 // Every program and PID of a card with its evidence, and its CAMs' history. Throws InputError: no
 // card is in the slot.
-std::string cardDetail(Chassis &chassis, std::uint32_t slot, bool colour,
+std::string cardDetail(Chassis &chassis, const StatusWatch &watch, std::uint32_t slot, bool colour,
                        std::size_t width = anyWidth);
 
 // The alarms that stand, then those that stood, the last one last.

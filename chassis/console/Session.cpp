@@ -34,16 +34,25 @@ void Session::runTyped(std::uint64_t nowMs) {
   }
 }
 
+// Called while the error is being handled.
+void Session::complain(const std::exception &error) {
+  if (!complain_) {
+    throw;
+  }
+  complain_(error.what());
+}
+
 void Session::runScript(std::uint64_t nowMs) {
   for (bool failed = true; failed;) {
     failed = false;
     try {
       player_.runDue(nowMs);
     } catch (const InputError &error) {
-      if (!complain_) {
-        throw;
-      }
-      complain_(error.what());
+      complain(error);
+      failed = true;
+    } catch (const Unexpected &error) {
+      unexpected_ = true;
+      complain(error);
       failed = true;
     }
   }

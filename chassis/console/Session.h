@@ -16,13 +16,14 @@ class Session : public Agenda {
   // the supervision task.
   enum class Order { InTurn, Overtaking };
 
-  // complain: gets what is wrong with a line of the script, which then goes on; null: that ends
-  // the run with InputError.
+  // complain: gets what is wrong with a line of the script, or what was not as it expected, and the
+  // script goes on; null: that ends the run with InputError or Unexpected.
   Session(Player &player, Shell &shell, Order order,
           std::function<void(const std::string &)> complain);
 
-  void type(const std::string &line);  // runs after the lines before it
-  void drop() { typed_.clear(); }      // what has been typed and not run
+  void type(const std::string &line);              // runs after the lines before it
+  bool unexpected() const { return unexpected_; }  // something was not as the script expected
+  void drop() { typed_.clear(); }                  // what has been typed and not run
   bool idle() const { return typed_.empty() && !shell_.asks(); }
   bool waits(std::uint64_t nowMs) const { return nowMs < shell_.blockedUntilMs(); }
 
@@ -30,6 +31,7 @@ class Session : public Agenda {
   void serve() override;
 
  private:
+  void complain(const std::exception &error);
   void runScript(std::uint64_t nowMs);
   void runTyped(std::uint64_t nowMs);
   bool blocked(std::uint64_t nowMs) const;
@@ -39,6 +41,7 @@ class Session : public Agenda {
   const Order order_;
   const std::function<void(const std::string &)> complain_;
   std::deque<std::string> typed_;
+  bool unexpected_ = false;
 };
 
 }  // namespace chassis

@@ -91,8 +91,10 @@ const std::vector<Shell::Command> &Shell::commands() {
   return table;
 }
 
-Shell::Shell(Chassis &chassis, const Journal &journal, Show show, bool colour, Width width)
+Shell::Shell(Chassis &chassis, const StatusWatch &watch, const Journal &journal, Show show,
+             bool colour, Width width)
     : chassis_(chassis),
+      watch_(watch),
       journal_(journal),
       show_(std::move(show)),
       colour_(colour),
@@ -213,12 +215,24 @@ void Shell::runFunction(const Statement &statement) {
   }
   const Values values = checkArgs(*function, statement.line.args);
   require(*function, values);
-  if (function->run == nullptr) {
+  if (function->differs != nullptr) {
+    tellExpectation(*function, values);
+    return;
+  }
+  if (isWait(*function)) {
     blockedUntilMs_ = chassis_.clock().elapsedMs() + values[0].number;
     return;
   }
   announce(*function, values, statement);
   function->run(chassis_, values);
+}
+
+void Shell::tellExpectation(const Function &function, const Values &values) {
+  if (values.size() == function.params.size()) {
+    throw InputError("only a script waits for what it expects; leave out the time");
+  }
+  const std::optional<std::string> differs = function.differs(chassis_, values);
+  showLine(differs ? "not as expected: " + *differs : "as expected");
 }
 
 void Shell::require(const Function &function, const Values &values) {
@@ -269,9 +283,9 @@ void Shell::runHelp(const Values &values) {
 }
 
 void Shell::runStatus(const Values &values) {
-  show_(values.empty()
-            ? overview(chassis_, colour_, width())
-            : cardDetail(chassis_, static_cast<std::uint32_t>(values[0].number), colour_, width()));
+  show_(values.empty() ? overview(chassis_, watch_, colour_, width())
+                       : cardDetail(chassis_, watch_, static_cast<std::uint32_t>(values[0].number),
+                                    colour_, width()));
 }
 
 void Shell::runAlarms(const Values &) {

@@ -14,6 +14,7 @@
 #include "console/Variables.h"
 #include "firmware/Chassis.h"
 #include "firmware/Console.h"
+#include "report/StatusWatch.h"
 #include "report/Timeline.h"
 
 namespace chassis {
@@ -27,7 +28,8 @@ class Shell {
   static constexpr std::uint64_t patienceMs = 500;  // of chassis time
 
   // width: of the terminal; null: tables are as wide as they are.
-  Shell(Chassis &chassis, const Journal &journal, Show show, bool colour, Width width = nullptr);
+  Shell(Chassis &chassis, const StatusWatch &watch, const Journal &journal, Show show, bool colour,
+        Width width = nullptr);
 
   // Runs one line, on any tick, but for a call of the module: that waits for the supervision task.
   // Whatever the line is, a person gets an answer and the chassis goes on; what is wrong with it is
@@ -67,6 +69,7 @@ class Shell {
   bool tryCommand(const Line &line);
   bool tryModule(const Statement &statement);
   void answer(const Ask &ask);
+  void tellExpectation(const Function &function, const Values &values);
   void runFunction(const Statement &statement);
   void announce(const Function &function, const Values &values, const Statement &statement);
   void require(const Function &function, const Values &values);
@@ -80,6 +83,7 @@ class Shell {
   void runExit(const Values &values);
 
   Chassis &chassis_;
+  const StatusWatch &watch_;
   const Journal &journal_;
   const Show show_;
   const bool colour_;

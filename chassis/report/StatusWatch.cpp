@@ -15,6 +15,12 @@ void StatusWatch::look(std::uint32_t slot) {
     timeline_.report(change.place, change.what, change.why, change.tone);
   }
   last_[slot] = std::move(now);
+  insertions_[slot] = chassis_.card(slot).insertions();
+}
+
+const CardFinding *StatusWatch::snapshot(std::uint32_t slot) const {
+  const Card &card = chassis_.card(slot);
+  return card.inserted() && card.insertions() == insertions_[slot] ? &last_[slot] : nullptr;
 }
 
 }  // namespace chassis

@@ -1,4 +1,4 @@
-// Tells in the timeline what each status check of the module changed.
+// Tells in the timeline what each status check of the module changed, and keeps what it found.
 #pragma once
 
 #include <array>
@@ -14,12 +14,17 @@ class StatusWatch {
   // chassis does not run on without it.
   StatusWatch(Chassis &chassis, Timeline &timeline);
 
+  // What the last check of the card that is in found; null: it has not been checked yet, or there
+  // is none. Asking makes nobody work, so the answer is there at any time.
+  const CardFinding *snapshot(std::uint32_t slot) const;
+
  private:
   void look(std::uint32_t slot);
 
   Chassis &chassis_;
   Timeline &timeline_;
   std::array<CardFinding, MAX_BOARD_NUM> last_;
+  std::array<std::uint32_t, MAX_BOARD_NUM> insertions_{};  // of the card that was looked at last
 };
 
 }  // namespace chassis

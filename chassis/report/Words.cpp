@@ -9,7 +9,7 @@
 namespace chassis {
 namespace {
 
-const StatusWords statusTable[] = {
+const std::vector<StatusWords> statusTable = {
     {DESC_STAT_SCRAMBLED, "not descrambled", "the CAM is suspected", Tone::Bad},
     {DESC_STAT_NO_ENTITLEMENT, "not descrambled", "no entitlement", Tone::Bad},
     {DESC_STAT_TECHNICAL, "not descrambled", "technical refusal", Tone::Bad},
@@ -38,6 +38,10 @@ std::string formatted(const char *format, Args... args) {
 }
 
 }  // namespace
+
+const std::vector<StatusWords> &allStatusWords() {
+  return statusTable;
+}
 
 const StatusWords &statusWords(std::uint8_t status) {
   const auto hasCode = [status](const StatusWords &words) { return words.code == status; };

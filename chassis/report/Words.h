@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "report/Tone.h"
 
@@ -15,6 +16,7 @@ struct StatusWords {
   Tone tone;
 };
 
+const std::vector<StatusWords> &allStatusWords();
 const StatusWords &statusWords(std::uint8_t status);
 
 std::string streamTypeText(std::uint16_t streamType);

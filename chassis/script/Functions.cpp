@@ -5,6 +5,8 @@
 #include <cstdlib>
 
 #include "InputError.h"
+#include "Text.h"
+#include "script/Expectations.h"
 #include "script/Nearest.h"
 
 namespace chassis {
@@ -26,6 +28,9 @@ const Param camMask{"camMask", Form::Number, 0, 3, false};
 const Param pid{"pid", Form::Number, 0, nullPid, false};
 const Param on{"on", Form::Number, 0, 1, false};
 const Param seconds{"seconds", Form::Seconds, 0, maxSeconds, false};
+const Param state{"\"state\"", Form::Text, 0, 0, false, stateNames};
+const Param fault{"\"fault\"", Form::Text, 0, 0, false, alarmNames};
+const Param resets{"count", Form::Number, 0, 0xFFFFFFFF, false};
 
 std::uint32_t u32(const Value &value) {
   return static_cast<std::uint32_t>(value.number);
@@ -130,6 +135,15 @@ const std::vector<Function> table = {
     {"alarmFail", {&on}, 1, false, Need::Nothing, Effect::None,
      "the alarm service fails (1) or works (0)",
      [](Chassis &chassis, const Values &v) { chassis.alarmFail(flag(v[0])); }},
+    {"expectState", {&slot, &program, &state, &seconds}, 3, false, Need::Card, Effect::None,
+     "a program is in this state, or has this cause, now or within a time", nullptr, stateDiffers},
+    {"expectAlarm", {&slot, &cam, &fault, &seconds}, 3, false, Need::Card, Effect::None,
+     "this alarm stands for a CAM, now or within a time", nullptr, alarmDiffers},
+    {"expectNoAlarm", {&slot, &cam, &fault, &seconds}, 3, false, Need::Card, Effect::None,
+     "this alarm does not stand for a CAM, now or within a time", nullptr, noAlarmDiffers},
+    {"expectReset", {&slot, &cam, &resets, &seconds}, 3, false, Need::Cam, Effect::None,
+     "a CAM has been reset so often since it was put in, now or within a time", nullptr,
+     resetDiffers},
 };
 // clang-format on
 
@@ -199,10 +213,21 @@ Value secondsValue(const Param &param, const Word &word) {
   return Value{static_cast<std::uint64_t>(std::llround(given * 1000)), ""};
 }
 
+void requireChoice(const Param &param, const std::string &given) {
+  const std::vector<std::string> choices = param.choices();
+  if (std::find(choices.begin(), choices.end(), given) == choices.end()) {
+    throw InputError("there is no " + bare(param) + " \"" + given + "\"; write one of \"" +
+                     joined(choices, "\", \"") + "\"");
+  }
+}
+
 Value textValue(const Param &param, const Word &word) {
   if (!word.quoted) {
     throw InputError(bare(param) + " must be a string, not " + word.text + "; write \"" +
                      word.text + "\"");
+  }
+  if (param.choices != nullptr) {
+    requireChoice(param, word.text);
   }
   return Value{0, word.text};
 }
@@ -222,6 +247,10 @@ std::string takes(const Function &function) {
 
 const std::vector<Function> &functions() {
   return table;
+}
+
+bool isWait(const Function &function) {
+  return function.run == nullptr && function.differs == nullptr;
 }
 
 std::string signature(const Function &function) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,7 +26,8 @@ struct Param {
   Form form;
   std::uint64_t min;
   std::uint64_t max;
-  bool place;  // numbers a place of the chassis
+  bool place;                                       // numbers a place of the chassis
+  std::vector<std::string> (*choices)() = nullptr;  // the texts that it takes; null: any
 };
 
 // What a call needs in its slot before it can run, and what it leaves there.
@@ -40,8 +42,12 @@ struct Function {
   Need need;
   Effect effect;
   const char *help;
-  void (*run)(Chassis &, const Values &);  // null for wait: whoever runs the calls knows it
+  void (*run)(Chassis &, const Values &);  // null for wait and for expectations
+  // An expectation: what is instead of what it says, nothing when it is so; else null.
+  std::optional<std::string> (*differs)(Chassis &, const Values &) = nullptr;
 };
+
+bool isWait(const Function &function);
 
 const std::vector<Function> &functions();
 

@@ -3,15 +3,9 @@
 #include "InputError.h"
 
 namespace chassis {
-namespace {
 
-bool isWait(const Call &call) {
-  return call.function->run == nullptr;
-}
-
-}  // namespace
-
-Player::Player(Script script, Chassis &chassis) : script_(std::move(script)), chassis_(chassis) {}
+Player::Player(Script script, Chassis &chassis)
+    : script_(std::move(script)), chassis_(chassis), expectations_(chassis) {}
 
 std::optional<std::uint64_t> Player::nextMs() const {
   if (next_ == script_.calls.size()) {
@@ -24,11 +18,16 @@ void Player::runDue(std::uint64_t nowMs) {
   while (next_ < script_.calls.size() && dueMs_ <= nowMs) {
     run(script_.calls[next_++]);
   }
+  expectations_.review(nowMs);
 }
 
 void Player::run(const Call &call) {
-  if (isWait(call)) {
+  if (isWait(*call.function)) {
     dueMs_ += call.values[0].number;
+    return;
+  }
+  if (call.function->differs != nullptr) {
+    expectations_.expect(script_, call, dueMs_);
     return;
   }
   announce(call);
@@ -46,10 +45,14 @@ void Player::announce(const Call &call) {
   }
 }
 
+bool Player::isOver(std::uint64_t nowMs) const {
+  return nowMs >= endMs() && !nextMs() && !expectations_.pending();
+}
+
 std::uint64_t Player::endMs() const {
   std::uint64_t end = 0;
   for (const Call &call : script_.calls) {
-    end += isWait(call) ? call.values[0].number : 0;
+    end += isWait(*call.function) ? call.values[0].number : 0;
   }
   return end;
 }

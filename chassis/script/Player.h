@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "firmware/Chassis.h"
+#include "script/Expectations.h"
 #include "script/Script.h"
 
 namespace chassis {
@@ -14,11 +15,13 @@ class Player : public Agenda {
   Player(Script script, Chassis &chassis);
 
   std::optional<std::uint64_t> nextMs() const;  // when the next line is due
-  // Throws InputError with file and line.
+  // Throws InputError or Unexpected with file and line.
   void runDue(std::uint64_t nowMs) override;
 
   // When the last line, or the wait at the end, is over.
   std::uint64_t endMs() const;
+  // The script has ended, and all that it expects has come true.
+  bool isOver(std::uint64_t nowMs) const;
 
  private:
   void run(const Call &call);
@@ -26,6 +29,7 @@ class Player : public Agenda {
 
   const Script script_;
   Chassis &chassis_;
+  Expectations expectations_;
   std::size_t next_ = 0;
   std::uint64_t dueMs_ = 0;
 };

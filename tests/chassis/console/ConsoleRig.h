@@ -36,8 +36,10 @@ class ConsoleRig : public testing::Test {
         stream_(&journal_),
         timeline_(stream_, {}, [this] { return clock_.elapsedMs(); }),
         chassis_(clock_, timeline_),
+        watch_(chassis_, timeline_),
         shell_(
-            chassis_, journal_, [this](const std::string &text) { answer_ += text; }, false),
+            chassis_, watch_, journal_, [this](const std::string &text) { answer_ += text; },
+            false),
         player_(Script{}, chassis_),
         session_(player_, shell_, Session::Order::Overtaking, nullptr) {
     bindConsole([this](ConsolePort port, const std::string &line) {
@@ -67,6 +69,7 @@ class ConsoleRig : public testing::Test {
   std::ostream stream_;
   Timeline timeline_;
   Chassis chassis_;
+  StatusWatch watch_;
   std::string answer_;
   Shell shell_;
   Player player_;

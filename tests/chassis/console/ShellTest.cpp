@@ -140,6 +140,19 @@ TEST_F(ShellTest, StatusAtAGlance) {
   EXPECT_TRUE(has(detail, "last CA PMT")) << detail;
 }
 
+TEST_F(ShellTest, StatusIsWhatTheLastCheckFound) {
+  ask("alarms");
+  insertCard();
+  EXPECT_TRUE(has(ask("status"), "not yet")) << answer_;
+  EXPECT_TRUE(has(answer_, "not checked (0xFF)")) << answer_;
+  EXPECT_EQ(ask("status 0"), "slot 0: the module has not checked this card yet\n");
+  runFor(1000);
+  EXPECT_TRUE(has(ask("status"), "00:00:03.000")) << answer_;
+  EXPECT_TRUE(has(ask("status 0"), "slot 0 at 00:00:03.000")) << answer_;
+  insertCard();
+  EXPECT_TRUE(has(ask("status"), "not yet")) << "another card";
+}
+
 TEST_F(ShellTest, AlarmsStandingAndPast) {
   EXPECT_EQ(ask("alarms"), "no alarm stands\nno alarm has stood before\n");
   insertCard();

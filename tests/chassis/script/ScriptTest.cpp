@@ -124,7 +124,8 @@ TEST(Script, NamesAndHelpAreComplete) {
     EXPECT_LE(function.required, function.params.size()) << function.name;
     EXPECT_NE(functionHelp().find("  " + signature(function) + "  "), std::string::npos);
     EXPECT_EQ(&findFunction(function.name), &function);
-    EXPECT_EQ(function.run == nullptr, function.name == std::string("wait"));
+    EXPECT_EQ(isWait(function), function.name == std::string("wait"));
+    EXPECT_EQ(function.differs != nullptr, std::string(function.name).rfind("expect", 0) == 0);
   }
 }
 
