@@ -82,6 +82,17 @@ CardFinding known(const StatusWatch &watch, std::uint32_t slot) {
   return unknown;
 }
 
+std::string uncheckedText(const Card &card, std::uint32_t slot, std::size_t width) {
+  std::vector<std::string> programs;
+  for (const ProgramInfo &program : card.programs()) {
+    programs.push_back(std::to_string(program.number));
+  }
+  return fitted("slot " + std::to_string(slot) +
+                    ": the module has not checked this card yet; its stream carries " +
+                    joined(programs) + "\n",
+                width);
+}
+
 }  // namespace
 
 std::string overview(Chassis &chassis, const StatusWatch &watch, bool colour, std::size_t width) {
@@ -107,11 +118,9 @@ std::string cardDetail(Chassis &chassis, const StatusWatch &watch, std::uint32_t
                      ", \"file\"");
   }
   const CardFinding *snapshot = watch.snapshot(slot);
-  const std::string found =
-      snapshot != nullptr
-          ? statusTable(*snapshot, colour, width)
-          : "slot " + std::to_string(slot) + ": the module has not checked this card yet\n";
-  return found + camHistory(chassis.library(), slot, width);
+  return (snapshot != nullptr ? statusTable(*snapshot, colour, width)
+                              : uncheckedText(chassis.card(slot), slot, width)) +
+         camHistory(chassis.library(), slot, width);
 }
 
 std::string alarmLists(const AlarmService &alarms, bool colour, std::size_t width) {

@@ -118,7 +118,7 @@ TEST_P(Width, TheTablesFit) {
 
 TEST_P(Width, StatusAndHelpFit) {
   Terminal terminal(folder_, {"--script", "script", "--speed", "20"}, {GetParam()});
-  ASSERT_TRUE(terminal.sees("cardInsert 0"));
+  ASSERT_TRUE(terminal.sees("CI controller in sync"));
   terminal.type("help\r");
   EXPECT_TRUE(terminal.sees("alarmFail"));
   terminal.type("status\r");

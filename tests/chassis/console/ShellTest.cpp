@@ -145,7 +145,8 @@ TEST_F(ShellTest, StatusIsWhatTheLastCheckFound) {
   insertCard();
   EXPECT_TRUE(has(ask("status"), "not yet")) << answer_;
   EXPECT_TRUE(has(answer_, "not checked (0xFF)")) << answer_;
-  EXPECT_EQ(ask("status 0"), "slot 0: the module has not checked this card yet\n");
+  EXPECT_EQ(ask("status 0"),
+            "slot 0: the module has not checked this card yet; its stream carries 101\n");
   runFor(1000);
   EXPECT_TRUE(has(ask("status"), "00:00:03.000")) << answer_;
   EXPECT_TRUE(has(ask("status 0"), "slot 0 at 00:00:03.000")) << answer_;
