@@ -16,6 +16,7 @@ TEST_F(ConsoleRig, AReplyIsOldAfterTheNextCaPmt) {
   EXPECT_TRUE(has(fresh, "  0x71   ")) << fresh;
   EXPECT_FALSE(has(fresh, "old")) << fresh;
   ask("caPMTSend 0, 0, 0x0500, 0, 0");
+  runFor(1000);
   EXPECT_TRUE(has(ask("status 0"), "  0x71 (old)  ")) << answer_;
 }
 
