@@ -65,11 +65,10 @@ TEST_F(ExpectationsTest, WhatIsSoIsTold) {
   EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"not measured\"\n"
                  "expectAlarm 0, 0, \"CAM absent\"\nexpectNoAlarm 0, 1, \"CAM absent\""),
             "");
-  EXPECT_EQ(notes_.lines,
-            (std::vector<std::string>{
-                "as expected: expectState 0, 101, \"not measured\" | script line 4",
-                "as expected: expectAlarm 0, 0, \"CAM absent\" | script line 5",
-                "as expected: expectNoAlarm 0, 1, \"CAM absent\" | script line 6"}));
+  EXPECT_EQ(notes_.lines, (std::vector<std::string>{
+                              "as expected: expectState 0, 101, \"not measured\" | script line 4",
+                              "as expected: expectAlarm 0, 0, \"CAM absent\" | script line 5",
+                              "as expected: expectNoAlarm 0, 1, \"CAM absent\" | script line 6"}));
 }
 
 TEST_F(ExpectationsTest, WhatIsNotSoEndsTheRunWithItsLine) {
