@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <sstream>
 
 #include "InputError.h"
 #include "console/Operation.h"
@@ -95,8 +96,10 @@ Script scriptOf(const Options &options) {
   if (options.script.empty()) {
     return Script{};
   }
-  return options.script == standardInput ? readScript("standard input", std::cin)
-                                         : readScript(options.script);
+  StreamPrograms streams;
+  const ScriptSetting setting{Shell::names(), &streams};
+  return options.script == standardInput ? readScript("standard input", std::cin, setting)
+                                         : readScript(options.script, setting);
 }
 
 std::string historyPath() {
@@ -156,8 +159,11 @@ void describe(CLI::App &app, Options &options) {
   app.footer(footer + functionHelp());
 }
 
-int complain(const char *what, int status) {
-  std::fprintf(stderr, "ci-chassis: %s\n", what);
+int complain(const std::string &what, int status) {
+  std::istringstream lines(what);
+  for (std::string line; std::getline(lines, line);) {
+    std::fprintf(stderr, "ci-chassis: %s\n", line.c_str());
+  }
   return status;
 }
 

@@ -27,4 +27,8 @@ constexpr std::uint64_t maxBitrate = 1000000000;
 // transport stream, no PAT, no program with a PMT, no PCR and no bitrate, an impossible bitrate.
 StreamScan scanStream(const std::string &path, std::uint64_t bitrate);
 
+// Throws InputError that names the file when what was read of it has no PAT or no program with a
+// PMT.
+void requirePrograms(const std::string &path, const PsiReader &psi);
+
 }  // namespace chassis

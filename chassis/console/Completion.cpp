@@ -3,12 +3,10 @@
 #include <algorithm>
 #include <cctype>
 
+#include "script/Line.h"
+
 namespace chassis {
 namespace {
-
-bool isNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
 
 // The name that ends the text; empty where no name can stand.
 std::string nameAtEnd(const std::string &text) {

@@ -86,7 +86,7 @@ void Desk::takePiped(const std::string &bytes) {
     if (c == '\n') {
       session_->type(partial_);
       partial_.clear();
-    } else if (partial_.size() <= Shell::longestLine) {
+    } else if (partial_.size() <= longestLine) {
       partial_ += c;
     }
   }

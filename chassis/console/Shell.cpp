@@ -96,10 +96,7 @@ Shell::Shell(Chassis &chassis, const Journal &journal, Show show, bool colour)
 
 void Shell::run(const std::string &line) {
   try {
-    if (line.size() > longestLine) {
-      throw InputError("the line is too long; write " + std::to_string(longestLine) +
-                       " characters at most");
-    }
+    checkLength(line);
     const Statement statement = parseStatement(line);
     if (!statement.line.name.empty()) {
       execute(statement);

@@ -22,8 +22,6 @@ class Shell {
   // Answers in whole lines with their ends.
   using Show = std::function<void(const std::string &)>;
 
-  static constexpr std::size_t longestLine = 1000;
-
   Shell(Chassis &chassis, const Journal &journal, Show show, bool colour);
 
   // Runs one line in the supervision task, between two cycles. Whatever the line is, a person gets

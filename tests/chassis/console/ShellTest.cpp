@@ -61,7 +61,7 @@ TEST_F(ShellTest, AWaitHoldsBackTheLinesBehindIt) {
 }
 
 TEST_F(ShellTest, ALineMayNotBeEndless) {
-  EXPECT_TRUE(isOneErrorLine(ask(std::string(Shell::longestLine + 1, 'a'))));
+  EXPECT_TRUE(isOneErrorLine(ask(std::string(longestLine + 1, 'a'))));
 }
 
 TEST_F(ShellTest, HelpHasOneLineForEachName) {
