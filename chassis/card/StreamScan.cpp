@@ -133,6 +133,7 @@ StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
   while (file.next(packet)) {
     const PacketView view(packet);
     whole.push(packet);
+    scan.pids.set(view.pid());
     ccEnds->add(view);
     if (const auto pcr = view.pcr()) {
       rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());

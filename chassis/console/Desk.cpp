@@ -3,12 +3,16 @@
 #include <csignal>
 #include <cstdio>
 
-#include "console/Shell.h"
+#include "ExitStatus.h"
+#include "script/Line.h"
 
 namespace chassis {
 namespace {
 
-constexpr int signalled = 128;
+constexpr const char *greeting =
+    "help lists what can be typed, Tab completes it; exit, quit or Ctrl-D leaves\n";
+constexpr const char *howToLeave = "exit, quit or Ctrl-D leaves, and so does Ctrl-C once more\n";
+constexpr const char *brokenOff = "broken off, with what was typed behind it\n";
 
 }  // namespace
 
@@ -17,6 +21,7 @@ Desk::Desk(DeskMode mode, const std::string &historyPath, const std::vector<std:
   inlet_.onSignal([this](int signal) { takeSignal(signal); });
   if (mode_ == DeskMode::Terminal) {
     editor_ = std::make_unique<Editor>(Editor::Config{"-> ", historyPath, names});
+    show(greeting);
     if (!editor_->historyTrouble().empty()) {
       show("error: " + editor_->historyTrouble() + "\n");
     }
@@ -72,12 +77,13 @@ void Desk::take(const std::string &bytes) {
 }
 
 void Desk::takeTyped(const std::string &bytes) {
+  leaving_ = false;
   editor_->feed(bytes);
   for (const std::string &line : editor_->takeLines()) {
     session_->type(line);
   }
   if (bytes.empty() || editor_->ended()) {
-    end(0);
+    end(exitDone);
   }
 }
 
@@ -103,9 +109,29 @@ void Desk::takeSignal(int signal) {
     case SIGTSTP:
       stop();
       return;
+    case SIGINT:
+      if (editor_ != nullptr) {
+        interrupt();
+        return;
+      }
+      [[fallthrough]];
     default:
-      end(signalled + signal);
+      end(exitSignalled + signal);
   }
+}
+
+// Ctrl-C is for what a person wants to be rid of: the line, a wait, at last the chassis.
+void Desk::interrupt() {
+  const bool cleared = editor_->clearLine();
+  const bool broken = session_ != nullptr && session_->breakOff(clock_->elapsedMs());
+  if (broken) {
+    show(brokenOff);
+  } else if (!cleared && leaving_) {
+    end(exitSignalled + SIGINT);
+  } else if (!cleared) {
+    show(howToLeave);
+  }
+  leaving_ = !cleared && !broken;
 }
 
 // The job is stopped until its shell continues it; chassis time stands still meanwhile.

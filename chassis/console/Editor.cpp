@@ -20,8 +20,9 @@ namespace chassis {
 namespace {
 
 constexpr int defaultWidth = 80;
+constexpr std::size_t tabStop = 8;
 constexpr std::size_t controlWidth = 2;   // as ^X
-constexpr std::size_t escapedWidth = 8;   // as \U+12345
+constexpr std::size_t escapedWidth = 7;   // as \U+1234, one more behind \U+FFFF
 constexpr std::size_t typedAhead = 4096;  // bytes that may wait for the rest of a character
 
 void put(const std::string &text) {
@@ -29,12 +30,25 @@ void put(const std::string &text) {
   std::fflush(stdout);
 }
 
-std::size_t shownWidth(wchar_t c) {
-  if (std::iswcntrl(static_cast<std::wint_t>(c)) != 0) {
-    return controlWidth;
+// Where the editor goes on behind a character that it shows at `at`, counting cells from the start
+// of the prompt. A wide one is not parted: what is left of the row stays empty.
+std::size_t behind(wchar_t c, std::size_t at, std::size_t columns) {
+  const auto character = static_cast<std::wint_t>(c);
+  const std::size_t rest = columns - at % columns;
+  if (c == L'\n') {
+    return at + rest;
   }
-  const int width = wcwidth(c);
-  return width < 0 ? escapedWidth : static_cast<std::size_t>(width);
+  if (c == L'\t') {
+    return at + std::min(rest, tabStop - at % columns % tabStop);
+  }
+  if (c < 0x100 && std::iswcntrl(character) != 0) {
+    return at + controlWidth;
+  }
+  if (std::iswprint(character) == 0) {
+    return at + escapedWidth + (c > 0xFFFF ? 1 : 0);
+  }
+  const auto width = static_cast<std::size_t>(std::max(wcwidth(c), 0));
+  return at + (width > rest ? rest : 0) + width;
 }
 
 bool isEmptyOrMissing(const std::string &path) {
@@ -68,6 +82,7 @@ struct Editor::State {
   bool atLine = false;  // the prompt stands
   bool paused = false;
   bool closing = false;
+  bool dropping = false;  // the line that is being typed
   bool ended = false;
   std::deque<char> bytes;
   std::mbstate_t decoding{};
@@ -82,6 +97,9 @@ void Editor::State::readLines() {
     atLine = false;
     if (closing) {
       return;
+    }
+    if (std::exchange(dropping, false)) {
+      continue;
     }
     if (text == nullptr || size <= 0) {
       ended = true;
@@ -106,10 +124,10 @@ void Editor::State::takeLine(const char *text, int size) {
 // Waits in the coroutine for a whole character; bytes that are none are dropped.
 int Editor::State::nextCharacter(wchar_t *c) {
   for (;;) {
-    while (bytes.empty() && !closing) {
+    while (bytes.empty() && !closing && !dropping) {
       typing.wait();
     }
-    if (closing) {
+    if (closing || dropping) {
       return 0;
     }
     const char byte = bytes.front();
@@ -150,13 +168,11 @@ int Editor::State::width() {
 std::size_t Editor::State::cursorRow() {
   const LineInfoW *line = el_wline(edit);
   const auto columns = static_cast<std::size_t>(width());
-  std::size_t row = 0;
-  std::size_t column = config.prompt.size();
+  std::size_t at = config.prompt.size();
   for (const wchar_t *c = line->buffer; c < line->cursor; ++c) {
-    row += *c == L'\n' ? 1 + column / columns : 0;
-    column = *c == L'\n' ? 0 : column + shownWidth(*c);
+    at = behind(*c, at, columns);
   }
-  return row + column / columns;
+  return at / columns;
 }
 
 void Editor::State::hide() {
@@ -247,6 +263,17 @@ void Editor::feed(const std::string &given) {
   const auto end = given.begin() + static_cast<std::ptrdiff_t>(std::min(room, given.size()));
   state_->bytes.insert(state_->bytes.end(), given.begin(), end);
   state_->typing.resume();
+}
+
+bool Editor::clearLine() {
+  const LineInfoW *line = el_wline(state_->edit);
+  if (!state_->atLine || line->lastchar == line->buffer) {
+    return false;
+  }
+  state_->hide();
+  state_->dropping = true;
+  state_->typing.resume();
+  return true;
 }
 
 std::vector<std::string> Editor::takeLines() {

@@ -13,6 +13,13 @@ void Session::type(const std::string &line) {
   typed_.push_back(line);
 }
 
+bool Session::breakOff(std::uint64_t nowMs) {
+  const bool waited = shell_.breakOff(nowMs);
+  const bool dropped = !typed_.empty();
+  typed_.clear();
+  return waited || dropped;
+}
+
 std::optional<std::uint64_t> Session::nextMs() const {
   const std::optional<std::uint64_t> script = player_.nextMs();
   if (typed_.empty() || shell_.exited()) {

@@ -18,7 +18,8 @@ class Session : public Agenda {
   Session(Player &player, Shell &shell, std::function<void(const std::string &)> complain);
 
   void type(const std::string &line);  // runs after the lines before it
-  void drop() { typed_.clear(); }      // what has been typed and not run
+  // Ends a typed wait and drops the lines behind it; false: there was nothing of that.
+  bool breakOff(std::uint64_t nowMs);
   bool idle() const { return typed_.empty(); }
   bool waits(std::uint64_t nowMs) const { return nowMs < shell_.blockedUntilMs(); }
 

@@ -95,14 +95,6 @@ void parseArgs(Scanner &scanner, Line &line) {
   } while (scanner.take(','));
 }
 
-std::string quotedText(const std::string &text) {
-  std::string quoted = "\"";
-  for (const char c : text) {
-    quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
-  }
-  return quoted + "\"";
-}
-
 }  // namespace
 
 void checkLength(const std::string &text) {
@@ -114,6 +106,14 @@ void checkLength(const std::string &text) {
 
 bool isNameChar(char c) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+std::string escaped(const std::string &text) {
+  std::string result;
+  for (const char c : text) {
+    result += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+  }
+  return result;
 }
 
 std::string leadingName(const std::string &text) {
@@ -157,7 +157,7 @@ std::string lineText(const Line &line) {
   std::string text = line.name;
   for (const Word &word : line.args) {
     text += &word == &line.args.front() ? " " : ", ";
-    text += word.quoted ? quotedText(word.text) : word.text;
+    text += word.quoted ? "\"" + escaped(word.text) + "\"" : word.text;
   }
   return text;
 }

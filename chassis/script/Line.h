@@ -26,6 +26,9 @@ void checkLength(const std::string &text);
 
 bool isNameChar(char c);
 
+// As it must stand between the quotes of a string.
+std::string escaped(const std::string &text);
+
 // The name that the line begins with, whatever follows; empty when it begins with none.
 std::string leadingName(const std::string &text);
 

@@ -46,6 +46,8 @@ class Reader {
   void readLine(const std::string &text, std::size_t number);
   Call callOf(const std::string &text, std::size_t number);
   void requireFunction(const std::string &name) const;
+  bool isConsoleName(const std::string &name) const;
+  void loseTrackAt(const std::string &name);
   std::string findFile(Call &call) const;
   void complain(std::size_t number, const std::string &what);
 
@@ -73,8 +75,9 @@ void Reader::readLine(const std::string &text, std::size_t number) {
   try {
     call = callOf(text, number);
   } catch (const InputError &error) {
-    rehearsal_.loseTrack();
-    return complain(number, error.what());
+    complain(number, error.what());
+    loseTrackAt(leadingName(text));
+    return;
   }
   if (call.function == nullptr) {
     return;
@@ -101,14 +104,27 @@ Call Reader::callOf(const std::string &text, std::size_t number) {
 
 // Before the rest of the line is read: what is right at the console may be no call.
 void Reader::requireFunction(const std::string &name) const {
-  const std::vector<std::string> &others = setting_.consoleNames;
   if (name.empty() || isFunction(name)) {
     return;
   }
-  if (std::find(others.begin(), others.end(), name) != others.end()) {
+  if (isConsoleName(name)) {
     throw InputError(name + " is console only; type it at the prompt, or pipe it with --console");
   }
   findFunction(name);
+}
+
+bool Reader::isConsoleName(const std::string &name) const {
+  const std::vector<std::string> &names = setting_.consoleNames;
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Unless the name tells that a wrong line was not meant to fill or empty a slot.
+void Reader::loseTrackAt(const std::string &name) {
+  const bool harmless =
+      isFunction(name) ? findFunction(name).effect == Effect::None : isConsoleName(name);
+  if (!harmless) {
+    rehearsal_.loseTrack();
+  }
 }
 
 // Puts in the path that leads to the call's file. Returns where it was looked for in vain.

@@ -17,6 +17,9 @@ namespace fs = std::filesystem;
 
 const std::string backOneLine = "\x10";
 const std::string killLine = "\x15";
+const std::string backOneCharacter = "\x02";
+const std::string rubOut = "\x7f";
+const std::string interrupt = "\x03";
 
 class Prompt : public testing::Test {
  protected:
@@ -159,15 +162,135 @@ TEST_F(Prompt, CtrlDEnds) {
   EXPECT_TRUE(terminal.sees("seen behind the CAMs"));
 }
 
-TEST_F(Prompt, CtrlCEndsWithTheFinalTable) {
+TEST_F(Prompt, BeginsWithHowToGetHelpAndHowToLeave) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  const std::vector<std::string> rows = terminal.screen();
+  ASSERT_FALSE(rows.empty());
+  EXPECT_EQ(rows[0], "help lists what can be typed, Tab completes it; exit, quit or Ctrl-D leaves");
+  terminal.type("quit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, CtrlCTwiceEndsWithTheFinalTable) {
   write("script", "cardInsert 0, \"build/samples/headend.ts\"\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
   ASSERT_TRUE(terminal.sees("cardInsert"));
   ASSERT_TRUE(terminal.sees("-> "));
-  terminal.type("half a line\x03");
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("exit, quit or Ctrl-D leaves, and so does Ctrl-C once more\r\n"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type(interrupt);
   EXPECT_EQ(terminal.endStatus(), 130);
   EXPECT_TRUE(terminal.sees("seen behind the CAMs"));
+}
+
+TEST_F(Prompt, CtrlCEmptiesTheLine) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("half a line" + backOneCharacter);
+  ASSERT_TRUE(terminal.sees("half a line\b"));
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("-> "));
+  EXPECT_EQ(terminal.screen().back(), "-> ");
+  terminal.type("test_bit \"04\", 2\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
   EXPECT_FALSE(hasRow(terminal, "-> half a line"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, OnlyCtrlCTwiceInARowEnds) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  for (int i = 0; i < 3; ++i) {
+    terminal.type(interrupt);
+    ASSERT_TRUE(terminal.sees("once more"));
+    ASSERT_TRUE(terminal.sees("-> "));
+    terminal.type("test_bit \"04\", 2\r");
+    ASSERT_TRUE(terminal.sees("value = 1 = 0x1"));
+  }
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, CtrlCBreaksAWaitOff) {
+  Terminal terminal(folder_, {"--speed", "1"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("wait 1000\r");
+  ASSERT_TRUE(terminal.sees("wait 1000\r\n"));
+  terminal.type("TIME_RESET = 4711\r");
+  ASSERT_TRUE(terminal.sees("4711\r\n"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("broken off"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("test_bit \"04\", 2\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_EQ(terminal.all().find("value = 4711"), std::string::npos);
+}
+
+TEST_F(Prompt, CompletesFilesInsideQuotes) {
+  fs::create_directory(folder_ + "/Aufnahmen 日本");
+  write("Aufnahmen 日本/a \"b\".ts", "");
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("cardInsert 0, \"Au\t");
+  ASSERT_TRUE(terminal.sees("本/"));
+  terminal.type("\t");
+  ASSERT_TRUE(terminal.sees(".ts\""));
+  EXPECT_EQ(terminal.screen().back(), R"(-> cardInsert 0, "Aufnahmen 日本/a \"b\".ts")");
+  terminal.type("\r");
+  EXPECT_TRUE(terminal.sees("'Aufnahmen 日本/a \"b\".ts' is empty"));
+}
+
+TEST_F(Prompt, WideCharactersAreEdited) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("note \"日本語🙂\"");
+  ASSERT_TRUE(terminal.sees("🙂\""));
+  terminal.type(backOneCharacter + backOneCharacter + backOneCharacter + "xy");
+  ASSERT_TRUE(terminal.sees("y"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"日本xy語🙂\"");
+  terminal.type(rubOut + rubOut + rubOut + "z");
+  ASSERT_TRUE(terminal.sees("z"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"日z語🙂\"");
+  terminal.type("\r");
+  EXPECT_TRUE(terminal.sees("chassis        日z語🙂"));
+}
+
+TEST_F(Prompt, CombiningCharactersReachTheLine) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("note \"e\u0301a\u0308x\"" + backOneCharacter + rubOut + "y\r");
+  EXPECT_TRUE(terminal.sees("chassis        e\u0301a\u0308y"));
+}
+
+// The sixth wide character does not fit the rest of its row, so the cursor stands one row lower
+// than the cells that the line has.
+TEST_F(Prompt, ALineOfWideCharactersIsRedrawnWhole) {
+  write("script", "wait 4\nnote \"in between\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"}, {20, "C.UTF-8"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("note \"一二三四五六七八九十一二三四五");
+  ASSERT_TRUE(terminal.sees("in between"));
+  ASSERT_TRUE(terminal.sees("四五"));
+  const std::vector<std::string> rows = terminal.screen();
+  EXPECT_EQ(std::count_if(rows.begin(), rows.end(),
+                          [](const std::string &row) { return row.rfind("-> ", 0) == 0; }),
+            1);
+  EXPECT_TRUE(hasRow(terminal, "-> note \"一二三四五 ") ||
+              hasRow(terminal, "-> note \"一二三四五"));
+  EXPECT_TRUE(hasRow(terminal, "六七八九十一二三四五"));
+}
+
+TEST_F(Prompt, WithoutALocaleNamesAreUtf8AllTheSame) {
+  Terminal terminal(folder_, {"--speed", "20"}, {400, "C"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("note \"Zürich 日本\"\r");
+  EXPECT_TRUE(terminal.sees("chassis        Zürich 日本"));
 }
 
 TEST_F(Prompt, SigtermEndsToo) {
@@ -190,13 +313,28 @@ TEST_F(Prompt, BadInputGetsOneLine) {
 }
 
 TEST_F(Prompt, AFailingScriptLineLeavesThePromptAlive) {
+  const std::string stream = read("build/samples/headend.ts");
+  write("short.ts", stream.substr(0, 188 * 400));
   write("script",
-        "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 9, 1\nnote \"went on\"\n");
-  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
-  EXPECT_TRUE(terminal.sees("error: script:2: program 9"));
+        "cardInsert 0, \"short.ts\"\nnote \"waits\"\nwait 1\n"
+        "cardInsert 1, \"short.ts\"\nnote \"went on\"\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(terminal.sees("waits"));
+  write("short.ts", "no stream any more");
+  EXPECT_TRUE(terminal.sees("error: script:4: 'short.ts'"));
   EXPECT_TRUE(terminal.sees("went on"));
   terminal.type("exit\r");
   EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, AWrongScriptIsRefusedBeforeThereIsAPrompt) {
+  write("script", "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 9, 1\nexit\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
+  EXPECT_EQ(terminal.endStatus(), 2);
+  EXPECT_TRUE(
+      terminal.sees("ci-chassis: script:2: program 9 is not in 'build/samples/headend.ts'"));
+  EXPECT_TRUE(terminal.sees("ci-chassis: script:3: exit is console only"));
+  EXPECT_EQ(terminal.all().find("-> "), std::string::npos);
 }
 
 // Without the bytes that end or stop the program, or the output: Ctrl-C, -D, -Z, -\, -S, -Q.

@@ -8,10 +8,16 @@
 
 namespace console {
 
+struct TerminalKind {
+  unsigned short columns = 400;
+  const char *locale = "C.UTF-8";  // of the program; the terminal itself always takes UTF-8
+};
+
 class Terminal {
  public:
   // Starts the program in a folder, with a history file there.
-  Terminal(const std::string &folder, const std::vector<std::string> &arguments);
+  Terminal(const std::string &folder, const std::vector<std::string> &arguments,
+           const TerminalKind &kind = {});
   ~Terminal();  // ends it, if need be by force
   Terminal(const Terminal &) = delete;
   Terminal &operator=(const Terminal &) = delete;
@@ -26,12 +32,13 @@ class Terminal {
 
   // What has been seen so far, screen codes and all.
   const std::string &all() const { return all_; }
-  // The rows of a terminal that is `columns` wide, after everything that has come.
-  std::vector<std::string> screen(std::size_t columns = 400) const;
+  // Its rows, after everything that has come.
+  std::vector<std::string> screen() const;
 
  private:
   bool readMore(int timeoutMs);
 
+  const std::size_t columns_;
   pid_t child_ = -1;
   int terminal_ = -1;
   std::string all_;

@@ -144,6 +144,13 @@ TEST(Script, WhatFollowsFromAWrongLineIsNotToldToo) {
             "x:4: no card is in slot 1; put one in first: cardInsert 1, \"file\"");
 }
 
+TEST(Script, AWrongLineThatFillsNoSlotHidesNothing) {
+  EXPECT_EQ(errorOf("wait\nstatus\ncardBusy 0, 1", {{"status"}, nullptr}),
+            "x:1: wait takes 1 argument, not 0; write wait seconds\n"
+            "x:2: status is console only; type it at the prompt, or pipe it with --console\n"
+            "x:3: no card is in slot 0; put one in first: cardInsert 0, \"file\"");
+}
+
 TEST(Script, AFileOfNothingButWrongLinesIsNotToldToItsEnd) {
   std::string text;
   for (int i = 0; i < 5000; ++i) {
