@@ -8,47 +8,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
-#include <cwctype>
 #include <deque>
 #include <stdexcept>
 #include <utility>
 
 #include "console/Completion.h"
 #include "console/Coroutine.h"
+#include "console/LineCells.h"
 
 namespace chassis {
 namespace {
 
 constexpr int defaultWidth = 80;
-constexpr std::size_t tabStop = 8;
-constexpr std::size_t controlWidth = 2;   // as ^X
-constexpr std::size_t escapedWidth = 7;   // as \U+1234, one more behind \U+FFFF
 constexpr std::size_t typedAhead = 4096;  // bytes that may wait for the rest of a character
 
 void put(const std::string &text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
-}
-
-// Where the editor goes on behind a character that it shows at `at`, counting cells from the start
-// of the prompt. A wide one is not parted: what is left of the row stays empty.
-std::size_t behind(wchar_t c, std::size_t at, std::size_t columns) {
-  const auto character = static_cast<std::wint_t>(c);
-  const std::size_t rest = columns - at % columns;
-  if (c == L'\n') {
-    return at + rest;
-  }
-  if (c == L'\t') {
-    return at + std::min(rest, tabStop - at % columns % tabStop);
-  }
-  if (c < 0x100 && std::iswcntrl(character) != 0) {
-    return at + controlWidth;
-  }
-  if (std::iswprint(character) == 0) {
-    return at + escapedWidth + (c > 0xFFFF ? 1 : 0);
-  }
-  const auto width = static_cast<std::size_t>(std::max(wcwidth(c), 0));
-  return at + (width > rest ? rest : 0) + width;
 }
 
 bool isEmptyOrMissing(const std::string &path) {
@@ -65,11 +41,21 @@ struct Editor::State {
   void readLines();
   int nextCharacter(wchar_t *c);
   unsigned char completeName();
+  unsigned char moveBack();
+  unsigned char moveOn();
+  unsigned char deleteBefore();
+  unsigned char endOrDeleteAt();
+  unsigned char deleteAt();
 
+  std::wstring beforeCursor();
+  std::wstring behindCursor();
+  unsigned char redrawn(std::size_t deleted);
   void openHistory();
   void takeLine(const char *text, int size);
   int width();
   std::size_t cursorRow();
+  std::string toPrompt();
+  void paintMarks();
   void hide();
   void show();
 
@@ -93,6 +79,8 @@ void Editor::State::readLines() {
   while (!closing && !ended) {
     int size = 0;
     atLine = true;
+    // Before the prompt, so that the terminal does not echo what is typed as soon as it stands.
+    el_set(edit, EL_PREP_TERM, 1);
     const char *text = el_gets(edit, &size);
     atLine = false;
     if (closing) {
@@ -125,6 +113,7 @@ void Editor::State::takeLine(const char *text, int size) {
 int Editor::State::nextCharacter(wchar_t *c) {
   for (;;) {
     while (bytes.empty() && !closing && !dropping) {
+      paintMarks();
       typing.wait();
     }
     if (closing || dropping) {
@@ -158,6 +147,56 @@ unsigned char Editor::State::completeName() {
   return CC_REDISPLAY;
 }
 
+std::wstring Editor::State::beforeCursor() {
+  const LineInfoW *line = el_wline(edit);
+  return {line->buffer, line->cursor};
+}
+
+std::wstring Editor::State::behindCursor() {
+  const LineInfoW *line = el_wline(edit);
+  return {line->cursor, line->lastchar};
+}
+
+// The library's own commands part a character from its marks.
+
+unsigned char Editor::State::moveBack() {
+  const std::size_t count = lastGlyph(beforeCursor());
+  el_cursor(edit, -static_cast<int>(count));
+  return count > 0 ? CC_CURSOR : CC_ERROR;
+}
+
+unsigned char Editor::State::moveOn() {
+  const std::size_t count = firstGlyph(behindCursor());
+  el_cursor(edit, static_cast<int>(count));
+  return count > 0 ? CC_CURSOR : CC_ERROR;
+}
+
+unsigned char Editor::State::deleteBefore() {
+  const std::size_t count = lastGlyph(beforeCursor());
+  el_deletestr(edit, static_cast<int>(count));
+  return redrawn(count);
+}
+
+unsigned char Editor::State::endOrDeleteAt() {
+  return beforeCursor().empty() && behindCursor().empty() ? CC_EOF : deleteAt();
+}
+
+unsigned char Editor::State::deleteAt() {
+  const std::size_t count = firstGlyph(behindCursor());
+  el_cursor(edit, static_cast<int>(count));
+  el_deletestr(edit, static_cast<int>(count));
+  return redrawn(count);
+}
+
+// A glyph with marks has left cells that the library takes for right.
+unsigned char Editor::State::redrawn(std::size_t deleted) {
+  if (deleted > 1) {
+    hide();
+    return CC_REDISPLAY;
+  }
+  return deleted > 0 ? CC_REFRESH : CC_ERROR;
+}
+
 int Editor::State::width() {
   int columns = 0;
   el_get(edit, EL_GETTC, "co", &columns);
@@ -170,18 +209,33 @@ std::size_t Editor::State::cursorRow() {
   const auto columns = static_cast<std::size_t>(width());
   std::size_t at = config.prompt.size();
   for (const wchar_t *c = line->buffer; c < line->cursor; ++c) {
-    at = behind(*c, at, columns);
+    at = cellsBehind(*c, at, columns);
   }
   return at / columns;
 }
 
-void Editor::State::hide() {
+// What brings the cursor to the beginning of the prompt.
+std::string Editor::State::toPrompt() {
   const std::size_t row = cursorRow();
-  put((row > 0 ? "\033[" + std::to_string(row) + "A" : std::string()) + "\r\033[J");
+  return (row > 0 ? "\033[" + std::to_string(row) + "A" : std::string()) + "\r";
+}
+
+// The library leaves marks out where it draws anew: they are drawn over it.
+void Editor::State::paintMarks() {
+  if (atLine && !paused && isPlainWithMarks(beforeCursor() + behindCursor())) {
+    const LineInfo *line = el_line(edit);
+    const std::string text(line->buffer, line->lastchar);
+    put("\0337" + toPrompt() + config.prompt + text + "\0338");
+  }
+}
+
+void Editor::State::hide() {
+  put(toPrompt() + "\033[J");
 }
 
 void Editor::State::show() {
   el_set(edit, EL_REFRESH);
+  paintMarks();
 }
 
 // A file that is no history is somebody else's: it is left alone.
@@ -217,8 +271,41 @@ int readCharacter(EditLine *edit, wchar_t *c) {
   return stateOf(edit)->nextCharacter(c);
 }
 
-unsigned char completeAtCursor(EditLine *edit, int) {
-  return stateOf(edit)->completeName();
+template <unsigned char (Editor::State::*command)()>
+unsigned char runCommand(EditLine *edit, int) {
+  return (stateOf(edit)->*command)();
+}
+
+void bind(EditLine *edit, const char *key, const char *command) {
+  el_set(edit, EL_BIND, key, command, nullptr);
+}
+
+void addCommands(EditLine *edit) {
+  using State = Editor::State;
+  el_set(edit, EL_ADDFN, "complete-name", "completes a name", runCommand<&State::completeName>);
+  el_set(edit, EL_ADDFN, "glyph-back", "goes back", runCommand<&State::moveBack>);
+  el_set(edit, EL_ADDFN, "glyph-on", "goes on", runCommand<&State::moveOn>);
+  el_set(edit, EL_ADDFN, "glyph-delete-before", "deletes", runCommand<&State::deleteBefore>);
+  el_set(edit, EL_ADDFN, "glyph-delete-at", "deletes", runCommand<&State::deleteAt>);
+  el_set(edit, EL_ADDFN, "glyph-delete-or-end", "ends an empty line",
+         runCommand<&State::endOrDeleteAt>);
+  bind(edit, "^I", "complete-name");
+  // Keys that move send either of two sequences, as the terminal's mode has it.
+  for (const char *key : {"^B", "^[[D", "^[OD"}) {
+    bind(edit, key, "glyph-back");
+  }
+  for (const char *key : {"^F", "^[[C", "^[OC"}) {
+    bind(edit, key, "glyph-on");
+  }
+  for (const char *key : {"^H", "^?"}) {
+    bind(edit, key, "glyph-delete-before");
+  }
+  bind(edit, "^[[3~", "glyph-delete-at");
+  bind(edit, "^D", "glyph-delete-or-end");
+  bind(edit, "^R", "em-inc-search-prev");
+  // The editor's own commands could take the editing away.
+  bind(edit, "^[x", "ed-unassigned");
+  bind(edit, "^[X", "ed-unassigned");
 }
 
 }  // namespace
@@ -234,12 +321,7 @@ Editor::Editor(Config config) : state_(std::make_unique<State>(std::move(config)
   el_set(edit, EL_EDITOR, "emacs");
   el_set(edit, EL_SIGNAL, 0);
   el_set(edit, EL_GETCFN, readCharacter);
-  el_set(edit, EL_ADDFN, "complete-name", "completes a name", completeAtCursor);
-  el_set(edit, EL_BIND, "^I", "complete-name", nullptr);
-  el_set(edit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-  // The editor's own commands could take the editing away.
-  el_set(edit, EL_BIND, "^[x", "ed-unassigned", nullptr);
-  el_set(edit, EL_BIND, "^[X", "ed-unassigned", nullptr);
+  addCommands(edit);
   state_->openHistory();
   state_->typing.resume();
 }

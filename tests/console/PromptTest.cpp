@@ -19,6 +19,7 @@ const std::string backOneLine = "\x10";
 const std::string killLine = "\x15";
 const std::string backOneCharacter = "\x02";
 const std::string rubOut = "\x7f";
+const std::string deleteKey = "\033[3~";
 const std::string interrupt = "\x03";
 
 class Prompt : public testing::Test {
@@ -42,6 +43,10 @@ class Prompt : public testing::Test {
   std::string folder_;
 };
 
+bool isReady(Terminal &terminal) {
+  return terminal.sees("leaves\r\n") && terminal.sees("-> ");
+}
+
 bool hasRow(const Terminal &terminal, const std::string &row) {
   const std::vector<std::string> rows = terminal.screen();
   return std::find(rows.begin(), rows.end(), row) != rows.end();
@@ -49,7 +54,7 @@ bool hasRow(const Terminal &terminal, const std::string &row) {
 
 TEST_F(Prompt, AnswersCallsOfTheModule) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("test_bit(\"04\", 2)\r");
   EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
   terminal.type("TIME_RESET = 0xEA60\r");
@@ -74,7 +79,7 @@ TEST_F(Prompt, TheChassisGoesOnWhileNobodyTypes) {
 TEST_F(Prompt, ALineBeingTypedIsRedrawnWhole) {
   write("script", "wait 3\nnote \"in between\"\nwait 1\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("test_bit \"FF\"");
   ASSERT_TRUE(terminal.sees("in between"));
   ASSERT_TRUE(terminal.sees("-> test_bit \"FF\""));
@@ -94,7 +99,7 @@ TEST_F(Prompt, ALineBeingTypedIsRedrawnWhole) {
 TEST_F(Prompt, HalfAnEscapeSequenceDoesNotStopTheChassis) {
   write("script", "wait 3\nnote \"still here\"\nwait 1\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("abc\033[");
   EXPECT_TRUE(terminal.sees("still here"));
   terminal.type("D\b\rexit\r");
@@ -104,7 +109,7 @@ TEST_F(Prompt, HalfAnEscapeSequenceDoesNotStopTheChassis) {
 
 TEST_F(Prompt, CompletesNames) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("camSt\t");
   EXPECT_TRUE(terminal.sees("atusCheck "));
   EXPECT_EQ(terminal.screen().back(), "-> camStatusCheck ");
@@ -119,19 +124,19 @@ TEST_F(Prompt, CompletesNames) {
 TEST_F(Prompt, KeepsItsHistoryAcrossRuns) {
   {
     Terminal first(folder_, {"--speed", "20"});
-    ASSERT_TRUE(first.sees("-> "));
+    ASSERT_TRUE(isReady(first));
     first.type("TIME_CAPMT = 4711\rexit\r");
     ASSERT_EQ(first.endStatus(), 0);
   }
   Terminal second(folder_, {"--speed", "20"});
-  ASSERT_TRUE(second.sees("-> "));
+  ASSERT_TRUE(isReady(second));
   second.type(backOneLine + backOneLine + "\r");
   EXPECT_TRUE(second.sees("value = 4711"));
 }
 
 TEST_F(Prompt, TheHistoryIsBounded) {
   Terminal terminal(folder_, {"--speed", "50"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   for (int i = 0; i < 520; ++i) {
     terminal.type("TIME_CAPMT = " + std::to_string(i) + "\r");
   }
@@ -164,7 +169,7 @@ TEST_F(Prompt, CtrlDEnds) {
 
 TEST_F(Prompt, BeginsWithHowToGetHelpAndHowToLeave) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   const std::vector<std::string> rows = terminal.screen();
   ASSERT_FALSE(rows.empty());
   EXPECT_EQ(rows[0], "help lists what can be typed, Tab completes it; exit, quit or Ctrl-D leaves");
@@ -187,7 +192,7 @@ TEST_F(Prompt, CtrlCTwiceEndsWithTheFinalTable) {
 
 TEST_F(Prompt, CtrlCEmptiesTheLine) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("half a line" + backOneCharacter);
   ASSERT_TRUE(terminal.sees("half a line\b"));
   terminal.type(interrupt);
@@ -200,9 +205,20 @@ TEST_F(Prompt, CtrlCEmptiesTheLine) {
   EXPECT_EQ(terminal.endStatus(), 0);
 }
 
+TEST_F(Prompt, CtrlDEndsAtAnEmptyLineOnly) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("test_bit \"04\", 2x" + backOneCharacter + "\x04\r" + deleteKey);
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("test_bit \"02\", 1\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("\x04");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
 TEST_F(Prompt, OnlyCtrlCTwiceInARowEnds) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   for (int i = 0; i < 3; ++i) {
     terminal.type(interrupt);
     ASSERT_TRUE(terminal.sees("once more"));
@@ -216,12 +232,11 @@ TEST_F(Prompt, OnlyCtrlCTwiceInARowEnds) {
 
 TEST_F(Prompt, CtrlCBreaksAWaitOff) {
   Terminal terminal(folder_, {"--speed", "1"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("wait 1000\r");
-  ASSERT_TRUE(terminal.sees("wait 1000\r\n"));
+  ASSERT_TRUE(terminal.sees("wait 1000\r\n-> "));
   terminal.type("TIME_RESET = 4711\r");
-  ASSERT_TRUE(terminal.sees("4711\r\n"));
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(terminal.sees("4711\r\n-> "));
   terminal.type(interrupt);
   ASSERT_TRUE(terminal.sees("broken off"));
   ASSERT_TRUE(terminal.sees("-> "));
@@ -236,7 +251,7 @@ TEST_F(Prompt, CompletesFilesInsideQuotes) {
   fs::create_directory(folder_ + "/Aufnahmen 日本");
   write("Aufnahmen 日本/a \"b\".ts", "");
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("cardInsert 0, \"Au\t");
   ASSERT_TRUE(terminal.sees("本/"));
   terminal.type("\t");
@@ -248,7 +263,7 @@ TEST_F(Prompt, CompletesFilesInsideQuotes) {
 
 TEST_F(Prompt, WideCharactersAreEdited) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("note \"日本語🙂\"");
   ASSERT_TRUE(terminal.sees("🙂\""));
   terminal.type(backOneCharacter + backOneCharacter + backOneCharacter + "xy");
@@ -261,11 +276,24 @@ TEST_F(Prompt, WideCharactersAreEdited) {
   EXPECT_TRUE(terminal.sees("chassis        日z語🙂"));
 }
 
-TEST_F(Prompt, CombiningCharactersReachTheLine) {
-  Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
-  terminal.type("note \"e\u0301a\u0308x\"" + backOneCharacter + rubOut + "y\r");
-  EXPECT_TRUE(terminal.sees("chassis        e\u0301a\u0308y"));
+// Accents that combine go with their letter, wherever the line is drawn anew.
+TEST_F(Prompt, CombiningCharactersAreEdited) {
+  write("script", "wait 4\nnote \"in between\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"ae\u0301o\u0308\"");
+  ASSERT_TRUE(terminal.sees("in between"));
+  ASSERT_TRUE(terminal.sees("o\u0308\""));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"ae\u0301o\u0308\"");
+  terminal.type("\033[D\033[D" + rubOut + "1");
+  ASSERT_TRUE(terminal.sees("1"));
+  ASSERT_TRUE(terminal.sees("o\u0308\"\0338"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"a1o\u0308\"");
+  terminal.type(deleteKey + "2");
+  ASSERT_TRUE(terminal.sees("2"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"a12\"");
+  terminal.type("\033[D\033[C\r");
+  EXPECT_TRUE(terminal.sees("chassis        a12"));
 }
 
 // The sixth wide character does not fit the rest of its row, so the cursor stands one row lower
@@ -273,7 +301,7 @@ TEST_F(Prompt, CombiningCharactersReachTheLine) {
 TEST_F(Prompt, ALineOfWideCharactersIsRedrawnWhole) {
   write("script", "wait 4\nnote \"in between\"\nwait 1\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "1"}, {20, "C.UTF-8"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("note \"一二三四五六七八九十一二三四五");
   ASSERT_TRUE(terminal.sees("in between"));
   ASSERT_TRUE(terminal.sees("四五"));
@@ -288,14 +316,14 @@ TEST_F(Prompt, ALineOfWideCharactersIsRedrawnWhole) {
 
 TEST_F(Prompt, WithoutALocaleNamesAreUtf8AllTheSame) {
   Terminal terminal(folder_, {"--speed", "20"}, {400, "C"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("note \"Zürich 日本\"\r");
   EXPECT_TRUE(terminal.sees("chassis        Zürich 日本"));
 }
 
 TEST_F(Prompt, SigtermEndsToo) {
   Terminal terminal(folder_, {});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.signal(SIGTERM);
   EXPECT_EQ(terminal.endStatus(), 143);
   EXPECT_TRUE(terminal.sees("no alarm stands"));
@@ -303,7 +331,7 @@ TEST_F(Prompt, SigtermEndsToo) {
 
 TEST_F(Prompt, BadInputGetsOneLine) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("camAlarm 6\r");
   EXPECT_TRUE(terminal.sees("error: there is no slot 6; write 0 to 5\r\n"));
   terminal.type("printDesStat 0\r");
@@ -340,7 +368,7 @@ TEST_F(Prompt, AWrongScriptIsRefusedBeforeThereIsAPrompt) {
 // Without the bytes that end or stop the program, or the output: Ctrl-C, -D, -Z, -\, -S, -Q.
 TEST_F(Prompt, RandomBytesDoNotEndIt) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   std::mt19937 random(7);
   const std::string left = "\x03\x04\x1a\x1c\x13\x11";
   std::string noise;

@@ -14,6 +14,8 @@
 #include <cstdlib>
 #include <cwchar>
 #include <numeric>
+#include <tuple>
+#include <utility>
 
 namespace console {
 namespace {
@@ -50,7 +52,7 @@ class Display {
 
   void put(const std::string &text) {
     for (std::size_t at = 0; at < text.size();) {
-      at = text.compare(at, 2, "\033[") == 0 ? control(text, at + 2) : plain(text, at);
+      at = text[at] == '\033' && at + 1 < text.size() ? escape(text, at + 1) : plain(text, at);
     }
   }
   std::vector<std::string> rows() const {
@@ -102,6 +104,14 @@ class Display {
     for (std::size_t cell = 0; cell < width; ++cell) {
       row[column_++] = cell == 0 ? bytes : "";
     }
+  }
+  std::size_t escape(const std::string &text, std::size_t at) {
+    if (text[at] == '7') {
+      saved_ = {row_, column_};
+    } else if (text[at] == '8') {
+      std::tie(row_, column_) = saved_;
+    }
+    return text[at] == '[' ? control(text, at + 1) : at + 1;
   }
   std::size_t control(const std::string &text, std::size_t at) {
     const std::size_t end = text.find_first_not_of("0123456789;?", at);
@@ -155,6 +165,7 @@ class Display {
   std::vector<Row> rows_;
   std::size_t row_ = 0;
   std::size_t column_ = 0;
+  std::pair<std::size_t, std::size_t> saved_;
 };
 
 }  // namespace
