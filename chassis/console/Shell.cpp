@@ -99,6 +99,7 @@ Shell::Shell(Chassis &chassis, const Journal &journal, Show show, bool colour)
 void Shell::run(const std::string &line) {
   try {
     checkLength(line);
+    checkCharacters(line);
     const Statement statement = parseStatement(line);
     if (!statement.line.name.empty()) {
       execute(statement);

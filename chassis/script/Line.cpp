@@ -11,6 +11,9 @@ namespace {
 bool isBlank(char c) {
   return c == ' ' || c == '\t' || c == '\r';
 }
+bool isControl(char c) {
+  return std::iscntrl(static_cast<unsigned char>(c)) != 0 && !isBlank(c);
+}
 bool isDigit(char c) {
   return std::isdigit(static_cast<unsigned char>(c)) != 0;
 }
@@ -101,6 +104,12 @@ void checkLength(const std::string &text) {
   if (text.size() > longestLine) {
     throw InputError("the line is too long; write " + std::to_string(longestLine) +
                      " characters at most");
+  }
+}
+
+void checkCharacters(const std::string &text) {
+  if (std::any_of(text.begin(), text.end(), isControl)) {
+    throw InputError("the line has control characters; write plain text");
   }
 }
 

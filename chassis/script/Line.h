@@ -21,8 +21,10 @@ struct Line {
 // Of a script and of the console, in bytes.
 constexpr std::size_t longestLine = 1000;
 
-// Throws InputError when it is longer than that.
+// Throw InputError, which quotes nothing of it: it is longer than that; it has control characters,
+// which could upset the terminal that shows them.
 void checkLength(const std::string &text);
+void checkCharacters(const std::string &text);
 
 bool isNameChar(char c);
 

@@ -61,6 +61,10 @@ class Reader {
 Script Reader::read(std::istream &lines) {
   std::string text;
   for (std::size_t number = 1; nextLine(lines, text) && errors_.size() < errorsTold; ++number) {
+    if (text.find('\0') != std::string::npos) {
+      complain(number, "a zero byte: this is no text; write the name of a script");
+      break;
+    }
     const bool marked = number == 1 && text.rfind(byteOrderMark, 0) == 0;
     readLine(marked ? text.substr(std::strlen(byteOrderMark)) : text, number);
   }
@@ -93,6 +97,7 @@ void Reader::readLine(const std::string &text, std::size_t number) {
 
 Call Reader::callOf(const std::string &text, std::size_t number) {
   checkLength(text);
+  checkCharacters(text);
   requireFunction(leadingName(text));
   const Line line = parseLine(text);
   if (line.name.empty()) {

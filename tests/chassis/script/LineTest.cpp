@@ -74,6 +74,18 @@ TEST(Line, LengthIsBounded) {
   EXPECT_THROW(checkLength(std::string(longestLine + 1, 'a')), InputError);
 }
 
+TEST(Line, ControlCharactersAreRefusedUnquoted) {
+  EXPECT_NO_THROW(checkCharacters("f\t\"d\u00E9j\u00E0 vu\"\r"));
+  for (const char *text : {"\033[2J", "f \"a\x07\"", "f\x7f"}) {
+    try {
+      checkCharacters(text);
+      ADD_FAILURE() << text;
+    } catch (const InputError &error) {
+      EXPECT_STREQ(error.what(), "the line has control characters; write plain text");
+    }
+  }
+}
+
 TEST(Line, Errors) {
   const struct {
     const char *text;

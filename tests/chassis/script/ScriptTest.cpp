@@ -144,6 +144,14 @@ TEST(Script, WhatFollowsFromAWrongLineIsNotToldToo) {
             "x:4: no card is in slot 1; put one in first: cardInsert 1, \"file\"");
 }
 
+TEST(Script, AStreamGivenAsAScriptIsToldOnce) {
+  const std::string packet = std::string("\x47\x00\x11\x10\n", 5) + std::string(183, '\xFF');
+  EXPECT_EQ(errorOf(packet + packet),
+            "x:1: a zero byte: this is no text; write the name of a script");
+  EXPECT_EQ(errorOf("wait 1\n\033[2Jwait 1"),
+            "x:2: the line has control characters; write plain text");
+}
+
 TEST(Script, AWrongLineThatFillsNoSlotHidesNothing) {
   EXPECT_EQ(errorOf("wait\nstatus\ncardBusy 0, 1", {{"status"}, nullptr}),
             "x:1: wait takes 1 argument, not 0; write wait seconds\n"
