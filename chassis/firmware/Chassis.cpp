@@ -132,10 +132,10 @@ const ProgramInfo &Chassis::programOf(std::uint32_t slot, std::uint16_t program)
 // A CAM keeps what it is told of a program that it does not have.
 void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
   if ((programOf(slot, program).camMask >> camSlot & 1) == 0) {
-    events_.report({static_cast<int>(slot), static_cast<int>(camSlot)},
-                   "nothing changes yet: program " + std::to_string(program) +
-                       " is not assigned to this CAM",
-                   "kept for when it is");
+    events_.report(
+        {static_cast<int>(slot), static_cast<int>(camSlot)},
+        "nothing changes yet: program " + std::to_string(program) + " is not assigned to this CAM",
+        "kept for when it is");
   }
 }
 
