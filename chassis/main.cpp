@@ -1,13 +1,21 @@
+#include <langinfo.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <clocale>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <limits>
+#include <sstream>
 
+#include "ExitStatus.h"
 #include "InputError.h"
+#include "Number.h"
+#include "OptionNumber.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
 #include "report/AlarmList.h"
@@ -21,24 +29,29 @@ struct Options {
   std::string script;
   bool console = false;
   std::string speed = "1";
-  double seconds = -1;
+  std::optional<std::string> duration;
   std::vector<std::string> outputs;
   std::uint32_t clockStart = 0;
   bool debug = false;
   bool noTable = false;
 };
 
-constexpr int badInput = 2;
+constexpr double slowest = 0.001;
+constexpr double fastest = 1e6;
+constexpr double longest = 1e6;  // seconds of chassis time
+constexpr double msPerSecond = 1000;
 constexpr const char *standardInput = "-";
 constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
 const std::string footer =
     "At a terminal there is a prompt beside the running chassis, also when the script is over; "
-    "help lists what it takes. exit and Ctrl-D end the chassis with exit status 0, Ctrl-C with 130 "
-    "and SIGTERM with 143. Without a terminal the run ends with the script; with --console, when "
+    "help lists what it takes. exit, quit and Ctrl-D end the chassis, and so does Ctrl-C twice in "
+    "a "
+    "row at an empty line. Without a terminal the run ends with the script; with --console, when "
     "standard input has ended too. At speed max, chassis time then stands still until the next "
     "line has come. The prompt's history is kept in ~/.ci_chassis_history or in the file that "
-    "CI_CHASSIS_HISTORY names.";
+    "CI_CHASSIS_HISTORY names. A script's streams are looked for in the folder of the script, then "
+    "in the working directory.";
 const std::string functionsTitle =
     "\nFunctions of a script, written name arg, arg or name(arg, arg):\n";
 
@@ -46,21 +59,45 @@ double readSpeed(const std::string &text) {
   if (text == "max") {
     return 0;
   }
-  char *end = nullptr;
-  const double speed = std::strtod(text.c_str(), &end);
-  if (*end != '\0' || text.empty() || !(speed > 0) || speed > 1e6) {
-    throw InputError("--speed " + text + " does not fit; write a number above 0, or max");
+  const std::optional<double> speed = readDecimal(text);
+  if (!speed || *speed < slowest || *speed > fastest) {
+    throw InputError("--speed " + text + " does not fit; write 0.001 to 1000000, or max");
   }
-  return speed;
+  return *speed;
 }
 
-void openOutput(Chassis &chassis, const std::string &text) {
+std::uint64_t readDuration(const std::string &text) {
+  const std::optional<double> seconds = readDecimal(text);
+  if (!seconds || *seconds > longest) {
+    throw InputError("--for " + text + " does not fit; write 0 to 1000000 seconds");
+  }
+  return static_cast<std::uint64_t>(std::llround(*seconds * msPerSecond));
+}
+
+struct Output {
+  std::uint32_t slot;
+  std::string path;
+};
+
+Output readOutput(const std::string &text) {
   const bool named = text.size() > 2 && text[1] == ':';
   if (!named || text[0] < '0' || text[0] >= '0' + MAX_BOARD_NUM) {
     throw InputError("--output " + text + " does not fit; write SLOT:FILE with a slot of 0 to " +
                      std::to_string(MAX_BOARD_NUM - 1));
   }
-  chassis.output(static_cast<std::uint32_t>(text[0] - '0'), text.substr(2));
+  return {static_cast<std::uint32_t>(text[0] - '0'), text.substr(2)};
+}
+
+// A slot that has had a card stays registered.
+void tellUnusedOutputs(const Options &options) {
+  for (const std::string &text : options.outputs) {
+    const std::uint32_t slot = readOutput(text).slot;
+    if (pCiData[slot] == nullptr) {
+      std::fprintf(stderr,
+                   "ci-chassis: --output %s: no card was in slot %u, so nothing was written\n",
+                   text.c_str(), slot);
+    }
+  }
 }
 
 void printTables(Chassis &chassis, bool colour) {
@@ -95,8 +132,10 @@ Script scriptOf(const Options &options) {
   if (options.script.empty()) {
     return Script{};
   }
-  return options.script == standardInput ? readScript("standard input", std::cin)
-                                         : readScript(options.script);
+  StreamPrograms streams;
+  const ScriptSetting setting{Shell::names(), &streams};
+  return options.script == standardInput ? readScript("standard input", std::cin, setting)
+                                         : readScript(options.script, setting);
 }
 
 std::string historyPath() {
@@ -112,8 +151,8 @@ Operation::Config configOf(const Options &options) {
   config.mode = modeOf(options);
   config.historyPath = historyPath();
   config.speed = readSpeed(options.speed);
-  if (options.seconds >= 0) {
-    config.endMs = static_cast<std::uint64_t>(options.seconds * 1000);
+  if (options.duration) {
+    config.endMs = readDuration(*options.duration);
   }
   config.clockStart = options.clockStart;
   config.colour = outputWantsColour();
@@ -125,12 +164,14 @@ int play(const Options &options) {
   const Operation::Config config = configOf(options);
   Operation operation(config, scriptOf(options));
   for (const std::string &output : options.outputs) {
-    openOutput(operation.chassis(), output);
+    const Output given = readOutput(output);
+    operation.chassis().output(given.slot, given.path);
   }
   const int status = operation.run();
   if (!options.noTable) {
     printTables(operation.chassis(), config.colour);
   }
+  tellUnusedOutputs(options);
   return status;
 }
 
@@ -143,18 +184,19 @@ void describe(CLI::App &app, Options &options) {
                  "chassis seconds per real second, or max (at the prompt 1)")
       ->type_name("N|max")
       ->capture_default_str();
-  app.add_option("--for", options.seconds, "chassis time to run; default: to the end of the script")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 1e6).description(""));
+  app.add_option("--for", options.duration,
+                 "chassis time to run; default: to the end of the script")
+      ->type_name("SECONDS");
   app.add_option("--output", options.outputs, "writes the descrambled stream of a card to a file")
       ->type_name("SLOT:FILE");
   app.add_option("--clock-start", options.clockStart,
                  "the 32-bit millisecond stamp at which the clock starts")
+      ->transform(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
       ->type_name("STAMP");
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
-  app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + functionsTitle +
-             functionHelp());
+  app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + "\n" + exitStatusHelp +
+             unexpectedStatusHelp + signalStatusHelp + functionsTitle + functionHelp());
 }
 
 // The library's own help knows no width.
@@ -163,8 +205,11 @@ int showHelp(const CLI::App &app) {
   return 0;
 }
 
-int complain(const char *what, int status) {
-  std::fprintf(stderr, "ci-chassis: %s\n", what);
+int complain(const std::string &what, int status) {
+  std::istringstream lines(what);
+  for (std::string line; std::getline(lines, line);) {
+    std::fprintf(stderr, "ci-chassis: %s\n", line.c_str());
+  }
   return status;
 }
 
@@ -181,19 +226,27 @@ int runProgram(int argc, char **argv) {
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {
-    return complain(error.what(), badInput);
+    return complain(error.what(), exitBadInput);
   } catch (const InputError &error) {
-    return complain(error.what(), badInput);
+    return complain(error.what(), exitBadInput);
+  }
+}
+
+// Without a locale, as in a bare container, names are in UTF-8 all the same.
+void setCharacters() {
+  std::setlocale(LC_CTYPE, "");
+  if (std::strcmp(nl_langinfo(CODESET), "ANSI_X3.4-1968") == 0) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
   }
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  std::setlocale(LC_CTYPE, "");
+  setCharacters();
   try {
     return runProgram(argc, argv);
   } catch (const std::exception &error) {
-    return complain(error.what(), 1);
+    return complain(error.what(), exitFailed);
   }
 }

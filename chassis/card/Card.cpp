@@ -65,6 +65,7 @@ void Card::State::remove() {
   masks.clear();
   programs.clear();
   streamPath.clear();
+  streamPids.reset();
   pidFaults.clear();
   fpga.stop();
   bitrate = 0;
@@ -127,6 +128,7 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   state.player = std::move(player);
   state.psi = std::move(scan.psi);
   state.streamPath = path;
+  state.streamPids = scan.pids;
   state.bitrate = scan.bitrate;
   state.unreadable = false;
   state.fpga.start(nowMs);
@@ -230,6 +232,10 @@ const std::vector<ProgramInfo> &Card::programs() const {
 
 std::uint64_t Card::bitrate() const {
   return state_->bitrate;
+}
+
+bool Card::carries(std::uint16_t pid) const {
+  return state_->streamPids.test(pid);
 }
 
 const PidEvidence &Card::before(std::uint16_t pid) const {

@@ -105,6 +105,7 @@ class Card {
   // For people: what the stream carries, and evidence.
   const std::vector<ProgramInfo> &programs() const;
   std::uint64_t bitrate() const;
+  bool carries(std::uint16_t pid) const;               // anywhere in the stream, before any fault
   const PidEvidence &before(std::uint16_t pid) const;  // before the CAMs
   const PidEvidence &behind(std::uint16_t pid) const;  // behind both CAMs
 

@@ -1,4 +1,4 @@
-// The card driver: the 28 registered functions of the software cards.
+// The card driver: what the software cards register, 27 functions and a name.
 #pragma once
 
 #include <cstdint>

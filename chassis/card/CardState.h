@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -58,6 +59,7 @@ struct Card::State {
   std::uint32_t psiChanges = 0;  // of psi, when the tables were built
   Psi builtFrom;                 // what it told then
   std::string streamPath;
+  std::bitset<pidCount> streamPids;
   std::uint64_t bitrate = 0;
   bool unreadable = false;  // the stream's file went bad and that was told
   CamMasks masks;

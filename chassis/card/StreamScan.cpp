@@ -76,15 +76,6 @@ class CcEnds {
 
 using PcrRulers = std::map<std::uint16_t, PcrRuler>;
 
-void requirePrograms(const std::string &path, const PsiReader &psi) {
-  if (!psi.patSeen()) {
-    throw InputError("'" + path + "' has no program association table (PAT)");
-  }
-  if (psi.psi().programs.empty()) {
-    throw InputError("'" + path + "' has no program with a program map table (PMT)");
-  }
-}
-
 double measuredBitrate(const Psi &psi, const PcrRulers &rulers) {
   for (const PsiProgram &program : psi.programs) {
     const auto ruler = rulers.find(program.pcrPid);
@@ -123,6 +114,15 @@ std::unique_ptr<PsiReader> firstTables(TsFile &file, const PsiReader &whole) {
 
 }  // namespace
 
+void requirePrograms(const std::string &path, const PsiReader &psi) {
+  if (!psi.patSeen()) {
+    throw InputError("'" + path + "' has no program association table (PAT)");
+  }
+  if (psi.psi().programs.empty()) {
+    throw InputError("'" + path + "' has no program with a program map table (PMT)");
+  }
+}
+
 StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
   StreamScan scan;
   PsiReader whole;
@@ -133,6 +133,7 @@ StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
   while (file.next(packet)) {
     const PacketView view(packet);
     whole.push(packet);
+    scan.pids.set(view.pid());
     ccEnds->add(view);
     if (const auto pcr = view.pcr()) {
       rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -16,6 +17,7 @@ struct StreamScan {
   std::uint64_t bitrate = 0;       // bit/s, 1..maxBitrate
   std::uint64_t packets = 0;
   std::uint64_t skippedBytes = 0;
+  std::bitset<pidCount> pids;  // of all packets
   // What must be added to a PID's continuity_counter when the file starts again, so that it goes
   // on from where the file ended.
   std::array<std::uint8_t, pidCount> ccStep{};
@@ -26,5 +28,9 @@ constexpr std::uint64_t maxBitrate = 1000000000;
 // bitrate 0: from the stream's PCRs. Throws InputError that names the file: not readable, empty, no
 // transport stream, no PAT, no program with a PMT, no PCR and no bitrate, an impossible bitrate.
 StreamScan scanStream(const std::string &path, std::uint64_t bitrate);
+
+// Throws InputError that names the file when what was read of it has no PAT or no program with a
+// PMT.
+void requirePrograms(const std::string &path, const PsiReader &psi);
 
 }  // namespace chassis

@@ -3,13 +3,17 @@
 #include <csignal>
 #include <cstdio>
 
-#include "console/Shell.h"
+#include "ExitStatus.h"
 #include "report/Layout.h"
+#include "script/Line.h"
 
 namespace chassis {
 namespace {
 
-constexpr int signalled = 128;
+constexpr const char *greeting =
+    "help lists what can be typed, Tab completes it; exit, quit or Ctrl-D leaves\n";
+constexpr const char *howToLeave = "exit, quit or Ctrl-D leaves, and so does Ctrl-C once more\n";
+constexpr const char *brokenOff = "broken off, with what was typed behind it\n";
 
 }  // namespace
 
@@ -18,6 +22,7 @@ Desk::Desk(DeskMode mode, const std::string &historyPath, const std::vector<std:
   inlet_.onSignal([this](int signal) { takeSignal(signal); });
   if (mode_ == DeskMode::Terminal) {
     editor_ = std::make_unique<Editor>(Editor::Config{"-> ", historyPath, names});
+    show(greeting);
     if (!editor_->historyTrouble().empty()) {
       show("error: " + editor_->historyTrouble() + "\n");
     }
@@ -71,12 +76,13 @@ void Desk::take(const std::string &bytes) {
 }
 
 void Desk::takeTyped(const std::string &bytes) {
+  leaving_ = false;
   editor_->feed(bytes);
   for (const std::string &line : editor_->takeLines()) {
     session_->type(line);
   }
   if (bytes.empty() || editor_->ended()) {
-    end(0);
+    end(exitDone);
   }
 }
 
@@ -85,7 +91,7 @@ void Desk::takePiped(const std::string &bytes) {
     if (c == '\n') {
       session_->type(partial_);
       partial_.clear();
-    } else if (partial_.size() <= Shell::longestLine) {
+    } else if (partial_.size() <= longestLine) {
       partial_ += c;
     }
   }
@@ -102,9 +108,29 @@ void Desk::takeSignal(int signal) {
     case SIGTSTP:
       stop();
       return;
+    case SIGINT:
+      if (editor_ != nullptr) {
+        interrupt();
+        return;
+      }
+      [[fallthrough]];
     default:
-      end(signalled + signal);
+      end(exitSignalled + signal);
   }
+}
+
+// Ctrl-C is for what a person wants to be rid of: the line, a wait, at last the chassis.
+void Desk::interrupt() {
+  const bool cleared = editor_->clearLine();
+  const bool broken = session_ != nullptr && session_->breakOff(clock_->elapsedMs());
+  if (broken) {
+    show(brokenOff);
+  } else if (!cleared && leaving_) {
+    end(exitSignalled + SIGINT);
+  } else if (!cleared) {
+    show(howToLeave);
+  }
+  leaving_ = !cleared && !broken;
 }
 
 // The job is stopped until its shell continues it; chassis time stands still meanwhile.

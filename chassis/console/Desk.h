@@ -47,6 +47,7 @@ class Desk {
   void takeTyped(const std::string &bytes);
   void takePiped(const std::string &bytes);
   void takeSignal(int signal);
+  void interrupt();
   void stop();
   void end(int status);
   void admitBytes();
@@ -58,6 +59,7 @@ class Desk {
   Session *session_ = nullptr;
   std::string partial_;  // of a piped line
   bool inputOver_ = false;
+  bool leaving_ = false;  // the last thing typed was Ctrl-C, with nothing to break off
   bool ended_ = false;
   int status_ = 0;
 };

@@ -8,33 +8,23 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cwchar>
-#include <cwctype>
 #include <deque>
 #include <stdexcept>
 #include <utility>
 
 #include "console/Completion.h"
 #include "console/Coroutine.h"
+#include "console/LineCells.h"
 
 namespace chassis {
 namespace {
 
 constexpr int defaultWidth = 80;
-constexpr std::size_t controlWidth = 2;   // as ^X
-constexpr std::size_t escapedWidth = 8;   // as \U+12345
 constexpr std::size_t typedAhead = 4096;  // bytes that may wait for the rest of a character
 
 void put(const std::string &text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
-}
-
-std::size_t shownWidth(wchar_t c) {
-  if (std::iswcntrl(static_cast<std::wint_t>(c)) != 0) {
-    return controlWidth;
-  }
-  const int width = wcwidth(c);
-  return width < 0 ? escapedWidth : static_cast<std::size_t>(width);
 }
 
 bool isEmptyOrMissing(const std::string &path) {
@@ -51,11 +41,21 @@ struct Editor::State {
   void readLines();
   int nextCharacter(wchar_t *c);
   unsigned char completeName();
+  unsigned char moveBack();
+  unsigned char moveOn();
+  unsigned char deleteBefore();
+  unsigned char endOrDeleteAt();
+  unsigned char deleteAt();
 
+  std::wstring beforeCursor();
+  std::wstring behindCursor();
+  unsigned char redrawn(std::size_t deleted);
   void openHistory();
   void takeLine(const char *text, int size);
   int width();
   std::size_t cursorRow();
+  std::string toPrompt();
+  void paintMarks();
   void hide();
   void show();
 
@@ -68,6 +68,7 @@ struct Editor::State {
   bool atLine = false;  // the prompt stands
   bool paused = false;
   bool closing = false;
+  bool dropping = false;  // the line that is being typed
   bool ended = false;
   std::deque<char> bytes;
   std::mbstate_t decoding{};
@@ -78,10 +79,15 @@ void Editor::State::readLines() {
   while (!closing && !ended) {
     int size = 0;
     atLine = true;
+    // Before the prompt, so that the terminal does not echo what is typed as soon as it stands.
+    el_set(edit, EL_PREP_TERM, 1);
     const char *text = el_gets(edit, &size);
     atLine = false;
     if (closing) {
       return;
+    }
+    if (std::exchange(dropping, false)) {
+      continue;
     }
     if (text == nullptr || size <= 0) {
       ended = true;
@@ -106,10 +112,11 @@ void Editor::State::takeLine(const char *text, int size) {
 // Waits in the coroutine for a whole character; bytes that are none are dropped.
 int Editor::State::nextCharacter(wchar_t *c) {
   for (;;) {
-    while (bytes.empty() && !closing) {
+    while (bytes.empty() && !closing && !dropping) {
+      paintMarks();
       typing.wait();
     }
-    if (closing) {
+    if (closing || dropping) {
       return 0;
     }
     const char byte = bytes.front();
@@ -140,6 +147,56 @@ unsigned char Editor::State::completeName() {
   return CC_REDISPLAY;
 }
 
+std::wstring Editor::State::beforeCursor() {
+  const LineInfoW *line = el_wline(edit);
+  return {line->buffer, line->cursor};
+}
+
+std::wstring Editor::State::behindCursor() {
+  const LineInfoW *line = el_wline(edit);
+  return {line->cursor, line->lastchar};
+}
+
+// The library's own commands part a character from its marks.
+
+unsigned char Editor::State::moveBack() {
+  const std::size_t count = lastGlyph(beforeCursor());
+  el_cursor(edit, -static_cast<int>(count));
+  return count > 0 ? CC_CURSOR : CC_ERROR;
+}
+
+unsigned char Editor::State::moveOn() {
+  const std::size_t count = firstGlyph(behindCursor());
+  el_cursor(edit, static_cast<int>(count));
+  return count > 0 ? CC_CURSOR : CC_ERROR;
+}
+
+unsigned char Editor::State::deleteBefore() {
+  const std::size_t count = lastGlyph(beforeCursor());
+  el_deletestr(edit, static_cast<int>(count));
+  return redrawn(count);
+}
+
+unsigned char Editor::State::endOrDeleteAt() {
+  return beforeCursor().empty() && behindCursor().empty() ? CC_EOF : deleteAt();
+}
+
+unsigned char Editor::State::deleteAt() {
+  const std::size_t count = firstGlyph(behindCursor());
+  el_cursor(edit, static_cast<int>(count));
+  el_deletestr(edit, static_cast<int>(count));
+  return redrawn(count);
+}
+
+// A glyph with marks has left cells that the library takes for right.
+unsigned char Editor::State::redrawn(std::size_t deleted) {
+  if (deleted > 1) {
+    hide();
+    return CC_REDISPLAY;
+  }
+  return deleted > 0 ? CC_REFRESH : CC_ERROR;
+}
+
 int Editor::State::width() {
   int columns = 0;
   el_get(edit, EL_GETTC, "co", &columns);
@@ -150,22 +207,35 @@ int Editor::State::width() {
 std::size_t Editor::State::cursorRow() {
   const LineInfoW *line = el_wline(edit);
   const auto columns = static_cast<std::size_t>(width());
-  std::size_t row = 0;
-  std::size_t column = config.prompt.size();
+  std::size_t at = config.prompt.size();
   for (const wchar_t *c = line->buffer; c < line->cursor; ++c) {
-    row += *c == L'\n' ? 1 + column / columns : 0;
-    column = *c == L'\n' ? 0 : column + shownWidth(*c);
+    at = cellsBehind(*c, at, columns);
   }
-  return row + column / columns;
+  return at / columns;
+}
+
+// What brings the cursor to the beginning of the prompt.
+std::string Editor::State::toPrompt() {
+  const std::size_t row = cursorRow();
+  return (row > 0 ? "\033[" + std::to_string(row) + "A" : std::string()) + "\r";
+}
+
+// The library leaves marks out where it draws anew: they are drawn over it.
+void Editor::State::paintMarks() {
+  if (atLine && !paused && isPlainWithMarks(beforeCursor() + behindCursor())) {
+    const LineInfo *line = el_line(edit);
+    const std::string text(line->buffer, line->lastchar);
+    put("\0337" + toPrompt() + config.prompt + text + "\0338");
+  }
 }
 
 void Editor::State::hide() {
-  const std::size_t row = cursorRow();
-  put((row > 0 ? "\033[" + std::to_string(row) + "A" : std::string()) + "\r\033[J");
+  put(toPrompt() + "\033[J");
 }
 
 void Editor::State::show() {
   el_set(edit, EL_REFRESH);
+  paintMarks();
 }
 
 // A file that is no history is somebody else's: it is left alone.
@@ -201,8 +271,41 @@ int readCharacter(EditLine *edit, wchar_t *c) {
   return stateOf(edit)->nextCharacter(c);
 }
 
-unsigned char completeAtCursor(EditLine *edit, int) {
-  return stateOf(edit)->completeName();
+template <unsigned char (Editor::State::*command)()>
+unsigned char runCommand(EditLine *edit, int) {
+  return (stateOf(edit)->*command)();
+}
+
+void bind(EditLine *edit, const char *key, const char *command) {
+  el_set(edit, EL_BIND, key, command, nullptr);
+}
+
+void addCommands(EditLine *edit) {
+  using State = Editor::State;
+  el_set(edit, EL_ADDFN, "complete-name", "completes a name", runCommand<&State::completeName>);
+  el_set(edit, EL_ADDFN, "glyph-back", "goes back", runCommand<&State::moveBack>);
+  el_set(edit, EL_ADDFN, "glyph-on", "goes on", runCommand<&State::moveOn>);
+  el_set(edit, EL_ADDFN, "glyph-delete-before", "deletes", runCommand<&State::deleteBefore>);
+  el_set(edit, EL_ADDFN, "glyph-delete-at", "deletes", runCommand<&State::deleteAt>);
+  el_set(edit, EL_ADDFN, "glyph-delete-or-end", "ends an empty line",
+         runCommand<&State::endOrDeleteAt>);
+  bind(edit, "^I", "complete-name");
+  // Keys that move send either of two sequences, as the terminal's mode has it.
+  for (const char *key : {"^B", "^[[D", "^[OD"}) {
+    bind(edit, key, "glyph-back");
+  }
+  for (const char *key : {"^F", "^[[C", "^[OC"}) {
+    bind(edit, key, "glyph-on");
+  }
+  for (const char *key : {"^H", "^?"}) {
+    bind(edit, key, "glyph-delete-before");
+  }
+  bind(edit, "^[[3~", "glyph-delete-at");
+  bind(edit, "^D", "glyph-delete-or-end");
+  bind(edit, "^R", "em-inc-search-prev");
+  // The editor's own commands could take the editing away.
+  bind(edit, "^[x", "ed-unassigned");
+  bind(edit, "^[X", "ed-unassigned");
 }
 
 }  // namespace
@@ -218,12 +321,7 @@ Editor::Editor(Config config) : state_(std::make_unique<State>(std::move(config)
   el_set(edit, EL_EDITOR, "emacs");
   el_set(edit, EL_SIGNAL, 0);
   el_set(edit, EL_GETCFN, readCharacter);
-  el_set(edit, EL_ADDFN, "complete-name", "completes a name", completeAtCursor);
-  el_set(edit, EL_BIND, "^I", "complete-name", nullptr);
-  el_set(edit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
-  // The editor's own commands could take the editing away.
-  el_set(edit, EL_BIND, "^[x", "ed-unassigned", nullptr);
-  el_set(edit, EL_BIND, "^[X", "ed-unassigned", nullptr);
+  addCommands(edit);
   state_->openHistory();
   state_->typing.resume();
 }
@@ -247,6 +345,17 @@ void Editor::feed(const std::string &given) {
   const auto end = given.begin() + static_cast<std::ptrdiff_t>(std::min(room, given.size()));
   state_->bytes.insert(state_->bytes.end(), given.begin(), end);
   state_->typing.resume();
+}
+
+bool Editor::clearLine() {
+  const LineInfoW *line = el_wline(state_->edit);
+  if (!state_->atLine || line->lastchar == line->buffer) {
+    return false;
+  }
+  state_->hide();
+  state_->dropping = true;
+  state_->typing.resume();
+  return true;
 }
 
 std::vector<std::string> Editor::takeLines() {

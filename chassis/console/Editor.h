@@ -29,6 +29,9 @@ class Editor {
   // Bytes from the terminal.
   void feed(const std::string &bytes);
 
+  // Empties the line that is being typed; false: nothing stood in it.
+  bool clearLine();
+
   // The lines that have been ended since the last call, without their ends.
   std::vector<std::string> takeLines();
   bool ended() const;  // by the end of input, Ctrl-D

@@ -12,6 +12,13 @@ void Session::type(const std::string &line) {
   typed_.push_back(line);
 }
 
+bool Session::breakOff(std::uint64_t nowMs) {
+  const bool waited = shell_.breakOff(nowMs);
+  const bool dropped = !typed_.empty();
+  typed_.clear();
+  return waited || dropped;
+}
+
 void Session::runDue(std::uint64_t nowMs) {
   runScript(nowMs);
   runTyped(nowMs);

@@ -23,7 +23,8 @@ class Session : public Agenda {
 
   void type(const std::string &line);              // runs after the lines before it
   bool unexpected() const { return unexpected_; }  // something was not as the script expected
-  void drop() { typed_.clear(); }                  // what has been typed and not run
+  // Ends a typed wait and drops the lines behind it; false: there was nothing of that.
+  bool breakOff(std::uint64_t nowMs);
   bool idle() const { return typed_.empty() && !shell_.asks(); }
   bool waits(std::uint64_t nowMs) const { return nowMs < shell_.blockedUntilMs(); }
 

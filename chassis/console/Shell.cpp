@@ -86,7 +86,9 @@ const std::vector<Shell::Command> &Shell::commands() {
       command("alarms", {}, "the alarms that stand, then those that stood", &Shell::runAlarms),
       command("events", {&count}, "the last lines of the timeline, 20 or as many as you say",
               &Shell::runEvents),
-      command("exit", {}, "ends the chassis; so do Ctrl-D and Ctrl-C", &Shell::runExit),
+      command("exit", {}, "ends the chassis; so do Ctrl-D, and Ctrl-C twice at an empty line",
+              &Shell::runExit),
+      command("quit", {}, "the same as exit", &Shell::runExit),
   };
   return table;
 }
@@ -102,10 +104,8 @@ Shell::Shell(Chassis &chassis, const StatusWatch &watch, const Journal &journal,
 
 void Shell::run(const std::string &line) {
   try {
-    if (line.size() > longestLine) {
-      throw InputError("the line is too long; write " + std::to_string(longestLine) +
-                       " characters at most");
-    }
+    checkLength(line);
+    checkCharacters(line);
     const Statement statement = parseStatement(line);
     if (!statement.line.name.empty()) {
       execute(statement);
@@ -113,6 +113,12 @@ void Shell::run(const std::string &line) {
   } catch (const std::exception &error) {
     showLine(std::string("error: ") + error.what());
   }
+}
+
+bool Shell::breakOff(std::uint64_t nowMs) {
+  const bool waited = nowMs < blockedUntilMs_;
+  blockedUntilMs_ = std::min(blockedUntilMs_, nowMs);
+  return waited;
 }
 
 void Shell::execute(const Statement &statement) {

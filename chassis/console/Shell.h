@@ -24,7 +24,6 @@ class Shell {
   // Answers in whole lines with their ends.
   using Show = std::function<void(const std::string &)>;
 
-  static constexpr std::size_t longestLine = 1000;
   static constexpr std::uint64_t patienceMs = 500;  // of chassis time
 
   // width: of the terminal; null: tables are as wide as they are.
@@ -43,6 +42,9 @@ class Shell {
 
   bool exited() const { return exited_; }                           // by the command
   std::uint64_t blockedUntilMs() const { return blockedUntilMs_; }  // a wait: not before this
+
+  // Ends the wait that a typed line began; false: there was none.
+  bool breakOff(std::uint64_t nowMs);
 
   // What the module prints while a typed call runs is the call's answer: true when it was taken.
   bool takePrint(ConsolePort port, const std::string &line);

@@ -1,7 +1,6 @@
 #include "console/Statement.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "InputError.h"
 
@@ -10,19 +9,8 @@ namespace {
 
 constexpr const char *blanks = " \t\r";
 
-bool isNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
-
 std::size_t afterBlanks(const std::string &text, std::size_t at) {
   return std::min(text.find_first_not_of(blanks, at), text.size());
-}
-
-std::size_t afterName(const std::string &text, std::size_t at) {
-  while (at < text.size() && isNameChar(text[at])) {
-    ++at;
-  }
-  return at;
 }
 
 std::string trimmed(const std::string &text) {
@@ -57,17 +45,15 @@ Word readValue(const std::string &text, std::size_t at) {
 
 Statement parseStatement(const std::string &text) {
   const std::size_t begin = afterBlanks(text, 0);
-  const bool digit =
-      begin < text.size() && std::isdigit(static_cast<unsigned char>(text[begin])) != 0;
-  const std::size_t end = digit ? begin : afterName(text, begin);
-  std::size_t at = afterBlanks(text, end);
+  const std::string name = leadingName(text);
+  std::size_t at = afterBlanks(text, begin + name.size());
   Statement statement;
-  statement.isVariable = end > begin && at < text.size() && (text[at] == '[' || text[at] == '=');
+  statement.isVariable = !name.empty() && at < text.size() && (text[at] == '[' || text[at] == '=');
   if (!statement.isVariable) {
     statement.line = parseLine(text);
     return statement;
   }
-  statement.line.name = text.substr(begin, end - begin);
+  statement.line.name = name;
   while (at < text.size() && text[at] == '[') {
     statement.indexes.push_back(readIndex(text, at));
   }

@@ -5,6 +5,7 @@
 
 #include "CiPlatform.h"
 #include "InputError.h"
+#include "Text.h"
 #include "card/CardDriver.h"
 
 namespace {
@@ -147,16 +148,26 @@ Cam &Chassis::cam(std::uint32_t slot, std::uint32_t camSlot) {
   return *slots_[slot].cams[camSlot];
 }
 
-void Chassis::requireProgram(std::uint32_t slot, std::uint16_t program) {
+const ProgramInfo &Chassis::programOf(std::uint32_t slot, std::uint16_t program) {
   std::string known;
   for (const ProgramInfo &info : card(slot).programs()) {
     if (info.number == program) {
-      return;
+      return info;
     }
     known += (known.empty() ? "" : ", ") + std::to_string(info.number);
   }
   throw InputError("program " + std::to_string(program) + " is not in the stream of slot " +
                    std::to_string(slot) + ", which carries " + known);
+}
+
+// A CAM keeps what it is told of a program that it does not have.
+void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
+  if ((programOf(slot, program).camMask >> camSlot & 1) == 0) {
+    events_.report(
+        {static_cast<int>(slot), static_cast<int>(camSlot)},
+        "nothing changes yet: program " + std::to_string(program) + " is not assigned to this CAM",
+        "kept for when it is");
+  }
 }
 
 void Chassis::progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t camMask) {
@@ -165,13 +176,15 @@ void Chassis::progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t
 
 void Chassis::camEntitle(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program,
                          bool on) {
-  requireProgram(slot, program);
+  programOf(slot, program);
   cam(slot, camSlot).entitle(program, on);
+  tellUnassigned(slot, camSlot, program);
 }
 
 void Chassis::camRefuse(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program, bool on) {
-  requireProgram(slot, program);
+  programOf(slot, program);
   cam(slot, camSlot).refuse(program, on);
+  tellUnassigned(slot, camSlot, program);
 }
 
 void Chassis::camFault(std::uint32_t slot, std::uint32_t camSlot, CamFault fault, bool on) {
@@ -184,6 +197,10 @@ void Chassis::cardFault(std::uint32_t slot, CardFault fault, bool on) {
 
 void Chassis::pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on) {
   card(slot).setPidFault(fault, pid, on);
+  if (!card(slot).carries(pid)) {
+    events_.report({static_cast<int>(slot), -1},
+                   "nothing changes: PID " + hex(pid, 4) + " is not in the stream", "");
+  }
 }
 
 void Chassis::alarmMask(std::uint32_t slot, std::uint32_t camSlot, bool on) {

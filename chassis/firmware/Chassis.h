@@ -90,7 +90,8 @@ class Chassis {
   };
 
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
-  void requireProgram(std::uint32_t slot, std::uint16_t program);
+  const ProgramInfo &programOf(std::uint32_t slot, std::uint16_t program);
+  void tellUnassigned(std::uint32_t slot, std::uint32_t cam, std::uint16_t program);
   void tick(std::uint64_t nowMs);
   void boot();
   void serve();

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 
 #include "InputError.h"
+#include "Number.h"
 #include "Text.h"
 #include "script/Expectations.h"
 #include "script/Nearest.h"
@@ -164,53 +164,36 @@ std::string range(const Param &param) {
   throw InputError(bare(param) + " " + given + " does not fit; write " + range(param));
 }
 
-// True when all of `given` is a number; *number is ULLONG_MAX when it is too large.
-bool readNumber(const std::string &given, std::uint64_t *number) {
-  const bool hex = given.size() > 2 && given[0] == '0' && (given[1] == 'x' || given[1] == 'X');
-  const std::string digits = given.substr(hex ? 2 : 0);
-  const char *allowed = hex ? "0123456789abcdefABCDEF" : "0123456789";
-  if (digits.empty() || digits.find_first_not_of(allowed) != std::string::npos) {
-    return false;
-  }
-  *number = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
-  return true;
-}
-
 bool isNegative(const std::string &given) {
-  std::uint64_t ignored = 0;
-  return given.size() > 1 && given[0] == '-' && readNumber(given.substr(1), &ignored);
+  return given.size() > 1 && given[0] == '-' && readWhole(given.substr(1));
 }
 
 Value numberValue(const Param &param, const Word &word) {
-  Value value;
   if (!word.quoted && isNegative(word.text)) {
     doesNotFit(param, word.text);
   }
-  if (word.quoted || !readNumber(word.text, &value.number)) {
+  const std::optional<std::uint64_t> number = readWhole(word.text);
+  if (word.quoted || !number) {
     throw InputError(bare(param) + " must be a number, not " +
                      (word.quoted ? "\"" + word.text + "\"" : word.text) + "; write " +
                      range(param));
   }
-  if (value.number < param.min || value.number > param.max) {
+  if (*number < param.min || *number > param.max) {
     doesNotFit(param, word.text);
   }
-  return value;
+  return Value{*number, ""};
 }
 
 Value secondsValue(const Param &param, const Word &word) {
-  const bool decimal = !word.quoted && !word.text.empty() &&
-                       word.text.find_first_not_of("0123456789.") == std::string::npos &&
-                       word.text.find_first_of("0123456789") != std::string::npos &&
-                       std::count(word.text.begin(), word.text.end(), '.') <= 1;
-  if (!decimal) {
+  const std::optional<double> given = readDecimal(word.text);
+  if (word.quoted || !given) {
     throw InputError(bare(param) + " must be a number, not " + word.text +
                      "; write it such as 30 or 0.5");
   }
-  const double given = std::strtod(word.text.c_str(), nullptr);
-  if (given > static_cast<double>(param.max)) {
+  if (*given > static_cast<double>(param.max)) {
     doesNotFit(param, word.text);
   }
-  return Value{static_cast<std::uint64_t>(std::llround(given * 1000)), ""};
+  return Value{static_cast<std::uint64_t>(std::llround(*given * 1000)), ""};
 }
 
 void requireChoice(const Param &param, const std::string &given) {
@@ -241,6 +224,17 @@ std::string takes(const Function &function) {
     count += " to " + std::to_string(most);
   }
   return count + (count == "1" ? " argument" : " arguments");
+}
+
+// Where the values of a function have the one of a parameter; their number: nowhere.
+std::size_t indexOf(const Function &function, const Param &wanted, const Values &values) {
+  const auto found = std::find(function.params.begin(), function.params.end(), &wanted);
+  return std::min(static_cast<std::size_t>(found - function.params.begin()), values.size());
+}
+
+std::vector<Function>::const_iterator locate(const std::string &name) {
+  return std::find_if(table.begin(), table.end(),
+                      [&name](const Function &function) { return name == function.name; });
 }
 
 }  // namespace
@@ -280,6 +274,16 @@ Place placeOf(const Function &function, const Values &values) {
   return place;
 }
 
+std::optional<std::uint16_t> programOf(const Function &function, const Values &values) {
+  const std::size_t at = indexOf(function, program, values);
+  return at < values.size() ? std::optional<std::uint16_t>(u16(values[at])) : std::nullopt;
+}
+
+std::string *fileOf(const Function &function, Values &values) {
+  const std::size_t at = indexOf(function, file, values);
+  return at < values.size() ? &values[at].text : nullptr;
+}
+
 bool speaksForItself(const Function &function) {
   return !function.params.empty() && function.params[0]->form == Form::Text;
 }
@@ -297,9 +301,12 @@ std::string functionHelp() {
   return help;
 }
 
+bool isFunction(const std::string &name) {
+  return locate(name) != table.end();
+}
+
 const Function &findFunction(const std::string &name) {
-  const auto named = [&name](const Function &function) { return name == function.name; };
-  const auto found = std::find_if(table.begin(), table.end(), named);
+  const auto found = locate(name);
   if (found == table.end()) {
     const auto nearer = [&name](const Function &a, const Function &b) {
       return editDistance(name, a.name) < editDistance(name, b.name);

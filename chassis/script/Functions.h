@@ -50,12 +50,17 @@ struct Function {
 bool isWait(const Function &function);
 
 const std::vector<Function> &functions();
+bool isFunction(const std::string &name);
 
 // "camInsert slot, cam, casid[, casid...]"
 std::string signature(const Function &function);
 
 // The place that a call is about: its first parameters are a slot and a CAM where it has them.
 Place placeOf(const Function &function, const Values &values);
+
+// The program, and the file, that a call names; null: its function takes none.
+std::optional<std::uint16_t> programOf(const Function &function, const Values &values);
+std::string *fileOf(const Function &function, Values &values);
 
 // Its call is no news by itself: it writes its own line.
 bool speaksForItself(const Function &function);

@@ -1,5 +1,6 @@
 #include "script/Line.h"
 
+#include <algorithm>
 #include <cctype>
 
 #include "InputError.h"
@@ -10,8 +11,11 @@ namespace {
 bool isBlank(char c) {
   return c == ' ' || c == '\t' || c == '\r';
 }
-bool isNameChar(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+bool isControl(char c) {
+  return std::iscntrl(static_cast<unsigned char>(c)) != 0 && !isBlank(c);
+}
+bool isDigit(char c) {
+  return std::isdigit(static_cast<unsigned char>(c)) != 0;
 }
 
 class Scanner {
@@ -44,14 +48,11 @@ class Scanner {
 };
 
 std::string Scanner::name() {
-  const std::size_t begin = at_;
-  while (at_ < text_.size() && isNameChar(text_[at_])) {
-    ++at_;
+  std::string name = leadingName(text_);
+  if (name.empty()) {
+    throw InputError("\"" + rest() + "\" is not a call; write name arg, arg");
   }
-  std::string name = text_.substr(begin, at_ - begin);
-  if (name.empty() || std::isdigit(static_cast<unsigned char>(name[0]))) {
-    throw InputError("\"" + text_.substr(begin) + "\" is not a call; write name arg, arg");
-  }
+  at_ += name.size();
   if (at_ < text_.size() && !isBlank(text_[at_]) && text_[at_] != '(' && !atEnd()) {
     throw InputError("unexpected \"" + rest() + "\" behind " + name + "; write " + name +
                      " arg, arg");
@@ -99,6 +100,37 @@ void parseArgs(Scanner &scanner, Line &line) {
 
 }  // namespace
 
+void checkLength(const std::string &text) {
+  if (text.size() > longestLine) {
+    throw InputError("the line is too long; write " + std::to_string(longestLine) +
+                     " characters at most");
+  }
+}
+
+void checkCharacters(const std::string &text) {
+  if (std::any_of(text.begin(), text.end(), isControl)) {
+    throw InputError("the line has control characters; write plain text");
+  }
+}
+
+bool isNameChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+std::string escaped(const std::string &text) {
+  std::string result;
+  for (const char c : text) {
+    result += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+  }
+  return result;
+}
+
+std::string leadingName(const std::string &text) {
+  const auto begin = std::find_if_not(text.begin(), text.end(), isBlank);
+  const auto end = std::find_if_not(begin, text.end(), isNameChar);
+  return begin == end || isDigit(*begin) ? "" : std::string(begin, end);
+}
+
 Line parseLine(const std::string &text) {
   Scanner scanner(text);
   Line line;
@@ -134,7 +166,7 @@ std::string lineText(const Line &line) {
   std::string text = line.name;
   for (const Word &word : line.args) {
     text += &word == &line.args.front() ? " " : ", ";
-    text += word.quoted ? "\"" + word.text + "\"" : word.text;
+    text += word.quoted ? "\"" + escaped(word.text) + "\"" : word.text;
   }
   return text;
 }

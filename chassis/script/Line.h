@@ -1,6 +1,7 @@
 // Takes one line of a script apart into a name and its arguments.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,26 @@ struct Line {
   std::vector<Word> args;
 };
 
+// Of a script and of the console, in bytes.
+constexpr std::size_t longestLine = 1000;
+
+// Throw InputError, which quotes nothing of it: it is longer than that; it has control characters,
+// which could upset the terminal that shows them.
+void checkLength(const std::string &text);
+void checkCharacters(const std::string &text);
+
+bool isNameChar(char c);
+
+// As it must stand between the quotes of a string.
+std::string escaped(const std::string &text);
+
+// The name that the line begins with, whatever follows; empty when it begins with none.
+std::string leadingName(const std::string &text);
+
 // `name arg, arg`, `name(arg, arg)`, `# comment` or nothing. Throws InputError on anything else.
 Line parseLine(const std::string &text);
 
-// The call as a person would write it.
+// The call as a person would write it; parseLine takes it again.
 std::string lineText(const Line &line);
 
 }  // namespace chassis

@@ -1,79 +1,155 @@
 #include "script/Script.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "InputError.h"
+#include "Text.h"
+#include "script/Rehearsal.h"
 
 namespace chassis {
 namespace {
 
-// Which slots are filled, as far as the lines read so far tell.
-class Occupancy {
+namespace fs = std::filesystem;
+
+constexpr const char *byteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t errorsTold = 100;
+constexpr std::streamsize searched = 1 << 20;  // for the end of a line that is too long
+
+// Takes the next line, of one that is too long no more than shows it; behind one whose end is not
+// in sight there is no other. False: there is none.
+bool nextLine(std::istream &lines, std::string &text) {
+  text.clear();
+  for (char c = 0; text.size() <= longestLine && lines.get(c) && c != '\n';) {
+    text += c;
+  }
+  if (text.size() > longestLine && lines.ignore(searched, '\n').gcount() == searched) {
+    lines.setstate(std::ios::eofbit);
+  }
+  return lines.good() || !text.empty();
+}
+
+class Reader {
  public:
-  void check(const Call &call) const;
-  void follow(const Call &call);
+  Reader(std::string name, std::string folder, const ScriptSetting &setting)
+      : script_{std::move(name), {}},
+        folder_(std::move(folder)),
+        setting_(setting),
+        rehearsal_(setting.streams) {}
+
+  Script read(std::istream &lines);
 
  private:
-  struct Slot {
-    bool card = false;
-    std::array<bool, MAX_CAM_NUM> cams{};
-  };
-  std::array<Slot, MAX_BOARD_NUM> slots_;
+  void readLine(const std::string &text, std::size_t number);
+  Call callOf(const std::string &text, std::size_t number);
+  void requireFunction(const std::string &name) const;
+  bool isConsoleName(const std::string &name) const;
+  void loseTrackAt(const std::string &name);
+  std::string findFile(Call &call) const;
+  void complain(std::size_t number, const std::string &what);
+
+  Script script_;
+  const std::string folder_;  // that stream files are looked for in first; empty: none
+  const ScriptSetting &setting_;
+  Rehearsal rehearsal_;
+  std::vector<std::string> errors_;
 };
 
-void Occupancy::check(const Call &call) const {
-  if (call.function->need == Need::Nothing) {
-    return;
+Script Reader::read(std::istream &lines) {
+  std::string text;
+  for (std::size_t number = 1; nextLine(lines, text) && errors_.size() < errorsTold; ++number) {
+    if (text.find('\0') != std::string::npos) {
+      complain(number, "a zero byte: this is no text; write the name of a script");
+      break;
+    }
+    const bool marked = number == 1 && text.rfind(byteOrderMark, 0) == 0;
+    readLine(marked ? text.substr(std::strlen(byteOrderMark)) : text, number);
   }
-  const std::string slotName = std::to_string(call.values[0].number);
-  const Slot &slot = slots_[call.values[0].number];
-  if (!slot.card) {
-    throw InputError("no card is in slot " + slotName + "; put one in first: cardInsert " +
-                     slotName + ", \"file\"");
+  if (!errors_.empty()) {
+    throw InputError(joined(errors_, "\n"));
   }
-  if (call.function->need == Need::Card || slot.cams[call.values[1].number]) {
-    return;
-  }
-  const std::string place = slotName + ", " + std::to_string(call.values[1].number);
-  throw InputError("no CAM is in " + place + "; put one in first: camInsert " + place + ", casid");
+  return std::move(script_);
 }
 
-void Occupancy::follow(const Call &call) {
-  if (call.function->effect == Effect::None) {
+void Reader::readLine(const std::string &text, std::size_t number) {
+  Call call;
+  try {
+    call = callOf(text, number);
+  } catch (const InputError &error) {
+    complain(number, error.what());
+    loseTrackAt(leadingName(text));
     return;
   }
-  Slot &slot = slots_[call.values[0].number];
-  switch (call.function->effect) {
-    case Effect::CardIn:
-      slot.card = true;
-      break;
-    case Effect::CardOut:
-      slot = Slot{};
-      break;
-    case Effect::CamIn:
-      slot.cams[call.values[1].number] = true;
-      break;
-    case Effect::CamOut:
-      slot.cams[call.values[1].number] = false;
-      break;
-    case Effect::None:
-      break;
+  if (call.function == nullptr) {
+    return;
   }
+  const std::string whereLooked = findFile(call);
+  try {
+    rehearsal_.play(*call.function, call.values);
+  } catch (const InputError &error) {
+    complain(number, error.what() + whereLooked);
+  }
+  script_.calls.push_back(std::move(call));
 }
 
-void readLine(const std::string &text, std::size_t number, Occupancy &occupancy, Script &script) {
+Call Reader::callOf(const std::string &text, std::size_t number) {
+  checkLength(text);
+  checkCharacters(text);
+  requireFunction(leadingName(text));
   const Line line = parseLine(text);
   if (line.name.empty()) {
-    return;
+    return Call{};
   }
   const Function &function = findFunction(line.name);
-  Call call{number, lineText(line), &function, checkArgs(function, line.args)};
-  occupancy.check(call);
-  occupancy.follow(call);
-  script.calls.push_back(std::move(call));
+  return Call{number, lineText(line), &function, checkArgs(function, line.args)};
+}
+
+// Before the rest of the line is read: what is right at the console may be no call.
+void Reader::requireFunction(const std::string &name) const {
+  if (name.empty() || isFunction(name)) {
+    return;
+  }
+  if (isConsoleName(name)) {
+    throw InputError(name + " is console only; type it at the prompt, or pipe it with --console");
+  }
+  findFunction(name);
+}
+
+bool Reader::isConsoleName(const std::string &name) const {
+  const std::vector<std::string> &names = setting_.consoleNames;
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Unless the name tells that a wrong line was not meant to fill or empty a slot.
+void Reader::loseTrackAt(const std::string &name) {
+  const bool harmless =
+      isFunction(name) ? findFunction(name).effect == Effect::None : isConsoleName(name);
+  if (!harmless) {
+    rehearsal_.loseTrack();
+  }
+}
+
+// Puts in the path that leads to the call's file. Returns where it was looked for in vain.
+std::string Reader::findFile(Call &call) const {
+  std::string *file = fileOf(*call.function, call.values);
+  if (file == nullptr || folder_.empty()) {
+    return "";
+  }
+  std::error_code failure;
+  const fs::path beside = fs::path(folder_) / *file;
+  if (fs::exists(beside, failure)) {
+    *file = beside.string();
+    return "";
+  }
+  const bool here = fs::exists(*file, failure) || fs::path(*file).is_absolute();
+  return here ? "" : "; it was looked for in '" + folder_ + "' and in the working directory";
+}
+
+void Reader::complain(std::size_t number, const std::string &what) {
+  errors_.push_back(atLine(script_, number, what));
 }
 
 }  // namespace
@@ -82,21 +158,11 @@ std::string atLine(const Script &script, std::size_t line, const std::string &wh
   return script.name + ":" + std::to_string(line) + ": " + what;
 }
 
-Script readScript(const std::string &name, std::istream &lines) {
-  Script script{name, {}};
-  Occupancy occupancy;
-  std::string text;
-  for (std::size_t number = 1; std::getline(lines, text); ++number) {
-    try {
-      readLine(text, number, occupancy, script);
-    } catch (const InputError &error) {
-      throw InputError(atLine(script, number, error.what()));
-    }
-  }
-  return script;
+Script readScript(const std::string &name, std::istream &lines, const ScriptSetting &setting) {
+  return Reader(name, "", setting).read(lines);
 }
 
-Script readScript(const std::string &path) {
+Script readScript(const std::string &path, const ScriptSetting &setting) {
   std::ifstream file(path);
   if (!file) {
     throw InputError(path + ": cannot be read: " + std::strerror(errno));
@@ -104,7 +170,7 @@ Script readScript(const std::string &path) {
   if (file.peek() == std::ifstream::traits_type::eof() && file.bad()) {
     throw InputError(path + ": cannot be read; write the name of a script");
   }
-  return readScript(path, file);
+  return Reader(path, fs::path(path).parent_path().string(), setting).read(file);
 }
 
 }  // namespace chassis

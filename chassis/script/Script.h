@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "card/StreamPrograms.h"
 #include "script/Functions.h"
 
 namespace chassis {
@@ -13,7 +14,7 @@ struct Call {
   std::size_t line = 0;  // in the file, from 1
   std::string text;      // as a person would write it
   const Function *function = nullptr;
-  Values values;
+  Values values;  // a stream file by the path that leads to it
 };
 
 struct Script {
@@ -21,10 +22,18 @@ struct Script {
   std::vector<Call> calls;
 };
 
-// Throw InputError with file and line: a file that cannot be read, a line that cannot be parsed, a
-// call of a card or CAM that no earlier line has put in.
-Script readScript(const std::string &path);
-Script readScript(const std::string &name, std::istream &lines);
+// What a script is read with.
+struct ScriptSetting {
+  std::vector<std::string> consoleNames;  // what the console knows; a script takes functions alone
+  StreamPrograms *streams = nullptr;      // null: stream files are not looked into
+};
+
+// The streams that a script names are looked for in its own folder, then in the working directory.
+// Throw InputError: a file that cannot be read, or one line with file and line for each call that
+// cannot be read, names a card or CAM that no earlier line has put in, a stream file that cannot
+// be played or a program that it does not carry; a hundred such lines at most.
+Script readScript(const std::string &path, const ScriptSetting &setting = {});
+Script readScript(const std::string &name, std::istream &lines, const ScriptSetting &setting = {});
 
 // "FILE:LINE: what"
 std::string atLine(const Script &script, std::size_t line, const std::string &what);

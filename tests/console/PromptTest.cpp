@@ -17,6 +17,10 @@ namespace fs = std::filesystem;
 
 const std::string backOneLine = "\x10";
 const std::string killLine = "\x15";
+const std::string backOneCharacter = "\x02";
+const std::string rubOut = "\x7f";
+const std::string deleteKey = "\033[3~";
+const std::string interrupt = "\x03";
 
 class Prompt : public testing::Test {
  protected:
@@ -39,6 +43,10 @@ class Prompt : public testing::Test {
   std::string folder_;
 };
 
+bool isReady(Terminal &terminal) {
+  return terminal.sees("leaves\r\n") && terminal.sees("-> ");
+}
+
 bool hasRow(const Terminal &terminal, const std::string &row) {
   const std::vector<std::string> rows = terminal.screen();
   return std::find(rows.begin(), rows.end(), row) != rows.end();
@@ -46,7 +54,7 @@ bool hasRow(const Terminal &terminal, const std::string &row) {
 
 TEST_F(Prompt, AnswersCallsOfTheModule) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("test_bit(\"04\", 2)\r");
   EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
   terminal.type("TIME_RESET = 0xEA60\r");
@@ -71,7 +79,7 @@ TEST_F(Prompt, TheChassisGoesOnWhileNobodyTypes) {
 TEST_F(Prompt, ALineBeingTypedIsRedrawnWhole) {
   write("script", "wait 3\nnote \"in between\"\nwait 1\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("test_bit \"FF\"");
   ASSERT_TRUE(terminal.sees("in between"));
   ASSERT_TRUE(terminal.sees("-> test_bit \"FF\""));
@@ -91,7 +99,7 @@ TEST_F(Prompt, ALineBeingTypedIsRedrawnWhole) {
 TEST_F(Prompt, HalfAnEscapeSequenceDoesNotStopTheChassis) {
   write("script", "wait 3\nnote \"still here\"\nwait 1\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("abc\033[");
   EXPECT_TRUE(terminal.sees("still here"));
   terminal.type("D\b\rexit\r");
@@ -101,7 +109,7 @@ TEST_F(Prompt, HalfAnEscapeSequenceDoesNotStopTheChassis) {
 
 TEST_F(Prompt, CompletesNames) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("camSt\t");
   EXPECT_TRUE(terminal.sees("atusCheck "));
   EXPECT_EQ(terminal.screen().back(), "-> camStatusCheck ");
@@ -116,19 +124,19 @@ TEST_F(Prompt, CompletesNames) {
 TEST_F(Prompt, KeepsItsHistoryAcrossRuns) {
   {
     Terminal first(folder_, {"--speed", "20"});
-    ASSERT_TRUE(first.sees("-> "));
+    ASSERT_TRUE(isReady(first));
     first.type("TIME_CAPMT = 4711\rexit\r");
     ASSERT_EQ(first.endStatus(), 0);
   }
   Terminal second(folder_, {"--speed", "20"});
-  ASSERT_TRUE(second.sees("-> "));
+  ASSERT_TRUE(isReady(second));
   second.type(backOneLine + backOneLine + "\r");
   EXPECT_TRUE(second.sees("value = 4711"));
 }
 
 TEST_F(Prompt, TheHistoryIsBounded) {
   Terminal terminal(folder_, {"--speed", "50"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   for (int i = 0; i < 520; ++i) {
     terminal.type("TIME_CAPMT = " + std::to_string(i) + "\r");
   }
@@ -159,20 +167,163 @@ TEST_F(Prompt, CtrlDEnds) {
   EXPECT_TRUE(terminal.sees("seen behind the CAMs"));
 }
 
-TEST_F(Prompt, CtrlCEndsWithTheFinalTable) {
+TEST_F(Prompt, BeginsWithHowToGetHelpAndHowToLeave) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  const std::vector<std::string> rows = terminal.screen();
+  ASSERT_FALSE(rows.empty());
+  EXPECT_EQ(rows[0], "help lists what can be typed, Tab completes it; exit, quit or Ctrl-D leaves");
+  terminal.type("quit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, CtrlCTwiceEndsWithTheFinalTable) {
   write("script", "cardInsert 0, \"build/samples/headend.ts\"\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
   ASSERT_TRUE(terminal.sees("cardInsert"));
   ASSERT_TRUE(terminal.sees("-> "));
-  terminal.type("half a line\x03");
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("exit, quit or Ctrl-D leaves, and so does Ctrl-C once more\r\n"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type(interrupt);
   EXPECT_EQ(terminal.endStatus(), 130);
   EXPECT_TRUE(terminal.sees("seen behind the CAMs"));
+}
+
+TEST_F(Prompt, CtrlCEmptiesTheLine) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("half a line" + backOneCharacter);
+  ASSERT_TRUE(terminal.sees("half a line\b"));
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("-> "));
+  EXPECT_EQ(terminal.screen().back(), "-> ");
+  terminal.type("test_bit \"04\", 2\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
   EXPECT_FALSE(hasRow(terminal, "-> half a line"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, CtrlDEndsAtAnEmptyLineOnly) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("test_bit \"04\", 2x" + backOneCharacter + "\x04\r" + deleteKey);
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("test_bit \"02\", 1\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("\x04");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, OnlyCtrlCTwiceInARowEnds) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  for (int i = 0; i < 3; ++i) {
+    terminal.type(interrupt);
+    ASSERT_TRUE(terminal.sees("once more"));
+    ASSERT_TRUE(terminal.sees("-> "));
+    terminal.type("test_bit \"04\", 2\r");
+    ASSERT_TRUE(terminal.sees("value = 1 = 0x1"));
+  }
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, CtrlCBreaksAWaitOff) {
+  Terminal terminal(folder_, {"--speed", "1"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("wait 1000\r");
+  ASSERT_TRUE(terminal.sees("wait 1000\r\n-> "));
+  terminal.type("TIME_RESET = 4711\r");
+  ASSERT_TRUE(terminal.sees("4711\r\n-> "));
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("broken off"));
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("test_bit \"04\", 2\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_EQ(terminal.all().find("value = 4711"), std::string::npos);
+}
+
+TEST_F(Prompt, CompletesFilesInsideQuotes) {
+  fs::create_directory(folder_ + "/Aufnahmen 日本");
+  write("Aufnahmen 日本/a \"b\".ts", "");
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("cardInsert 0, \"Au\t");
+  ASSERT_TRUE(terminal.sees("本/"));
+  terminal.type("\t");
+  ASSERT_TRUE(terminal.sees(".ts\""));
+  EXPECT_EQ(terminal.screen().back(), R"(-> cardInsert 0, "Aufnahmen 日本/a \"b\".ts")");
+  terminal.type("\r");
+  EXPECT_TRUE(terminal.sees("'Aufnahmen 日本/a \"b\".ts' is empty"));
+}
+
+TEST_F(Prompt, WideCharactersAreEdited) {
+  Terminal terminal(folder_, {"--speed", "20"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"日本語🙂\"");
+  ASSERT_TRUE(terminal.sees("🙂\""));
+  terminal.type(backOneCharacter + backOneCharacter + backOneCharacter + "xy");
+  ASSERT_TRUE(terminal.sees("y"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"日本xy語🙂\"");
+  terminal.type(rubOut + rubOut + rubOut + "z");
+  ASSERT_TRUE(terminal.sees("z"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"日z語🙂\"");
+  terminal.type("\r");
+  EXPECT_TRUE(terminal.sees("chassis        日z語🙂"));
+}
+
+// Accents that combine go with their letter, wherever the line is drawn anew.
+TEST_F(Prompt, CombiningCharactersAreEdited) {
+  write("script", "wait 4\nnote \"in between\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"ae\u0301o\u0308\"");
+  ASSERT_TRUE(terminal.sees("in between"));
+  ASSERT_TRUE(terminal.sees("o\u0308\""));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"ae\u0301o\u0308\"");
+  terminal.type("\033[D\033[D" + rubOut + "1");
+  ASSERT_TRUE(terminal.sees("1"));
+  ASSERT_TRUE(terminal.sees("o\u0308\"\0338"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"a1o\u0308\"");
+  terminal.type(deleteKey + "2");
+  ASSERT_TRUE(terminal.sees("2"));
+  EXPECT_EQ(terminal.screen().back(), "-> note \"a12\"");
+  terminal.type("\033[D\033[C\r");
+  EXPECT_TRUE(terminal.sees("chassis        a12"));
+}
+
+// The sixth wide character does not fit the rest of its row, so the cursor stands one row lower
+// than the cells that the line has.
+TEST_F(Prompt, ALineOfWideCharactersIsRedrawnWhole) {
+  write("script", "wait 4\nnote \"in between\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"}, {20, "C.UTF-8"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"一二三四五六七八九十一二三四五");
+  ASSERT_TRUE(terminal.sees("in between"));
+  ASSERT_TRUE(terminal.sees("四五"));
+  const std::vector<std::string> rows = terminal.screen();
+  EXPECT_EQ(std::count_if(rows.begin(), rows.end(),
+                          [](const std::string &row) { return row.rfind("-> ", 0) == 0; }),
+            1);
+  EXPECT_TRUE(hasRow(terminal, "-> note \"一二三四五 ") ||
+              hasRow(terminal, "-> note \"一二三四五"));
+  EXPECT_TRUE(hasRow(terminal, "六七八九十一二三四五"));
+}
+
+TEST_F(Prompt, WithoutALocaleNamesAreUtf8AllTheSame) {
+  Terminal terminal(folder_, {"--speed", "20"}, {400, "C"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"Zürich 日本\"\r");
+  EXPECT_TRUE(terminal.sees("chassis        Zürich 日本"));
 }
 
 TEST_F(Prompt, SigtermEndsToo) {
   Terminal terminal(folder_, {});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.signal(SIGTERM);
   EXPECT_EQ(terminal.endStatus(), 143);
   EXPECT_TRUE(terminal.sees("no alarm stands"));
@@ -180,7 +331,7 @@ TEST_F(Prompt, SigtermEndsToo) {
 
 TEST_F(Prompt, BadInputGetsOneLine) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   terminal.type("camAlarm 6\r");
   EXPECT_TRUE(terminal.sees("error: there is no slot 6; write 0 to 5\r\n"));
   terminal.type("printDesStat 0\r");
@@ -190,19 +341,34 @@ TEST_F(Prompt, BadInputGetsOneLine) {
 }
 
 TEST_F(Prompt, AFailingScriptLineLeavesThePromptAlive) {
+  const std::string stream = read("build/samples/headend.ts");
+  write("short.ts", stream.substr(0, 188 * 400));
   write("script",
-        "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 9, 1\nnote \"went on\"\n");
-  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
-  EXPECT_TRUE(terminal.sees("error: script:2: program 9"));
+        "cardInsert 0, \"short.ts\"\nnote \"waits\"\nwait 1\n"
+        "cardInsert 1, \"short.ts\"\nnote \"went on\"\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(terminal.sees("waits"));
+  write("short.ts", "no stream any more");
+  EXPECT_TRUE(terminal.sees("error: script:4: 'short.ts'"));
   EXPECT_TRUE(terminal.sees("went on"));
   terminal.type("exit\r");
   EXPECT_EQ(terminal.endStatus(), 0);
 }
 
+TEST_F(Prompt, AWrongScriptIsRefusedBeforeThereIsAPrompt) {
+  write("script", "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 9, 1\nexit\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "20"});
+  EXPECT_EQ(terminal.endStatus(), 2);
+  EXPECT_TRUE(
+      terminal.sees("ci-chassis: script:2: program 9 is not in 'build/samples/headend.ts'"));
+  EXPECT_TRUE(terminal.sees("ci-chassis: script:3: exit is console only"));
+  EXPECT_EQ(terminal.all().find("-> "), std::string::npos);
+}
+
 // Without the bytes that end or stop the program, or the output: Ctrl-C, -D, -Z, -\, -S, -Q.
 TEST_F(Prompt, RandomBytesDoNotEndIt) {
   Terminal terminal(folder_, {"--speed", "20"});
-  ASSERT_TRUE(terminal.sees("-> "));
+  ASSERT_TRUE(isReady(terminal));
   std::mt19937 random(7);
   const std::string left = "\x03\x04\x1a\x1c\x13\x11";
   std::string noise;

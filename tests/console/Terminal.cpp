@@ -10,8 +10,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <clocale>
 #include <csignal>
 #include <cstdlib>
+#include <cwchar>
+#include <numeric>
+#include <tuple>
+#include <utility>
 
 namespace console {
 namespace {
@@ -21,7 +26,8 @@ using Time = std::chrono::steady_clock;
 constexpr int pollMs = 100;
 constexpr std::chrono::seconds deadline{30};
 
-[[noreturn]] void become(const std::string &folder, const std::vector<std::string> &arguments) {
+[[noreturn]] void become(const std::string &folder, const std::vector<std::string> &arguments,
+                         const char *locale) {
   std::vector<char *> argv;
   std::vector<std::string> words{CONSOLE_PROGRAM};
   words.insert(words.end(), arguments.begin(), arguments.end());
@@ -30,7 +36,7 @@ constexpr std::chrono::seconds deadline{30};
   }
   argv.push_back(nullptr);
   setenv("TERM", "xterm", 1);
-  setenv("LC_ALL", "C.UTF-8", 1);
+  setenv("LC_ALL", locale, 1);
   setenv("NO_COLOR", "1", 1);
   setenv("CI_CHASSIS_HISTORY", (folder + "/history").c_str(), 1);
   if (chdir(folder.c_str()) == 0) {
@@ -46,19 +52,28 @@ winsize sizeOf(unsigned short columns) {
   return size;
 }
 
-// As much of a terminal as the program uses: it moves up and back, erases, goes to a column.
+// As much of a terminal as the program uses: it moves up and back, erases, goes to a column. A cell
+// has a character with its combining ones; the second cell of a wide one is empty.
 class Display {
  public:
   explicit Display(std::size_t columns) : columns_(columns) {}
 
   void put(const std::string &text) {
     for (std::size_t at = 0; at < text.size();) {
-      at = text.compare(at, 2, "\033[") == 0 ? control(text, at + 2) : plain(text, at);
+      at = text[at] == '\033' && at + 1 < text.size() ? escape(text, at + 1) : plain(text, at);
     }
   }
-  std::vector<std::string> rows() const { return rows_; }
+  std::vector<std::string> rows() const {
+    std::vector<std::string> texts;
+    for (const Row &row : rows_) {
+      texts.push_back(std::accumulate(row.begin(), row.end(), std::string()));
+    }
+    return texts;
+  }
 
  private:
+  using Row = std::vector<std::string>;
+
   std::size_t plain(const std::string &text, std::size_t at) {
     const char c = text[at];
     if (c == '\r') {
@@ -68,18 +83,43 @@ class Display {
     } else if (c == '\b') {
       column_ -= column_ > 0 ? 1 : 0;
     } else if (c != '\a') {
-      write(c);
+      return character(text, at);
     }
     return at + 1;
   }
-  void write(char c) {
-    if (column_ == columns_) {
+  std::size_t character(const std::string &text, std::size_t at) {
+    std::size_t end = at + 1;
+    while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) {
+      ++end;
+    }
+    const std::string bytes = text.substr(at, end - at);
+    wchar_t wide = 0;
+    std::mbstate_t state{};
+    const bool read = std::mbrtowc(&wide, bytes.data(), bytes.size(), &state) <= bytes.size();
+    write(bytes, read ? static_cast<std::size_t>(std::max(0, wcwidth(wide))) : 1);
+    return end;
+  }
+  void write(const std::string &bytes, std::size_t width) {
+    if (column_ + width > columns_) {
       column_ = 0;
       ++row_;
     }
-    std::string &row = line();
-    row.resize(std::max(row.size(), column_ + 1), ' ');
-    row[column_++] = c;
+    Row &row = line();
+    row.resize(std::max(row.size(), column_ + width), " ");
+    if (width == 0 && column_ > 0) {
+      row[column_ - 1] += bytes;
+    }
+    for (std::size_t cell = 0; cell < width; ++cell) {
+      row[column_++] = cell == 0 ? bytes : "";
+    }
+  }
+  std::size_t escape(const std::string &text, std::size_t at) {
+    if (text[at] == '7') {
+      saved_ = {row_, column_};
+    } else if (text[at] == '8') {
+      std::tie(row_, column_) = saved_;
+    }
+    return text[at] == '[' ? control(text, at + 1) : at + 1;
   }
   std::size_t control(const std::string &text, std::size_t at) {
     const std::size_t end = text.find_first_not_of("0123456789;?", at);
@@ -91,6 +131,8 @@ class Display {
     return end + 1;
   }
   void apply(char command, std::size_t count) {
+    Row &row = line();
+    const auto at = row.begin() + static_cast<std::ptrdiff_t>(std::min(column_, row.size()));
     switch (command) {
       case 'A':
         row_ -= std::min(row_, count);
@@ -105,31 +147,33 @@ class Display {
         column_ = count - 1;
         break;
       case 'J':
-        line().resize(std::min(line().size(), column_));
+        row.erase(at, row.end());
         rows_.resize(row_ + 1);
         break;
       case 'K':
-        line().resize(std::min(line().size(), column_));
+        row.erase(at, row.end());
         break;
       case 'P':
-        line().erase(std::min(column_, line().size()), count);
+        row.erase(
+            at, at + std::min<std::ptrdiff_t>(static_cast<std::ptrdiff_t>(count), row.end() - at));
         break;
       case '@':
-        line().insert(std::min(column_, line().size()), count, ' ');
+        row.insert(at, count, " ");
         break;
       default:
         break;
     }
   }
-  std::string &line() {
+  Row &line() {
     rows_.resize(std::max(rows_.size(), row_ + 1));
     return rows_[row_];
   }
 
   const std::size_t columns_;
-  std::vector<std::string> rows_;
+  std::vector<Row> rows_;
   std::size_t row_ = 0;
   std::size_t column_ = 0;
+  std::pair<std::size_t, std::size_t> saved_;
 };
 
 }  // namespace
@@ -137,10 +181,11 @@ class Display {
 Terminal::Terminal(const std::string &folder, const std::vector<std::string> &arguments,
                    const TerminalKind &kind)
     : columns_(kind.columns) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   const winsize size = sizeOf(kind.columns);
   child_ = forkpty(&terminal_, nullptr, nullptr, &size);
   if (child_ == 0) {
-    become(folder, arguments);
+    become(folder, arguments, kind.locale);
   }
   fcntl(terminal_, F_SETFL, O_NONBLOCK);
 }

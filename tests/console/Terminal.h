@@ -10,6 +10,7 @@ namespace console {
 
 struct TerminalKind {
   unsigned short columns = 400;
+  const char *locale = "C.UTF-8";  // of the program; the terminal itself always takes UTF-8
 };
 
 class Terminal {

@@ -6,7 +6,7 @@
 namespace e2e {
 namespace {
 
-const std::string demo = "'" + samples + "/demo'";
+const std::string demo = "samples/demo";
 
 const std::string twoCams =
     "cardInsert 0, \"build/samples/headend.ts\"\n"

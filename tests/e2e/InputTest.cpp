@@ -128,14 +128,37 @@ TEST_F(Input, DamagedBytesNeverCrash) {
   }
 }
 
-TEST_F(Input, WrongScriptLineStopsBeforeAnythingRuns) {
+TEST_F(Input, WrongScriptLinesStopItBeforeAnythingRuns) {
   write("in.ts", stream_);
-  const Result result = runScript(card + "wait 5\ncamInsrt 0, 0, 0x0500");
+  const Result result =
+      runScript(card + "wait 5\nprogAssign 0, 7, 1\ncamInsrt 0, 0, 0x0500\nstatus\n" +
+                "TIME_RESET = 5\ncardInsert 1, \"nowhere.ts\"");
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.out, "");
+  const std::string atConsole =
+      " is console only; type it at the prompt, or pipe it with --console";
   EXPECT_EQ(result.err,
-            "ci-chassis: script:3: there is no function camInsrt; did you mean camInsert slot, "
-            "cam, casid[, casid...]?\n");
+            "ci-chassis: script:3: program 7 is not in 'in.ts', which carries 101, 102, 103, 104\n"
+            "ci-chassis: script:4: there is no function camInsrt; did you mean camInsert slot, "
+            "cam, casid[, casid...]?\n"
+            "ci-chassis: script:5: status" +
+                atConsole + "\nci-chassis: script:6: TIME_RESET" + atConsole +
+                "\nci-chassis: script:7: 'nowhere.ts' cannot be opened: No such file or "
+                "directory\n");
+}
+
+TEST_F(Input, AScriptWithoutAnEndIsRefused) {
+  const Result line = command("yes | tr -d '\\n' | '" + program + "' --script -");
+  EXPECT_EQ(line.status, 2);
+  EXPECT_EQ(line.err,
+            "ci-chassis: standard input:1: the line is too long; write 1000 characters at most\n");
+  for (const char *script : {"--script /dev/zero", "--script - </dev/zero"}) {
+    const Result result = run(script);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find(":1: a zero byte: this is no text; write the name of a script\n"),
+              std::string::npos)
+        << result.err;
+  }
 }
 
 TEST_F(Input, ProgramThatTheStreamDoesNotHave) {
@@ -160,9 +183,21 @@ TEST_F(Input, WrongArgumentsOfTheProgram) {
       {"", "ci-chassis: nothing to run; give --script FILE, --console, or a terminal\n"},
       {"--script nothing", "ci-chassis: nothing: cannot be read: No such file or directory\n"},
       {"--script empty --speed fast",
-       "ci-chassis: --speed fast does not fit; write a number above 0, or max\n"},
+       "ci-chassis: --speed fast does not fit; write 0.001 to 1000000, or max\n"},
       {"--script empty --speed 0",
-       "ci-chassis: --speed 0 does not fit; write a number above 0, or max\n"},
+       "ci-chassis: --speed 0 does not fit; write 0.001 to 1000000, or max\n"},
+      {"--script empty --speed 0x10",
+       "ci-chassis: --speed 0x10 does not fit; write 0.001 to 1000000, or max\n"},
+      {"--script empty --for nan",
+       "ci-chassis: --for nan does not fit; write 0 to 1000000 seconds\n"},
+      {"--script empty --for -1",
+       "ci-chassis: --for -1 does not fit; write 0 to 1000000 seconds\n"},
+      {"--script empty --for 1000001",
+       "ci-chassis: --for 1000001 does not fit; write 0 to 1000000 seconds\n"},
+      {"--script empty --clock-start -1",
+       "ci-chassis: --clock-start: -1 does not fit; write 0 to 4294967295\n"},
+      {"--script empty --clock-start 4294967296",
+       "ci-chassis: --clock-start: 4294967296 does not fit; write 0 to 4294967295\n"},
       {"--script empty --output 6:out",
        "ci-chassis: --output 6:out does not fit; write SLOT:FILE with a slot of 0 to 5\n"},
       {"--script empty --output out",
@@ -174,22 +209,28 @@ TEST_F(Input, WrongArgumentsOfTheProgram) {
     EXPECT_EQ(result.err, c.error);
     EXPECT_EQ(result.out, "");
   }
-  for (const char *arguments :
-       {"--script empty --for -1", "--script empty --clock-start 4294967296",
-        "--script empty --unknown", "--script empty more",
-        "--script empty --output 0:missing/out.ts"}) {
+  for (const char *arguments : {"--script empty --unknown", "--script empty more",
+                                "--script empty --output 0:missing/out.ts"}) {
     const Result result = run(arguments);
     EXPECT_EQ(result.status, 2) << arguments;
     EXPECT_EQ(linesOf(result.err).size(), 1u) << result.err;
   }
 }
 
+TEST_F(Input, AnOutputWithoutACardIsTold) {
+  write("in.ts", stream_);
+  const Result result = runScript(card + "wait 1", "--output 0:zero.ts --output 1:one.ts");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "ci-chassis: --output 1:one.ts: no card was in slot 1, so nothing was written\n");
+}
+
 TEST_F(Input, HelpListsOptionsAndFunctions) {
   const Result result = run("--help");
   EXPECT_EQ(result.status, 0);
-  for (const char *part :
-       {"--script", "--speed", "--for", "--output", "--clock-start", "--debug", "--no-table",
-        "camInsert slot, cam, casid[, casid...]", "wait seconds", "alarmFail on"}) {
+  for (const char *part : {"--script", "--speed", "--for", "--output", "--clock-start", "--debug",
+                           "--no-table", "camInsert slot, cam, casid[, casid...]", "wait seconds",
+                           "alarmFail on", "  2    bad input", "  143  ended by SIGTERM"}) {
     EXPECT_NE(result.out.find(part), std::string::npos) << part;
   }
 }

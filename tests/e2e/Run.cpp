@@ -45,6 +45,8 @@ void Run::SetUp() {
   ASSERT_NE(mkdtemp(pattern.data()), nullptr);
   folder_ = pattern;
   fs::create_directory_symlink(E2E_BUILD, folder_ + "/build");
+  fs::create_directory(folder_ + "/samples");
+  fs::copy_file(samples + "/demo", folder_ + "/samples/demo");
 }
 
 void Run::TearDown() {
@@ -52,8 +54,11 @@ void Run::TearDown() {
 }
 
 Result Run::run(const std::string &arguments) const {
-  const std::string command =
-      "cd " + folder_ + " && '" + E2E_PROGRAM + "' " + arguments + " >out.txt 2>err.txt </dev/null";
+  return command("'" + program + "' " + arguments);
+}
+
+Result Run::command(const std::string &line) const {
+  const std::string command = "cd " + folder_ + " && (" + line + ") >out.txt 2>err.txt </dev/null";
   const auto begin = std::chrono::steady_clock::now();
   const int status = std::system(command.c_str());
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;

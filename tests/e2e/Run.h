@@ -1,4 +1,5 @@
-// Runs the program as a person would, in a folder of its own in which `build` leads to the build.
+// Runs the program as a person would, in a folder of its own in which `build` leads to the build
+// and `samples` has the demo.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,6 +22,7 @@ using Lines = std::vector<std::string>;
 
 constexpr const char *headend = "build/samples/headend.ts";
 const std::string samples = E2E_SAMPLES;
+const std::string program = E2E_PROGRAM;
 
 class Run : public testing::Test {
  protected:
@@ -29,6 +31,7 @@ class Run : public testing::Test {
 
   // Arguments as a shell takes them.
   Result run(const std::string &arguments) const;
+  Result command(const std::string &line) const;  // any, in the folder
   Result runScript(const std::string &script, const std::string &arguments = "") const;
   std::string write(const std::string &name, const std::string &text) const;
   void write(const std::string &name, const Bytes &bytes) const;

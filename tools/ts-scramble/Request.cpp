@@ -1,11 +1,11 @@
 #include "Request.h"
 
 #include <algorithm>
-#include <charconv>
 #include <set>
 #include <sstream>
 
 #include "InputError.h"
+#include "Number.h"
 #include "PidText.h"
 #include "ts/TsPacket.h"
 
@@ -34,15 +34,12 @@ std::vector<std::string> split(const std::string &text, char separator) {
 
 std::uint16_t parseNumber(const std::string &text, unsigned least, unsigned most,
                           const std::string &what) {
-  const bool hex = text.compare(0, 2, "0x") == 0 || text.compare(0, 2, "0X") == 0;
-  const char *const end = text.data() + text.size();
-  unsigned number = 0;
-  const auto result = std::from_chars(text.data() + (hex ? 2 : 0), end, number, hex ? 16 : 10);
-  if (result.ec != std::errc() || result.ptr != end || number < least || number > most) {
+  const std::optional<std::uint64_t> number = chassis::readWhole(text);
+  if (!number || *number < least || *number > most) {
     throw InputError("'" + text + "' is no " + what + "; " + std::to_string(least) + " to " +
                      std::to_string(most) + " would be right");
   }
-  return static_cast<std::uint16_t>(number);
+  return static_cast<std::uint16_t>(*number);
 }
 
 void checkRange(double value, double least, double most, const std::string &what) {

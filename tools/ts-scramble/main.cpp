@@ -2,12 +2,15 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <limits>
 #include <string>
 #include <vector>
 
+#include "OptionNumber.h"
 #include "PidText.h"
 #include "Scrambler.h"
 #include "Text.h"
+#include "card/StreamScan.h"
 
 namespace {
 
@@ -25,7 +28,8 @@ struct Arguments {
 
 void declare(CLI::App &app, Arguments &arguments) {
   Request &request = arguments.request;
-  const CLI::Range ordinaryPids(int{firstOrdinaryPid}, chassis::nullPid - 1);
+  const CLI::Validator ordinaryPids = chassis::wholeNumber(firstOrdinaryPid, chassis::nullPid - 1);
+  const CLI::Validator numbers = chassis::wholeNumber(1, 0xFFFF);
   app.add_option("IN", arguments.in, "clear transport stream")->required();
   app.add_option("OUT", arguments.out, "scrambled transport stream")->required();
   app.add_option("--program", arguments.programs,
@@ -34,11 +38,12 @@ void declare(CLI::App &app, Arguments &arguments) {
       ->allow_extra_args(false);
   app.add_option("--new-pmt", request.newPmts,
                  "NUMBER: a program whose PMT becomes the next version; may be repeated")
+      ->transform(numbers)
       ->allow_extra_args(false);
   app.add_option("--level", arguments.level, "level of programs that tell none: program or stream")
       ->capture_default_str();
   app.add_option("--casid", request.casid, "CA system id")
-      ->check(CLI::Range(0x0001, 0xFFFF))
+      ->transform(numbers)
       ->default_str(pidText(request.casid));
   app.add_option("--crypto-period", request.cryptoPeriod,
                  "seconds; an even number of equal periods nearest to it is made")
@@ -47,12 +52,15 @@ void declare(CLI::App &app, Arguments &arguments) {
       ->capture_default_str();
   app.add_option("--ecm-pid", request.firstEcmPid,
                  "ECM PIDs are the first free ones from here upwards")
-      ->check(ordinaryPids);
+      ->transform(ordinaryPids);
   app.add_option("--emm-pid", request.emmPid, "EMM PID; without it, a free one")
-      ->check(ordinaryPids);
+      ->transform(ordinaryPids);
   app.add_option("--cipher", arguments.cipher, "of the ECMs: none or xor")->capture_default_str();
-  app.add_option("--seed", request.seed, "of the control words")->capture_default_str();
-  app.add_option("--bitrate", request.bitrate, "of IN in bit/s; without it, from its PCRs");
+  app.add_option("--seed", request.seed, "of the control words")
+      ->transform(chassis::wholeNumber(0, std::numeric_limits<std::uint64_t>::max() - 1))
+      ->capture_default_str();
+  app.add_option("--bitrate", request.bitrate, "of IN in bit/s; without it, from its PCRs")
+      ->transform(chassis::wholeNumber(1, chassis::maxBitrate));
 }
 
 Request requestOf(const Arguments &arguments) {

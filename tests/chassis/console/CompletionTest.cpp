@@ -1,6 +1,11 @@
 #include "console/Completion.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 namespace chassis {
 namespace {
@@ -35,6 +40,65 @@ TEST(Completion, NotWhereNoNameStands) {
     EXPECT_EQ(completion.insert, "") << before;
     EXPECT_TRUE(completion.choices.empty()) << before;
   }
+}
+
+TEST(Completion, AStringBehindAStringIsKnown) {
+  EXPECT_EQ(complete("note \"a # \\\" b\", sta", names).insert, "tus ");
+  EXPECT_EQ(complete("f \"a\" # sta", names).insert, "");
+}
+
+class FileCompletion : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = (std::filesystem::temp_directory_path() / "completion-XXXXXX").string();
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    folder_ = pattern + "/";
+    for (const char *name :
+         {"one.ts", "only two.ts", "mö.ts", "mü.ts", "a\"b\\c", ".hidden", "x\n"}) {
+      std::ofstream file(folder_ + name);
+    }
+    std::filesystem::create_directory(folder_ + "sub folder");
+  }
+  void TearDown() override { std::filesystem::remove_all(folder_); }
+  Completion completeIn(const std::string &begun) const {
+    return complete("cardInsert 0, \"" + folder_ + begun, names);
+  }
+
+  std::string folder_;
+};
+
+TEST_F(FileCompletion, TheOnlyFileGetsItsQuote) {
+  EXPECT_EQ(completeIn("one").insert, ".ts\"");
+  EXPECT_EQ(completeIn("only ").insert, "two.ts\"");
+  EXPECT_EQ(completeIn(".h").insert, "idden\"");
+}
+
+TEST_F(FileCompletion, AFolderGetsASlash) {
+  EXPECT_EQ(completeIn("su").insert, "b folder/");
+  EXPECT_EQ(completeIn("sub folder/").insert, "");
+}
+
+TEST_F(FileCompletion, SeveralFilesAreShown) {
+  const Completion completion = completeIn("o");
+  EXPECT_EQ(completion.insert, "n");
+  EXPECT_EQ(completion.choices, (std::vector<std::string>{"one.ts", "only two.ts"}));
+  EXPECT_EQ(completeIn("").choices, (std::vector<std::string>{"a\"b\\c", "mö.ts", "mü.ts", "one.ts",
+                                                              "only two.ts", "sub folder/"}));
+}
+
+TEST_F(FileCompletion, AQuoteInANameIsEscaped) {
+  EXPECT_EQ(completeIn("a").insert, "\\\"b\\\\c\"");
+  EXPECT_EQ(completeIn("a\\\"b").insert, "\\\\c\"");
+}
+
+TEST_F(FileCompletion, CharactersStayWhole) {
+  EXPECT_EQ(completeIn("m").insert, "");
+  EXPECT_EQ(completeIn("m").choices.size(), 2u);
+}
+
+TEST_F(FileCompletion, NothingWhereThereIsNoFolder) {
+  EXPECT_EQ(completeIn("none/a").insert, "");
+  EXPECT_TRUE(completeIn("none/a").choices.empty());
 }
 
 TEST(Completion, Columns) {

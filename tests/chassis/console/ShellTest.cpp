@@ -108,8 +108,35 @@ TEST_F(ShellTest, InTurnALineWaitsForTheAnswerBeforeIt) {
   EXPECT_LT(answer_.find("V3.0.1.1"), answer_.find("chassis time 00:00:02.000")) << answer_;
 }
 
+TEST_F(ShellTest, AWaitCanBeBrokenOff) {
+  EXPECT_FALSE(session_.breakOff(clock_.elapsedMs()));
+  ask("wait 1000");
+  ask("TIME_RESET = 4711");
+  EXPECT_TRUE(session_.breakOff(clock_.elapsedMs()));
+  EXPECT_FALSE(session_.breakOff(clock_.elapsedMs()));
+  EXPECT_TRUE(has(ask("printCiIfVer"), "V3.0.1.1"));
+  EXPECT_FALSE(has(ask("TIME_RESET"), "4711"));
+}
+
+TEST_F(ShellTest, WhatActsOnNothingIsTold) {
+  insertCard();
+  ask("camInsert 0, 0, 0x0500");
+  ask("pidDrop 0, 0x1F00, 1");
+  EXPECT_TRUE(has(journal_.lines().back(), "nothing changes: PID 0x1F00 is not in the stream"));
+  ask("pidDamage 0, 0x201, 1");
+  EXPECT_FALSE(has(journal_.lines().back(), "nothing changes"));
+  for (const char *call : {"camEntitle 0, 0, 101, 0", "camRefuse 0, 0, 101, 1"}) {
+    ask(call);
+    EXPECT_TRUE(has(journal_.lines().back(),
+                    "nothing changes yet: program 101 is not assigned to this CAM"));
+  }
+  ask("progAssign 0, 101, 1");
+  ask("camEntitle 0, 0, 101, 1");
+  EXPECT_FALSE(has(journal_.lines().back(), "nothing changes"));
+}
+
 TEST_F(ShellTest, ALineMayNotBeEndless) {
-  EXPECT_TRUE(isOneErrorLine(ask(std::string(Shell::longestLine + 1, 'a'))));
+  EXPECT_TRUE(isOneErrorLine(ask(std::string(longestLine + 1, 'a'))));
 }
 
 TEST_F(ShellTest, HelpHasOneLineForEachName) {
@@ -184,6 +211,17 @@ TEST_F(ShellTest, ExitEnds) {
   EXPECT_EQ(ask("printCiIfVer"), "");
 }
 
+TEST_F(ShellTest, QuitEndsToo) {
+  ask("quit");
+  EXPECT_TRUE(shell_.exited());
+}
+
+TEST_F(ShellTest, ACallIsShownWithItsQuotes) {
+  ask(R"(cardInsert 0, "a \"b\".ts")");
+  EXPECT_TRUE(has(answer_, R"('a "b".ts')")) << answer_;
+  EXPECT_TRUE(has(journal_.lines().back(), R"(cardInsert 0, "a \"b\".ts")"));
+}
+
 // Lines of known names and of pieces that could upset a parser.
 TEST_F(ShellTest, NothingTypedCrashesIt) {
   insertCard();
@@ -195,7 +233,7 @@ TEST_F(ShellTest, NothingTypedCrashesIt) {
   std::mt19937 random(3);
   for (int i = 0; i < 4000; ++i) {
     std::string line = names[random() % names.size()];
-    if (line == "wait" || line == "exit") {
+    if (line == "wait" || line == "exit" || line == "quit") {
       continue;
     }
     for (auto parts = random() % 8; parts > 0; --parts) {

@@ -52,6 +52,40 @@ TEST(Line, StringsKeepWhatWouldOtherwiseEndThem) {
   }
 }
 
+TEST(Line, WhatIsPrintedBackIsTheSameCall) {
+  for (const char *text :
+       {R"(f "a \"b\" \\", 1)", R"(f "\\\"")", R"(f "", "a, b) # c")", "f 0x10, 2", "f"}) {
+    EXPECT_EQ(lineText(parseLine(text)), text);
+    EXPECT_EQ(lineText(parseLine(lineText(parseLine(text)))), text);
+  }
+}
+
+TEST(Line, LeadingName) {
+  EXPECT_EQ(leadingName("  TIME_RESET = 5"), "TIME_RESET");
+  EXPECT_EQ(leadingName("f(1)"), "f");
+  EXPECT_EQ(leadingName("f"), "f");
+  for (const char *text : {"", "  ", "1f", "= 5", "# f", "\"f\""}) {
+    EXPECT_EQ(leadingName(text), "") << text;
+  }
+}
+
+TEST(Line, LengthIsBounded) {
+  EXPECT_NO_THROW(checkLength(std::string(longestLine, 'a')));
+  EXPECT_THROW(checkLength(std::string(longestLine + 1, 'a')), InputError);
+}
+
+TEST(Line, ControlCharactersAreRefusedUnquoted) {
+  EXPECT_NO_THROW(checkCharacters("f\t\"d\u00E9j\u00E0 vu\"\r"));
+  for (const char *text : {"\033[2J", "f \"a\x07\"", "f\x7f"}) {
+    try {
+      checkCharacters(text);
+      ADD_FAILURE() << text;
+    } catch (const InputError &error) {
+      EXPECT_STREQ(error.what(), "the line has control characters; write plain text");
+    }
+  }
+}
+
 TEST(Line, Errors) {
   const struct {
     const char *text;

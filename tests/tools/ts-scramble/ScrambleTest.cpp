@@ -619,6 +619,13 @@ TEST(ScrambleCommand, WrongArgumentsAreTold) {
   const std::pair<std::string, std::string> cases[] = {
       {"--casid 70000" + files, "--casid"},
       {"--casid x" + files, "--casid"},
+      {"--casid -1" + files, "--casid: -1 does not fit; write 1 to 65535"},
+      {"--seed -1" + files, "--seed: -1 does not fit; write 0 to 18446744073709551614"},
+      {"--seed 99999999999999999999" + files, "--seed: 99999999999999999999 does not fit"},
+      {"--bitrate -1" + files, "--bitrate: -1 does not fit; write 1 to 1000000000"},
+      {"--new-pmt -18446744073709551515" + files, "--new-pmt: -18446744073709551515 does not fit"},
+      {"--ecm-pid 8191" + files, "--ecm-pid: 8191 does not fit; write 32 to 8190"},
+      {"--crypto-period nan" + files, "crypto period nan s is out of range"},
       {"--emm-pid 0x1FFF" + files, "--emm-pid"},
       {"--level both" + files, "'both' is no level; program or stream would be right"},
       {"--cipher rot13" + files, "'rot13' is no cipher; none or xor would be right"},

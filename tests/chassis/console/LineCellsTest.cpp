@@ -1,0 +1,64 @@
+#include "console/LineCells.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+
+namespace chassis {
+namespace {
+
+class LineCells : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr); }
+};
+
+TEST_F(LineCells, CharactersTakeTheirCells) {
+  EXPECT_EQ(cellsBehind(L'a', 3, 20), 4u);
+  EXPECT_EQ(cellsBehind(L'\u00E9', 3, 20), 4u);
+  EXPECT_EQ(cellsBehind(L'\u65E5', 3, 20), 5u);
+  EXPECT_EQ(cellsBehind(L'\U0001F642', 3, 20), 5u);
+  EXPECT_EQ(cellsBehind(L'\u0301', 3, 20), 3u);
+  EXPECT_EQ(cellsBehind(L'\x01', 3, 20), 5u);
+  EXPECT_EQ(cellsBehind(L'\x85', 3, 20), 5u);
+  EXPECT_EQ(cellsBehind(L'\u2028', 3, 20), 10u);
+  EXPECT_EQ(cellsBehind(L'\U000E0080', 3, 20), 11u);
+}
+
+TEST_F(LineCells, AWideCharacterIsNotParted) {
+  EXPECT_EQ(cellsBehind(L'\u65E5', 18, 20), 20u);
+  EXPECT_EQ(cellsBehind(L'\u65E5', 19, 20), 22u);
+  EXPECT_EQ(cellsBehind(L'\u65E5', 39, 20), 42u);
+  EXPECT_EQ(cellsBehind(L'a', 19, 20), 20u);
+}
+
+TEST_F(LineCells, TabsAndRowsEndWhereTheyDo) {
+  EXPECT_EQ(cellsBehind(L'\t', 3, 20), 8u);
+  EXPECT_EQ(cellsBehind(L'\t', 8, 20), 16u);
+  EXPECT_EQ(cellsBehind(L'\t', 17, 20), 20u);
+  EXPECT_EQ(cellsBehind(L'\n', 3, 20), 20u);
+  EXPECT_EQ(cellsBehind(L'\n', 20, 20), 40u);
+}
+
+TEST_F(LineCells, AGlyphHasItsMarks) {
+  EXPECT_EQ(firstGlyph(L""), 0u);
+  EXPECT_EQ(lastGlyph(L""), 0u);
+  EXPECT_EQ(firstGlyph(L"ab"), 1u);
+  EXPECT_EQ(lastGlyph(L"ab"), 1u);
+  EXPECT_EQ(firstGlyph(L"e\u0301\u0308b"), 3u);
+  EXPECT_EQ(lastGlyph(L"be\u0301\u0308"), 3u);
+  EXPECT_EQ(firstGlyph(L"\u0301b"), 1u);
+  EXPECT_EQ(lastGlyph(L"\u0301"), 1u);
+  EXPECT_EQ(lastGlyph(L"\U0001F468\u200D\U0001F469"), 1u);
+  EXPECT_EQ(lastGlyph(L"\U0001F468\u200D"), 2u);
+}
+
+TEST_F(LineCells, PlainWithMarks) {
+  EXPECT_TRUE(isPlainWithMarks(L"ae\u0301"));
+  EXPECT_FALSE(isPlainWithMarks(L"a\u00E9\u65E5"));
+  EXPECT_FALSE(isPlainWithMarks(L"ae\u0301\x01"));
+  EXPECT_FALSE(isPlainWithMarks(L"ae\u0301\n"));
+  EXPECT_FALSE(isPlainWithMarks(L""));
+}
+
+}  // namespace
+}  // namespace chassis
