@@ -7,9 +7,11 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "ExitStatus.h"
 #include "InputError.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
+#include "files/StandardOutput.h"
 #include "report/AlarmList.h"
 #include "report/StatusTable.h"
 
@@ -28,7 +30,6 @@ struct Options {
   bool noTable = false;
 };
 
-constexpr int badInput = 2;
 constexpr const char *standardInput = "-";
 constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
@@ -121,13 +122,41 @@ Operation::Config configOf(const Options &options) {
   return config;
 }
 
+int complain(const std::string &what, int status) {
+  std::fprintf(stderr, "ci-chassis: %s\n", what.c_str());
+  return status;
+}
+
+void openOutputs(Chassis &chassis, const Options &options) {
+  if (!options.script.empty() && options.script != standardInput) {
+    chassis.files().read("the script", options.script);
+  }
+  for (const std::string &output : options.outputs) {
+    openOutput(chassis, output);
+  }
+}
+
+// Whatever else the status tells, what was lost is told too.
+int runToEnd(Operation &operation) {
+  struct TellLosses {
+    explicit TellLosses(const Operation &ended) : operation(ended) {}
+    ~TellLosses() {
+      for (const std::string &loss : operation.losses()) {
+        complain(loss, exitLost);
+      }
+    }
+    const Operation &operation;
+  };
+  const TellLosses tell(operation);
+  const int status = operation.run();
+  return status == exitDone && !operation.losses().empty() ? exitLost : status;
+}
+
 int play(const Options &options) {
   const Operation::Config config = configOf(options);
   Operation operation(config, scriptOf(options));
-  for (const std::string &output : options.outputs) {
-    openOutput(operation.chassis(), output);
-  }
-  const int status = operation.run();
+  openOutputs(operation.chassis(), options);
+  const int status = runToEnd(operation);
   if (!options.noTable) {
     printTables(operation.chassis(), config.colour);
   }
@@ -163,11 +192,6 @@ int showHelp(const CLI::App &app) {
   return 0;
 }
 
-int complain(const char *what, int status) {
-  std::fprintf(stderr, "ci-chassis: %s\n", what);
-  return status;
-}
-
 int runProgram(int argc, char **argv) {
   Options options;
   CLI::App app("A software chassis that runs the Common Interface supervision module.",
@@ -181,9 +205,9 @@ int runProgram(int argc, char **argv) {
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {
-    return complain(error.what(), badInput);
+    return complain(error.what(), exitBadInput);
   } catch (const InputError &error) {
-    return complain(error.what(), badInput);
+    return complain(error.what(), exitBadInput);
   }
 }
 
@@ -192,8 +216,8 @@ int runProgram(int argc, char **argv) {
 int main(int argc, char **argv) {
   std::setlocale(LC_CTYPE, "");
   try {
-    return runProgram(argc, argv);
+    return finishStandardOutput("ci-chassis", runProgram(argc, argv));
   } catch (const std::exception &error) {
-    return complain(error.what(), 1);
+    return complain(error.what(), exitFailed);
   }
 }

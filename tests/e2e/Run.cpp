@@ -53,7 +53,7 @@ void Run::TearDown() {
 
 Result Run::run(const std::string &arguments) const {
   const std::string command =
-      "cd " + folder_ + " && '" + E2E_PROGRAM + "' " + arguments + " >out.txt 2>err.txt </dev/null";
+      "cd " + folder_ + " && '" + E2E_PROGRAM + "' >out.txt 2>err.txt </dev/null " + arguments;
   const auto begin = std::chrono::steady_clock::now();
   const int status = std::system(command.c_str());
   const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
