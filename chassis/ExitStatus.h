@@ -16,11 +16,10 @@ enum ExitStatus : int {
 constexpr const char *exitStatusHelp =
     "Exit statuses:\n"
     "  0    done\n"
+    "  1    an expectation of the script did not come true (ci-chassis)\n"
     "  2    bad input: an argument, a script, a stream; standard error names it\n"
     "  3    an output, or standard output, lost data\n"
     "  4    the program itself failed\n";
-constexpr const char *unexpectedStatusHelp =
-    "  1    an expectation of the script did not come true\n";
 constexpr const char *signalStatusHelp =
     "  130  ended by Ctrl-C\n"
     "  143  ended by SIGTERM; other signals likewise, 128 and the signal's number\n";

@@ -18,6 +18,7 @@
 #include "OptionNumber.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
+#include "files/StandardOutput.h"
 #include "report/AlarmList.h"
 #include "report/StatusTable.h"
 
@@ -160,14 +161,45 @@ Operation::Config configOf(const Options &options) {
   return config;
 }
 
+int complain(const std::string &what, int status) {
+  std::istringstream lines(what);
+  for (std::string line; std::getline(lines, line);) {
+    std::fprintf(stderr, "ci-chassis: %s\n", line.c_str());
+  }
+  return status;
+}
+
+void openOutputs(Chassis &chassis, const Options &options) {
+  if (!options.script.empty() && options.script != standardInput) {
+    chassis.files().read("the script", options.script);
+  }
+  for (const std::string &output : options.outputs) {
+    const Output given = readOutput(output);
+    chassis.output(given.slot, given.path);
+  }
+}
+
+// Whatever else the status tells, what was lost is told too.
+int runToEnd(Operation &operation) {
+  struct TellLosses {
+    explicit TellLosses(const Operation &ended) : operation(ended) {}
+    ~TellLosses() {
+      for (const std::string &loss : operation.losses()) {
+        complain(loss, exitLost);
+      }
+    }
+    const Operation &operation;
+  };
+  const TellLosses tell(operation);
+  const int status = operation.run();
+  return status == exitDone && !operation.losses().empty() ? exitLost : status;
+}
+
 int play(const Options &options) {
   const Operation::Config config = configOf(options);
   Operation operation(config, scriptOf(options));
-  for (const std::string &output : options.outputs) {
-    const Output given = readOutput(output);
-    operation.chassis().output(given.slot, given.path);
-  }
-  const int status = operation.run();
+  openOutputs(operation.chassis(), options);
+  const int status = runToEnd(operation);
   if (!options.noTable) {
     printTables(operation.chassis(), config.colour);
   }
@@ -196,21 +228,13 @@ void describe(CLI::App &app, Options &options) {
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
   app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + "\n" + exitStatusHelp +
-             unexpectedStatusHelp + signalStatusHelp + functionsTitle + functionHelp());
+             signalStatusHelp + functionsTitle + functionHelp());
 }
 
 // The library's own help knows no width.
 int showHelp(const CLI::App &app) {
   std::cout << fitted(app.help(), outputWidth());
   return 0;
-}
-
-int complain(const std::string &what, int status) {
-  std::istringstream lines(what);
-  for (std::string line; std::getline(lines, line);) {
-    std::fprintf(stderr, "ci-chassis: %s\n", line.c_str());
-  }
-  return status;
 }
 
 int runProgram(int argc, char **argv) {
@@ -245,7 +269,7 @@ void setCharacters() {
 int main(int argc, char **argv) {
   setCharacters();
   try {
-    return runProgram(argc, argv);
+    return finishStandardOutput("ci-chassis", runProgram(argc, argv));
   } catch (const std::exception &error) {
     return complain(error.what(), exitFailed);
   }

@@ -210,9 +210,10 @@ void Cam::tick(std::uint64_t nowMs) {
   }
 }
 
-void Cam::process(TsPacket *const *packets, std::size_t count) {
+void Cam::process(TsPacket *const *packets, std::size_t count, std::uint64_t nowMs) {
+  state_->nowMs = nowMs;
   if (state_->working()) {
-    state_->client.process(packets, count, state_->nowMs);
+    state_->client.process(packets, count, nowMs);
   }
 }
 

@@ -43,10 +43,11 @@ class Cam {
   std::optional<Apdu> transmit();   // the next APDU that is due to the host
   void tick(std::uint64_t nowMs);
 
-  // Stream side: packets in stream order, descrambled in place; ECMs are read as they pass. Headers
-  // are final at once, payloads only after finish: until then a packet stays where it is, and no
-  // other may read its payload. Rare calls of finish make full, cheap batches.
-  void process(TsPacket *const *packets, std::size_t count);
+  // Stream side: packets in stream order, at the time at which they pass, descrambled in place;
+  // ECMs are read as they pass. Headers are final at once, payloads only after finish: until then a
+  // packet stays where it is, and no other may read its payload. Rare calls of finish make full,
+  // cheap batches.
+  void process(TsPacket *const *packets, std::size_t count, std::uint64_t nowMs);
   void finish();
   // Whether a CAM that gets the packets next would read payloads that are not final.
   bool mustFinishBefore(const Cam &next) const;

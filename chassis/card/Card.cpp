@@ -1,9 +1,6 @@
 #include "card/Card.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <filesystem>
 
 #include "InputError.h"
 #include "Text.h"
@@ -46,13 +43,14 @@ std::string listOf(const std::vector<ProgramInfo> &programs) {
   return list;
 }
 
-// Whether a path leads to a file, by whatever name.
-bool leadsTo(const std::string &path, const std::string &file) {
-  std::error_code failure;
-  return !file.empty() && std::filesystem::equivalent(path, file, failure);
-}
-
 }  // namespace
+
+Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
+    : slot(slotNo),
+      events(receiver),
+      files(filesOfAll),
+      streamName("the stream of slot " + std::to_string(slotNo)),
+      outputName("the output of slot " + std::to_string(slotNo)) {}
 
 void Card::State::report(const std::string &what, const std::string &why) {
   events.report({static_cast<int>(slot), -1}, what, why);
@@ -64,7 +62,7 @@ void Card::State::remove() {
   psi.reset();
   masks.clear();
   programs.clear();
-  streamPath.clear();
+  files.forget(streamName);
   streamPids.reset();
   pidFaults.clear();
   fpga.stop();
@@ -108,29 +106,31 @@ void Card::State::tellProgramsChanged() {
   }
 }
 
-Card::Card(std::uint32_t slot, Events &events) : state_(std::make_unique<State>(slot, events)) {}
+Card::Card(std::uint32_t slot, Events &events, Files &files)
+    : state_(std::make_unique<State>(slot, events, files)) {}
 
 Card::~Card() {
-  state_->endOutput();
+  state_->files.forget(state_->streamName);
+  state_->files.forget(state_->outputName);
 }
 
 void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs) {
   State &state = *state_;
-  if (state.output.is_open() && leadsTo(path, state.outputPath)) {
-    throw InputError("'" + path + "' is the output of the card; another stream is needed");
-  }
-  StreamScan scan = scanStream(path, bitrate);
-  auto player = std::make_unique<StreamPlayer>(path, scan.bitrate, scan.ccStep, nowMs);
+  state.files.checkReading(state.streamName, path);
+  const GoOn goOn = [&state](const Progress &progress) { return state.files.goesOn(progress); };
+  StreamScan scan = scanStream(path, bitrate, goOn);
+  auto player = std::make_unique<StreamPlayer>(path, scan.bitrate, scan.ccStep, nowMs, goOn);
   if (inserted()) {
     remove();
   }
   ++state.insertions;
   state.player = std::move(player);
   state.psi = std::move(scan.psi);
-  state.streamPath = path;
+  state.files.read(state.streamName, path);
   state.streamPids = scan.pids;
   state.bitrate = scan.bitrate;
   state.unreadable = false;
+  state.transportErrors = 0;
   state.fpga.start(nowMs);
   state.rebuildTables();
   if (scan.skippedBytes > 0) {
@@ -208,14 +208,16 @@ void Card::setOutput(const std::string &path) {
   if (path.empty()) {
     return;
   }
-  if (leadsTo(path, state.streamPath)) {
-    throw InputError("'" + path + "' is the stream that the card plays; another file is needed");
-  }
-  state.outputPath = path;
-  state.output.open(path, std::ios::binary | std::ios::trunc);
-  if (!state.output) {
-    throw InputError("'" + path + "' cannot be written: " + std::strerror(errno));
-  }
+  state.files.checkWriting(state.outputName, path);
+  state.output = std::make_unique<LiveOutput>(
+      path, [&state](int file) { return state.files.otherUserOf(state.outputName, file); },
+      [&state](const Progress &progress) { return state.files.goesOn(progress); });
+  state.files.write(state.outputName, path);
+}
+
+std::string Card::endOutput() {
+  state_->settle();
+  return state_->endOutput();
 }
 
 void Card::onProgramsChanged(std::function<void(std::uint32_t)> listener) {
@@ -236,6 +238,10 @@ std::uint64_t Card::bitrate() const {
 
 bool Card::carries(std::uint16_t pid) const {
   return state_->streamPids.test(pid);
+}
+
+std::uint64_t Card::transportErrors() const {
+  return state_->transportErrors;
 }
 
 const PidEvidence &Card::before(std::uint16_t pid) const {

@@ -15,6 +15,7 @@
 #include "Events.h"
 #include "cam/Cam.h"
 #include "card/MuxCardForm.h"
+#include "files/Files.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -62,16 +63,16 @@ struct PidEvidence {
 
 class Card {
  public:
-  // slot 0..5. Nothing flows until insert.
-  Card(std::uint32_t slot, Events &events);
-  ~Card();
+  // slot 0..5. Nothing flows until insert. files: what others read and write.
+  Card(std::uint32_t slot, Events &events, Files &files);
+  ~Card();  // without a word about its output: endOutput tells
   Card(const Card &) = delete;
   Card &operator=(const Card &) = delete;
 
   // Puts the card in with a stream; bitrate in bit/s, 0: from the stream's PCRs. Reads the whole
   // file's PSI first. Throws InputError that names the file: not readable, empty, no transport
   // stream, no PAT, no program with a PMT, no PCR and no bitrate. A card that was in is replaced,
-  // unless this throws.
+  // unless this throws. Also: somebody writes the file.
   void insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs);
   // Takes the card out; faults, masks and assignments go with it.
   void remove();
@@ -89,9 +90,12 @@ class Card {
   // The CAM in a slot, null for none; the card does not own it and uses it until the next call.
   void setCam(std::uint32_t camSlot, Cam *cam);
 
-  // Writes the stream behind the CAMs to a file from now on; "" ends it. Throws InputError: the
-  // file cannot be written or is the stream that the card plays.
+  // Writes the stream behind the CAMs to a file from now on; "" ends it. A file that is there is
+  // emptied when the first packet is written. Throws InputError: the file cannot be written, or
+  // somebody reads or writes it.
   void setOutput(const std::string &path);
+  // Ends the output. What it has lost, in a sentence; empty: nothing.
+  std::string endOutput();
 
   // Lets the packets flow that are due until nowMs (chassis time).
   void tick(std::uint64_t nowMs);
@@ -105,7 +109,10 @@ class Card {
   // For people: what the stream carries, and evidence.
   const std::vector<ProgramInfo> &programs() const;
   std::uint64_t bitrate() const;
-  bool carries(std::uint16_t pid) const;               // anywhere in the stream, before any fault
+  bool carries(std::uint16_t pid) const;  // anywhere in the stream, before any fault
+  // Packets with transport_error_indicator since the card was put in. They come out as they went in
+  // and count nowhere else, since nothing in their headers can be trusted.
+  std::uint64_t transportErrors() const;
   const PidEvidence &before(std::uint16_t pid) const;  // before the CAMs
   const PidEvidence &behind(std::uint16_t pid) const;  // behind both CAMs
 

@@ -50,7 +50,9 @@ void Card::State::takeDuePackets() {
       }
       return;
     }
-    if (pidFaults.apply(packet)) {
+    if (PacketView(packet).transportError()) {
+      takeBroken(packet);
+    } else if (pidFaults.apply(packet)) {
       psi->push(packet);
       fpga.before.count(packet, fpga.nowMs);
       held.push_back(packet);
@@ -58,11 +60,20 @@ void Card::State::takeDuePackets() {
   }
 }
 
+// Whose packet it is cannot be known: it goes through in its place, and nobody reads it.
+void Card::State::takeBroken(const TsPacket &packet) {
+  if (transportErrors++ == 0) {
+    report("packets with transport_error_indicator", "they pass through, unread and not counted");
+  }
+  held.push_back(packet);
+}
+
 // The CAMs work on the packets in their places, so those that go around them rejoin in order.
 void Card::State::passThroughCams() {
   throughCams.clear();
   for (std::size_t i = stepBegin; i < held.size(); ++i) {
-    if (fpga.passing.test(PacketView(held[i]).pid())) {
+    const PacketView view(held[i]);
+    if (!view.transportError() && fpga.passing.test(view.pid())) {
       throughCams.push_back(&held[i]);
     }
   }
@@ -74,7 +85,7 @@ void Card::State::passThroughCams() {
 }
 
 void Card::State::passThrough(Cam &cam, const Cam *next) {
-  cam.process(throughCams.data(), throughCams.size());
+  cam.process(throughCams.data(), throughCams.size(), fpga.nowMs);
   if (next != nullptr && cam.mustFinishBefore(*next)) {
     cam.finish();
   }
@@ -82,11 +93,12 @@ void Card::State::passThrough(Cam &cam, const Cam *next) {
 
 void Card::State::deliver() {
   for (std::size_t i = stepBegin; i < held.size(); ++i) {
-    if (fpga.behind.countHeader(held[i], fpga.nowMs)) {
+    const bool read = !PacketView(held[i]).transportError();
+    if (read && fpga.behind.countHeader(held[i], fpga.nowMs)) {
       pesStarts.push_back(&held[i]);
     }
   }
-  if (output.is_open()) {
+  if (output != nullptr) {
     settle();
   }
 }
@@ -111,24 +123,31 @@ void Card::State::settle() {
 }
 
 void Card::State::write() {
-  if (!output.is_open()) {
-    return;
-  }
-  output.write(reinterpret_cast<const char *>(held.data()),
-               static_cast<std::streamsize>(held.size() * tsPacketSize));
-  if (!output) {
-    endOutput();
+  if (output != nullptr) {
+    output->write(held.front().data(), held.size() * tsPacketSize, tsPacketSize);
+    tellTrouble();
   }
 }
 
-void Card::State::endOutput() {
-  if (output.is_open()) {
-    output.close();
-    if (!output) {
-      report("the output is not whole", "cannot write to '" + outputPath + "'");
-    }
+void Card::State::tellTrouble() {
+  if (!output->trouble().empty() && !std::exchange(troubleTold, true)) {
+    report("the output is not whole", "'" + output->path() + "': " + output->trouble());
   }
-  output.clear();
+}
+
+std::string Card::State::endOutput() {
+  if (output == nullptr) {
+    return "";
+  }
+  output->end();
+  tellTrouble();
+  const auto ended = std::exchange(output, nullptr);
+  troubleTold = false;
+  files.forget(outputName);
+  const std::string packets = std::to_string(ended->lostBytes() / tsPacketSize) + " packets lost";
+  return ended->trouble().empty() ? ""
+                                  : "'" + ended->path() + "', " + outputName +
+                                        ", is not whole: " + packets + ": " + ended->trouble();
 }
 
 void Card::State::followPsi() {

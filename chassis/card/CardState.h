@@ -3,7 +3,6 @@
 
 #include <array>
 #include <bitset>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,12 +14,13 @@
 #include "card/PidFaults.h"
 #include "card/StreamPlayer.h"
 #include "card/Tables.h"
+#include "files/LiveOutput.h"
 #include "ts/Psi.h"
 
 namespace chassis {
 
 struct Card::State {
-  State(std::uint32_t slotNo, Events &receiver) : slot(slotNo), events(receiver) {}
+  State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll);
 
   void report(const std::string &what, const std::string &why);
   void remove();
@@ -34,34 +34,39 @@ struct Card::State {
   void step(std::uint64_t nowMs);
   void makeRoom(std::size_t packets);
   void takeDuePackets();
+  void takeBroken(const TsPacket &packet);
   void passThroughCams();
   void passThrough(Cam &cam, const Cam *next);
   void deliver();
   void settle();
   void write();
-  void endOutput();
+  std::string endOutput();
+  void tellTrouble();
   void followPsi();
 
   const std::uint32_t slot;
   Events &events;
+  Files &files;
+  const std::string streamName;  // as the users of files are named
+  const std::string outputName;
   Fpga fpga;
   PidFaults pidFaults;
   std::array<Cam *, MAX_CAM_NUM> cams{};
   std::function<void(std::uint32_t)> listener;
 
   std::uint32_t insertions = 0;
-  std::string outputPath;
-  std::ofstream output;
+  std::unique_ptr<LiveOutput> output;
+  bool troubleTold = false;
 
   // while a card is in
   std::unique_ptr<StreamPlayer> player;
   std::unique_ptr<PsiReader> psi;
   std::uint32_t psiChanges = 0;  // of psi, when the tables were built
   Psi builtFrom;                 // what it told then
-  std::string streamPath;
   std::bitset<pidCount> streamPids;
   std::uint64_t bitrate = 0;
-  bool unreadable = false;  // the stream's file went bad and that was told
+  std::uint64_t transportErrors = 0;  // packets with transport_error_indicator
+  bool unreadable = false;            // the stream's file went bad and that was told
   CamMasks masks;
   std::vector<ProgramInfo> programs;
   CardTables nextTables{};  // follow the programs at once

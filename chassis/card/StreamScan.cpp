@@ -1,10 +1,12 @@
 #include "card/StreamScan.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <optional>
 
 #include "InputError.h"
+#include "Text.h"
 #include "ts/PacketView.h"
 #include "ts/TsFile.h"
 
@@ -86,10 +88,34 @@ double measuredBitrate(const Psi &psi, const PcrRulers &rulers) {
   return 0;
 }
 
-std::uint64_t checkedBitrate(const std::string &path, double bitrate) {
-  if (bitrate <= 0) {
-    throw InputError("'" + path + "' has no clock references (PCR) to tell its bitrate; give one");
+// Which PIDs the PMTs give for clock references, and what is on them.
+std::string pcrTrouble(const Psi &psi, const PcrRulers &rulers) {
+  std::vector<std::string> pids;
+  bool some = false;
+  for (const PsiProgram &program : psi.programs) {
+    const std::string pid = "PID " + hex(program.pcrPid, 4);
+    const bool known = std::find(pids.begin(), pids.end(), pid) != pids.end();
+    if (program.pcrPid != nullPid && !known) {
+      pids.push_back(pid);
+    }
+    some = some || rulers.count(program.pcrPid) != 0;
   }
+  if (pids.empty()) {
+    return "no PMT gives a PID for clock references (PCR)";
+  }
+  return std::string(pids.size() == 1 ? "the PMT gives " : "the PMTs give ") + joined(pids) +
+         " for clock references (PCR), and there are " + (some ? "too few" : "none") + " on " +
+         (pids.size() == 1 ? "it" : "them");
+}
+
+void requirePcrs(const std::string &path, const Psi &psi, const PcrRulers &rulers) {
+  if (measuredBitrate(psi, rulers) <= 0) {
+    throw InputError("'" + path + "' does not tell its bitrate: " + pcrTrouble(psi, rulers) +
+                     "; give one in bit/s: cardInsert slot, \"" + path + "\", 38000000");
+  }
+}
+
+std::uint64_t checkedBitrate(const std::string &path, double bitrate) {
   if (bitrate < 1 || bitrate > static_cast<double>(maxBitrate)) {
     throw InputError("'" + path + "' cannot be played at " + std::to_string(bitrate) +
                      " bit/s; 1 to " + std::to_string(maxBitrate) + " are possible");
@@ -123,15 +149,18 @@ void requirePrograms(const std::string &path, const PsiReader &psi) {
   }
 }
 
-StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
+StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn &goOn) {
   StreamScan scan;
   PsiReader whole;
   const auto ccEnds = std::make_unique<CcEnds>();
   PcrRulers rulers;
-  TsFile file(path);
+  TsFile file(path, goOn);
   TsPacket packet;
-  while (file.next(packet)) {
+  while (file.goesOn() && file.next(packet)) {
     const PacketView view(packet);
+    if (view.transportError()) {
+      continue;
+    }
     whole.push(packet);
     scan.pids.set(view.pid());
     ccEnds->add(view);
@@ -139,7 +168,16 @@ StreamScan scanStream(const std::string &path, std::uint64_t bitrate) {
       rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());
     }
   }
+  if (!file.goesOn()) {
+    throw Interrupted("'" + path + "' was not read to its end");
+  }
+  if (goOn) {
+    goOn({"", 1, 1});  // done
+  }
   requirePrograms(path, whole);
+  if (bitrate == 0) {
+    requirePcrs(path, whole.psi(), rulers);
+  }
   const double played =
       bitrate != 0 ? static_cast<double>(bitrate) : measuredBitrate(whole.psi(), rulers);
   scan.bitrate = checkedBitrate(path, played);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "LongWork.h"
 #include "ts/Psi.h"
 #include "ts/TsPacket.h"
 
@@ -27,7 +28,8 @@ constexpr std::uint64_t maxBitrate = 1000000000;
 
 // bitrate 0: from the stream's PCRs. Throws InputError that names the file: not readable, empty, no
 // transport stream, no PAT, no program with a PMT, no PCR and no bitrate, an impossible bitrate.
-StreamScan scanStream(const std::string &path, std::uint64_t bitrate);
+// Throws Interrupted when goOn says no.
+StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn &goOn = nullptr);
 
 // Throws InputError that names the file when what was read of it has no PAT or no program with a
 // PMT.

@@ -1,9 +1,13 @@
 #include "console/Desk.h"
 
+#include <unistd.h>
+
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 
 #include "ExitStatus.h"
+#include "console/EndDeadline.h"
 #include "report/Layout.h"
 #include "script/Line.h"
 
@@ -18,7 +22,10 @@ constexpr const char *brokenOff = "broken off, with what was typed behind it\n";
 }  // namespace
 
 Desk::Desk(DeskMode mode, const std::string &historyPath, const std::vector<std::string> &names)
-    : mode_(mode) {
+    : mode_(mode),
+      inlet_(mode != DeskMode::Terminal),
+      progress_(mode == DeskMode::Terminal ? -1 : STDERR_FILENO),
+      progressAtPrompt_(std::chrono::seconds(1), std::chrono::seconds(2)) {
   inlet_.onSignal([this](int signal) { takeSignal(signal); });
   if (mode_ == DeskMode::Terminal) {
     editor_ = std::make_unique<Editor>(Editor::Config{"-> ", historyPath, names});
@@ -35,6 +42,7 @@ void Desk::show(const std::string &whole) {
     editor_->write(text);
     return;
   }
+  progress_.clear();
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
 }
@@ -61,9 +69,18 @@ void Desk::awaitLine() {
   }
 }
 
+bool Desk::goOn(const Progress &progress) {
+  progress_.show(progress);
+  if (editor_ != nullptr && progressAtPrompt_.due(progress)) {
+    show(progressText(progress) + "\n");
+  }
+  waitUntil(0);
+  return !ended_;
+}
+
 // A pipe is not emptied faster than its lines run.
 void Desk::admitBytes() {
-  inlet_.setReading(mode_ == DeskMode::Terminal || session_->idle());
+  inlet_.setReading(mode_ == DeskMode::Terminal || (session_ != nullptr && session_->idle()));
 }
 
 void Desk::take(const std::string &bytes) {
@@ -115,6 +132,7 @@ void Desk::takeSignal(int signal) {
       }
       [[fallthrough]];
     default:
+      armEndDeadline(signal);
       end(exitSignalled + signal);
   }
 }

@@ -8,9 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "LongWork.h"
 #include "console/Editor.h"
 #include "console/Inlet.h"
 #include "console/Session.h"
+#include "files/ProgressLine.h"
 #include "kernel/Clock.h"
 
 namespace chassis {
@@ -38,6 +40,10 @@ class Desk {
   // A pipe, at a speed without a pace: chassis time stands still until there is a line or the end.
   void awaitLine();
 
+  // While something takes long: shows how far it is at a terminal, takes what has come. False: the
+  // run is to end.
+  bool goOn(const Progress &progress);
+
   bool inputOver() const { return inputOver_; }
   bool ended() const { return ended_; }   // a person or a signal wants the end of the run
   int status() const { return status_; }  // exit status: 0, or 128 and the signal's number
@@ -57,6 +63,8 @@ class Desk {
   std::unique_ptr<Editor> editor_;
   Clock *clock_ = nullptr;
   Session *session_ = nullptr;
+  ProgressLine progress_;
+  ProgressPace progressAtPrompt_;
   std::string partial_;  // of a piped line
   bool inputOver_ = false;
   bool leaving_ = false;  // the last thing typed was Ctrl-C, with nothing to break off

@@ -1,7 +1,7 @@
 #include "console/Inlet.h"
 
+#include <fcntl.h>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,18 +10,45 @@
 #include <ctime>
 #include <stdexcept>
 
+#include "console/EndDeadline.h"
+
 namespace chassis {
 namespace {
 
 constexpr std::uint64_t nsPerSecond = 1000000000;
 
-sigset_t takenSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH}) {
-    sigaddset(&set, signal);
+constexpr int takenSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH};
+
+volatile std::sig_atomic_t noteTo = -1;
+volatile std::sig_atomic_t endsAtInterrupt = 0;
+
+extern "C" void noteSignal(int signal) {
+  const int before = errno;
+  const auto byte = static_cast<unsigned char>(signal);
+  static_cast<void>(!write(noteTo, &byte, 1));
+  const bool ends = signal == SIGTERM || signal == SIGHUP || (signal == SIGINT && endsAtInterrupt);
+  if (ends) {
+    armEndDeadline(signal);
   }
-  return set;
+  errno = before;
+}
+
+// What nohup has made deaf stays so.
+bool isIgnored(int signal) {
+  struct sigaction action {};
+  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void handleSignals(void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = SA_RESTART;
+  sigfillset(&action.sa_mask);
+  for (const int signal : takenSignals) {
+    if (signal != SIGHUP || !isIgnored(signal)) {
+      sigaction(signal, &action, nullptr);
+    }
+  }
 }
 
 std::uint64_t nowNs() {
@@ -42,19 +69,22 @@ timespec timeLeft(std::uint64_t dueNs) {
 
 }  // namespace
 
-Inlet::Inlet() {
-  const sigset_t set = takenSignals();
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  signals_ = signalfd(-1, &set, SFD_CLOEXEC);
-  if (signals_ < 0) {
+Inlet::Inlet(bool interruptEnds) {
+  int ends[2] = {-1, -1};
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     throw std::runtime_error("signals cannot be read");
   }
+  signals_ = ends[0];
+  noteTo = ends[1];
+  endsAtInterrupt = interruptEnds ? 1 : 0;
+  prepareEndDeadline();
+  handleSignals(noteSignal);
 }
 
 Inlet::~Inlet() {
+  handleSignals(SIG_DFL);
+  close(noteTo);
   close(signals_);
-  const sigset_t set = takenSignals();
-  sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 void Inlet::waitUntil(std::uint64_t dueNs, const std::function<bool()> &cut) {
@@ -93,9 +123,9 @@ void Inlet::readBytes() {
 }
 
 void Inlet::readSignal() {
-  signalfd_siginfo info{};
-  if (read(signals_, &info, sizeof info) == static_cast<ssize_t>(sizeof info) && takeSignal_) {
-    takeSignal_(static_cast<int>(info.ssi_signo));
+  unsigned char signal = 0;
+  if (read(signals_, &signal, 1) == 1 && takeSignal_) {
+    takeSignal_(signal);
   }
 }
 

@@ -1,5 +1,5 @@
-// What comes from outside while a run waits: bytes on standard input, and signals. The signals that
-// it takes are blocked in the process while it lives.
+// What comes from outside while a run waits: bytes on standard input, and signals. Those that it
+// takes have their usual effect again when it is gone. One at a time.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,9 @@ namespace chassis {
 
 class Inlet {
  public:
-  Inlet();
+  // interruptEnds: SIGINT ends the program, as SIGTERM and SIGHUP do; then the program ends even if
+  // nobody waits here any more (EndDeadline).
+  explicit Inlet(bool interruptEnds);
   ~Inlet();
   Inlet(const Inlet &) = delete;
   Inlet &operator=(const Inlet &) = delete;
@@ -32,7 +34,7 @@ class Inlet {
   void readBytes();
   void readSignal();
 
-  int signals_ = -1;
+  int signals_ = -1;  // a byte for each
   std::function<void(const std::string &)> take_;
   std::function<void(int)> takeSignal_;
   bool open_ = true;

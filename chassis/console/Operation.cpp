@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "ExitStatus.h"
+#include "InputError.h"
 
 namespace chassis {
 namespace {
@@ -36,6 +37,8 @@ Operation::Operation(const Config &config, Script script)
               : Show()),
       maximal_(config.speed <= 0),
       ticking_(clock_.onTick([this](std::uint64_t) { stopWhenOver(); })) {
+  chassis_.files().addStandardStreams();
+  chassis_.files().onLongWork([this](const Progress &progress) { return desk_->goOn(progress); });
   bindConsole([this](ConsolePort port, const std::string &line) {
     if (!shell_.takePrint(port, line)) {
       timeline_.print(port, line);
@@ -62,11 +65,14 @@ int Operation::run() {
     runToTheEnd();
   } catch (const Unexpected &error) {
     unexpected = error.what();
+  } catch (const InputError &) {
+    if (!desk_->ended()) {
+      end();
+      throw;
+    }
   }
-  timeline_.flush();
   const int status = desk_->status();
-  clock_.setWait(nullptr);
-  desk_.reset();
+  end();
   if (!unexpected.empty()) {
     std::fprintf(stderr, "ci-chassis: %s\n", unexpected.c_str());
   }
@@ -96,6 +102,15 @@ void Operation::stopWhenOver() {
   if (isOver()) {
     chassis_.stop();
   }
+}
+
+// While the timeline still has its desk: the end of an output may have to be told.
+void Operation::end() {
+  losses_ = chassis_.endOutputs();
+  timeline_.flush();
+  clock_.setWait(nullptr);
+  chassis_.files().onLongWork(nullptr);
+  desk_.reset();
 }
 
 bool Operation::isOver() const {

@@ -6,6 +6,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "console/Desk.h"
 #include "console/Journal.h"
@@ -42,8 +43,12 @@ class Operation {
   // InputError with file and line, unless a person at a terminal can be told.
   int run();
 
+  // After run, however it ended: what the outputs have lost, a sentence each.
+  const std::vector<std::string> &losses() const { return losses_; }
+
  private:
   void runToTheEnd();
+  void end();
   void settlePace();
   void wait(std::uint64_t dueNs);
   void takePipedLines();
@@ -64,6 +69,7 @@ class Operation {
   Session session_;
   bool maximal_;
   Clock::Listening ticking_;
+  std::vector<std::string> losses_;
 };
 
 }  // namespace chassis

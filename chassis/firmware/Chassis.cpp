@@ -52,7 +52,7 @@ namespace chassis {
 Chassis::Chassis(Clock &clock, Events &events)
     : clock_(clock), events_(events), library_(events), alarms_(clock, events) {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    slots_[slot].card = std::make_unique<Card>(slot, events);
+    slots_[slot].card = std::make_unique<Card>(slot, events, files_);
     slots_[slot].card->onProgramsChanged(
         [this](std::uint32_t changed) { slots_[changed].programsChanged = true; });
     bindCard(slot, slots_[slot].card.get());
@@ -217,6 +217,15 @@ void Chassis::note(Place place, const std::string &what, const std::string &why)
 
 void Chassis::output(std::uint32_t slot, const std::string &path) {
   card(slot).setOutput(path);
+}
+
+std::vector<std::string> Chassis::endOutputs() {
+  std::vector<std::string> losses;
+  for (Slot &slot : slots_) {
+    losses.push_back(slot.card->endOutput());
+  }
+  losses.erase(std::remove(losses.begin(), losses.end(), ""), losses.end());
+  return losses;
 }
 
 void Chassis::onChecked(std::function<void(std::uint32_t slot)> listener) {

@@ -16,6 +16,7 @@
 #include "cam/Cam.h"
 #include "card/Card.h"
 #include "cilib/CiLibrary.h"
+#include "files/Files.h"
 #include "kernel/Clock.h"
 
 namespace chassis {
@@ -61,6 +62,7 @@ class Chassis {
   void alarmFail(bool on);                                                  // the alarm service
   void note(Place place, const std::string &what, const std::string &why);  // in the timeline
   void output(std::uint32_t slot, const std::string &path);
+  std::vector<std::string> endOutputs();  // what they have lost, a sentence each
 
   // Boots on the first call: the agenda's first work, the start-up task, then the cycles, until
   // the chassis time has come or the run is stopped. A cycle that has begun is finished. Throws
@@ -77,6 +79,7 @@ class Chassis {
   void onChecked(std::function<void(std::uint32_t slot)> listener);
 
   const Clock &clock() const { return clock_; }
+  Files &files() { return files_; }
   Card &card(std::uint32_t slot) { return *slots_[slot].card; }
   const CiLibrary &library() const { return library_; }
   const AlarmService &alarms() const { return alarms_; }
@@ -104,6 +107,7 @@ class Chassis {
 
   Clock &clock_;
   Events &events_;
+  Files files_;
   CiLibrary library_;
   AlarmService alarms_;
   std::array<Slot, MAX_BOARD_NUM> slots_;

@@ -163,6 +163,7 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
     return finding;
   }
   finding.bitrate = card.bitrate();
+  finding.transportErrors = card.transportErrors();
   finding.controller = pCiData[slot]->cimaxStat;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     finding.cams[camSlot] = examineCam(chassis, slot, camSlot);

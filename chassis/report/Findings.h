@@ -61,6 +61,7 @@ struct CamFinding {
 struct CardFinding {
   std::uint32_t slot = 0;
   std::uint64_t bitrate = 0;
+  std::uint64_t transportErrors = 0;  // packets that were not read for that reason
   std::uint64_t takenMs = 0;
   std::uint8_t controller = 0xFF;
   std::array<CamFinding, MAX_CAM_NUM> cams;

@@ -81,10 +81,15 @@ std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
           {behindCell(pid.behind)}};
 }
 
+std::string brokenText(std::uint64_t packets) {
+  return packets == 0 ? ""
+                      : ", " + countText(packets, "packet", "packets") + " with transport errors";
+}
+
 std::string headline(const CardFinding &card) {
   return "slot " + std::to_string(card.slot) + " at " + stampText(card.takenMs) + ", " +
          bitrateText(card.bitrate) + ", " + countText(card.programs.size(), "program", "programs") +
-         "\n";
+         brokenText(card.transportErrors) + "\n";
 }
 
 }  // namespace

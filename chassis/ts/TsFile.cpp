@@ -1,10 +1,13 @@
 #include "ts/TsFile.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
+#include <utility>
 #include <vector>
 
 #include "InputError.h"
@@ -20,39 +23,80 @@ constexpr std::size_t fewSyncs = 3;
 constexpr std::size_t window = syncsInARow * tsPacketSize;
 constexpr std::size_t bufferSize = 1024 * tsPacketSize;
 
-struct CloseFile {
-  void operator()(std::FILE *file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
+// goOn is asked whenever so much has been read.
+constexpr std::uint64_t askedEvery = 4 << 20;
 
-File openFile(const std::string &path) {
-  std::error_code failure;
-  const auto status = std::filesystem::status(path, failure);
-  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
-    throw InputError("'" + path + "' is not a regular file; a transport stream file is needed");
+// An open regular file. Nothing else is read: a FIFO could not be rewound, and might keep us
+// waiting.
+class InputFile {
+ public:
+  explicit InputFile(const std::string &path)
+      : file_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)) {
+    struct stat status {};
+    const bool known = file_ >= 0 && fstat(file_, &status) == 0;
+    const std::string failure = std::strerror(errno);
+    if (!known || !S_ISREG(status.st_mode)) {
+      close();
+      throw InputError("'" + path + "' " +
+                       (known ? "is not a regular file; a transport stream file is needed"
+                              : "cannot be opened: " + failure));
+    }
+    size_ = static_cast<std::uint64_t>(status.st_size);
   }
-  File file(std::fopen(path.c_str(), "rb"));
-  if (!file) {
-    throw InputError("'" + path + "' cannot be opened: " + std::strerror(errno));
+  ~InputFile() { close(); }
+  InputFile(const InputFile &) = delete;
+  InputFile &operator=(const InputFile &) = delete;
+
+  // Less than `size` only at the end.
+  std::size_t read(std::uint8_t *to, std::size_t size) {
+    std::size_t done = 0;
+    for (ssize_t part = 1; done < size && part > 0;) {
+      part = ::read(file_, to + done, size - done);
+      done += part > 0 ? static_cast<std::size_t>(part) : 0;
+      part = part < 0 && errno == EINTR ? 1 : part;
+    }
+    position_ += done;
+    return done;
   }
-  return file;
-}
+  void rewind() { position_ = lseek(file_, 0, SEEK_SET) == 0 ? 0 : position_; }
+
+  std::uint64_t position() const { return position_; }
+  std::uint64_t size() const { return size_; }
+
+ private:
+  void close() {
+    if (file_ >= 0) {
+      ::close(file_);
+    }
+  }
+
+  int file_;
+  std::uint64_t position_ = 0;
+  std::uint64_t size_ = 0;  // as it was opened
+};
 
 }  // namespace
 
 struct TsFile::State {
-  explicit State(const std::string &path) : file(openFile(path)), buffer(bufferSize) {}
+  State(const std::string &path, GoOn asked)
+      : file(path), goOn(std::move(asked)), what("reading '" + path + "'"), buffer(bufferSize) {}
 
   std::size_t left() const { return end - begin; }
   const std::uint8_t *at(std::size_t offset) const { return buffer.data() + begin + offset; }
 
   bool fill(std::size_t wanted);
+  void ask();
   bool startsPacket(std::size_t offset) const;
+  std::size_t nextSync(std::size_t offset, std::size_t last) const;
   void skip(std::size_t bytes);
   bool findPacket();
   void restart();
 
-  File file;
+  InputFile file;
+  const GoOn goOn;
+  const std::string what;
+  std::uint64_t askAt = askedEvery;
+  bool interrupted = false;
   std::vector<std::uint8_t> buffer;
   std::size_t begin = 0;
   std::size_t end = 0;
@@ -70,8 +114,15 @@ bool TsFile::State::fill(std::size_t wanted) {
             buffer.begin() + static_cast<std::ptrdiff_t>(end), buffer.begin());
   end = left();
   begin = 0;
-  end += std::fread(buffer.data() + end, 1, buffer.size() - end, file.get());
+  end += interrupted ? 0 : file.read(buffer.data() + end, buffer.size() - end);
   return left() >= wanted;
+}
+
+void TsFile::State::ask() {
+  if (goOn && file.position() >= askAt) {
+    askAt = file.position() + askedEvery;
+    interrupted = interrupted || !goOn({what, file.position(), file.size()});
+  }
 }
 
 // Whether packets in a row start here; the window from here on must be filled.
@@ -97,13 +148,23 @@ void TsFile::State::skip(std::size_t bytes) {
   atStart = atStart && bytes == 0;
 }
 
+// The next sync byte from an offset on; last + 1 when there is none up to the last one.
+std::size_t TsFile::State::nextSync(std::size_t offset, std::size_t last) const {
+  const void *found =
+      offset > last ? nullptr : std::memchr(at(offset), syncByte, last + 1 - offset);
+  return found == nullptr
+             ? last + 1
+             : static_cast<std::size_t>(static_cast<const std::uint8_t *>(found) - at(0));
+}
+
 // Skips to the next place where packets in a row start.
 bool TsFile::State::findPacket() {
   while (fill(window) || left() >= tsPacketSize) {
+    ask();
     const std::size_t last = left() >= window ? left() - window : left() - tsPacketSize;
-    std::size_t offset = 0;
+    std::size_t offset = nextSync(0, last);
     while (offset <= last && !startsPacket(offset)) {
-      ++offset;
+      offset = nextSync(offset + 1, last);
     }
     skip(offset);
     if (offset <= last) {
@@ -115,17 +176,23 @@ bool TsFile::State::findPacket() {
 }
 
 void TsFile::State::restart() {
-  std::rewind(file.get());
+  file.rewind();
+  askAt = askedEvery;
   begin = end = 0;
   atStart = true;
   packets = skipped = 0;
 }
 
-TsFile::TsFile(const std::string &path) : state_(std::make_unique<State>(path)) {
+TsFile::TsFile(const std::string &path, GoOn goOn)
+    : state_(std::make_unique<State>(path, std::move(goOn))) {
   if (!state_->fill(1)) {
     throw InputError("'" + path + "' is empty; a transport stream file is needed");
   }
-  if (!state_->findPacket()) {
+  const bool found = state_->findPacket();
+  if (state_->interrupted) {
+    throw Interrupted("'" + path + "' was not read to its end");
+  }
+  if (!found) {
     throw InputError("'" + path +
                      "' holds no transport stream: no 188-byte packets with sync byte 0x47");
   }
@@ -150,6 +217,11 @@ bool TsFile::next(TsPacket &packet) {
 
 void TsFile::rewind() {
   state_->restart();
+}
+
+bool TsFile::goesOn() {
+  state_->ask();
+  return !state_->interrupted;
 }
 
 std::uint64_t TsFile::packets() const {

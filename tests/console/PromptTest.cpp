@@ -329,6 +329,18 @@ TEST_F(Prompt, SigtermEndsToo) {
   EXPECT_TRUE(terminal.sees("no alarm stands"));
 }
 
+TEST_F(Prompt, ReadingForLongTellsHowFarItIsAndCanBeEnded) {
+  write("huge.ts", "");
+  fs::resize_file(folder_ + "/huge.ts", 400ULL << 30);
+  Terminal terminal(folder_, {});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("cardInsert 0, \"huge.ts\"\r");
+  EXPECT_TRUE(terminal.sees("reading 'huge.ts': "));
+  EXPECT_TRUE(terminal.sees(" %\r\n"));
+  terminal.signal(SIGTERM);
+  EXPECT_EQ(terminal.endStatus(), 143);
+}
+
 TEST_F(Prompt, BadInputGetsOneLine) {
   Terminal terminal(folder_, {"--speed", "20"});
   ASSERT_TRUE(isReady(terminal));

@@ -36,6 +36,7 @@ class Run : public testing::Test {
   std::string write(const std::string &name, const std::string &text) const;
   void write(const std::string &name, const Bytes &bytes) const;
   Bytes read(const std::string &name) const;
+  std::string path(const std::string &name) const { return folder_ + "/" + name; }
 
  private:
   std::string folder_;

@@ -1,12 +1,17 @@
 // Puts transport streams one behind the other; the continuity_counter of every PID goes on.
+#include <unistd.h>
+
 #include <array>
-#include <cstdio>
-#include <exception>
-#include <fstream>
 #include <optional>
 #include <string>
+#include <vector>
 
-#include "InputError.h"
+#include "CommandLine.h"
+#include "ExitStatus.h"
+#include "Program.h"
+#include "files/Files.h"
+#include "files/ProgressLine.h"
+#include "files/ReplacedFile.h"
 #include "ts/PacketView.h"
 #include "ts/TsFile.h"
 
@@ -22,7 +27,7 @@ class Counters {
   void carryOn(TsPacket &packet) {
     const PacketView view(packet);
     const std::uint16_t pid = view.pid();
-    if (pid == chassis::nullPid) {
+    if (pid == chassis::nullPid || view.transportError()) {
       return;
     }
     const unsigned next = last_[pid] + (view.hasPayload() ? 1U : 0U);
@@ -40,40 +45,49 @@ class Counters {
   std::array<bool, chassis::pidCount> seen_{};
 };
 
-void append(const std::string &path, Counters &counters, std::ostream &out) {
-  chassis::TsFile file(path);
+void append(const std::string &path, Counters &counters, chassis::ReplacedFile &out) {
+  chassis::ProgressLine progress(STDERR_FILENO);
+  chassis::TsFile file(path, [&progress](const chassis::Progress &now) {
+    progress.show(now);
+    return true;
+  });
   counters.startFile();
   TsPacket packet;
-  while (file.next(packet)) {
+  while (file.goesOn() && file.next(packet)) {
     counters.carryOn(packet);
-    out.write(reinterpret_cast<const char *>(packet.data()),
-              static_cast<std::streamsize>(packet.size()));
+    out.write(packet.data(), packet.size());
   }
 }
 
-void join(int count, char **paths) {
-  if (count < 2) {
-    throw chassis::InputError("write: ts-join IN [IN...] OUT");
+void join(const std::vector<std::string> &inputs, const std::string &target) {
+  chassis::Files files;
+  for (std::size_t i = 0; i < inputs.size(); ++i) {
+    files.read("input " + std::to_string(i + 1), inputs[i]);
   }
-  const std::string target = paths[count - 1];
-  std::ofstream out(target, std::ios::binary);
+  files.write("the output", target);
+  chassis::ReplacedFile out(target);
   Counters counters;
-  for (int i = 0; i + 1 < count; ++i) {
-    append(paths[i], counters, out);
+  for (const std::string &input : inputs) {
+    append(input, counters, out);
   }
-  if (!out.flush()) {
-    throw chassis::InputError("'" + target + "' cannot be written");
-  }
+  out.finish();
+}
+
+int run(int argc, char **argv) {
+  CLI::App app("Puts transport streams one behind the other into one.", "ts-join");
+  std::vector<std::string> paths;
+  app.add_option("FILE", paths, "IN [IN...] OUT: the streams in their order, and the one to make")
+      ->required()
+      ->expected(2, -1);
+  app.footer(chassis::exitStatusHelp);
+  return chassis::parsed(app, argc, argv, [&paths] {
+    join({paths.begin(), paths.end() - 1}, paths.back());
+    return static_cast<int>(chassis::exitDone);
+  });
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  try {
-    join(argc - 1, argv + 1);
-  } catch (const std::exception &error) {
-    std::fprintf(stderr, "ts-join: %s\n", error.what());
-    return 1;
-  }
-  return 0;
+  return chassis::runProgram("ts-join", [&] { return run(argc, argv); });
 }

@@ -4,11 +4,7 @@
 #include <dvbcsa/dvbcsa.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <deque>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
@@ -17,6 +13,8 @@
 #include "InputError.h"
 #include "PidText.h"
 #include "PsiEdit.h"
+#include "files/Files.h"
+#include "files/ReplacedFile.h"
 #include "ts/PacketView.h"
 
 namespace tsscramble {
@@ -32,47 +30,21 @@ constexpr double catSeconds = 0.5;
 constexpr double patienceForNull = 0.2;  // of an ECM interval
 constexpr std::uint8_t scrambledEven = 2;
 
-// A file that gets its name only when it is whole.
+// The packets of the output.
 class OutputFile {
  public:
-  explicit OutputFile(const std::string &path) : path_(path), partial_(path + ".partial") {
-    file_.open(partial_, std::ios::binary | std::ios::trunc);
-    check(file_.is_open());
-  }
-  ~OutputFile() {
-    std::error_code ignored;
-    std::filesystem::remove(partial_, ignored);
-  }
-  OutputFile(const OutputFile &) = delete;
-  OutputFile &operator=(const OutputFile &) = delete;
+  explicit OutputFile(const std::string &path) : file_(path) {}
 
   void write(const TsPacket &packet) {
-    file_.write(reinterpret_cast<const char *>(packet.data()), tsPacketBytes);
+    file_.write(packet.data(), packet.size());
     ++packets_;
   }
-
-  void finish() {
-    file_.close();
-    check(!file_.fail());
-    std::error_code failure;
-    std::filesystem::rename(partial_, path_, failure);
-    check(!failure);
-  }
+  void finish() { file_.finish(); }
 
   std::uint64_t packets() const { return packets_; }
 
  private:
-  static constexpr std::streamsize tsPacketBytes = chassis::tsPacketSize;
-
-  void check(bool fine) const {
-    if (!fine) {
-      throw chassis::InputError("'" + path_ + "' cannot be written: " + std::strerror(errno));
-    }
-  }
-
-  std::string path_;
-  std::string partial_;
-  std::ofstream file_;
+  chassis::ReplacedFile file_;
   std::uint64_t packets_ = 0;
 };
 
@@ -201,7 +173,7 @@ void Scrambler::writeStart() {
 void Scrambler::run(chassis::TsFile &file) {
   writeStart();
   TsPacket packet;
-  for (; index_ < plan_.packets && file.next(packet); ++index_) {
+  for (; index_ < plan_.packets && file.goesOn() && file.next(packet); ++index_) {
     period_ = plan_.periodAt(index_);
     schedule();
     take(packet);
@@ -230,10 +202,14 @@ void Scrambler::sendDue(std::size_t repeated) {
 
 void Scrambler::take(TsPacket &packet) {
   --surplus_;
-  const std::uint16_t pid = PacketView(packet).pid();
+  const PacketView view(packet);
+  const std::uint16_t pid = view.pid();
   const auto ecm = plan_.ecmOfPid.find(pid);
   const auto assembler = assemblers_.find(pid);
-  if (pid == chassis::nullPid) {
+  if (view.transportError()) {
+    out_.write(packet);
+    ++surplus_;
+  } else if (pid == chassis::nullPid) {
     takeNull(packet);
   } else if (assembler != assemblers_.end()) {
     takeSections(assembler->second, packet);
@@ -302,17 +278,17 @@ void Scrambler::takeStream(std::size_t ecm, TsPacket &packet) {
 }
 
 void checkDifferent(const std::string &in, const std::string &out) {
-  std::error_code ignored;
-  if (std::filesystem::equivalent(in, out, ignored)) {
-    throw chassis::InputError("'" + out + "' is the input; another file would be right");
-  }
+  chassis::Files files;
+  files.read("the input", in);
+  files.checkWriting("the output", out);
 }
 
 }  // namespace
 
-Result scramble(const Request &request, const std::string &in, const std::string &out) {
+Result scramble(const Request &request, const std::string &in, const std::string &out,
+                const chassis::GoOn &goOn) {
   check(request);
-  chassis::TsFile file(in);
+  chassis::TsFile file(in, goOn);
   checkDifferent(in, out);
   Result result;
   result.survey = survey(file, in, request.bitrate);

@@ -20,7 +20,9 @@ struct Result {
 
 // Reads `in`, writes `out`. Nothing is left of `out` when it fails. Throws chassis::InputError:
 // what Request, TsFile, survey and makePlan throw, and an output that cannot be written or is the
-// input.
-Result scramble(const Request &request, const std::string &in, const std::string &out);
+// input; and chassis::OutputLost. goOn: as for TsFile. Packets with transport_error_indicator come
+// out as they are.
+Result scramble(const Request &request, const std::string &in, const std::string &out,
+                const chassis::GoOn &goOn = nullptr);
 
 }  // namespace tsscramble

@@ -166,8 +166,11 @@ Survey survey(chassis::TsFile &file, const std::string &path, std::uint64_t bitr
   FirstSections sections(result);
   RateMeter rate;
   TsPacket packet;
-  for (std::uint32_t changes = 0; file.next(packet); ++result.packets) {
+  for (std::uint32_t changes = 0; file.goesOn() && file.next(packet); ++result.packets) {
     const PacketView view(packet);
+    if (view.transportError()) {
+      continue;
+    }
     result.usedPids.insert(view.pid());
     if (view.scrambling() != 0) {
       result.scrambledPids.insert(view.pid());

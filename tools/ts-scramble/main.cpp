@@ -1,16 +1,20 @@
 // Makes a scrambled transport stream from a clear one, for the laboratory CA system.
-#include <CLI/CLI.hpp>
+#include <unistd.h>
+
 #include <cstdio>
-#include <exception>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include "CommandLine.h"
+#include "ExitStatus.h"
 #include "OptionNumber.h"
 #include "PidText.h"
+#include "Program.h"
 #include "Scrambler.h"
 #include "Text.h"
 #include "card/StreamScan.h"
+#include "files/ProgressLine.h"
 
 namespace {
 
@@ -104,19 +108,23 @@ int run(int argc, char **argv) {
       "ts-scramble");
   Arguments arguments;
   declare(app, arguments);
-  CLI11_PARSE(app, argc, argv);
-  const Request request = requestOf(arguments);
-  tell(request, scramble(request, arguments.in, arguments.out));
-  return 0;
+  app.footer(chassis::exitStatusHelp);
+  return chassis::parsed(app, argc, argv, [&arguments] {
+    const Request request = requestOf(arguments);
+    chassis::ProgressLine progress(STDERR_FILENO);
+    const auto show = [&progress](const chassis::Progress &now) {
+      progress.show(now);
+      return true;
+    };
+    const Result result = scramble(request, arguments.in, arguments.out, show);
+    progress.clear();
+    tell(request, result);
+    return static_cast<int>(chassis::exitDone);
+  });
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  try {
-    return run(argc, argv);
-  } catch (const std::exception &error) {
-    std::fprintf(stderr, "ts-scramble: %s\n", error.what());
-    return 1;
-  }
+  return chassis::runProgram("ts-scramble", [&] { return run(argc, argv); });
 }

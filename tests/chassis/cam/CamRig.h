@@ -120,7 +120,7 @@ class Rig {
       for (std::size_t i = at; i < std::min(at + part, packets.size()); ++i) {
         pointers.push_back(&packets[i]);
       }
-      cam.process(pointers.data(), pointers.size());
+      cam.process(pointers.data(), pointers.size(), now);
       cam.finish();
       pass(10);
     }

@@ -330,6 +330,23 @@ TEST(CamEcm, LossStopsDescramblingAfterTheTimeout) {
   EXPECT_EQ(rig.lines.count("descrambles program 101"), 2u);
 }
 
+// Packets pass before the CAM's own tick of the same time.
+TEST(CamEcm, IsAsOldAsTheTimeAtWhichItPassed) {
+  LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  std::vector<TsPacket *> pointers;
+  for (TsPacket &packet : stream.scrambled) {
+    pointers.push_back(&packet);
+  }
+  const std::uint64_t passed = rig.now + 10;
+  rig.cam.process(pointers.data(), pointers.size(), passed);
+  rig.pass(passed + 4000 - rig.now);
+  EXPECT_EQ(rig.lines.count("stops descrambling"), 0U);
+  rig.pass(10);
+  EXPECT_EQ(rig.lines.count("stops descrambling"), 1U);
+}
+
 TEST(CamEcm, NeverAnyIsTold) {
   Rig rig;
   rig.ask(caPmt101());
@@ -495,7 +512,7 @@ TEST(CamHostile, RandomObjectsAndPacketsLeaveItWorking) {
       byte = static_cast<std::uint8_t>(random());
     }
     TsPacket *pointer = &packet;
-    rig.cam.process(&pointer, 1);
+    rig.cam.process(&pointer, 1, rig.now);
     rig.cam.finish();
     rig.pass(10);
     while (rig.cam.transmit()) {

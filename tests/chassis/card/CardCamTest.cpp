@@ -136,7 +136,8 @@ struct CardWithCams {
   SilentEvents events;
   Cam camA{config(), {0, 0}, events, 0};
   Cam camB{config(), {0, 1}, events, 0};
-  Card card{0, events};
+  chassis::Files files;
+  Card card{0, events, files};
   std::uint64_t nowMs = 0;
 };
 

@@ -52,7 +52,8 @@ class Driver : public testing::Test {
 
   SilentEvents events;
   TemporaryFile file{secondOfStream()};
-  Card card{slot, events};
+  chassis::Files files;
+  Card card{slot, events, files};
   CiData *record = nullptr;
 };
 

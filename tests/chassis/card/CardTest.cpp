@@ -1,6 +1,9 @@
 #include "card/Card.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <memory>
 
 #include "InputError.h"
 #include "card/Fpga.h"
@@ -10,6 +13,7 @@ using namespace testing_streams;
 using chassis::Card;
 using chassis::CardFault;
 using chassis::PidFault;
+using chassis::TsPacket;
 
 namespace {
 
@@ -91,7 +95,8 @@ class CardTest : public testing::Test {
 
   const std::vector<ProgramMap> programs = {clearProgram(7, 0x100), clearProgram(3, 0x200)};
   RecordedEvents events;
-  Card card{2, events};
+  chassis::Files files;
+  Card card{2, events, files};
   int changes = 0;
   TemporaryFile file;
   StreamWriter stream;
@@ -243,9 +248,74 @@ TEST_F(CardTest, TellsThatAnOutputIsNotWhole) {
   insert(secondOf(programs));
   card.setOutput("/dev/full");
   card.tick(1000);
-  card.setOutput("");
-  ASSERT_EQ(events.lines.size(), 1U);
-  EXPECT_NE(events.lines[0].find("/dev/full"), std::string::npos);
+  EXPECT_EQ(
+      events.lines,
+      (std::vector<std::string>{"the output is not whole: '/dev/full': No space left on device"}));
+  card.tick(2000);
+  EXPECT_EQ(card.endOutput(),
+            "'/dev/full', the output of slot 2, is not whole: 2000 packets lost: No space left on "
+            "device");
+  EXPECT_EQ(card.endOutput(), "");
+  EXPECT_EQ(events.lines.size(), 1U);
+}
+
+TEST_F(CardTest, DoesNotReadOrWriteWhatOthersUse) {
+  const TemporaryFile output;
+  files.write("the output of slot 4", output.path());
+  EXPECT_THROW(card.setOutput(output.path()), chassis::InputError);
+  EXPECT_NE(insertError(output.path()).find("is the output of slot 4"), std::string::npos);
+  insert(secondOf(programs));
+  EXPECT_THROW(files.write("the output of slot 4", file.path()), chassis::InputError);
+  card.remove();
+  files.write("the output of slot 4", file.path());
+}
+
+// Whoever gets the reports may be gone by then.
+TEST_F(CardTest, GoesWithoutAWordAboutItsOutput) {
+  auto other = std::make_unique<Card>(2, events, files);
+  file.write(secondOf(programs).bytes());
+  other->insert(file.path(), bitrate, 0);
+  const TemporaryFile place;
+  std::filesystem::remove(place.path());
+  ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+  other->setOutput(place.path());
+  other->tick(1000);
+  other.reset();
+  EXPECT_TRUE(events.lines.empty());
+}
+
+TEST_F(CardTest, WhatHasATransportErrorPassesUnread) {
+  StreamWriter written = secondOf(programs);
+  for (unsigned i = 0; i < 10; ++i) {
+    TsPacket packet = written.packet(1);
+    packet[1] = static_cast<std::uint8_t>(0x80 | i);
+    packet[2] = 0x01;
+    packet[3] = static_cast<std::uint8_t>(packet[3] ^ i);
+    written.add(packet);
+  }
+  insert(written);
+  card.setPidFault(PidFault::Drop, 0x001, true);
+  card.setPidFault(PidFault::Damage, 0x101, true);
+  const TemporaryFile output;
+  card.setOutput(output.path());
+  card.tick(1010);
+  card.setPidFault(PidFault::Damage, 0x101, false);
+  EXPECT_EQ(card.endOutput(), "");
+  EXPECT_EQ(card.transportErrors(), 10U);
+  const Bytes all = written.bytes();
+  const Bytes out = output.read();
+  ASSERT_GT(out.size(), 1880U);
+  EXPECT_TRUE(std::equal(all.end() - 1880, all.end(), out.end() - 1880));
+  std::uint64_t counted = 0;
+  for (std::uint16_t pid = 0; pid < chassis::pidCount; ++pid) {
+    counted += card.before(pid).packets;
+    EXPECT_EQ(card.behind(pid).packets, card.before(pid).packets) << pid;
+  }
+  EXPECT_EQ(counted, out.size() / 188 - 10);
+  EXPECT_EQ(card.fpga().before.present(0x901), false);
+  EXPECT_EQ(events.lines.size(), 1U);
+  card.insert(file.path(), bitrate, 1010);
+  EXPECT_EQ(card.transportErrors(), 0U);
 }
 
 TEST_F(CardTest, ADroppedPidDoesNotReachIt) {

@@ -106,6 +106,40 @@ TEST(StreamPlayer, ChangesNothingButTheCounter) {
   }
 }
 
+TEST(StreamPlayer, TheFirstClockOfAPidTellsThatTimeHasJumped) {
+  StreamWriter stream;
+  stream.psi({program}).payload(0x100).pcr(0x100, 5).pcr(0x100, 6).pcr(0x101, 7);
+  Playing playing(stream);
+  for (std::size_t i = 0; i < stream.packets() * 3; ++i) {
+    const std::size_t at = i % stream.packets();
+    const bool again = i >= stream.packets();
+    TsPacket expected = stream.packet(at);
+    const chassis::PacketView view(expected);
+    const bool first = view.pcr() && *view.pcr() != 6;
+    if (first && again) {
+      expected[5] |= 0x80;
+    }
+    TsPacket got = playing.next();
+    got[3] = expected[3];
+    ASSERT_EQ(got, expected) << i;
+  }
+}
+
+TEST(StreamPlayer, LeavesBrokenPacketsAsTheyAre) {
+  StreamWriter stream;
+  stream.psi({program}).payload(0x100);
+  TsPacket broken = StreamWriter().pcr(0x100, 5).packet(0);
+  broken[1] |= 0x80;
+  stream.add(broken);
+  Playing playing(stream);
+  for (std::size_t i = 0; i < stream.packets() * 3; ++i) {
+    const TsPacket got = playing.next();
+    if (i % stream.packets() == stream.packets() - 1) {
+      ASSERT_EQ(got, broken) << i;
+    }
+  }
+}
+
 TEST(StreamPlayer, EndsWhenTheFileIsGone) {
   Playing playing(StreamWriter().psi({program}));
   playing.next();

@@ -140,15 +140,33 @@ TEST(StreamScan, SaysWhatAStreamLacks) {
 
   StreamWriter noPcr;
   noPcr.psi({program}).payload(0x100);
-  expectError(noPcr.bytes(), 0, "no clock references");
+  expectError(noPcr.bytes(), 0,
+              "the PMT gives PID 0x0100 for clock references (PCR), and there are none on it; give "
+              "one in bit/s: cardInsert slot, \"");
 
   StreamWriter onePcr;
   onePcr.psi({program}).pcr(0x100, 0).payload(0x100);
-  expectError(onePcr.bytes(), 0, "no clock references");
+  expectError(onePcr.bytes(), 0, "and there are too few on it; ");
 
   StreamWriter otherPcr;
   otherPcr.psi({program}).pcr(0x101, 0).pcr(0x101, pcrHz);
-  expectError(otherPcr.bytes(), 0, "no clock references");
+  expectError(otherPcr.bytes(), 0, "PID 0x0100 for clock references (PCR), and there are none");
+
+  ProgramMap second = program;
+  second.number = 2;
+  second.pmtPid = 0x1001;
+  second.pcrPid = 0x102;
+  StreamWriter two;
+  two.psi({program, second}).payload(0x100);
+  expectError(two.bytes(), 0,
+              "the PMTs give PID 0x0100, PID 0x0102 for clock references (PCR), and "
+              "there are none on them");
+
+  ProgramMap none = program;
+  none.pcrPid = chassis::nullPid;
+  StreamWriter noPid;
+  noPid.psi({none}).payload(0x100);
+  expectError(noPid.bytes(), 0, "no PMT gives a PID for clock references (PCR)");
 
   expectError({}, 0, "is empty");
   expectError(Bytes(1000, 1), 0, "holds no transport stream");
@@ -160,4 +178,41 @@ TEST(StreamScan, RefusesImpossibleBitrates) {
   expectError(bytes, chassis::maxBitrate + 1, "1 to 1000000000 are possible");
   const TemporaryFile file(bytes);
   EXPECT_EQ(scanStream(file.path(), chassis::maxBitrate).bitrate, chassis::maxBitrate);
+}
+
+TEST(StreamScan, IsNotMisledByBrokenPackets) {
+  StreamWriter stream = clocked(0, pcrHz / 100, 5);
+  const StreamWriter sound = stream;
+  chassis::TsPacket broken = StreamWriter().pcr(0x100, 77).packet(0);
+  broken[1] |= 0x80;
+  broken[3] ^= 0x07;
+  stream.add(broken);
+  const TemporaryFile file(stream.bytes());
+  const TemporaryFile soundFile(sound.bytes());
+  const auto scan = scanStream(file.path(), 0);
+  const auto expected = scanStream(soundFile.path(), 0);
+  EXPECT_EQ(scan.bitrate, expected.bitrate);
+  EXPECT_EQ(scan.ccStep, expected.ccStep);
+}
+
+TEST(StreamScan, CanBeBrokenOff) {
+  Bytes bytes = StreamWriter().psi({program}).null().null().null().bytes();
+  bytes.resize(64 << 20);  // no packet any more
+  const TemporaryFile file(bytes);
+  std::vector<chassis::Progress> asked;
+  const auto until = [&asked](std::size_t times) {
+    return [&asked, times](const chassis::Progress &progress) {
+      asked.push_back(progress);
+      return asked.size() < times;
+    };
+  };
+  EXPECT_THROW(scanStream(file.path(), 1000000, until(3)), chassis::Interrupted);
+  ASSERT_EQ(asked.size(), 3U);
+  EXPECT_EQ(asked[0].what, "reading '" + file.path() + "'");
+  EXPECT_EQ(asked[0].all, bytes.size());
+  EXPECT_LT(asked[0].done, asked[1].done);
+  asked.clear();
+  EXPECT_EQ(scanStream(file.path(), 1000000, until(1000)).packets, 5U);
+  EXPECT_GT(asked.size(), 10U);
+  EXPECT_EQ(asked.back().done, asked.back().all);
 }

@@ -1,6 +1,7 @@
 #include "ts/TsFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "InputError.h"
 #include "chassis/StreamWriter.h"
@@ -195,4 +196,19 @@ TEST(TsFile, SaysThatAFileHoldsNoTransportStream) {
     const TemporaryFile file(text);
     expectError(file.path(), "holds no transport stream");
   }
+}
+
+TEST(TsFile, TakesNoFifoAndDoesNotWaitForIt) {
+  const TemporaryFile place;
+  std::filesystem::remove(place.path());
+  ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+  expectError(place.path(), "not a regular file");
+}
+
+TEST(TsFile, TheSearchForAPacketCanBeBrokenOff) {
+  const TemporaryFile file(Bytes(32 << 20, 0));
+  int asked = 0;
+  EXPECT_THROW(TsFile(file.path(), [&asked](const chassis::Progress &) { return ++asked < 2; }),
+               chassis::Interrupted);
+  EXPECT_EQ(asked, 2);
 }

@@ -340,7 +340,8 @@ class Rack {
   }
 
   Silent events_;
-  chassis::Card card_{0, events_};
+  chassis::Files files_;
+  chassis::Card card_{0, events_, files_};
   chassis::Cam cams_[MAX_CAM_NUM] = {{config(), {0, 0}, events_, 0},
                                      {config(), {0, 1}, events_, 0}};
 };

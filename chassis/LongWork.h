@@ -1,0 +1,28 @@
+// Work that takes long: reading a large file, waiting for a reader. Whoever does it asks now and
+// then, some times a second, whether to go on.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "InputError.h"
+
+namespace chassis {
+
+struct Progress {
+  std::string what;        // "reading 'in.ts'"
+  std::uint64_t done = 0;  // of all, in a unit of the work's own
+  std::uint64_t all = 0;   // 0: not known
+};
+
+// Shows the progress, and lets what comes from outside act. False: the work is to stop.
+using GoOn = std::function<bool(const Progress &)>;
+
+// Thrown by what cannot do its work since it was not to go on.
+class Interrupted : public InputError {
+ public:
+  using InputError::InputError;
+};
+
+}  // namespace chassis

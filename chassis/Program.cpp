@@ -1,0 +1,37 @@
+#include "Program.h"
+
+#include <cstdio>
+#include <exception>
+
+#include "ExitStatus.h"
+#include "InputError.h"
+#include "files/ReplacedFile.h"
+#include "files/StandardOutput.h"
+
+namespace chassis {
+namespace {
+
+int complain(const std::string &name, const std::exception &error, int status) {
+  std::fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
+  return status;
+}
+
+int statusOf(const std::string &name, const std::function<int()> &work) {
+  try {
+    return work();
+  } catch (const InputError &error) {
+    return complain(name, error, exitBadInput);
+  } catch (const OutputLost &error) {
+    return complain(name, error, exitLost);
+  } catch (const std::exception &error) {
+    return complain(name, error, exitFailed);
+  }
+}
+
+}  // namespace
+
+int runProgram(const std::string &name, const std::function<int()> &work) {
+  return finishStandardOutput(name, statusOf(name, work));
+}
+
+}  // namespace chassis

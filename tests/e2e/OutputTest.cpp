@@ -1,0 +1,230 @@
+// What is written is told to be whole only when it is, and nobody's file is overwritten.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "Run.h"
+
+namespace e2e {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string card = "cardInsert 0, \"in.ts\"\n";
+constexpr int lost = 3;
+constexpr std::chrono::seconds bound{60};
+
+class Output : public Run {
+ protected:
+  void SetUp() override {
+    Run::SetUp();
+    stream_ = readFile(std::string(E2E_BUILD) + "/samples/headend.ts");
+    write("in.ts", stream_);
+  }
+
+  void expectRefused(const std::string &script, const std::string &arguments,
+                     const std::string &why) {
+    const Result result = runScript(script, arguments);
+    EXPECT_EQ(result.status, 2) << arguments;
+    EXPECT_EQ(linesOf(result.err).size(), 1U) << result.err;
+    EXPECT_NE(result.err.find(why), std::string::npos) << result.err;
+    EXPECT_EQ(read("in.ts"), stream_);
+  }
+
+  Bytes stream_;
+};
+
+TEST_F(Output, IsNeverTheStreamByWhateverName) {
+  fs::create_hard_link(path("in.ts"), path("hard.ts"));
+  fs::create_symlink("in.ts", path("soft.ts"));
+  for (const char *name : {"in.ts", "./in.ts", "hard.ts", "soft.ts"}) {
+    expectRefused(card + "wait 1", std::string("--output 0:") + name, "is the output of slot 0");
+    expectRefused("wait 1\n" + card + "wait 1", std::string("--output 3:") + name,
+                  "is the output of slot 3");
+  }
+}
+
+TEST_F(Output, IsNoOtherOutputAndNotTheScript) {
+  expectRefused(card + "wait 1", "--output 0:out.ts --output 1:out.ts", "is the output of slot 0");
+  EXPECT_FALSE(fs::exists(path("out.ts")));
+  const std::string script = card + "wait 1";
+  expectRefused(script, "--output 0:script", "is the script");
+  const Bytes left = read("script");
+  EXPECT_EQ(std::string(left.begin(), left.end()), script);
+}
+
+TEST_F(Output, IsEmptiedByItsFirstPacketAlone) {
+  write("out.ts", std::string("a user's own"));
+  EXPECT_EQ(runScript("wait 1", "--output 0:out.ts").status, 0);
+  expectRefused("cardInsert 0, \"missing.ts\"", "--output 0:out.ts", "missing.ts");
+  EXPECT_EQ(read("out.ts").size(), 12U);
+  EXPECT_EQ(runScript(card + "wait 1", "--output 0:out.ts").status, 0);
+  const Bytes out = read("out.ts");
+  ASSERT_GT(out.size(), 188U * 100);
+  EXPECT_TRUE(std::equal(out.begin(), out.end(), stream_.begin()));
+}
+
+TEST_F(Output, ThatIsFullEndsTheRunWithAStatusOfItsOwn) {
+  const Result result = runScript(card + "wait 2", "--output 0:/dev/full");
+  EXPECT_EQ(result.status, lost);
+  const Lines errors = linesOf(result.err);
+  ASSERT_EQ(errors.size(), 1U) << result.err;
+  EXPECT_EQ(errors[0].rfind("ci-chassis: '/dev/full', the output of slot 0, is not whole: ", 0),
+            0U);
+  EXPECT_NE(errors[0].find(" packets lost: No space left on device"), std::string::npos);
+  EXPECT_EQ(linesWith(result.out, "the output is not whole").size(), 1U) << result.out;
+}
+
+TEST_F(Output, OfTheTimelineIsMissedToo) {
+  write("script", card + "wait 2");
+  for (const char *arguments : {"--script script --speed max", "--help"}) {
+    const Result result = run(std::string(arguments) + " >/dev/full");
+    EXPECT_EQ(result.status, lost) << arguments;
+    ASSERT_EQ(linesOf(result.err).size(), 1U) << result.err;
+    EXPECT_EQ(result.err.rfind("ci-chassis: standard output is not whole", 0), 0U) << result.err;
+  }
+}
+
+TEST_F(Output, LossAndBadInputAreBothTold) {
+  const Result result =
+      runScript(card + "wait 1\ncardInsert 1, \"missing.ts\"", "--output 0:/dev/full");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(linesWith(result.err, "is not whole").size(), 1U) << result.err;
+  EXPECT_EQ(linesWith(result.err, "missing.ts").size(), 1U) << result.err;
+}
+
+// The program running on its own, with signals as from a shell.
+class Signals : public Output {
+ protected:
+  void TearDown() override {
+    if (child_ > 0) {
+      kill(child_, SIGKILL);
+      waitpid(child_, nullptr, 0);
+    }
+    Output::TearDown();
+  }
+
+  void start(const std::vector<std::string> &arguments, int standardOutput) {
+    child_ = fork();
+    if (child_ != 0) {
+      return;
+    }
+    std::vector<std::string> words{E2E_PROGRAM};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    std::vector<char *> argv;
+    for (std::string &word : words) {
+      argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(standardOutput, STDOUT_FILENO);
+    dup2(open(path("err.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+    if (chdir(path(".").c_str()) == 0) {
+      execv(E2E_PROGRAM, argv.data());
+    }
+    _exit(127);
+  }
+  int file(const std::string &name) {
+    return open(path(name).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  }
+  bool contains(const std::string &name, const std::string &part) {
+    const Bytes all = read(name);
+    return std::search(all.begin(), all.end(), part.begin(), part.end()) != all.end();
+  }
+  // Reads of the program's own: how many bytes it has taken from files.
+  std::uint64_t bytesRead() const {
+    const Bytes all = readFile("/proc/" + std::to_string(child_) + "/io");
+    const std::string text(all.begin(), all.end());
+    return std::stoull(text.substr(text.find("rchar: ") + 7));
+  }
+
+  template <typename Condition>
+  bool comes(const Condition &condition) {
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > end) {
+        return false;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+  }
+  // Its exit status; -1: it did not end within the bound, or not by itself.
+  int endOf() {
+    int status = 0;
+    if (!comes([&] { return child_ < 0 || waitpid(child_, &status, WNOHANG) == child_; })) {
+      return -1;
+    }
+    child_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  pid_t child_ = -1;
+};
+
+TEST_F(Signals, AFifoWithoutAReaderHoldsNothingBack) {
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  write("script", card + "wait 3600");
+  start({"--script", "script", "--speed", "1", "--output", "0:fifo"}, file("out.txt"));
+  ASSERT_TRUE(comes([this] { return contains("out.txt", "cardInsert"); }));
+  kill(child_, SIGTERM);
+  EXPECT_EQ(endOf(), 143);
+  EXPECT_TRUE(contains("err.txt", "'fifo', the output of slot 0, is not whole: "));
+  EXPECT_TRUE(contains("err.txt", "nobody reads it"));
+}
+
+TEST_F(Signals, AReaderOfAFifoGetsTheStream) {
+  ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+  write("script", card + "wait 20");
+  start({"--script", "script", "--speed", "max", "--output", "0:fifo"}, file("out.txt"));
+  const Bytes got = readFile(path("fifo"));
+  EXPECT_EQ(endOf(), 0);
+  EXPECT_GT(got.size(), stream_.size());
+  EXPECT_TRUE(std::equal(stream_.begin(), stream_.end(), got.begin()));
+}
+
+TEST_F(Signals, TheSearchThroughAHugeFileEnds) {
+  write("huge.ts", std::string());
+  fs::resize_file(path("huge.ts"), 100ULL << 30);
+  for (const int signal : {SIGTERM, SIGINT}) {
+    write("script", "cardInsert 0, \"huge.ts\"\nwait 5");
+    start({"--script", "script"}, file("out.txt"));
+    ASSERT_TRUE(comes([this] { return bytesRead() > (64U << 20); }));
+    kill(child_, signal);
+    EXPECT_EQ(endOf(), 128 + signal);
+    EXPECT_FALSE(contains("out.txt", "%"));
+    EXPECT_EQ(read("err.txt").size(), 0U);
+  }
+}
+
+TEST_F(Signals, AStandardOutputThatNobodyReadsHoldsNothingBack) {
+  std::string script;
+  for (int i = 0; i < 5000; ++i) {
+    script += "note \"" + std::string(100, 'x') + "\"\n";
+  }
+  write("script", script);
+  for (const int signal : {SIGTERM, SIGINT}) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    start({"--script", "script"}, ends[1]);
+    pollfd full{ends[1], POLLOUT, 0};
+    ASSERT_TRUE(comes([&full] { return poll(&full, 1, 0) == 0; }));
+    kill(child_, signal);
+    EXPECT_EQ(endOf(), 128 + signal);
+    EXPECT_TRUE(contains("err.txt", "not everything could be written"));
+    close(ends[0]);
+    close(ends[1]);
+  }
+}
+
+}  // namespace
+}  // namespace e2e
