@@ -116,7 +116,8 @@ void Shell::run(const std::string &line) {
 }
 
 bool Shell::breakOff(std::uint64_t nowMs) {
-  const bool waited = nowMs < blockedUntilMs_;
+  const bool waited = nowMs < blockedUntilMs_ || asks();
+  asks_.clear();
   blockedUntilMs_ = std::min(blockedUntilMs_, nowMs);
   return waited;
 }

@@ -43,7 +43,7 @@ class Shell {
   bool exited() const { return exited_; }                           // by the command
   std::uint64_t blockedUntilMs() const { return blockedUntilMs_; }  // a wait: not before this
 
-  // Ends the wait that a typed line began; false: there was none.
+  // Ends the wait that a typed line began and drops the calls that wait; false: there was none.
   bool breakOff(std::uint64_t nowMs);
 
   // What the module prints while a typed call runs is the call's answer: true when it was taken.
