@@ -46,9 +46,8 @@ constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
 const std::string footer =
     "At a terminal there is a prompt beside the running chassis, also when the script is over; "
-    "help lists what it takes. exit, quit and Ctrl-D end the chassis, and so does Ctrl-C twice in "
-    "a "
-    "row at an empty line. Without a terminal the run ends with the script; with --console, when "
+    "help lists what it takes. exit, quit and Ctrl-D end the chassis, and so does Ctrl-C twice at "
+    "an empty line. Without a terminal the run ends with the script; with --console, when "
     "standard input has ended too. At speed max, chassis time then stands still until the next "
     "line has come. The prompt's history is kept in ~/.ci_chassis_history or in the file that "
     "CI_CHASSIS_HISTORY names. A script's streams are looked for in the folder of the script, then "

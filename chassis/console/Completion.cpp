@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <cwchar>
 #include <filesystem>
 #include <iterator>
 #include <optional>
 
+#include "report/Layout.h"
 #include "script/Line.h"
 
 namespace chassis {
@@ -49,14 +48,6 @@ std::string nameAtEnd(const std::string &text) {
 
 bool isControl(char c) {
   return std::iscntrl(static_cast<unsigned char>(c)) != 0;
-}
-
-// Cells that a terminal shows it in; the bytes of what is no text count one each.
-std::size_t cellsOf(const std::string &text) {
-  std::wstring wide(text.size(), L'\0');
-  const std::size_t size = std::mbstowcs(wide.data(), text.c_str(), wide.size());
-  const int cells = size == static_cast<std::size_t>(-1) ? -1 : wcswidth(wide.data(), size);
-  return cells < 0 ? text.size() : static_cast<std::size_t>(cells);
 }
 
 // The files of a folder whose names begin so, folders with a slash behind them, sorted.
@@ -142,14 +133,13 @@ Completion complete(const std::string &before, const std::vector<std::string> &n
 std::string inColumns(const std::vector<std::string> &words, std::size_t width) {
   std::size_t widest = 0;
   for (const std::string &word : words) {
-    widest = std::max(widest, cellsOf(word) + 2);
+    widest = std::max(widest, displayWidth(word) + 2);
   }
   const std::size_t perLine = std::max<std::size_t>(1, width / std::max<std::size_t>(1, widest));
   std::string text;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const bool last = (i + 1) % perLine == 0 || i + 1 == words.size();
-    text += words[i];
-    text += last ? "\n" : std::string(widest - cellsOf(words[i]), ' ');
+    text += last ? words[i] + "\n" : padded(words[i], widest);
   }
   return text;
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <clocale>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -105,6 +106,8 @@ TEST(Completion, Columns) {
   EXPECT_EQ(inColumns({"a", "bcd", "e"}, 11), "a    bcd\ne\n");
   EXPECT_EQ(inColumns({"abcdef", "g"}, 3), "abcdef\ng\n");
   EXPECT_EQ(inColumns({}, 80), "");
+  ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  EXPECT_EQ(inColumns({"日本", "b", "c"}, 12), "日本  b\nc\n");
 }
 
 }  // namespace

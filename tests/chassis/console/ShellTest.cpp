@@ -118,6 +118,18 @@ TEST_F(ShellTest, AWaitCanBeBrokenOff) {
   EXPECT_FALSE(has(ask("TIME_RESET"), "4711"));
 }
 
+// In the pause of the start-up task.
+TEST_F(ShellTest, ACallThatWaitsForTheSupervisionTaskCanBeBrokenOff) {
+  session_.type("printCiIfVer");
+  bool broken = false;
+  const auto listening = clock_.onTick([this, &broken](std::uint64_t ms) {
+    broken = broken || (ms == 600 && session_.breakOff(ms));
+  });
+  runFor(2500);
+  EXPECT_TRUE(broken);
+  EXPECT_FALSE(has(answer_, "V3.0.1.1")) << answer_;
+}
+
 TEST_F(ShellTest, WhatActsOnNothingIsTold) {
   insertCard();
   ask("camInsert 0, 0, 0x0500");
