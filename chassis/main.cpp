@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "InputError.h"
+#include "Version.h"
 #include "console/Operation.h"
 #include "report/AlarmList.h"
 #include "report/StatusTable.h"
@@ -152,6 +153,7 @@ void describe(CLI::App &app, Options &options) {
                  "the 32-bit millisecond stamp at which the clock starts")
       ->type_name("STAMP");
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
+  app.set_version_flag("--version", std::string("ci-chassis ") + version);
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
   app.footer(footer + functionHelp());
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "InputError.h"
+#include "Version.h"
 #include "ts/PacketView.h"
 #include "ts/TsFile.h"
 
@@ -70,6 +71,9 @@ void join(int count, char **paths) {
 
 int main(int argc, char **argv) {
   try {
+    if (argc == 2 && argv[1] == std::string("--version")) {
+      return std::printf("ts-join %s\n", chassis::version) > 0 ? 0 : 1;
+    }
     join(argc - 1, argv + 1);
   } catch (const std::exception &error) {
     std::fprintf(stderr, "ts-join: %s\n", error.what());

@@ -8,6 +8,7 @@
 #include "PidText.h"
 #include "Scrambler.h"
 #include "Text.h"
+#include "Version.h"
 
 namespace {
 
@@ -96,6 +97,7 @@ int run(int argc, char **argv) {
       "ts-scramble");
   Arguments arguments;
   declare(app, arguments);
+  app.set_version_flag("--version", std::string("ts-scramble ") + chassis::version);
   CLI11_PARSE(app, argc, argv);
   const Request request = requestOf(arguments);
   tell(request, scramble(request, arguments.in, arguments.out));
