@@ -44,21 +44,25 @@ TEST(PlatformCalls, FloorMakesTheModulesCallsInItsOrder) {
     loadCard(0, each.load);
     camStatusCheck(0);
     const std::vector<Call> module = callsOf(each.module);
+    EXPECT_FALSE(module.empty()) << each.name;
     EXPECT_TRUE(module == callsOf(each.floor)) << each.name;
   }
 }
 
-TEST(PlatformCalls, AreAsManyAsTheFormulaSays) {
+void expectCounts(const std::array<std::size_t, caseCount> &expected) {
   for (std::size_t i = 0; i < caseCount; ++i) {
     loadCard(0, cases[i].load);
     camStatusCheck(0);
-    EXPECT_EQ(callsOf(cases[i].module).size(), formula[i]) << cases[i].name;
+    EXPECT_EQ(callsOf(cases[i].module).size(), expected[i]) << cases[i].name;
   }
 }
 
+TEST(PlatformCalls, AreAsManyAsTheFormulaSays) {
+  expectCounts(formula);
+}
+
 TEST(PlatformCalls, AreTheseNumbers) {
-  constexpr std::array<std::size_t, caseCount> pinned = {4252, 200860, 33798, 10245, 1, 33795, 27};
-  EXPECT_EQ(formula, pinned);
+  expectCounts({4252, 200860, 33798, 10245, 1, 33795, 27});
 }
 
 }  // namespace

@@ -16,6 +16,7 @@
 #include "InputError.h"
 #include "Number.h"
 #include "OptionNumber.h"
+#include "Version.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
 #include "files/StandardOutput.h"
@@ -225,6 +226,7 @@ void describe(CLI::App &app, Options &options) {
       ->transform(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
       ->type_name("STAMP");
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
+  app.set_version_flag("--version", std::string("ci-chassis ") + version);
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
   app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + "\n" + exitStatusHelp +
              signalStatusHelp + functionsTitle + functionHelp());

@@ -20,6 +20,31 @@ constexpr Check checks[] = {
 };
 constexpr size_t checkCount = sizeof checks / sizeof checks[0];
 
+// The alarms of one kind.
+struct Checker {
+  uint8_t sValInitDone;
+  AlarmState alarm[MAX_BOARD_NUM][MAX_CAM_NUM];
+};
+
+Checker checkers[kindCount];
+
+[[gnu::noinline]] void initialise(Checker &checker) {
+  for (auto &slot : checker.alarm) {
+    for (AlarmState &alarm : slot) {
+      alarm = {0, 0, -1, 0};
+    }
+  }
+  checker.sValInitDone = 1;
+}
+
+AlarmState &alarmState(uint16_t row, uint8_t slotNo, uint8_t camSlot) {
+  Checker &checker = checkers[row];
+  if (checker.sValInitDone == 0) {
+    initialise(checker);
+  }
+  return checker.alarm[slotNo][camSlot];
+}
+
 // The card of a check; null after a message that tells what is wrong with its arguments.
 const CiData *checkedCard(uint8_t slot, uint8_t cam) {
   if (slot >= MAX_BOARD_NUM) {
@@ -61,7 +86,7 @@ bool faulty(const AlarmKind &kind, const CiData &card, uint8_t camSlot) {
   const uint8_t *field =
       reinterpret_cast<const uint8_t *>(&card) + kind.field.offset + camSlot * size;
   const uint8_t value = static_cast<uint8_t>(field[0] | field[size - 1]);
-  return value >= kind.faultFirst && value <= kind.faultLast;
+  return value >= kind.faults.first && value <= kind.faults.last;
 }
 
 bool masked(const AlarmKind &kind, uint8_t camSlot, const AlarmMask &mask) {

@@ -4,8 +4,6 @@
 
 namespace ciif {
 
-Checker checkers[kindCount];
-
 namespace {
 
 // Set aside for resets on alarm by the kinds that answer 1, and by descrambling; nothing uses them.
@@ -15,11 +13,11 @@ namespace {
 AlarmRecord makeRecord(const AlarmKind &kind, uint8_t slotNo, uint8_t camSlot) {
   AlarmRecord record = {};
   record.head = 1;
-  record.pairCount = static_cast<uint8_t>(2 + kind.faultIdCount);
+  record.pairCount = static_cast<uint8_t>(2 + kind.faultIds.count);
   record.pairs[0] = {1, slotNo + 1};
-  record.pairs[1] = {kind.object[camSlot], -1};
-  for (uint8_t i = 0; i < kind.faultIdCount; ++i) {
-    record.pairs[2 + i] = {kind.faultId[i], -1};
+  record.pairs[1] = {kind.objects.byCam[camSlot], -1};
+  for (uint8_t i = 0; i < kind.faultIds.count; ++i) {
+    record.pairs[2 + i] = {kind.faultIds.id[i], -1};
   }
   return record;
 }
@@ -34,11 +32,11 @@ int32_t raise(const AlarmCall &call) {
   AlarmRecord record = makeRecord(call.kind, call.slotNo, call.camSlot);
   const int32_t index = AlarmAdd(&record);
   if (index < 0) {
-    return failed(call, call.kind.raiseFailed);
+    return failed(call, call.kind.failures.raise);
   }
   call.alarm.alarm_index = index;
   call.alarm.alarm_traped = 1;
-  return call.kind.answersStanding;
+  return call.kind.delay.answersStanding;
 }
 
 int32_t clear(const AlarmCall &call, const char *failure) {
@@ -58,32 +56,23 @@ void clearCaSysIds(uint8_t slotNo, uint8_t camSlot) {
 
 void nothing(uint8_t, uint8_t) {}
 
-void initialise(Checker &checker) {
-  for (auto &slot : checker.alarm) {
-    for (AlarmState &alarm : slot) {
-      alarm = {0, 0, -1, 0};
-    }
-  }
-  checker.sValInitDone = 1;
-}
-
 int32_t whileMasked(const AlarmCall &call) {
   call.alarm.ok_time_cnt = OSTimeGet();
-  return call.alarm.alarm_traped == 1 ? clear(call, call.kind.maskClearFailed) : 0;
+  return call.alarm.alarm_traped == 1 ? clear(call, call.kind.failures.maskClear) : 0;
 }
 
 int32_t whileFaulty(const AlarmCall &call) {
   call.alarm.err_time_cnt = OSTimeGet();
-  if (!longerThan(alarmRaiseDelay(call.kind.delayPair), call.alarm.ok_time_cnt)) {
+  if (!longerThan(alarmRaiseDelay(call.kind.delay.pair), call.alarm.ok_time_cnt)) {
     return 0;
   }
-  return call.alarm.alarm_traped == 0 ? raise(call) : call.kind.answersStanding;
+  return call.alarm.alarm_traped == 0 ? raise(call) : call.kind.delay.answersStanding;
 }
 
 int32_t whileGone(const AlarmCall &call) {
   call.alarm.ok_time_cnt = OSTimeGet();
-  const bool due = longerThan(alarmClearDelay(call.kind.delayPair), call.alarm.err_time_cnt);
-  return due ? clear(call, call.kind.clearFailed) : 0;
+  const bool due = longerThan(alarmClearDelay(call.kind.delay.pair), call.alarm.err_time_cnt);
+  return due ? clear(call, call.kind.failures.clear) : 0;
 }
 
 }  // namespace ciif

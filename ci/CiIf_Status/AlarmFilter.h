@@ -1,4 +1,4 @@
-// The delay filter that all kinds of alarm share, and its state.
+// The delay filter that all kinds of alarm share.
 #ifndef ALARM_FILTER_H
 #define ALARM_FILTER_H
 
@@ -14,23 +14,6 @@ struct AlarmState {
   int32_t alarm_index;    // as AlarmAdd gave it
   uint8_t alarm_traped;   // 1 while raised
 };
-
-struct Checker {
-  uint8_t sValInitDone;
-  AlarmState alarm[MAX_BOARD_NUM][MAX_CAM_NUM];
-};
-
-extern Checker checkers[kindCount];
-
-void initialise(Checker &checker);
-
-inline AlarmState &alarmState(uint16_t row, uint8_t slotNo, uint8_t camSlot) {
-  Checker &checker = checkers[row];
-  if (checker.sValInitDone == 0) {
-    initialise(checker);
-  }
-  return checker.alarm[slotNo][camSlot];
-}
 
 // One call of a check.
 struct AlarmCall {

@@ -18,37 +18,62 @@ struct StatusField {
   uint8_t size;
 };
 
-#define FIELD(name) \
-  { offsetof(CiData, name), sizeof(CiData::name) }
-#define CAM_FIELD(name) \
-  { offsetof(CiData, name), sizeof(CiData::name) / MAX_CAM_NUM }
+#define FIELD(name)                              \
+  StatusField {                                  \
+    offsetof(CiData, name), sizeof(CiData::name) \
+  }
+#define CAM_FIELD(name)                                        \
+  StatusField {                                                \
+    offsetof(CiData, name), sizeof(CiData::name) / MAX_CAM_NUM \
+  }
+
+// The values of the field that are faults.
+struct Faults {
+  uint8_t first;
+  uint8_t last;
+};
+
+// Which of the alarm delays, and what a fault that lasts beyond its raise delay answers.
+struct Delay {
+  uint8_t pair;
+  bool answersStanding;
+};
+
+// Second pair of the alarm's record, by CAM.
+struct Objects {
+  uint32_t byCam[MAX_CAM_NUM];
+};
+
+// The pairs behind it.
+struct FaultIds {
+  uint8_t count;
+  uint32_t id[faultIdMax];
+};
+
+// What is printed when the alarm service fails.
+struct Failures {
+  const char *maskClear;
+  const char *raise;
+  const char *clear;
+};
 
 // What makes one kind of alarm differ from the others.
 struct AlarmKind {
   uint16_t kind;
   Scope scope;
   StatusField field;
-  uint8_t faultFirst;  // the values of the field that are faults
-  uint8_t faultLast;
-  uint8_t delayPair;
-  bool answersStanding;  // returns 1 while the fault lasts beyond its raise delay
+  Faults faults;
+  Delay delay;
   void (*raiseAction)(uint8_t slotNo, uint8_t camSlot);
-  uint32_t object[MAX_CAM_NUM];  // second pair of the record, by CAM
-  uint8_t faultIdCount;
-  uint32_t faultId[faultIdMax];  // the pairs behind it
-  const char *maskClearFailed;
-  const char *raiseFailed;
-  const char *clearFailed;
+  Objects objects;
+  FaultIds faultIds;
+  Failures failures;
 };
 
 // What is done just before an alarm is raised.
 void clearCaSysIds(uint8_t slotNo, uint8_t camSlot);
 void nothing(uint8_t slotNo, uint8_t camSlot);
 
-#define CAM_OBJECTS \
-  { 0x705, 0x706 }
-#define CARD_OBJECTS \
-  { 0x701, 0x701 }
 #define CAM_DEL "Card%d Cam%d AlarmDel failed\r\n"
 #define PORT_DEL "Card%d port%d AlarmDel failed\r\n"
 #define UPPER_CAM_DEL "Card%d CAM%d AlarmDel failed\r\n"
@@ -58,76 +83,61 @@ void nothing(uint8_t slotNo, uint8_t camSlot);
 // the failures differs from place to place: those who read the log rely on each as it is, down to
 // the missing blank of the first kind's last text.
 constexpr AlarmKind kinds[] = {
-    {ALARM_KIND_CAM_ABSENT,
-     Scope::cam,
-     CAM_FIELD(camInsert),
-     0,
-     0,
-     0,
-     true,
-     clearCaSysIds,
-     CAM_OBJECTS,
-     1,
-     {0x703},
-     CAM_DEL,
-     CAM_ADD,
-     "Card%d port%dAlarmDel failed\r\n"},
-    {ALARM_KIND_CA_PID_ABSENT,
-     Scope::cam,
-     CAM_FIELD(preCamPidStat),
-     1,
-     1,
-     1,
-     false,
-     nothing,
-     CAM_OBJECTS,
-     1,
-     {0x708},
-     PORT_DEL,
-     CAM_ADD,
-     UPPER_CAM_DEL},
-    {ALARM_KIND_CA_SYS_MISMATCH,
-     Scope::cam,
-     CAM_FIELD(casidStat),
-     0,
-     0,
-     3,
-     true,
-     nothing,
-     CAM_OBJECTS,
-     1,
-     {0x707},
-     CAM_DEL,
-     CAM_ADD,
-     CAM_DEL},
-    {ALARM_KIND_CI_INPUT,
-     Scope::card,
-     FIELD(cimaxStat),
-     1,
-     1,
-     2,
-     false,
-     nothing,
-     CARD_OBJECTS,
-     1,
-     {0x111},
-     PORT_DEL,
-     CAM_ADD,
-     UPPER_CAM_DEL},
-    {ALARM_KIND_DESCRAMBLE,
-     Scope::cam,
-     CAM_FIELD(descStat),
-     DESC_SUM_OK + 1,
-     DESC_SUM_ERROR - 1,
-     4,
-     true,
-     nothing,
-     CAM_OBJECTS,
-     3,
-     {0x702, 0x142, 0x714},
-     PORT_DEL,
-     CAM_ADD,
-     UPPER_CAM_DEL},
+    {
+        ALARM_KIND_CAM_ABSENT,
+        Scope::cam,
+        CAM_FIELD(camInsert),
+        Faults{0, 0},
+        Delay{0, true},
+        clearCaSysIds,
+        Objects{0x705, 0x706},
+        FaultIds{1, {0x703}},
+        Failures{CAM_DEL, CAM_ADD, "Card%d port%dAlarmDel failed\r\n"},
+    },
+    {
+        ALARM_KIND_CA_PID_ABSENT,
+        Scope::cam,
+        CAM_FIELD(preCamPidStat),
+        Faults{1, 1},
+        Delay{1, false},
+        nothing,
+        Objects{0x705, 0x706},
+        FaultIds{1, {0x708}},
+        Failures{PORT_DEL, CAM_ADD, UPPER_CAM_DEL},
+    },
+    {
+        ALARM_KIND_CA_SYS_MISMATCH,
+        Scope::cam,
+        CAM_FIELD(casidStat),
+        Faults{0, 0},
+        Delay{3, true},
+        nothing,
+        Objects{0x705, 0x706},
+        FaultIds{1, {0x707}},
+        Failures{CAM_DEL, CAM_ADD, CAM_DEL},
+    },
+    {
+        ALARM_KIND_CI_INPUT,
+        Scope::card,
+        FIELD(cimaxStat),
+        Faults{1, 1},
+        Delay{2, false},
+        nothing,
+        Objects{0x701, 0x701},
+        FaultIds{1, {0x111}},
+        Failures{PORT_DEL, CAM_ADD, UPPER_CAM_DEL},
+    },
+    {
+        ALARM_KIND_DESCRAMBLE,
+        Scope::cam,
+        CAM_FIELD(descStat),
+        Faults{DESC_SUM_OK + 1, DESC_SUM_ERROR - 1},
+        Delay{4, true},
+        nothing,
+        Objects{0x705, 0x706},
+        FaultIds{3, {0x702, 0x142, 0x714}},
+        Failures{PORT_DEL, CAM_ADD, UPPER_CAM_DEL},
+    },
 };
 
 // The row of a kind, of which 16 bits count; kindCount or more for an unknown one.
@@ -147,14 +157,14 @@ static constexpr bool kindsConsecutive() {
 static constexpr bool delayPairsDistinct() {
   uint32_t used = 0;
   for (const AlarmKind &kind : kinds) {
-    used |= 1u << kind.delayPair;
+    used |= 1u << kind.delay.pair;
   }
   return used == (1u << kindCount) - 1;
 }
 
 static constexpr bool wideFaultsZero() {
   for (const AlarmKind &kind : kinds) {
-    if (kind.field.size != 1 && kind.faultLast != 0) {
+    if (kind.field.size != 1 && kind.faults.last != 0) {
       return false;
     }
   }
@@ -169,8 +179,6 @@ static_assert(delayPairsDistinct(), "each kind has delays of its own");
 
 #undef FIELD
 #undef CAM_FIELD
-#undef CAM_OBJECTS
-#undef CARD_OBJECTS
 #undef CAM_DEL
 #undef PORT_DEL
 #undef UPPER_CAM_DEL

@@ -1,8 +1,8 @@
 /*
  * The Common Interface supervision module: what it offers.
  *
- * Everything here has C linkage and is usable from C11 and C++17. "Supervision task" below is the
- * one firmware task that runs the periodic entry points: their state is plain memory without a
+ * Everything here has C linkage and is usable from C99 and C++17 on. "Supervision task" below is
+ * the one firmware task that runs the periodic entry points: their state is plain memory without a
  * lock. The module stores a card's functions and tables by reference: they must stay valid for the
  * whole run.
  */
@@ -15,6 +15,13 @@
 
 #ifdef __cplusplus
 extern "C" {
+#endif
+
+/* What must hold of a layout; C99, which has no static_assert, declares an array that cannot be. */
+#if defined(__cplusplus) || (defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L)
+#define CI_STATIC_ASSERT(condition, name) static_assert(condition, name)
+#else
+#define CI_STATIC_ASSERT(condition, name) extern const char ciStaticAssert[(condition) ? 1 : -1]
 #endif
 
 #define MAX_BOARD_NUM 6 /* card slots, slotNo 0..5 */
@@ -347,45 +354,46 @@ uint32_t rdDescStat(uint32_t slotNo, uint32_t pidType); /* 0 descrambled, 0xFF f
  * The layouts are shared with card drivers and with other compilers.
  * ---------------------------------------------------------------------------------------------- */
 
-static_assert(sizeof(CiDescCa) == 4, "CiDescCa");
-static_assert(offsetof(CiDescCa, ecmPid) == 2, "CiDescCa.ecmPid");
-static_assert(sizeof(CiDescCaList) == 452, "CiDescCaList");
-static_assert(offsetof(CiDescCaList, ca) == 4, "CiDescCaList.ca");
-static_assert(offsetof(CiDescCaList, privLen) == 132, "CiDescCaList.privLen");
-static_assert(offsetof(CiDescCaList, privOff) == 164, "CiDescCaList.privOff");
-static_assert(offsetof(CiDescCaList, privData) == 196, "CiDescCaList.privData");
-static_assert(sizeof(CiDescElem) == 456, "CiDescElem");
-static_assert(offsetof(CiDescElem, pid) == 2, "CiDescElem.pid");
-static_assert(offsetof(CiDescElem, caList) == 4, "CiDescElem.caList");
-static_assert(sizeof(CiDescProg) == 15052, "CiDescProg");
-static_assert(offsetof(CiDescProg, caLevel) == 2, "CiDescProg.caLevel");
-static_assert(offsetof(CiDescProg, caList) == 4, "CiDescProg.caList");
-static_assert(offsetof(CiDescProg, camMask) == 457, "CiDescProg.camMask");
-static_assert(offsetof(CiDescProg, eleNum) == 458, "CiDescProg.eleNum");
-static_assert(offsetof(CiDescProg, ele) == 460, "CiDescProg.ele");
-static_assert(sizeof(CiDesc) == 481668, "CiDesc");
-static_assert(offsetof(CiDesc, prog) == 4, "CiDesc.prog");
-static_assert(sizeof(DescPidStat) == 4, "DescPidStat");
-static_assert(offsetof(DescPidStat, status) == 2, "DescPidStat.status");
-static_assert(offsetof(DescPidStat, type) == 3, "DescPidStat.type");
-static_assert(sizeof(DescProgStat) == 130, "DescProgStat");
-static_assert(offsetof(DescProgStat, pid) == 2, "DescProgStat.pid");
-static_assert(sizeof(DescProgStat[MAX_BOARD_NUM][32]) == 24960, "DescStatus");
-static_assert(offsetof(DescIfItem, ptr) == sizeof(void *), "DescIfItem.ptr");
-static_assert(sizeof(DescIfItem) == 2 * sizeof(void *), "DescIfItem");
+CI_STATIC_ASSERT(sizeof(CiDescCa) == 4, "CiDescCa");
+CI_STATIC_ASSERT(offsetof(CiDescCa, ecmPid) == 2, "CiDescCa.ecmPid");
+CI_STATIC_ASSERT(sizeof(CiDescCaList) == 452, "CiDescCaList");
+CI_STATIC_ASSERT(offsetof(CiDescCaList, ca) == 4, "CiDescCaList.ca");
+CI_STATIC_ASSERT(offsetof(CiDescCaList, privLen) == 132, "CiDescCaList.privLen");
+CI_STATIC_ASSERT(offsetof(CiDescCaList, privOff) == 164, "CiDescCaList.privOff");
+CI_STATIC_ASSERT(offsetof(CiDescCaList, privData) == 196, "CiDescCaList.privData");
+CI_STATIC_ASSERT(sizeof(CiDescElem) == 456, "CiDescElem");
+CI_STATIC_ASSERT(offsetof(CiDescElem, pid) == 2, "CiDescElem.pid");
+CI_STATIC_ASSERT(offsetof(CiDescElem, caList) == 4, "CiDescElem.caList");
+CI_STATIC_ASSERT(sizeof(CiDescProg) == 15052, "CiDescProg");
+CI_STATIC_ASSERT(offsetof(CiDescProg, caLevel) == 2, "CiDescProg.caLevel");
+CI_STATIC_ASSERT(offsetof(CiDescProg, caList) == 4, "CiDescProg.caList");
+CI_STATIC_ASSERT(offsetof(CiDescProg, camMask) == 457, "CiDescProg.camMask");
+CI_STATIC_ASSERT(offsetof(CiDescProg, eleNum) == 458, "CiDescProg.eleNum");
+CI_STATIC_ASSERT(offsetof(CiDescProg, ele) == 460, "CiDescProg.ele");
+CI_STATIC_ASSERT(sizeof(CiDesc) == 481668, "CiDesc");
+CI_STATIC_ASSERT(offsetof(CiDesc, prog) == 4, "CiDesc.prog");
+CI_STATIC_ASSERT(sizeof(DescPidStat) == 4, "DescPidStat");
+CI_STATIC_ASSERT(offsetof(DescPidStat, status) == 2, "DescPidStat.status");
+CI_STATIC_ASSERT(offsetof(DescPidStat, type) == 3, "DescPidStat.type");
+CI_STATIC_ASSERT(sizeof(DescProgStat) == 130, "DescProgStat");
+CI_STATIC_ASSERT(offsetof(DescProgStat, pid) == 2, "DescProgStat.pid");
+CI_STATIC_ASSERT(sizeof(DescProgStat[MAX_BOARD_NUM][32]) == 24960, "DescStatus");
+CI_STATIC_ASSERT(offsetof(DescIfItem, ptr) == sizeof(void *), "DescIfItem.ptr");
+CI_STATIC_ASSERT(sizeof(DescIfItem) == 2 * sizeof(void *), "DescIfItem");
 /* eight pointers, twelve bytes of status, twenty pointers */
-static_assert(offsetof(CiData, GetCardBusy) == 7 * sizeof(void *), "CiData.GetCardBusy");
-static_assert(offsetof(CiData, cimaxStat) == 8 * sizeof(void *), "CiData.cimaxStat");
-static_assert(offsetof(CiData, preCamPidStat) == 8 * sizeof(void *) + 1, "CiData.preCamPidStat");
-static_assert(offsetof(CiData, camInsert) == 8 * sizeof(void *) + 3, "CiData.camInsert");
-static_assert(offsetof(CiData, casidStat) == 8 * sizeof(void *) + 6, "CiData.casidStat");
-static_assert(offsetof(CiData, descStat) == 8 * sizeof(void *) + 10, "CiData.descStat");
-static_assert(offsetof(CiData, cimax_sync_ok) ==
-                  (8 * sizeof(void *) + 12 + sizeof(void *) - 1) / sizeof(void *) * sizeof(void *),
-              "CiData.cimax_sync_ok");
-static_assert(offsetof(CiData, rdDescStat) == offsetof(CiData, cimax_sync_ok) + 19 * sizeof(void *),
-              "CiData.rdDescStat");
-static_assert(sizeof(CiData) == offsetof(CiData, cimax_sync_ok) + 20 * sizeof(void *), "CiData");
+CI_STATIC_ASSERT(offsetof(CiData, GetCardBusy) == 7 * sizeof(void *), "CiData.GetCardBusy");
+CI_STATIC_ASSERT(offsetof(CiData, cimaxStat) == 8 * sizeof(void *), "CiData.cimaxStat");
+CI_STATIC_ASSERT(offsetof(CiData, preCamPidStat) == 8 * sizeof(void *) + 1, "CiData.preCamPidStat");
+CI_STATIC_ASSERT(offsetof(CiData, camInsert) == 8 * sizeof(void *) + 3, "CiData.camInsert");
+CI_STATIC_ASSERT(offsetof(CiData, casidStat) == 8 * sizeof(void *) + 6, "CiData.casidStat");
+CI_STATIC_ASSERT(offsetof(CiData, descStat) == 8 * sizeof(void *) + 10, "CiData.descStat");
+CI_STATIC_ASSERT(offsetof(CiData, cimax_sync_ok) == (8 * sizeof(void *) + 12 + sizeof(void *) - 1) /
+                                                        sizeof(void *) * sizeof(void *),
+                 "CiData.cimax_sync_ok");
+CI_STATIC_ASSERT(offsetof(CiData, rdDescStat) ==
+                     offsetof(CiData, cimax_sync_ok) + 19 * sizeof(void *),
+                 "CiData.rdDescStat");
+CI_STATIC_ASSERT(sizeof(CiData) == offsetof(CiData, cimax_sync_ok) + 20 * sizeof(void *), "CiData");
 
 #ifdef __cplusplus
 }

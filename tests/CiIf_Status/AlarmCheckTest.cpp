@@ -24,9 +24,9 @@ class AlarmCheck : public testing::TestWithParam<std::tuple<AlarmKind, uint32_t>
   void SetUp() override { ciAlarmDlyTimeInit(); }
 
   const AlarmKind &kind() const { return std::get<0>(GetParam()); }
-  uint32_t raiseDelay() const { return kind().raiseDelay; }
-  uint32_t clearDelay() const { return kind().clearDelay; }
-  int32_t pastDelay() const { return kind().pastDelay; }
+  uint32_t raiseDelay() const { return kind().delays.raise; }
+  uint32_t clearDelay() const { return kind().delays.clear; }
+  int32_t pastDelay() const { return kind().delays.answerPast; }
 
   // One check and all that it calls behind its front.
   void expectCheck(int32_t result, const Calls &calls) const {
@@ -104,8 +104,8 @@ TEST_P(AlarmCheck, FailedRaiseIsTriedAgainOnEveryCheck) {
   platform.advance(raiseDelay() + 1);
   for (int32_t failure : {-1, -2, INT_MIN}) {
     platform.AlarmAdd = failure;
-    expectCheck(-1,
-                joined({{TIME, since(ok)}, alarm.raising(), {alarm.message(kind().raiseFails)}}));
+    expectCheck(
+        -1, joined({{TIME, since(ok)}, alarm.raising(), {alarm.message(kind().failures.raise)}}));
     platform.advance(1);
   }
   platform.AlarmAdd = 0;
@@ -233,7 +233,7 @@ TEST_P(AlarmCheck, FailedClearOnMaskIsTriedAgain) {
   alarm.mask();
   for (int32_t failure : {-1, -2, INT_MIN}) {
     platform.AlarmDel = failure;
-    expectCheck(-1, {TIME, alarmDel(42), alarm.message(kind().maskedClearFails)});
+    expectCheck(-1, {TIME, alarmDel(42), alarm.message(kind().failures.maskedClear)});
   }
   platform.AlarmDel = 0;
   expectCheck(0, {TIME, alarmDel(42)});
@@ -282,7 +282,7 @@ TEST_P(AlarmCheck, FailedDelayedClearIsTriedAgain) {
   platform.advance(clearDelay() + 1);
   for (int32_t failure : {-1, -2, INT_MIN}) {
     platform.AlarmDel = failure;
-    expectCheck(-1, {TIME, since(err), alarmDel(42), alarm.message(kind().clearFails)});
+    expectCheck(-1, {TIME, since(err), alarmDel(42), alarm.message(kind().failures.clear)});
     platform.advance(1);
   }
   platform.AlarmDel = 0;
@@ -443,12 +443,12 @@ void append(std::vector<uint8_t> &bytes, T value) {
 std::vector<uint8_t> expectedRecord(const AlarmKind &kind, uint32_t slotNo, uint32_t camSlot) {
   std::vector<uint8_t> bytes;
   append<uint32_t>(bytes, 1);
-  bytes.insert(bytes.end(), {0, 0, 0, static_cast<uint8_t>(2 + kind.reasons.size())});
+  bytes.insert(bytes.end(), {0, 0, 0, static_cast<uint8_t>(2 + kind.ids.reasons.size())});
   append<uint32_t>(bytes, 1);
   append<uint32_t>(bytes, slotNo + 1);
-  append<uint32_t>(bytes, kind.objects[camSlot]);
+  append<uint32_t>(bytes, kind.ids.objects[camSlot]);
   append<int32_t>(bytes, -1);
-  for (uint32_t reason : kind.reasons) {
+  for (uint32_t reason : kind.ids.reasons) {
     append<uint32_t>(bytes, reason);
     append<int32_t>(bytes, -1);
   }
@@ -549,10 +549,10 @@ std::ostream &operator<<(std::ostream &out, const FieldValue &value) {
 std::vector<FieldValue> fieldValues() {
   std::vector<FieldValue> values;
   for (const AlarmKind &kind : alarmKinds) {
-    for (uint32_t value : kind.faults) {
+    for (uint32_t value : kind.values.faults) {
       values.push_back({kind, value, true});
     }
-    for (uint32_t value : kind.harmless) {
+    for (uint32_t value : kind.values.harmless) {
       values.push_back({kind, value, false});
     }
   }
@@ -578,8 +578,8 @@ TEST_P(AlarmField, RaisesOnlyAsAFault) {
     const Alarm alarm(GetParam().kind, SLOT, camSlot);
     alarm.markOk();
     alarm.field(GetParam().value);
-    platform.advance(GetParam().kind.raiseDelay + 1);
-    EXPECT_EQ(alarm.check(), GetParam().fault ? GetParam().kind.pastDelay : 0);
+    platform.advance(GetParam().kind.delays.raise + 1);
+    EXPECT_EQ(alarm.check(), GetParam().fault ? GetParam().kind.delays.answerPast : 0);
     EXPECT_EQ(platform.count("AlarmAdd"), GetParam().fault ? 1u : 0u);
     alarm.clear();
   }
@@ -590,8 +590,8 @@ TEST_P(AlarmField, ClearsUnlessAFault) {
     const Alarm alarm(GetParam().kind, SLOT, camSlot);
     alarm.raise();
     alarm.field(GetParam().value);
-    platform.advance(GetParam().kind.clearDelay + 1);
-    EXPECT_EQ(alarm.check(), GetParam().fault ? GetParam().kind.pastDelay : 0);
+    platform.advance(GetParam().kind.delays.clear + 1);
+    EXPECT_EQ(alarm.check(), GetParam().fault ? GetParam().kind.delays.answerPast : 0);
     EXPECT_EQ(platform.count("AlarmDel"), GetParam().fault ? 0u : 1u);
     alarm.clear();
   }

@@ -86,7 +86,8 @@ TEST(AlarmGuards, FailedGuardsLeaveAStandingAlarm) {
 void setFields(uint32_t slotNo, bool fault) {
   for (const AlarmKind &kind : alarmKinds) {
     for (uint32_t camSlot : {0u, 1u}) {
-      kind.set(*pCiData[slotNo], camSlot, fault ? kind.faults.front() : kind.harmless.front());
+      kind.set(*pCiData[slotNo], camSlot,
+               fault ? kind.values.faults.front() : kind.values.harmless.front());
     }
   }
 }
@@ -130,7 +131,7 @@ TEST_P(AlarmDispatch, KnowsItsKindByTheLow16Bits) {
       const uint32_t ok = alarm.markOk();
       alarm.fault();
       platform.advance(1);
-      EXPECT_EQ(camAlarmCheck(SLOT, camSlot, high + GetParam().code), GetParam().pastDelay);
+      EXPECT_EQ(camAlarmCheck(SLOT, camSlot, high + GetParam().code), GetParam().delays.answerPast);
       EXPECT_EQ(platform.take(), alarm.checked(joined({{TIME, since(ok)}, alarm.raising()})));
       alarm.clear();
     }
@@ -147,7 +148,7 @@ TEST_P(AlarmDispatch, CutsSlotAndCamTo8Bits) {
         alarm.fault();
         platform.advance(1);
         EXPECT_EQ(camAlarmCheck(high + slotNo, high + camSlot, GetParam().code),
-                  GetParam().pastDelay);
+                  GetParam().delays.answerPast);
         EXPECT_EQ(platform.take(), alarm.checked(joined({{TIME, since(ok)}, alarm.raising()})));
         alarm.clear();
       }
@@ -325,11 +326,11 @@ TEST(AlarmDelays, AreSetByTheStartUp) {
   for (const Alarm &alarm : cardAlarms(SLOT)) {
     const uint32_t ok = alarm.markOk();
     alarm.fault();
-    platform.advance(alarm.kind().raiseDelay);
+    platform.advance(alarm.kind().delays.raise);
     EXPECT_EQ(alarm.check(), 0);
     EXPECT_EQ(platform.take(), alarm.checked({TIME, since(ok)}));
     platform.advance(1);
-    EXPECT_EQ(alarm.check(), alarm.kind().pastDelay);
+    EXPECT_EQ(alarm.check(), alarm.kind().delays.answerPast);
     EXPECT_EQ(platform.count("AlarmAdd"), 1u);
     platform.take();
   }

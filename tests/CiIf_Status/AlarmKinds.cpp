@@ -28,6 +28,15 @@ void setDescStat(CiData &record, uint32_t camSlot, uint32_t value) {
   record.descStat[camSlot] = static_cast<uint8_t>(value);
 }
 
+constexpr bool PER_CAM = false;
+constexpr bool PER_CARD = true;
+
+constexpr const char *CAM_ADD = "Card%d CAM%d AlarmAdd failed\r\n";
+constexpr const char *CAM_DEL = "Card%d Cam%d AlarmDel failed\r\n";
+constexpr const char *UPPER_CAM_DEL = "Card%d CAM%d AlarmDel failed\r\n";
+constexpr const char *PORT_DEL = "Card%d port%d AlarmDel failed\r\n";
+constexpr const char *PORT_DEL_JOINED = "Card%d port%dAlarmDel failed\r\n";
+
 std::string formatted(const char *format, int first, int second) {
   char text[100];
   std::snprintf(text, sizeof text, format, first, second);
@@ -37,76 +46,56 @@ std::string formatted(const char *format, int first, int second) {
 }  // namespace
 
 const std::vector<AlarmKind> alarmKinds = {
-    {"CamAbsent",
-     0xA01,
-     false,
-     1,
-     1000,
-     1000,
-     setCamInsert,
-     {0},
-     {1, 2, 0x7F, 0x80, 0xFE, 0xFF},
-     "Card%d Cam%d AlarmDel failed\r\n",
-     "Card%d CAM%d AlarmAdd failed\r\n",
-     "Card%d port%dAlarmDel failed\r\n",
-     {0x705, 0x706},
-     {0x703}},
-    {"CaPidAbsent",
-     0xA02,
-     false,
-     0,
-     60000,
-     1000,
-     setPreCamPidStat,
-     {1},
-     {0, 2, 0x11, 0x81, 0xFE, 0xFF},
-     "Card%d port%d AlarmDel failed\r\n",
-     "Card%d CAM%d AlarmAdd failed\r\n",
-     "Card%d CAM%d AlarmDel failed\r\n",
-     {0x705, 0x706},
-     {0x708}},
-    {"CaSysMismatch",
-     0xA03,
-     false,
-     1,
-     3000,
-     3000,
-     setCasidStat,
-     {0},
-     {1, 2, 0xFF, 0x100, 0xFF00, 0xFFFF},
-     "Card%d Cam%d AlarmDel failed\r\n",
-     "Card%d CAM%d AlarmAdd failed\r\n",
-     "Card%d Cam%d AlarmDel failed\r\n",
-     {0x705, 0x706},
-     {0x707}},
-    {"CiInput",
-     0xA04,
-     true,
-     0,
-     3000,
-     3000,
-     setCimaxStat,
-     {1},
-     {0, 2, 0x11, 0x81, 0xFE, 0xFF},
-     "Card%d port%d AlarmDel failed\r\n",
-     "Card%d CAM%d AlarmAdd failed\r\n",
-     "Card%d CAM%d AlarmDel failed\r\n",
-     {0x701, 0x701},
-     {0x111}},
-    {"Descramble",
-     0xA05,
-     false,
-     1,
-     12000,
-     3000,
-     setDescStat,
-     {0x10, 0x11, 0x20, 0x21, 0x01, 0x02, 0x7F, 0x80, 0xEE, 0xFE},
-     {0, 0xFF},
-     "Card%d port%d AlarmDel failed\r\n",
-     "Card%d CAM%d AlarmAdd failed\r\n",
-     "Card%d CAM%d AlarmDel failed\r\n",
-     {0x705, 0x706},
-     {0x702, 0x142, 0x714}},
+    {
+        "CamAbsent",
+        0xA01,
+        PER_CAM,
+        AlarmKind::Delays{1000, 1000, 1},
+        setCamInsert,
+        AlarmKind::Values{{0}, {1, 2, 0x7F, 0x80, 0xFE, 0xFF}},
+        AlarmKind::Failures{CAM_DEL, CAM_ADD, PORT_DEL_JOINED},
+        AlarmKind::Ids{{0x705, 0x706}, {0x703}},
+    },
+    {
+        "CaPidAbsent",
+        0xA02,
+        PER_CAM,
+        AlarmKind::Delays{60000, 1000, 0},
+        setPreCamPidStat,
+        AlarmKind::Values{{1}, {0, 2, 0x11, 0x81, 0xFE, 0xFF}},
+        AlarmKind::Failures{PORT_DEL, CAM_ADD, UPPER_CAM_DEL},
+        AlarmKind::Ids{{0x705, 0x706}, {0x708}},
+    },
+    {
+        "CaSysMismatch",
+        0xA03,
+        PER_CAM,
+        AlarmKind::Delays{3000, 3000, 1},
+        setCasidStat,
+        AlarmKind::Values{{0}, {1, 2, 0xFF, 0x100, 0xFF00, 0xFFFF}},
+        AlarmKind::Failures{CAM_DEL, CAM_ADD, CAM_DEL},
+        AlarmKind::Ids{{0x705, 0x706}, {0x707}},
+    },
+    {
+        "CiInput",
+        0xA04,
+        PER_CARD,
+        AlarmKind::Delays{3000, 3000, 0},
+        setCimaxStat,
+        AlarmKind::Values{{1}, {0, 2, 0x11, 0x81, 0xFE, 0xFF}},
+        AlarmKind::Failures{PORT_DEL, CAM_ADD, UPPER_CAM_DEL},
+        AlarmKind::Ids{{0x701, 0x701}, {0x111}},
+    },
+    {
+        "Descramble",
+        0xA05,
+        PER_CAM,
+        AlarmKind::Delays{12000, 3000, 1},
+        setDescStat,
+        AlarmKind::Values{{0x10, 0x11, 0x20, 0x21, 0x01, 0x02, 0x7F, 0x80, 0xEE, 0xFE}, {0, 0xFF}},
+        AlarmKind::Failures{PORT_DEL, CAM_ADD, UPPER_CAM_DEL},
+        AlarmKind::Ids{{0x705, 0x706}, {0x702, 0x142, 0x714}},
+    },
 };
 
 const AlarmKind &alarmKind(uint32_t code) {
@@ -138,7 +127,7 @@ uint32_t Alarm::markOk() const {
 
 uint32_t Alarm::raise(int32_t index) const {
   markOk();
-  platform.advance(kind_->raiseDelay + 1);
+  platform.advance(kind_->delays.raise + 1);
   fault();
   platform.AlarmAdd = index;
   check();
@@ -161,9 +150,9 @@ Calls Alarm::front() const {
 
 Calls Alarm::raising() const {
   std::ostringstream add;
-  add << "AlarmAdd((0x1, " << slotNo_ + 1 << "), (0x" << std::hex << kind_->objects[camSlot_]
+  add << "AlarmAdd((0x1, " << slotNo_ + 1 << "), (0x" << std::hex << kind_->ids.objects[camSlot_]
       << ", -1)";
-  for (uint32_t reason : kind_->reasons) {
+  for (uint32_t reason : kind_->ids.reasons) {
     add << ", (0x" << reason << ", -1)";
   }
   add << ")";

@@ -9,21 +9,36 @@
 
 #include "platform/Platform.h"
 
+using SetField = void (*)(CiData &record, uint32_t camSlot, uint32_t value);
+
 struct AlarmKind {
+  struct Delays {
+    uint32_t raise;
+    uint32_t clear;
+    int32_t answerPast;  // the result once the fault has lasted longer than the raise delay
+  };
+  struct Values {  // of the status field, the usual one first
+    std::vector<uint32_t> faults;
+    std::vector<uint32_t> harmless;
+  };
+  struct Failures {
+    const char *maskedClear;
+    const char *raise;
+    const char *clear;
+  };
+  struct Ids {
+    uint32_t objects[MAX_CAM_NUM];  // of the faulty object
+    std::vector<uint32_t> reasons;  // behind it
+  };
+
   const char *name;
   uint32_t code;
-  bool perCard;       // one state for both CAMs; its messages show CAM 0
-  int32_t pastDelay;  // the result once the fault has lasted longer than the raise delay
-  uint32_t raiseDelay;
-  uint32_t clearDelay;
-  void (*set)(CiData &record, uint32_t camSlot, uint32_t value);
-  std::vector<uint32_t> faults;    // values of the status field, the usual one first
-  std::vector<uint32_t> harmless;  // the same
-  const char *maskedClearFails;
-  const char *raiseFails;
-  const char *clearFails;
-  uint32_t objects[MAX_CAM_NUM];  // id of the faulty object
-  std::vector<uint32_t> reasons;  // ids behind it
+  bool perCard;  // one state for both CAMs; its messages show CAM 0
+  Delays delays;
+  SetField set;
+  Values values;
+  Failures failures;
+  Ids ids;
 };
 
 inline std::ostream &operator<<(std::ostream &out, const AlarmKind &kind) {
@@ -49,8 +64,8 @@ class Alarm {
 
   // What the next check finds.
   void field(uint32_t value) const { kind_->set(*pCiData[slotNo_], camSlot_, value); }
-  void fault() const { field(kind_->faults.front()); }
-  void noFault() const { field(kind_->harmless.front()); }
+  void fault() const { field(kind_->values.faults.front()); }
+  void noFault() const { field(kind_->values.harmless.front()); }
   void masks(uint32_t camA, uint32_t camB) const;
   void mask() const { masks(1, 1); }
   void unmask() const { masks(0, 0); }

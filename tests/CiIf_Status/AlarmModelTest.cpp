@@ -66,7 +66,8 @@ class CamAlarmModel : public testing::TestWithParam<uint32_t> {
   void setBoth(Random &random) {
     for (const AlarmKind &kind : alarmKinds) {
       for (uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-        const std::vector<uint32_t> &values = random.below(2) != 0 ? kind.faults : kind.harmless;
+        const std::vector<uint32_t> &values =
+            random.below(2) != 0 ? kind.values.faults : kind.values.harmless;
         const uint32_t value = values[random.below(static_cast<uint32_t>(values.size()))];
         kind.set(*pCiData[WHOLE], camSlot, value);
         kind.set(*pCiData[SINGLY], camSlot, value);

@@ -368,7 +368,7 @@ class FailingAlarms : public FaultyPlatform, public testing::WithParamInterface<
     alarm.noFault();
     checkAfter(1);
     alarm.fault();
-    EXPECT_EQ(checkAfter(kind.raiseDelay), 0);
+    EXPECT_EQ(checkAfter(kind.delays.raise), 0);
     EXPECT_EQ(transcript, Calls{});
   }
 
@@ -403,11 +403,11 @@ TEST_P(FailingAlarmAdd, IsTriedAgainAtTheNextCheck) {
   platform.AlarmAdd.does([this] { return GetParam().fault.strikes(calls) ? -1 : 9; });
   for (int episode = 0; episode < 3; ++episode) {
     faultForItsDelay();
-    tryUntilDone([this] { return alarm.message(kind.raiseFails); }, service(alarm.raising()),
-                 kind.pastDelay);
+    tryUntilDone([this] { return alarm.message(kind.failures.raise); }, service(alarm.raising()),
+                 kind.delays.answerPast);
     const bool raised = transcript.empty();
     alarm.noFault();
-    EXPECT_EQ(checkAfter(kind.clearDelay + 1), 0);
+    EXPECT_EQ(checkAfter(kind.delays.clear + 1), 0);
     EXPECT_EQ(transcript, raised ? Calls{alarmDel(9)} : Calls{});
   }
 }
@@ -423,29 +423,29 @@ TEST_P(FailingAlarmDel, IsTriedAgainAtTheNextCheck) {
   for (const bool masked : {false, true, false}) {
     if (stands) {
       alarm.fault();
-      EXPECT_EQ(checkAfter(kind.raiseDelay), 0);
+      EXPECT_EQ(checkAfter(kind.delays.raise), 0);
     } else {
       faultForItsDelay();
     }
-    EXPECT_EQ(checkAfter(1), kind.pastDelay);
+    EXPECT_EQ(checkAfter(1), kind.delays.answerPast);
     EXPECT_EQ(transcript, stands ? Calls{} : service(alarm.raising()));
     alarm.noFault();
     if (masked) {
       alarm.mask();
     } else {
-      EXPECT_EQ(checkAfter(kind.clearDelay), 0);
+      EXPECT_EQ(checkAfter(kind.delays.clear), 0);
       EXPECT_EQ(transcript, Calls{});
     }
-    const char *format = masked ? kind.maskedClearFails : kind.clearFails;
+    const char *format = masked ? kind.failures.maskedClear : kind.failures.clear;
     tryUntilDone([this, format] { return alarm.message(format); }, {alarmDel(1)}, 0);
     stands = !transcript.empty();
     alarm.unmask();
   }
   platform.AlarmDel = 0;
   alarm.noFault();
-  checkAfter(kind.clearDelay + 1);
+  checkAfter(kind.delays.clear + 1);
   faultForItsDelay();
-  EXPECT_EQ(checkAfter(1), kind.pastDelay);
+  EXPECT_EQ(checkAfter(1), kind.delays.answerPast);
   EXPECT_EQ(transcript, service(alarm.raising()));
 }
 

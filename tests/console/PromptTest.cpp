@@ -321,6 +321,24 @@ TEST_F(Prompt, WithoutALocaleNamesAreUtf8AllTheSame) {
   EXPECT_TRUE(terminal.sees("chassis        Zürich 日本"));
 }
 
+TEST_F(Prompt, CtrlZStopsTheChassisAndItGoesOnWithTheLine) {
+  write("script", "wait 2\nnote \"later\"\nwait 1\n");
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"});
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("test_bit \"10\"");
+  ASSERT_TRUE(terminal.sees("test_bit \"10\""));
+  terminal.type("\x1a");
+  ASSERT_TRUE(terminal.stops());
+  EXPECT_EQ(terminal.all().find("later"), std::string::npos);
+  terminal.signal(SIGCONT);
+  ASSERT_TRUE(terminal.sees("-> test_bit \"10\""));
+  ASSERT_TRUE(terminal.sees("later"));
+  terminal.type(", 4\r");
+  EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
 TEST_F(Prompt, SigtermEndsToo) {
   Terminal terminal(folder_, {});
   ASSERT_TRUE(isReady(terminal));

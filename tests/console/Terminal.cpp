@@ -251,6 +251,16 @@ int Terminal::endStatus() {
   return -1;
 }
 
+bool Terminal::stops() {
+  const Time::time_point end = Time::now() + deadline;
+  for (int status = 0; Time::now() < end; readMore(pollMs)) {
+    if (waitpid(child_, &status, WNOHANG | WUNTRACED) == child_) {
+      return WIFSTOPPED(status);
+    }
+  }
+  return false;
+}
+
 void Terminal::signal(int number) {
   kill(child_, number);
 }

@@ -28,6 +28,7 @@ class Terminal {
   bool sees(const std::string &text);
   // All that came since the last text seen, once the program has ended by itself.
   int endStatus();  // exit status; -1: it did not end within the deadline, or by a signal
+  bool stops();     // whether the program is stopped within the deadline; SIGCONT sets it going
   void signal(int number);
   void resize(unsigned short columns);  // the program gets SIGWINCH
 

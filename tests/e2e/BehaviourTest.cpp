@@ -18,6 +18,13 @@ std::string onlyFrom(const std::string &text, const std::string &stamp) {
   return at == std::string::npos ? "" : text.substr(at + 1);
 }
 
+// Two streams of each of the four programs.
+std::vector<TableRow> eightRows(const Result &result) {
+  std::vector<TableRow> rows = tableRows(result.out);
+  EXPECT_EQ(rows.size(), 8U) << result.out;
+  return rows;
+}
+
 using Behaviour = Run;
 
 TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
@@ -90,13 +97,12 @@ TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
   EXPECT_LE(lines, 85u) << result.out;
 }
 
-TEST_F(Behaviour, RunsAreDeterministicAndFast) {
+TEST_F(Behaviour, RunsAreDeterministic) {
   const std::string arguments = "--debug --speed max --script " + demo;
   const Result first = run(arguments);
   const Result second = run(arguments);
   EXPECT_EQ(first.status, 0);
   EXPECT_EQ(first.out, second.out);
-  EXPECT_LT(first.seconds, 40.0);  // for more than two minutes of chassis time
 }
 
 TEST_F(Behaviour, SpeedKeepsThePaceAndChangesNothingElse) {
@@ -105,7 +111,6 @@ TEST_F(Behaviour, SpeedKeepsThePaceAndChangesNothingElse) {
   const Result fast = run("--script script --speed max");
   EXPECT_EQ(paced.out, fast.out);
   EXPECT_GE(paced.seconds, 2.0);
-  EXPECT_LT(paced.seconds, 8.0);
 }
 
 TEST_F(Behaviour, GarbageOfACamStaysItsOwnAffair) {
@@ -130,14 +135,14 @@ TEST_F(Behaviour, GarbageOfACamStaysItsOwnAffair) {
 TEST_F(Behaviour, GarbageFromTheStartKeepsOnlyThatCamOut) {
   const Result result = runScript(twoCams + "camGarbage 0, 0, 1\nwait 60");
   ASSERT_EQ(result.status, 0) << result.err;
-  for (const TableRow &row : tableRows(result.out)) {
+  for (const TableRow &row : eightRows(result)) {
     EXPECT_EQ(row.state, row.cam == "1" ? "descrambled" : "not measured") << row.pid;
   }
 }
 
 TEST_F(Behaviour, WrongKeyIsNotTakenForAWorkingCam) {
   const Result result = runScript(twoCams + "wait 15\ncamWrongKey 0, 0, 1\nwait 10");
-  for (const TableRow &row : tableRows(result.out)) {
+  for (const TableRow &row : eightRows(result)) {
     if (row.pid == "0x1001" || row.pid == "0x1011") {
       EXPECT_EQ(row.state, "not descrambled") << row.pid;
       EXPECT_EQ(row.seen, "clear, PES not readable") << row.pid;
@@ -184,6 +189,7 @@ TEST_F(Behaviour, DebugAddsOnlyTheFirmwaresPrints) {
   const Result plain = runScript(script);
   const Result debug = runScript(script, "--debug");
   EXPECT_TRUE(linesWith(plain.out, "module debug").empty());
+  EXPECT_EQ(linesWithout(debug.out, "module debug"), linesOf(plain.out));
   EXPECT_FALSE(linesWith(debug.out, "module debug   card 1 program 0x65,streamType").empty());
 }
 
@@ -204,7 +210,7 @@ TEST_F(Behaviour, CardFaultsReachTheTimeline) {
     ASSERT_EQ(result.status, 0) << result.err;
     const std::string after = onlyFrom(result.out, "00:00:15.");
     EXPECT_NE(after.find(c.seen), std::string::npos) << c.fault << "\n" << result.out;
-    for (const TableRow &row : tableRows(result.out)) {
+    for (const TableRow &row : eightRows(result)) {
       EXPECT_EQ(row.state, "descrambled") << c.fault << " " << row.pid;
     }
   }
@@ -223,7 +229,7 @@ TEST_F(Behaviour, CamAndCardThatAreTakenOutAndPutBackComeUpAgain) {
   ASSERT_EQ(result.status, 0) << result.err;
   EXPECT_FALSE(linesWith(result.out, "CAM 0  no CAM").empty()) << result.out;
   EXPECT_EQ(linesWith(result.out, "CAM 0: last CA PMT").size(), 1U) << result.out;
-  for (const TableRow &row : tableRows(result.out)) {
+  for (const TableRow &row : eightRows(result)) {
     EXPECT_EQ(row.state, "descrambled") << row.pid;
   }
 }

@@ -24,6 +24,22 @@ std::string trimmed(const std::string &cell) {
   return end == std::string::npos ? "" : cell.substr(0, end + 1);
 }
 
+bool has(const std::string &line, const std::string &part) {
+  return line.find(part) != std::string::npos;
+}
+
+template <typename Wanted>
+Lines linesThat(const std::string &text, Wanted wanted) {
+  std::istringstream stream(text);
+  Lines lines;
+  for (std::string line; std::getline(stream, line);) {
+    if (wanted(line)) {
+      lines.push_back(line);
+    }
+  }
+  return lines;
+}
+
 // Columns stand where the dashes of the rule below the header do.
 Lines cellsOf(const std::string &line, const std::string &rule) {
   Lines cells;
@@ -53,8 +69,8 @@ void Run::TearDown() {
   fs::remove_all(folder_);
 }
 
-Result Run::run(const std::string &arguments) const {
-  return command("'" + program + "' " + arguments);
+Result Run::run(const std::string &arguments, const std::string &input) const {
+  return command("'" + program + "' " + arguments + " <" + input);
 }
 
 Result Run::command(const std::string &line) const {
@@ -95,14 +111,11 @@ Lines linesOf(const std::string &text) {
 }
 
 Lines linesWith(const std::string &text, const std::string &part) {
-  std::istringstream stream(text);
-  Lines lines;
-  for (std::string line; std::getline(stream, line);) {
-    if (line.find(part) != std::string::npos) {
-      lines.push_back(line);
-    }
-  }
-  return lines;
+  return linesThat(text, [&part](const std::string &line) { return has(line, part); });
+}
+
+Lines linesWithout(const std::string &text, const std::string &part) {
+  return linesThat(text, [&part](const std::string &line) { return !has(line, part); });
 }
 
 std::vector<TableRow> tableRows(const std::string &text) {

@@ -30,7 +30,7 @@ class Run : public testing::Test {
   void TearDown() override;
 
   // Arguments as a shell takes them.
-  Result run(const std::string &arguments) const;
+  Result run(const std::string &arguments, const std::string &input = "/dev/null") const;
   Result command(const std::string &line) const;  // any, in the folder
   Result runScript(const std::string &script, const std::string &arguments = "") const;
   std::string write(const std::string &name, const std::string &text) const;
@@ -45,6 +45,7 @@ class Run : public testing::Test {
 Bytes readFile(const std::string &path);
 Lines linesOf(const std::string &text);
 Lines linesWith(const std::string &text, const std::string &part);
+Lines linesWithout(const std::string &text, const std::string &part);
 
 // The rows of the final table: the cells of each PID.
 struct TableRow {

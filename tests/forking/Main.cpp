@@ -1,38 +1,16 @@
-// Runs every case of a test program in a process of its own without starting the program afresh
-// for each: under an emulator the start costs more than the case.
+// Runs the selected cases, each in a process of its own, and shows what those print that fail. One
+// case alone runs in this process, for the debugger and for its output.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
+
+#include "Cases.h"
 
 namespace {
 
-std::vector<std::string> caseNames() {
-  std::vector<std::string> names;
-  const testing::UnitTest &unit = *testing::UnitTest::GetInstance();
-  for (int s = 0; s < unit.total_test_suite_count(); ++s) {
-    const testing::TestSuite &suite = *unit.GetTestSuite(s);
-    for (int t = 0; t < suite.total_test_count(); ++t) {
-      names.push_back(std::string(suite.name()) + "." + suite.GetTestInfo(t)->name());
-    }
-  }
-  return names;
-}
-
-// In the child: runs one case, with its output in a file. A name that selects nothing is a failure.
-[[noreturn]] void runCase(const std::string &name, std::FILE *output) {
-  dup2(fileno(output), STDOUT_FILENO);
-  dup2(fileno(output), STDERR_FILENO);
-  testing::GTEST_FLAG(filter) = name;
-  const int failed = RUN_ALL_TESTS();
-  const bool ran = testing::UnitTest::GetInstance()->test_to_run_count() == 1;
-  std::fflush(nullptr);
-  _exit(failed != 0 || !ran ? EXIT_FAILURE : EXIT_SUCCESS);
-}
+// A case that hangs ends here by its name; none takes a hundredth of that.
+constexpr unsigned WALL_SECONDS = 900;
 
 void copyToConsole(std::FILE *output) {
   std::rewind(output);
@@ -47,44 +25,41 @@ bool passes(const std::string &name) {
     std::perror("tmpfile");
     return false;
   }
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child == 0) {
-    runCase(name, output);
-  }
-  int status = -1;
-  const bool good = child > 0 && waitpid(child, &status, 0) == child && status == 0;
-  if (!good) {
-    std::printf("%s: failed, status %d\n", name.c_str(), status);
+  const int status = forking::runCase(name, fileno(output), {WALL_SECONDS, 0, 0});
+  if (status != 0) {
     copyToConsole(output);
+    std::printf("%s: failed, status %d\n", name.c_str(), status);
   }
   std::fclose(output);
-  return good;
+  return status == 0;
 }
 
-// Runs no case: an emulator keeps what it has translated, and the children inherit it.
-bool warmUp() {
-  testing::GTEST_FLAG(filter) = "-*";
-  return RUN_ALL_TESTS() == 0;
+int runEach(const std::vector<std::string> &names) {
+  std::vector<std::string> failed;
+  for (const std::string &name : names) {
+    if (!passes(name)) {
+      failed.push_back(name);
+    }
+  }
+  std::printf("%zu cases, %zu failed\n", names.size(), failed.size());
+  for (const std::string &name : failed) {
+    std::printf("  %s\n", name.c_str());
+  }
+  return names.empty() || !failed.empty() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 }  // namespace
 
-// Arguments, both or none: which share of the cases to run, and how many shares there are.
 int main(int argc, char **argv) {
   testing::InitGoogleTest(&argc, argv);
-  const size_t share = argc == 3 ? std::stoul(argv[1]) : 0;
-  const size_t shares = argc == 3 ? std::stoul(argv[2]) : 1;
-  if (!warmUp()) {
+  if (argc > 1) {
+    std::fprintf(stderr, "%s: '%s' is no flag of GoogleTest; --help lists them\n", argv[0],
+                 argv[1]);
     return EXIT_FAILURE;
   }
-  const std::vector<std::string> names = caseNames();
-  size_t run = 0;
-  size_t failures = 0;
-  for (size_t i = share; i < names.size(); i += shares) {
-    failures += passes(names[i]) ? 0 : 1;
-    ++run;
+  if (testing::GTEST_FLAG(list_tests)) {
+    return RUN_ALL_TESTS();
   }
-  std::printf("%zu cases, %zu failed\n", run, failures);
-  return run == 0 || failures != 0 ? EXIT_FAILURE : EXIT_SUCCESS;
+  const std::vector<std::string> names = forking::selectedCases();
+  return names.size() == 1 ? RUN_ALL_TESTS() : runEach(names);
 }

@@ -6,7 +6,7 @@ set(private
     ciIfInitFlag ciIfVer ciAlarmDlyTime CaPmtVerNum
     not_err_all_time not_err_part_time err_all_time err_all_flag err_part_flag
     ca_pmt_send_time ca_pmt_query_time capmt_first_send dese_ok not_ok_time not_err_time
-    sValInitDone ok_time_cnt err_time_cnt alarm_index alarm_traped rst_cam_time_cnt first_rst)
+    sValInitDone ok_time_cnt err_time_cnt checkers alarm_index alarm_traped rst_cam_time_cnt first_rst)
 set(exported
     pCiData DescStatus TIME_CAPMT TIME_FIRST_RESET TIME_RESET TIME_PART_RESET TIME_NO_RESET
     caPmtQuery ciProFlag

@@ -9,6 +9,7 @@
 #include "CommandLine.h"
 #include "ExitStatus.h"
 #include "Program.h"
+#include "Version.h"
 #include "files/Files.h"
 #include "files/ProgressLine.h"
 #include "files/ReplacedFile.h"
@@ -79,6 +80,7 @@ int run(int argc, char **argv) {
   app.add_option("FILE", paths, "IN [IN...] OUT: the streams in their order, and the one to make")
       ->required()
       ->expected(2, -1);
+  app.set_version_flag("--version", std::string("ts-join ") + chassis::version);
   app.footer(chassis::exitStatusHelp);
   return chassis::parsed(app, argc, argv, [&paths] {
     join({paths.begin(), paths.end() - 1}, paths.back());

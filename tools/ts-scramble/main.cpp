@@ -13,6 +13,7 @@
 #include "Program.h"
 #include "Scrambler.h"
 #include "Text.h"
+#include "Version.h"
 #include "card/StreamScan.h"
 #include "files/ProgressLine.h"
 
@@ -108,6 +109,7 @@ int run(int argc, char **argv) {
       "ts-scramble");
   Arguments arguments;
   declare(app, arguments);
+  app.set_version_flag("--version", std::string("ts-scramble ") + chassis::version);
   app.footer(chassis::exitStatusHelp);
   return chassis::parsed(app, argc, argv, [&arguments] {
     const Request request = requestOf(arguments);

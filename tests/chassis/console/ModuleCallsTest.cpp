@@ -99,11 +99,16 @@ TEST_F(Calls, EveryCallNeedsItsCard) {
   }
 }
 
+// Its record stays, so all calls run but the one that a CAM is needed for.
 TEST_F(Calls, ACardThatIsPulledOutDoesNoHarm) {
   insertCard();
   ask("cardRemove 0");
   for (const ModuleCall &call : moduleCalls()) {
-    EXPECT_NE(ask(callOf(call, none, "")), "crash") << call.function.name;
+    const std::string name = call.function.name;
+    const bool runs = call.invoke != nullptr && name != "resetCAM";
+    const std::string answer = ask(callOf(call, none, ""));
+    EXPECT_EQ(isOneErrorLine(answer), !runs) << name << ": " << answer;
+    EXPECT_EQ(has(answer, "value = "), runs && call.result != Result::None) << name << answer;
   }
   EXPECT_EQ(ask("test_bit \"01\", 0"), "value = 1 = 0x1\n");
 }

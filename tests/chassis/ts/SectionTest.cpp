@@ -127,6 +127,7 @@ TEST(SectionAssembler, EveryBitFlipDropsTheSectionOrLeavesItAlone) {
   std::uint8_t continuity = 0;
   const Section section = longSection(60);
   const TsPacket packet = sectionPackets(section, 0x50, continuity)[0];
+  ASSERT_EQ(assembled({packet}), std::vector<Section>{section});
   for (std::size_t bit = 0; bit < tsPacketSize * 8; ++bit) {
     TsPacket flipped = packet;
     flipped[bit / 8] ^= static_cast<std::uint8_t>(1u << bit % 8);

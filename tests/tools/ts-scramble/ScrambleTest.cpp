@@ -174,6 +174,7 @@ std::set<unsigned> esPids(const chassis::Psi &psi) {
       pids.insert(stream.pid);
     }
   }
+  EXPECT_FALSE(pids.empty());
   return pids;
 }
 
