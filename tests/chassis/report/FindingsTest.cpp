@@ -23,7 +23,6 @@ class NoEvents : public Events {
 
 class NoWork : public Agenda {
  public:
-  std::optional<std::uint64_t> nextMs() const override { return std::nullopt; }
   void runDue(std::uint64_t) override {}
 };
 
@@ -62,6 +61,7 @@ class FindingsTest : public testing::Test {
     chassis_.progAssign(slot, 101, 1);
     chassis_.progAssign(slot, 103, 2);
     play(3000);
+    chassis_.card(slot).publishTables();
     getSlotDescPidInfo(slot);
   }
   // Chassis time alone, without a cycle of the module.
