@@ -92,7 +92,8 @@ TEST_F(Tools, DevicesAndFifosStayWhatTheyAre) {
   const bool nodes =
       mknod(node.c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0 && access(node.c_str(), W_OK) == 0;
   for (const Tool &tool : tools) {
-    EXPECT_EQ(run("timeout 60 cat fifo.ts >copy.ts & " + tool.command + " in.ts fifo.ts && wait"), 0);
+    EXPECT_EQ(run("timeout 60 cat fifo.ts >copy.ts & " + tool.command + " in.ts fifo.ts && wait"),
+              0);
     EXPECT_TRUE(fs::is_fifo(fifo)) << tool.name;
     EXPECT_GE(folder.read("copy.ts").size(), clear.size());
     if (nodes) {
