@@ -16,6 +16,10 @@ struct Progress {
   std::uint64_t all = 0;   // 0: not known
 };
 
+inline bool isDone(const Progress &progress) {
+  return progress.all > 0 && progress.done >= progress.all;
+}
+
 // Shows the progress, and lets what comes from outside act. False: the work is to stop.
 using GoOn = std::function<bool(const Progress &)>;
 

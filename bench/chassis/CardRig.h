@@ -7,6 +7,7 @@
 #include "Traffic.h"
 #include "cam/Cam.h"
 #include "card/Card.h"
+#include "files/Files.h"
 
 class CardRig {
  public:
@@ -22,6 +23,7 @@ class CardRig {
 
   Silence events_;
   std::uint64_t nowMs_ = 0;
-  chassis::Card card_{0, events_};
+  chassis::Files files_;
+  chassis::Card card_{0, events_, files_};
   std::array<chassis::Cam, 2> cams_;
 };

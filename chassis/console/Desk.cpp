@@ -74,8 +74,11 @@ bool Desk::goOn(const Progress &progress) {
   if (editor_ != nullptr && progressAtPrompt_.due(progress)) {
     show(progressText(progress) + "\n");
   }
+  working_ = !isDone(progress);
+  const bool works = working_;
   waitUntil(0);
-  return !ended_;
+  const bool stopped = works && !std::exchange(working_, false);
+  return !stopped && !ended_;
 }
 
 // A pipe is not emptied faster than its lines run.

@@ -22,10 +22,6 @@ std::string percent(const Progress &progress) {
          " %";
 }
 
-bool isDone(const Progress &progress) {
-  return progress.all > 0 && progress.done >= progress.all;
-}
-
 }  // namespace
 
 std::string progressText(const Progress &progress) {
