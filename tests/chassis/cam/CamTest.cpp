@@ -233,6 +233,29 @@ TEST(CamList, MoreAndLastWithoutFirstAreIgnored) {
   EXPECT_EQ(rig.lines.count("ignores"), 1u);
 }
 
+TEST(CamList, ASingleObjectEndsAListHalfway) {
+  for (const List single : {only, add, update}) {
+    Rig rig;
+    rig.ask(caPmt103(only));
+    rig.ask(caPmt101(first));
+    rig.ask(caPmt103(single));
+    rig.ask(caPmt103(last));
+    EXPECT_EQ(rig.lines.count("ignores"), 1u) << static_cast<int>(single);
+    EXPECT_FALSE(selected(rig).p101) << static_cast<int>(single);
+  }
+}
+
+TEST(CamList, ResetLeavesNothingOfAListHalfway) {
+  Rig rig;
+  rig.ask(caPmt101(first));
+  rig.cam.reset(rig.now);
+  rig.pass(3000);
+  rig.ask(caPmt103(last));
+  EXPECT_EQ(rig.lines.count("ignores"), 1u);
+  EXPECT_FALSE(selected(rig).p101);
+  EXPECT_FALSE(selected(rig).p103);
+}
+
 TEST(CamList, AddKeepsTheOthersAndOnlyReplacesThem) {
   Rig rig;
   rig.ask(caPmt101(add));
@@ -456,6 +479,23 @@ TEST(CamFault, ACamWithAWrongKeyDoesNotSayThatItDescrambles) {
   EXPECT_EQ(rig.lines.count("descrambles program 101"), 1u);
   rig.cam.setFault(CamFault::WrongKey, true);
   EXPECT_EQ(rig.lines.count("works with wrong keys on program 101"), 2u);
+}
+
+TEST(CamFault, WrongKeyComesAndGoesWithoutWaitingForAnEcm) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(caPmt101());
+  rig.play(stream.scrambled);
+  // Behind the loop the last ECM's words are those of the first period too.
+  const std::size_t firstPeriod = stream.scrambled.size() / 4;
+  const auto begin = [firstPeriod](const std::vector<TsPacket> &packets) {
+    return withoutEcms({packets.begin(), packets.begin() + static_cast<long>(firstPeriod)});
+  };
+  ASSERT_EQ(rig.play(begin(stream.scrambled)), begin(stream.clear));
+  rig.cam.setFault(CamFault::WrongKey, true);
+  EXPECT_NE(rig.play(begin(stream.scrambled)), begin(stream.clear));
+  rig.cam.setFault(CamFault::WrongKey, false);
+  EXPECT_EQ(rig.play(begin(stream.scrambled)), begin(stream.clear));
 }
 
 TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {

@@ -324,6 +324,34 @@ TEST_F(CamLinkTest, UnansweredQueryIsTold) {
   EXPECT_EQ(link.insertStatus(), 1u);
 }
 
+TEST_F(CamLinkTest, SilenceIsToldAnewOnceCaInfoEndedIt) {
+  insert();
+  cam.up = true;
+  link.tick(nowMs);
+  link.tick(nowMs += 5000);
+  EXPECT_EQ(events.count("CAM does not answer"), 1);
+  say(info0500);
+  ASSERT_EQ(link.insertStatus(), 1u);
+  link.forgetCaSystems();
+  link.tick(nowMs);
+  link.tick(nowMs += 5000);
+  EXPECT_EQ(events.count("CAM does not answer"), 2);
+}
+
+TEST_F(CamLinkTest, SilenceIsToldAnewOnceAReplyEndedIt) {
+  makeUsable();
+  const auto queryInSilence = [this] {
+    send({101}, cmdQuery);
+    link.tick(nowMs += 5000);
+  };
+  queryInSilence();
+  queryInSilence();
+  EXPECT_EQ(events.count("CAM does not answer"), 1);
+  say(reply(101, 0xF1));
+  queryInSilence();
+  EXPECT_EQ(events.count("CAM does not answer"), 2);
+}
+
 TEST_F(CamLinkTest, AnsweredQueryIsNoSilence) {
   makeUsable();
   send({101}, cmdQuery);

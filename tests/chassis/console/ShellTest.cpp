@@ -34,6 +34,19 @@ TEST_F(ShellTest, WhatTheModulePrintsIsTheAnswer) {
   EXPECT_EQ(ask("printCiIfVer"), "CI Interface Version is V3.0.1.1 \n");
 }
 
+TEST_F(ShellTest, DebugPrintsAreNoAnswer) {
+  insertCard();
+  ask("progAssign 0, 101, 1");
+  runFor(2000);
+  std::size_t prints = 0;
+  bindConsole([this, &prints](ConsolePort port, const std::string &line) {
+    prints += port == ConsolePort::Debug ? 1U : 0U;
+    EXPECT_EQ(shell_.takePrint(port, line), port == ConsolePort::Print) << line;
+  });
+  EXPECT_EQ(ask("getSlotDescPidInfo 0"), "");
+  EXPECT_EQ(prints, 2U) << "one for each stream";
+}
+
 TEST_F(ShellTest, UnknownNamesGetTheNearest) {
   EXPECT_TRUE(has(ask("camstatuscheck 0"), "did you mean camStatusCheck?"));
   EXPECT_TRUE(has(ask("statsu"), "did you mean status?"));

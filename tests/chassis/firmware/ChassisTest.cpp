@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <set>
 
 #include "CiPlatform.h"
 #include "InputError.h"
@@ -20,15 +21,27 @@ constexpr unsigned ecmPid = 0x300;
 
 class RecordedEvents : public Events {
  public:
-  void report(Place, const std::string &what, const std::string &) override {
+  void report(Place place, const std::string &what, const std::string &) override {
     lines.push_back(what);
+    places.push_back(place);
   }
   std::size_t count(const std::string &part) const {
     return static_cast<std::size_t>(std::count_if(
         lines.begin(), lines.end(),
         [&part](const std::string &line) { return line.find(part) != std::string::npos; }));
   }
+  // The CAMs of slot 1 of which the lines from `begin` on have one with this part.
+  std::set<int> camsOf(const std::string &part, std::size_t begin) const {
+    std::set<int> cams;
+    for (std::size_t i = begin; i < lines.size(); ++i) {
+      if (places[i].slot == 1 && lines[i].find(part) != std::string::npos) {
+        cams.insert(places[i].cam);
+      }
+    }
+    return cams;
+  }
   std::vector<std::string> lines;
+  std::vector<Place> places;
 };
 
 class Works : public Agenda {
@@ -77,11 +90,11 @@ class ChassisTest : public testing::Test {
     chassis_.onChecked(
         [this](std::uint32_t slot) { checks_.emplace_back(clock_.elapsedMs(), slot); });
   }
-  void insertWithTwoCams() {
-    insertCard(0);
-    chassis_.progAssign(0, 101, 3);
-    chassis_.camInsert(0, 0, {caSystem});
-    chassis_.camInsert(0, 1, {caSystem});
+  void insertWithTwoCams(std::uint32_t slot = 0) {
+    insertCard(slot);
+    chassis_.progAssign(slot, 101, 3);
+    chassis_.camInsert(slot, 0, {caSystem});
+    chassis_.camInsert(slot, 1, {caSystem});
   }
   void insertCard(std::uint32_t slot) { chassis_.cardInsert(slot, file_.path(), bitrate); }
 
@@ -334,6 +347,36 @@ TEST_F(ChassisTest, CamComesUpAndGoes) {
   chassis_.camRemove(0, 1);
   EXPECT_EQ(ciLibGetInsertCard(0, 1), 0U);
   chassis_.camRemove(0, 1);
+}
+
+TEST_F(ChassisTest, WhatIsDoneToACamIsDoneToTheOneThatIsNamed) {
+  works_.at(0, [this] { insertWithTwoCams(1); });
+  chassis_.run(8000, works_);
+  ASSERT_EQ(events_.count("CA PMT sent"), 2U);
+  const auto query = [this](std::uint32_t camSlot) {
+    caPMTSend(1, camSlot, caSystem, 0, 3);
+    chassis_.run(clock_.elapsedMs() + 500, works_);
+    return caPmtReplyInfo[MAX_CAM_NUM + camSlot].prog[0].caEnable;
+  };
+  ASSERT_EQ(query(0), 1);
+  ASSERT_EQ(query(1), 1);
+  for (const std::uint32_t named : {0U, 1U}) {
+    const std::uint32_t other = 1 - named;
+    chassis_.camEntitle(1, named, 101, false);
+    EXPECT_EQ(query(named), 0x71) << named;
+    EXPECT_EQ(query(other), 1) << named;
+    chassis_.camRefuse(1, named, 101, true);
+    EXPECT_EQ(query(named), 0x73) << named;
+    EXPECT_EQ(query(other), 1) << named;
+    chassis_.camRefuse(1, named, 101, false);
+    chassis_.camEntitle(1, named, 101, true);
+    EXPECT_EQ(query(named), 1) << named;
+  }
+  for (const std::uint32_t named : {0U, 1U}) {
+    const std::size_t begin = events_.lines.size();
+    chassis_.camFault(1, named, CamFault::Deaf, true);
+    EXPECT_EQ(events_.camsOf("deaf", begin), std::set<int>{static_cast<int>(named)});
+  }
 }
 
 TEST_F(ChassisTest, CardGoesWithItsCams) {

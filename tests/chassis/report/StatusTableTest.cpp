@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
+
+#include "CiPlatform.h"
 #include "Samples.h"
 
 namespace chassis {
@@ -96,6 +100,76 @@ TEST(StatusTable, ColourLeavesTheTextAsItIs) {
     }
   }
   EXPECT_EQ(coloured, statusTable(sampleCard(), false));
+}
+
+class NoEvents : public Events {
+ public:
+  void report(Place, const std::string &, const std::string &) override {}
+};
+
+class CamHistory : public testing::Test {
+ protected:
+  CamHistory() {
+    ciLibLoad();
+    library_.insert(slot, 0, &cams_[0]);
+    library_.insert(slot, 1, &cams_[1]);
+    runUntil(4000);
+  }
+  void runUntil(std::uint64_t ms) {
+    for (; nowMs_ <= ms; nowMs_ += 10) {
+      for (Cam &cam : cams_) {
+        cam.tick(nowMs_);
+      }
+      library_.tick(nowMs_);
+    }
+  }
+  void sendTo(std::uint32_t camSlot) {
+    *CaPmtInfo[0] = {};
+    CaPmtInfo[0]->mark = 1;
+    ASSERT_EQ(ciLibSendCaPmt(slot, camSlot, CaPmtInfo, 1), 1);
+  }
+  std::size_t lines() const {
+    const std::string text = camHistory(library_, slot);
+    return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
+  }
+  bool tells(const std::string &part) const {
+    return camHistory(library_, slot).find(part) != std::string::npos;
+  }
+
+  static constexpr std::uint32_t slot = 3;
+  NoEvents events_;
+  std::array<Cam, 2> cams_{Cam{{{0x0500}}, {3, 0}, events_, 0},
+                           Cam{{{0x0500}}, {3, 1}, events_, 0}};
+  CiLibrary library_{events_};
+  std::uint64_t nowMs_ = 0;
+};
+
+TEST_F(CamHistory, ACamToWhichNothingHappenedIsLeftOut) {
+  EXPECT_EQ(camHistory(library_, slot), "");
+}
+
+TEST_F(CamHistory, ACamThatWasOnlyResetIsTold) {
+  resetCAM(slot, 1);
+  EXPECT_EQ(lines(), 1U);
+  EXPECT_TRUE(tells(": no CA PMT, 1 reset, the last 00:00:04.000"));
+  resetCAM(slot, 1);
+  EXPECT_TRUE(tells("2 resets"));
+}
+
+TEST_F(CamHistory, ACamThatWasOnlySentToIsTold) {
+  sendTo(0);
+  EXPECT_EQ(lines(), 1U);
+  EXPECT_TRUE(tells(": last CA PMT or query 00:00:04.000 for 1 program, no reset"));
+}
+
+TEST_F(CamHistory, EveryCamHasItsOwnLineWhileItIsIn) {
+  sendTo(0);
+  sendTo(1);
+  resetCAM(slot, 1);
+  EXPECT_EQ(lines(), 2U);
+  library_.remove(slot, 0);
+  EXPECT_EQ(lines(), 1U);
+  EXPECT_TRUE(tells("1 program, 1 reset"));
 }
 
 }  // namespace
