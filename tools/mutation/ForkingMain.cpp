@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -36,6 +37,7 @@ void limit(int resource, rlim_t value) {
 }
 
 [[noreturn]] void runCase(const std::string &name) {
+  setpgid(0, 0);
   limit(RLIMIT_CPU, CPU_SECONDS);
   limit(RLIMIT_AS, MEMORY);
   limit(RLIMIT_CORE, 0);
@@ -53,8 +55,11 @@ bool passes(const std::string &name) {
     runCase(name);
   }
   int status = 0;
-  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) &&
-         WEXITSTATUS(status) == 0;
+  const bool ended = child > 0 && waitpid(child, &status, 0) == child;
+  if (child > 0) {
+    kill(-child, SIGKILL);  // what the case has started and a broken program left behind
+  }
+  return ended && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace
