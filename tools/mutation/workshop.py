@@ -226,7 +226,8 @@ class ChassisWorkshop(Workshop):
     FAULT_SECONDS = 120
 
     def __init__(self, root):
-        self.units = sorted(p.name for p in (root / "tests" / "chassis").iterdir() if p.is_dir())
+        self.units = sorted(f"chassis/{p.name}" for p in (root / "tests" / "chassis").iterdir()
+                            if p.is_dir())
         super().__init__(root, "chassis", ["-O1", "-D_GLIBCXX_ASSERTIONS", *CHECKS])
         self.test_options = self._options_below(root / "tests")
         self.test_includes = {}
@@ -235,14 +236,14 @@ class ChassisWorkshop(Workshop):
         if not self.link(self.made, self.objects.values()):
             sys.exit("the chassis does not link")
         self._program()
-        for unit in [*(f"chassis/{unit}" for unit in self.units), *self.PROGRAM_TESTS]:
+        for unit in [*self.units, *self.PROGRAM_TESTS]:
             self._test_program(unit)
 
     def targets(self):
         known = run(self.root, "ninja", "-C", self.made, "-t", "targets", "all").splitlines()
         samples = [line.split(":")[0] for line in known if line.startswith("sample_")]
-        return [*(f"test_chassis_{unit}" for unit in self.units),
-                *(f"test_{unit}" for unit in self.PROGRAM_TESTS), "ts-join", *samples]
+        tests = [f"test_{unit.replace('/', '_')}" for unit in [*self.units, *self.PROGRAM_TESTS]]
+        return [*tests, "ts-join", *samples]
 
     def _options_below(self, folder):
         options = super()._options_below(folder)
@@ -279,6 +280,9 @@ class ChassisWorkshop(Workshop):
         run(self.root, "c++", "-O1", "-o", program, main, f"-L{self.made}", "-lchassis",
             "-Wl,--allow-shlib-undefined")
 
+    def program(self, unit):
+        return self.made / f"cases_{unit.replace('/', '_')}"
+
     def _test_objects(self, unit):
         """{source: object}"""
         folder = f"tests/{unit}/"
@@ -288,7 +292,7 @@ class ChassisWorkshop(Workshop):
                 if source.startswith(folder) and "/" not in source[len(folder):]}
 
     def _test_program(self, unit):
-        program = self.made / f"cases_{unit.split('/')[-1]}"
+        program = self.program(unit)
         if not self._linked(self._test_objects(unit).values(), program, self.made):
             sys.exit(f"{program} does not link")
 
@@ -305,9 +309,9 @@ class ChassisWorkshop(Workshop):
                          str(folder / "libchassis.so"), *map(str, objects), str(self.module), *self.libraries])
 
     def first_failure(self, folder, mutant, first):
-        own = mutant.file.split("/")[1] if mutant is not None else ""
+        own = str(pathlib.Path(mutant.file).parent) if mutant is not None else ""
         lately = {judge for judge, _ in first}
-        units = [] if own == "main.cpp" else self.units
+        units = [] if mutant is not None and mutant.file == "chassis/main.cpp" else self.units
         for unit in sorted(units, key=lambda unit: (unit != own, unit not in lately)):
             failure = self._unit_failure(folder, mutant, unit, first)
             if failure:
@@ -315,7 +319,7 @@ class ChassisWorkshop(Workshop):
         return self._program_failure(folder, first)
 
     def _unit_failure(self, folder, mutant, unit, first):
-        program = self.made / f"cases_{unit}"
+        program = self.program(unit)
         if mutant is not None and mutant.file not in self.options:
             program, broken = self._rebuilt(folder, mutant, unit)
             if broken:
@@ -324,17 +328,17 @@ class ChassisWorkshop(Workshop):
 
     def _rebuilt(self, folder, mutant, unit):
         """The test program for a mutant of a header that its sources include."""
-        objects = self._test_objects(f"chassis/{unit}")
+        objects = self._test_objects(unit)
         changed = [source for source in objects if mutant.file in self._test_included(source)]
         if not changed:
-            return self.made / f"cases_{unit}", None
+            return self.program(unit), None
         for source in changed:
             target = folder / (source.replace("/", "_") + ".o")
             if not self.compile(source, target, [folder / "overlay"], ["-O1", "-w"],
                                 options=self.test_options[source]):
                 return None, f"{source} does not compile"
             objects[source] = target
-        program = folder / f"cases_{unit}"
+        program = folder / self.program(unit).name
         if not self._linked(objects.values(), program, folder):
             return None, f"{program.name} does not link"
         return program, None
@@ -349,7 +353,7 @@ class ChassisWorkshop(Workshop):
         failure = self._fault_failure(folder, [case for judge, case in first
                                                if judge == self.FAULTS])
         for unit in self.PROGRAM_TESTS:
-            failure = failure or self.cases(self.made / f"cases_{unit}", unit, folder, first)
+            failure = failure or self.cases(self.program(unit), unit, folder, first)
         return failure
 
     def _fault_failure(self, folder, first):
