@@ -219,6 +219,31 @@ TEST(CaPmt, LargestRecordStaysWithinASixteenBitLengthAndKeepsEveryStream) {
   EXPECT_EQ(at, body.size());
 }
 
+// 15 descriptors of 257 bytes, the cmd id, and one descriptor of 6 bytes and more.
+template <typename Level>
+void fillInfo(Level &level, std::uint16_t lastPrivLen) {
+  for (int k = 0; k < 15; ++k) {
+    addCa(level, 0x0500, 0x0100, 251);
+  }
+  addCa(level, 0x0A00, 0x0100, lastPrivLen);
+}
+
+// A program and 14 streams with 4095 bytes each leave 4029 bytes to the last stream.
+TEST(CaPmt, BodyIsFilledToTheLastByteThatItsLengthCanTell) {
+  for (const std::uint16_t lastPrivLen : {167, 168}) {
+    auto program = makeProgram(1);
+    fillInfo(*program, 233);
+    for (std::uint16_t s = 0; s < 14; ++s) {
+      fillInfo(addStream(*program, 0x02, static_cast<std::uint16_t>(0x0100 + s)), 233);
+    }
+    fillInfo(addStream(*program, 0x02, 0x0200), lastPrivLen);
+    const EncodedCaPmt encoded = encodeCaPmt(*program);
+    const bool fits = lastPrivLen == 167;
+    EXPECT_EQ(bodyOf(encoded.apdu).size(), fits ? 0xFFFFu : 0xFFFFu - 6 - 167);
+    EXPECT_EQ(encoded.leftOut.size(), fits ? 0u : 1u);
+  }
+}
+
 TEST(CaPmt, CountsAboveThirtyTwoAreCutAndReported) {
   auto program = makeProgram(1);
   program->caNum = 255;

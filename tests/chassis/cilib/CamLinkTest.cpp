@@ -162,11 +162,11 @@ TEST_F(CamLinkTest, IsAskedAgainAfterFiveSecondsOfSilence) {
   insert();
   cam.up = true;
   link.tick(nowMs);
-  link.tick(nowMs + 4990);
+  link.tick(nowMs + 4999);
   EXPECT_EQ(cam.received.size(), 1u);
   link.tick(nowMs + 5000);
   EXPECT_EQ(cam.received.size(), 2u);
-  link.tick(nowMs + 9990);
+  link.tick(nowMs + 9999);
   EXPECT_EQ(cam.received.size(), 2u);
   link.tick(nowMs + 10000);
   EXPECT_EQ(cam.received, (std::vector<Apdu>{enquiry, enquiry, enquiry}));
@@ -316,7 +316,7 @@ TEST_F(CamLinkTest, ChangedReplyReplacesTheFirstAndIsToldOnce) {
 TEST_F(CamLinkTest, UnansweredQueryIsTold) {
   makeUsable();
   send({101}, cmdQuery);
-  link.tick(nowMs + 4990);
+  link.tick(nowMs + 4999);
   EXPECT_EQ(events.count("CAM does not answer"), 0);
   link.tick(nowMs + 5000);
   link.tick(nowMs + 20000);
