@@ -3,6 +3,7 @@
 #include <random>
 
 #include "ConsoleRig.h"
+#include "alarms/AlarmText.h"
 
 namespace chassis {
 namespace {
@@ -204,6 +205,19 @@ TEST_F(ShellTest, StatusIsWhatTheLastCheckFound) {
   EXPECT_TRUE(has(ask("status 0"), "slot 0 at 00:00:03.000")) << answer_;
   insertCard();
   EXPECT_TRUE(has(ask("status"), "not yet")) << "another card";
+}
+
+TEST_F(ShellTest, StatusHasAnAlarmOnlyAtItsOwnCam) {
+  insertCard();
+  ask("cardInsert 1, \"" + file_.path() + "\", 1504000");
+  ask("progAssign 0, 101, 1");
+  runFor(3000);
+  ASSERT_EQ(chassis_.alarms().active().size(), 1U);
+  const std::string fault = alarmFault(chassis_.alarms().active().begin()->second.record);
+  const std::string status = ask("status");
+  const std::size_t at = status.find(fault);
+  ASSERT_NE(at, std::string::npos) << status;
+  EXPECT_EQ(status.find(fault, at + 1), std::string::npos) << status;
 }
 
 TEST_F(ShellTest, AlarmsStandingAndPast) {

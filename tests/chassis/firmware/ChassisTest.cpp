@@ -90,7 +90,6 @@ class ChassisTest : public testing::Test {
     chassis_.onChecked(
         [this](std::uint32_t slot) { checks_.emplace_back(clock_.elapsedMs(), slot); });
   }
-  // A card with a CAM in both CAM slots, which both have the program.
   void insertWithTwoCams(std::uint32_t slot = 0) {
     insertCard(slot);
     chassis_.progAssign(slot, 101, 3);
@@ -98,11 +97,6 @@ class ChassisTest : public testing::Test {
     chassis_.camInsert(slot, 1, {caSystem});
   }
   void insertCard(std::uint32_t slot) { chassis_.cardInsert(slot, file_.path(), bitrate); }
-  void runWithTwoCamsInSlot1() {
-    works_.at(0, [this] { insertWithTwoCams(1); });
-    chassis_.run(8000, works_);
-    ASSERT_EQ(events_.count("CA PMT sent"), 2U);
-  }
 
   using Checks = std::vector<std::pair<std::uint64_t, std::uint32_t>>;
   TemporaryFile file_{stream()};
@@ -356,7 +350,9 @@ TEST_F(ChassisTest, CamComesUpAndGoes) {
 }
 
 TEST_F(ChassisTest, WhatIsDoneToACamIsDoneToTheOneThatIsNamed) {
-  runWithTwoCamsInSlot1();
+  works_.at(0, [this] { insertWithTwoCams(1); });
+  chassis_.run(8000, works_);
+  ASSERT_EQ(events_.count("CA PMT sent"), 2U);
   const auto query = [this](std::uint32_t camSlot) {
     caPMTSend(1, camSlot, caSystem, 0, 3);
     chassis_.run(clock_.elapsedMs() + 500, works_);

@@ -185,6 +185,19 @@ TEST(Changes, FieldWords) {
             Lines{"0/-1 CI controller out of sync or rate too low | cimaxStat 0x01"});
 }
 
+TEST(Changes, ACamsLineHasTheToneOfTheWordThatIsNotPlain) {
+  const auto toneOf = [](const CamFinding &cam) {
+    CardFinding now;
+    now.cams[0] = cam;
+    return changesBetween(CardFinding{}, now).at(0).tone;
+  };
+  EXPECT_EQ(toneOf({1, 1, 0, 0xFF}), Tone::Plain);
+  EXPECT_EQ(toneOf({0, 0xFF, 0, 0xFF}), Tone::Bad);
+  EXPECT_EQ(toneOf({1, 0, 0, 0xFF}), Tone::Bad);
+  EXPECT_EQ(toneOf({1, 1, 1, 0xFF}), Tone::Bad);
+  EXPECT_EQ(toneOf({1, 1, 0, DESC_SUM_OK}), Tone::Good);
+}
+
 TEST(Changes, ACamThatMayStillBeginIsNotToldAsFailing) {
   CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
   now.cams[0].descrambling = 0x21;

@@ -21,11 +21,6 @@ class NoEvents : public Events {
   void report(Place, const std::string &, const std::string &) override {}
 };
 
-class NoWork : public Agenda {
- public:
-  void runDue(std::uint64_t) override {}
-};
-
 // 101 has its CA at program level, 102 has none, 103 has a CA system for each of its streams.
 std::vector<ProgramMap> programs() {
   const Bytes ca = caDescriptor(caSystem, ecmPid);
@@ -70,6 +65,12 @@ class FindingsTest : public testing::Test {
     DescStatus[slot][row].progStatus = program;
     DescStatus[slot][row].pid[0].status = first;
     DescStatus[slot][row].pid[1].status = second;
+  }
+  void insertCams() {
+    ASSERT_EQ(ciLibLoad(), 0);
+    chassis_.camInsert(slot, 0, {caSystem});
+    chassis_.camInsert(slot, 1, {caSystem});
+    play(4000);
   }
   CaPmtReply &replyOf(std::uint32_t camSlot) {
     return caPmtReplyInfo[slot * MAX_CAM_NUM + camSlot];
@@ -321,6 +322,56 @@ TEST_F(FindingsTest, AReplysStreamsAreReadToTheirEndAndNotBeyond) {
   EXPECT_EQ(program(2).pids[0].reply, 0);
   reply.eleNum = 32;
   EXPECT_EQ(program(2).pids[0].reply, 0x71);
+}
+
+TEST_F(FindingsTest, ClearIsAProgramThatACamHasWithoutAnyCa) {
+  insertCard();
+  EXPECT_FALSE(program(1).clear) << "no CAM has it";
+  chassis_.progAssign(slot, 102, 3);
+  chassis_.card(slot).publishTables();
+  const CardFinding card = examined();
+  EXPECT_FALSE(card.programs[0].clear);
+  EXPECT_TRUE(card.programs[1].clear);
+  EXPECT_FALSE(card.programs[2].clear);
+  for (const CamFinding &cam : card.cams) {
+    EXPECT_EQ(cam.programs, 2U);
+    EXPECT_EQ(cam.clearPrograms, 1U);
+  }
+}
+
+TEST_F(FindingsTest, ACaPmtIsAsOldAsTheLastThatAnyOfAProgramsCamsGot) {
+  insertCard();
+  insertCams();
+  chassis_.progAssign(slot, 102, 3);
+  chassis_.card(slot).publishTables();
+  EXPECT_EQ(examined().cams[0].caPmtAgeMs, std::nullopt);
+  EXPECT_EQ(program(1).caPmtAgeMs, std::nullopt);
+  ASSERT_GT(caPMTSend(slot, 1, caSystem, 0, 0), 0);
+  play(300);
+  EXPECT_EQ(program(1).caPmtAgeMs, 300U);
+  ASSERT_GT(caPMTSend(slot, 0, caSystem, 0, 0), 0);
+  play(200);
+  const CardFinding card = examined();
+  EXPECT_EQ(card.cams[0].caPmtAgeMs, 200U);
+  EXPECT_EQ(card.cams[1].caPmtAgeMs, 500U);
+  EXPECT_EQ(card.programs[0].caPmtAgeMs, 200U);
+  EXPECT_EQ(card.programs[1].caPmtAgeMs, 200U);
+  EXPECT_EQ(card.programs[2].caPmtAgeMs, 500U);
+}
+
+TEST_F(FindingsTest, AReplyIsOldOnceItsCamGotAnotherCaPmt) {
+  insertCard();
+  insertCams();
+  const auto old = [this] { return program(0).pids[0].replyOld; };
+  ASSERT_GT(caPMTSend(slot, 0, caSystem, 0, 0), 0);
+  ASSERT_GT(caPMTSend(slot, 0, caSystem, 0, 3), 0);
+  play(500);
+  ASSERT_NE(program(0).pids[0].reply, 0);
+  EXPECT_FALSE(old());
+  ASSERT_GT(caPMTSend(slot, 1, caSystem, 0, 0), 0);
+  EXPECT_FALSE(old()) << "another CAM's";
+  ASSERT_GT(caPMTSend(slot, 0, caSystem, 0, 0), 0);
+  EXPECT_TRUE(old());
 }
 
 EcmFinding ecm(std::uint64_t packets, bool present, std::uint64_t ccErrors) {

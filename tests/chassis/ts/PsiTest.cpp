@@ -290,6 +290,23 @@ TEST(Psi, IgnoresPacketsWhoseFieldsLeadOutOfThem) {
   EXPECT_EQ(reading.reader.changes(), changes);
 }
 
+TEST(Psi, ProgramWhosePmtMovesIsReadAnew) {
+  for (const unsigned moved : {0x1001U, 0x0FFFU}) {
+    Reading reading;
+    reading.stream.psi({program(1, 0x1000, 0x100)});
+    reading.push();
+    ASSERT_TRUE(reading.reader.complete());
+    reading.stream.table(0, patSection({program(1, moved, 0x100)}, 1));
+    reading.push();
+    EXPECT_FALSE(reading.reader.complete()) << moved;
+    reading.stream.table(moved, pmtSection(program(1, moved, 0x200)));
+    reading.push();
+    ASSERT_TRUE(reading.reader.complete()) << moved;
+    EXPECT_EQ(reading.reader.psi().programs[0].pmtPid, moved);
+    EXPECT_EQ(reading.reader.psi().programs[0].pcrPid, 0x200);
+  }
+}
+
 TEST(Psi, TwoProgramsShareAPmtPid) {
   Reading reading;
   reading.stream.psi({program(1, 0x1000, 0x100), program(2, 0x1000, 0x200)});
