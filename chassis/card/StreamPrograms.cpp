@@ -1,8 +1,11 @@
 #include "card/StreamPrograms.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "card/StreamScan.h"
+#include "files/ProgressLine.h"
 #include "ts/Psi.h"
 #include "ts/TsFile.h"
 
@@ -23,12 +26,14 @@ void addPrograms(const PsiReader &psi, Numbers &numbers) {
   }
 }
 
+// A script is read before anybody else has the terminal.
 Numbers firstPrograms(const std::string &path) {
-  TsFile file(path);
+  ProgressLine progress(STDERR_FILENO);
+  TsFile file(path, showingOn(progress));
   PsiReader psi;
   const auto begun = [&psi] { return psi.complete() && !psi.psi().programs.empty(); };
   TsPacket packet;
-  while (!begun() && file.next(packet)) {
+  while (!begun() && file.goesOn() && file.next(packet)) {
     psi.push(packet);
   }
   requirePrograms(path, psi);
@@ -38,11 +43,12 @@ Numbers firstPrograms(const std::string &path) {
 }
 
 Numbers allPrograms(const std::string &path) {
-  TsFile file(path);
+  ProgressLine progress(STDERR_FILENO);
+  TsFile file(path, showingOn(progress));
   PsiReader psi;
   Numbers numbers;
   TsPacket packet;
-  for (std::uint32_t seen = 0; file.next(packet);) {
+  for (std::uint32_t seen = 0; file.goesOn() && file.next(packet);) {
     psi.push(packet);
     if (psi.changes() != seen) {
       seen = psi.changes();

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <utility>
 
 #include "ExitStatus.h"
 #include "console/EndDeadline.h"
@@ -140,8 +141,11 @@ void Desk::takeSignal(int signal) {
   }
 }
 
-// Ctrl-C is for what a person wants to be rid of: the line, a wait, at last the chassis.
+// Ctrl-C is for what a person wants to be rid of: long work, the line, a wait, at last the chassis.
 void Desk::interrupt() {
+  if (std::exchange(working_, false)) {
+    return;
+  }
   const bool cleared = editor_->clearLine();
   const bool broken = session_ != nullptr && session_->breakOff(clock_->elapsedMs());
   if (broken) {

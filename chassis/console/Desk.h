@@ -41,7 +41,7 @@ class Desk {
   void awaitLine();
 
   // While something takes long: shows how far it is at a terminal, takes what has come. False: the
-  // run is to end.
+  // run is to end, or a person has broken the work off.
   bool goOn(const Progress &progress);
 
   bool inputOver() const { return inputOver_; }
@@ -63,6 +63,7 @@ class Desk {
   std::unique_ptr<Editor> editor_;
   Clock *clock_ = nullptr;
   Session *session_ = nullptr;
+  bool working_ = false;  // it is asked whether long work goes on
   ProgressLine progress_;
   ProgressPace progressAtPrompt_;
   std::string partial_;  // of a piped line

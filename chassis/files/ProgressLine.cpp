@@ -66,6 +66,13 @@ void ProgressLine::clear() {
   }
 }
 
+GoOn showingOn(ProgressLine &line) {
+  return [&line](const Progress &progress) {
+    line.show(progress);
+    return true;
+  };
+}
+
 void ProgressLine::put(const std::string &text) {
   const ssize_t size = ::write(file_, text.data(), text.size());
   shown_ = size > 0 ? static_cast<std::size_t>(size) : 0;

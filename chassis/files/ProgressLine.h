@@ -51,4 +51,7 @@ class ProgressLine {
   std::size_t shown_ = 0;  // bytes that stand in the line, at most its columns
 };
 
+// What always goes on, and shows how far it is.
+GoOn showingOn(ProgressLine &line);
+
 }  // namespace chassis

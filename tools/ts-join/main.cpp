@@ -48,10 +48,7 @@ class Counters {
 
 void append(const std::string &path, Counters &counters, chassis::ReplacedFile &out) {
   chassis::ProgressLine progress(STDERR_FILENO);
-  chassis::TsFile file(path, [&progress](const chassis::Progress &now) {
-    progress.show(now);
-    return true;
-  });
+  chassis::TsFile file(path, chassis::showingOn(progress));
   counters.startFile();
   TsPacket packet;
   while (file.goesOn() && file.next(packet)) {

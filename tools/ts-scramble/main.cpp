@@ -114,11 +114,8 @@ int run(int argc, char **argv) {
   return chassis::parsed(app, argc, argv, [&arguments] {
     const Request request = requestOf(arguments);
     chassis::ProgressLine progress(STDERR_FILENO);
-    const auto show = [&progress](const chassis::Progress &now) {
-      progress.show(now);
-      return true;
-    };
-    const Result result = scramble(request, arguments.in, arguments.out, show);
+    const Result result =
+        scramble(request, arguments.in, arguments.out, chassis::showingOn(progress));
     progress.clear();
     tell(request, result);
     return static_cast<int>(chassis::exitDone);
