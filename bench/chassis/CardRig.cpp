@@ -67,6 +67,7 @@ void CardRig::select(std::size_t cam) {
   for (std::size_t i = 0; i < programsOfCam; ++i) {
     card_.assign(programs.at(cam * programsOfCam + i).number, static_cast<std::uint8_t>(1U << cam));
   }
+  card_.publishTables();
   const CiDesc &table = *card_.descTable();
   for (std::size_t i = 0; i < programsOfCam; ++i) {
     cams_[cam].receive(

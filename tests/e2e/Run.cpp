@@ -70,7 +70,7 @@ void Run::TearDown() {
 }
 
 Result Run::run(const std::string &arguments, const std::string &input) const {
-  return command("'" + program + "' " + arguments + " <" + input);
+  return command("'" + program + "' " + arguments + (input.empty() ? "" : " <" + input));
 }
 
 Result Run::command(const std::string &line) const {

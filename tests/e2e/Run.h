@@ -30,7 +30,7 @@ class Run : public testing::Test {
   void TearDown() override;
 
   // Arguments as a shell takes them.
-  Result run(const std::string &arguments, const std::string &input = "/dev/null") const;
+  Result run(const std::string &arguments, const std::string &input = "") const;
   Result command(const std::string &line) const;  // any, in the folder
   Result runScript(const std::string &script, const std::string &arguments = "") const;
   std::string write(const std::string &name, const std::string &text) const;
