@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <random>
 
 #include "CamRig.h"
@@ -205,6 +206,20 @@ TEST(CamList, FirstTakesEffectWithLast) {
   EXPECT_FALSE(selected(rig).p101);
   EXPECT_TRUE(selected(rig).p103);
   EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no longer selected)"), 1u);
+}
+
+TEST(CamList, AProgramThatWasNotDescrambledIsNotStopped) {
+  const auto stops = [](const std::function<void(Rig &)> &cause) {
+    Rig rig;
+    rig.ask(caPmt101());
+    cause(rig);
+    rig.ask(caPmt103(only));
+    return rig.lines.count("stops descrambling");
+  };
+  EXPECT_EQ(stops([](Rig &rig) { EXPECT_TRUE(selected(rig).p101); }), 1u);
+  EXPECT_EQ(stops([](Rig &) {}), 0u);
+  EXPECT_EQ(stops([](Rig &rig) { rig.cam.refuse(101, true); }), 0u);
+  EXPECT_EQ(stops([](Rig &rig) { rig.pass(4100); }), 0u) << "without an ECM";
 }
 
 TEST(CamList, AnotherEcmPidInTheSameProgramIsToldAsThat) {
