@@ -1,6 +1,7 @@
 #include "report/Timeline.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace chassis {
 namespace {
@@ -25,7 +26,7 @@ struct Timeline::Line {
 };
 
 Timeline::Timeline(std::ostream &out, Config config, std::function<std::uint64_t()> now)
-    : out_(out), config_(config), now_(std::move(now)) {}
+    : out_(out), config_(std::move(config)), now_(std::move(now)) {}
 
 void Timeline::report(Place place, const std::string &what, const std::string &why) {
   report(place, what, why, Tone::Plain);
