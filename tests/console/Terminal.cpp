@@ -26,6 +26,17 @@ using Time = std::chrono::steady_clock;
 constexpr int pollMs = 100;
 constexpr std::chrono::seconds deadline{30};
 
+// The address sanitizer has one line to say of a stack that the program makes itself, before the
+// program says anything; the screen is the program's.
+void dropSanitizersWord(std::string &all) {
+  const std::size_t word = all.find("==WARNING: ASan doesn't fully support makecontext");
+  const std::size_t end = word == std::string::npos ? word : all.find('\n', word);
+  if (end != std::string::npos) {
+    const std::size_t begin = all.rfind("==", word - 1);
+    all.erase(begin, end + 1 - begin);
+  }
+}
+
 [[noreturn]] void become(const std::string &folder, const std::vector<std::string> &arguments,
                          const char *locale) {
   std::vector<char *> argv;
@@ -38,8 +49,6 @@ constexpr std::chrono::seconds deadline{30};
   setenv("TERM", "xterm", 1);
   setenv("LC_ALL", locale, 1);
   setenv("NO_COLOR", "1", 1);
-  // The address sanitizer has a word to say on every stack of its own; the screen is the program's.
-  setenv("ASAN_OPTIONS", "log_path=asan", 1);
   setenv("CI_CHASSIS_HISTORY", (folder + "/history").c_str(), 1);
   if (chdir(folder.c_str()) == 0) {
     execv(CONSOLE_PROGRAM, argv.data());
@@ -219,6 +228,7 @@ bool Terminal::readMore(int timeoutMs) {
   const ssize_t size = read(terminal_, buffer.data(), buffer.size());
   if (size > 0) {
     all_.append(buffer.data(), static_cast<std::size_t>(size));
+    dropSanitizersWord(all_);
   }
   return size > 0;
 }
