@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <sstream>
 
 #include "ExitStatus.h"
 #include "InputError.h"
@@ -12,7 +13,10 @@ namespace chassis {
 namespace {
 
 int complain(const std::string &name, const std::exception &error, int status) {
-  std::fprintf(stderr, "%s: %s\n", name.c_str(), error.what());
+  std::istringstream lines(error.what());
+  for (std::string line; std::getline(lines, line);) {
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), line.c_str());
+  }
   return status;
 }
 

@@ -7,7 +7,7 @@
 namespace chassis {
 
 // Runs a program's work. Its exit status: what `work` returns, or what stands for the exception
-// that it throws, which is told in one line on standard error; and what standard output has lost.
+// that it throws, which is told on standard error; and what standard output has lost.
 int runProgram(const std::string &name, const std::function<int()> &work);
 
 }  // namespace chassis

@@ -10,17 +10,21 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
-#include <sstream>
 
 #include "ExitStatus.h"
 #include "InputError.h"
 #include "Number.h"
 #include "OptionNumber.h"
+#include "Program.h"
+#include "Text.h"
 #include "Version.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
-#include "files/StandardOutput.h"
+#include "files/LiveOutput.h"
+#include "files/ReplacedFile.h"
 #include "report/AlarmList.h"
+#include "report/EventLines.h"
+#include "report/StatusJson.h"
 #include "report/StatusTable.h"
 
 namespace {
@@ -36,13 +40,16 @@ struct Options {
   std::uint32_t clockStart = 0;
   bool debug = false;
   bool noTable = false;
+  std::string events;
+  std::string statusFile;
 };
 
 constexpr double slowest = 0.001;
 constexpr double fastest = 1e6;
 constexpr double longest = 1e6;  // seconds of chassis time
 constexpr double msPerSecond = 1000;
-constexpr const char *standardInput = "-";
+constexpr const char *standardStream = "-";  // in place of a file
+constexpr const char *statusUser = "the file of the status";
 constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
 const std::string footer =
@@ -113,14 +120,39 @@ void printTables(Chassis &chassis, bool colour) {
   std::cout << "\n" << standingAlarms(chassis.alarms(), colour, width);
 }
 
+// What takes standard output from the timeline and the table.
+std::vector<std::string> outputTakers(const Options &options) {
+  std::vector<std::string> takers;
+  for (const auto &[name, file] :
+       {std::pair("--events", options.events), std::pair("--status-json", options.statusFile)}) {
+    if (file == standardStream) {
+      takers.push_back(std::string(name) + " -");
+    }
+  }
+  return takers;
+}
+
+void checkOutputTakers(const Options &options) {
+  std::vector<std::string> takers = outputTakers(options);
+  if (!takers.empty() && options.console) {
+    takers.emplace_back("--console");
+  }
+  if (takers.size() > 1) {
+    throw InputError(joined(takers, " and ") +
+                     " both write standard output; give a file in place of -");
+  }
+}
+
 DeskMode modeOf(const Options &options) {
-  if (options.script == standardInput) {
+  checkOutputTakers(options);
+  if (options.script == standardStream) {
     if (options.console) {
       throw InputError("--console and --script - both read standard input; leave one out");
     }
     return DeskMode::Script;
   }
-  if (isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
+  const bool shown = outputTakers(options).empty();
+  if (shown && isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
     return DeskMode::Terminal;
   }
   if (!options.console && options.script.empty()) {
@@ -135,8 +167,8 @@ Script scriptOf(const Options &options) {
   }
   StreamPrograms streams;
   const ScriptSetting setting{Shell::names(), &streams};
-  return options.script == standardInput ? readScript("standard input", std::cin, setting)
-                                         : readScript(options.script, setting);
+  return options.script == standardStream ? readScript("standard input", std::cin, setting)
+                                          : readScript(options.script, setting);
 }
 
 std::string historyPath() {
@@ -145,6 +177,13 @@ std::string historyPath() {
   }
   const char *home = std::getenv("HOME");
   return home == nullptr ? "" : std::string(home) + "/.ci_chassis_history";
+}
+
+Shown shownOf(const Options &options) {
+  if (options.events == standardStream) {
+    return Shown::EventLines;
+  }
+  return options.statusFile == standardStream ? Shown::Nothing : Shown::Timeline;
 }
 
 Operation::Config configOf(const Options &options) {
@@ -158,24 +197,52 @@ Operation::Config configOf(const Options &options) {
   config.clockStart = options.clockStart;
   config.colour = outputWantsColour();
   config.debug = options.debug;
+  config.shown = shownOf(options);
   return config;
 }
 
-int complain(const std::string &what, int status) {
-  std::istringstream lines(what);
-  for (std::string line; std::getline(lines, line);) {
-    std::fprintf(stderr, "ci-chassis: %s\n", line.c_str());
-  }
-  return status;
+bool isFile(const std::string &path) {
+  return !path.empty() && path != standardStream;
 }
 
-void openOutputs(Chassis &chassis, const Options &options) {
-  if (!options.script.empty() && options.script != standardInput) {
+void openOutputs(Operation &operation, const Options &options) {
+  Chassis &chassis = operation.chassis();
+  if (isFile(options.script)) {
     chassis.files().read("the script", options.script);
+  }
+  if (isFile(options.events)) {
+    operation.writeEvents(options.events);
+  }
+  if (isFile(options.statusFile)) {
+    requireWritable(options.statusFile);
+    chassis.files().write(statusUser, options.statusFile);
   }
   for (const std::string &output : options.outputs) {
     const Output given = readOutput(output);
     chassis.output(given.slot, given.path);
+  }
+}
+
+// What has become of the file while the chassis ran is no error of the call.
+void writeStatus(const std::string &path, const std::string &status) {
+  try {
+    ReplacedFile file(path);
+    file.write(status.data(), status.size());
+    file.finish();
+  } catch (const InputError &error) {
+    throw OutputLost(error.what());
+  }
+}
+
+void tellStatus(Operation &operation, const Options &options) {
+  if (options.statusFile.empty()) {
+    return;
+  }
+  const std::string status = statusJson(operation.chassis(), operation.losses(), wallClockMs());
+  if (isFile(options.statusFile)) {
+    writeStatus(options.statusFile, status);
+  } else {
+    std::cout << status;
   }
 }
 
@@ -185,7 +252,7 @@ int runToEnd(Operation &operation) {
     explicit TellLosses(const Operation &ended) : operation(ended) {}
     ~TellLosses() {
       for (const std::string &loss : operation.losses()) {
-        complain(loss, exitLost);
+        std::fprintf(stderr, "ci-chassis: %s\n", loss.c_str());
       }
     }
     const Operation &operation;
@@ -198,9 +265,10 @@ int runToEnd(Operation &operation) {
 int play(const Options &options) {
   const Operation::Config config = configOf(options);
   Operation operation(config, scriptOf(options));
-  openOutputs(operation.chassis(), options);
+  openOutputs(operation, options);
   const int status = runToEnd(operation);
-  if (!options.noTable) {
+  tellStatus(operation, options);
+  if (!options.noTable && config.shown == Shown::Timeline) {
     printTables(operation.chassis(), config.colour);
   }
   tellUnusedOutputs(options);
@@ -221,6 +289,13 @@ void describe(CLI::App &app, Options &options) {
       ->type_name("SECONDS");
   app.add_option("--output", options.outputs, "writes the descrambled stream of a card to a file")
       ->type_name("SLOT:FILE");
+  app.add_option("--events", options.events,
+                 "writes every event as a line of JSON; - standard output, in place of the "
+                 "timeline")
+      ->type_name("FILE");
+  app.add_option("--status-json", options.statusFile,
+                 "writes what was found, at the end; - standard output, in place of all else")
+      ->type_name("FILE");
   app.add_option("--clock-start", options.clockStart,
                  "the 32-bit millisecond stamp at which the clock starts")
       ->transform(wholeNumber(0, std::numeric_limits<std::uint32_t>::max()))
@@ -238,7 +313,7 @@ int showHelp(const CLI::App &app) {
   return 0;
 }
 
-int runProgram(int argc, char **argv) {
+int run(int argc, char **argv) {
   Options options;
   CLI::App app("A software chassis that runs the Common Interface supervision module.",
                "ci-chassis");
@@ -251,9 +326,7 @@ int runProgram(int argc, char **argv) {
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {
-    return complain(error.what(), exitBadInput);
-  } catch (const InputError &error) {
-    return complain(error.what(), exitBadInput);
+    throw InputError(error.what());
   }
 }
 
@@ -269,9 +342,5 @@ void setCharacters() {
 
 int main(int argc, char **argv) {
   setCharacters();
-  try {
-    return finishStandardOutput("ci-chassis", runProgram(argc, argv));
-  } catch (const std::exception &error) {
-    return complain(error.what(), exitFailed);
-  }
+  return runProgram("ci-chassis", [&] { return run(argc, argv); });
 }

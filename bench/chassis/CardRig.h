@@ -21,7 +21,7 @@ class CardRig {
  private:
   void select(std::size_t cam);
 
-  Silence events_;
+  chassis::EventFan events_;
   std::uint64_t nowMs_ = 0;
   chassis::Files files_;
   chassis::Card card_{0, events_, files_};

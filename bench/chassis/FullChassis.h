@@ -17,7 +17,7 @@ class FullChassis : private chassis::Agenda {
  private:
   void runDue(std::uint64_t) override {}
 
-  Silence events_;
+  chassis::EventFan events_;
   chassis::Clock clock_;
   chassis::Chassis chassis_{clock_, events_};
 };

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
-#include "Events.h"
 #include "card/Card.h"
+#include "event/Event.h"
 
 struct Traffic {
   std::uint64_t packets = 0;    // into the card
@@ -20,11 +20,6 @@ Traffic trafficOf(const chassis::Card &card);
 Traffic operator+(const Traffic &a, const Traffic &b);
 // What came after an earlier time; noise as it is at the later one.
 Traffic since(const Traffic &earlier, const Traffic &later);
-
-class Silence : public chassis::Events {
- public:
-  void report(chassis::Place, const std::string &, const std::string &) override {}
-};
 
 constexpr std::uint64_t cardBitrate = 50000000;  // bit/s
 constexpr const char *streamPath = BENCH_STREAM;

@@ -8,6 +8,8 @@
 
 namespace {
 
+using namespace chassis;
+
 constexpr std::int32_t failed = -1;
 
 chassis::AlarmService *service = nullptr;
@@ -22,6 +24,19 @@ AlarmRecord copyOf(const AlarmRecord &record) {
   copy.pairCount = record.pairCount;
   std::copy_n(record.pairs, record.pairCount, copy.pairs);
   return copy;
+}
+
+// Of an alarm with no index yet, and of one.
+std::vector<Fact> factsOf(const AlarmRecord &record) {
+  return {{"object", alarmObject(record)},
+          {"fault", alarmFault(record)},
+          {"identifiers", alarmIdentifiers(record)}};
+}
+
+std::vector<Fact> factsOf(const AlarmService::Alarm &alarm) {
+  std::vector<Fact> facts = factsOf(alarm.record);
+  facts.push_back({"alarm", static_cast<std::uint64_t>(alarm.index)});
+  return facts;
 }
 
 std::string secondsText(std::uint64_t ms) {
@@ -62,15 +77,16 @@ void AlarmService::setFailing(bool on) {
 }
 
 // The module tries again with every check.
-void AlarmService::tellFailure(const AlarmRecord &record, const std::string &what) {
+void AlarmService::tellFailure(EventKind kind, const AlarmRecord &record, const std::string &what) {
   if (told_.insert(what + alarmIdentifiers(record)).second) {
-    events_.alert(alarmPlace(record), what + alarmFault(record), "the alarm service fails");
+    events_.tell({kind, alarmPlace(record), what + alarmFault(record), "the alarm service fails",
+                  factsOf(record), Tone::Alarm});
   }
 }
 
 std::int32_t AlarmService::raise(const AlarmRecord *record) {
   if (failing_ && wellFormed(record)) {
-    tellFailure(*record, "ALARM not raised: ");
+    tellFailure(EventKind::AlarmNotRaised, *record, "ALARM not raised: ");
   }
   if (failing_ || !wellFormed(record) || nextIndex_ == std::numeric_limits<std::int32_t>::max()) {
     return failed;
@@ -83,16 +99,17 @@ std::int32_t AlarmService::raise(const AlarmRecord *record) {
                alarmIdentifiers(alarm.record) + "]";
   alarm.raisedMs = clock_.elapsedMs();
   active_[alarm.index] = alarm;
-  events_.alert(
-      alarm.place, "ALARM raised: " + alarmFault(alarm.record),
-      "alarm " + std::to_string(alarm.index) + ", identifiers " + alarmIdentifiers(alarm.record));
+  events_.tell(
+      {EventKind::AlarmRaised, alarm.place, "ALARM raised: " + alarmFault(alarm.record),
+       "alarm " + std::to_string(alarm.index) + ", identifiers " + alarmIdentifiers(alarm.record),
+       factsOf(alarm), Tone::Alarm});
   return alarm.index;
 }
 
 std::int32_t AlarmService::clear(std::int32_t index) {
   const auto found = active_.find(index);
   if (failing_ && found != active_.end()) {
-    tellFailure(found->second.record, "ALARM not cleared: ");
+    tellFailure(EventKind::AlarmNotCleared, found->second.record, "ALARM not cleared: ");
   }
   if (failing_ || found == active_.end()) {
     return failed;
@@ -100,9 +117,11 @@ std::int32_t AlarmService::clear(std::int32_t index) {
   Alarm alarm = found->second;
   active_.erase(found);
   alarm.clearedMs = clock_.elapsedMs();
-  events_.report(alarm.place, "ALARM cleared: " + alarmFault(alarm.record),
-                 "alarm " + std::to_string(index) + ", stood for " +
-                     secondsText(alarm.clearedMs - alarm.raisedMs));
+  const std::uint64_t stoodMs = alarm.clearedMs - alarm.raisedMs;
+  std::vector<Fact> facts = factsOf(alarm);
+  facts.push_back({"stood_ms", stoodMs});
+  events_.tell({EventKind::AlarmCleared, alarm.place, "ALARM cleared: " + alarmFault(alarm.record),
+                "alarm " + std::to_string(index) + ", stood for " + secondsText(stoodMs), facts});
   history_.push_back(alarm);
   if (history_.size() > historyLength) {
     history_.pop_front();

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "CiPlatform.h"
-#include "Events.h"
+#include "event/Event.h"
 #include "kernel/Clock.h"
 
 namespace chassis {
@@ -45,7 +45,7 @@ class AlarmService {
   const std::deque<Alarm> &history() const { return history_; }            // as they were cleared
 
  private:
-  void tellFailure(const AlarmRecord &record, const std::string &what);
+  void tellFailure(EventKind kind, const AlarmRecord &record, const std::string &what);
 
   const Clock &clock_;
   Events &events_;

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "CiPlatform.h"
-#include "Events.h"
+#include "event/Event.h"
 
 namespace chassis {
 

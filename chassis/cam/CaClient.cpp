@@ -17,6 +17,8 @@ void setMember(std::set<std::uint16_t> &members, std::uint16_t value, bool membe
   }
 }
 
+constexpr const char *stops = "stops descrambling ";
+
 }  // namespace
 
 CaClient::CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report)
@@ -86,8 +88,8 @@ void CaClient::replaceFeeds(std::vector<Feed> feeds) {
       kept->state = old.state;
     } else if (old.state == State::Running) {
       const bool selected = selection_.count(old.program) != 0;
-      report_("stops descrambling " + nameOf(old),
-              selected ? "selected with another ECM PID now" : "no longer selected");
+      report(EventKind::CamStops, old, stops,
+             selected ? "selected with another ECM PID now" : "no longer selected");
     }
   }
   feeds_ = std::move(feeds);
@@ -288,10 +290,25 @@ void CaClient::reportChange(const Feed &feed, State before) const {
   if (feed.state == State::Waiting) {
     return;
   }
-  const char *verb = feed.state == State::Running ? runningVerb()
-                     : before == State::Running   ? "stops descrambling "
-                                                  : "does not descramble ";
-  report_(verb + nameOf(feed), reasonOf(feed));
+  const std::string why = reasonOf(feed);
+  if (feed.state == State::Running) {
+    report(EventKind::CamDescrambles, feed, runningVerb(), why);
+  } else if (before == State::Running) {
+    report(EventKind::CamStops, feed, stops, why);
+  } else {
+    report(EventKind::CamCannot, feed, "does not descramble ", why);
+  }
+}
+
+void CaClient::report(EventKind kind, const Feed &feed, const std::string &verb,
+                      const std::string &why) const {
+  report_({kind,
+           {},
+           verb + nameOf(feed),
+           why,
+           {{"programs", std::vector{feed.program}},
+            {"pids", feed.pids},
+            {"ecm_pid", std::uint64_t{feed.ecmPid}}}});
 }
 
 std::string CaClient::reasonOf(const Feed &feed) const {

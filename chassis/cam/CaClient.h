@@ -15,6 +15,7 @@
 #include "cam/CaObjects.h"
 #include "cam/Descrambler.h"
 #include "cam/LabCa.h"
+#include "event/Event.h"
 #include "ts/Section.h"
 #include "ts/TsPacket.h"
 
@@ -22,7 +23,8 @@ namespace chassis::cam {
 
 class CaClient {
  public:
-  using Report = std::function<void(const std::string &what, const std::string &why)>;
+  // The place of an event is the receiver's.
+  using Report = std::function<void(Event event)>;
 
   CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report);
 
@@ -82,6 +84,8 @@ class CaClient {
   std::string nameOf(const Feed &feed) const;
   const char *runningVerb() const;
   void reportChange(const Feed &feed, State before) const;
+  void report(EventKind kind, const Feed &feed, const std::string &verb,
+              const std::string &why) const;
   std::string reasonOf(const Feed &feed) const;
 
   std::vector<std::uint16_t> caSystems_;

@@ -33,10 +33,10 @@ struct Cam::State {
       : config(std::move(configIn)),
         place(placeIn),
         events(eventsIn),
-        client(config.caSystems, config.ecmTimeoutMs,
-               [this](const std::string &what, const std::string &why) {
-                 events.report(place, what, why);
-               }) {
+        client(config.caSystems, config.ecmTimeoutMs, [this](Event event) {
+          event.place = place;
+          events.tell(event);
+        }) {
     start(startMs);
   }
 
@@ -86,7 +86,7 @@ void Cam::State::queue(Apdu apdu) {
 void Cam::State::complain(const std::string &why) {
   if (why != complaint) {
     complaint = why;
-    events.report(place, "ignores an object from the host", why);
+    events.tell({EventKind::CamIgnores, place, "ignores an object from the host", why});
   }
 }
 
@@ -241,8 +241,8 @@ void Cam::setFault(CamFault fault, bool on) {
   switch (fault) {
     case CamFault::Deaf:
       if (on && !state.deaf) {
-        state.events.report(state.place, "CAM goes deaf",
-                            "takes no object and descrambles nothing until its next reset");
+        state.events.tell({EventKind::CamDeaf, state.place, "CAM goes deaf",
+                           "takes no object and descrambles nothing until its next reset"});
       }
       state.deaf = on;
       return;

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "Events.h"
 #include "cam/DescramblerWork.h"
+#include "event/Event.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {

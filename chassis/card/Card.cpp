@@ -52,8 +52,9 @@ Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
       streamName("the stream of slot " + std::to_string(slotNo)),
       outputName("the output of slot " + std::to_string(slotNo)) {}
 
-void Card::State::report(const std::string &what, const std::string &why) {
-  events.report({static_cast<int>(slot), -1}, what, why);
+void Card::State::tell(EventKind kind, const std::string &what, const std::string &why,
+                       std::vector<Fact> facts) {
+  events.tell({kind, {static_cast<int>(slot), -1}, what, why, std::move(facts)});
 }
 
 void Card::State::remove() {
@@ -82,9 +83,17 @@ void Card::State::rebuildTables() {
        {buildDescTable(stream, masks, nextTables.desc), buildInPortForm(stream, nextTables.inPort),
         buildMuxForm(stream, masks, nextTables.mux)}) {
     for (const std::string &item : leftOut) {
-      report("left out of the card's tables", item);
+      tell(EventKind::TablesCut, "left out of the card's tables", item);
     }
   }
+}
+
+std::vector<std::uint16_t> Card::State::programNumbers() const {
+  std::vector<std::uint16_t> numbers;
+  for (const ProgramInfo &program : programs) {
+    numbers.push_back(program.number);
+  }
+  return numbers;
 }
 
 std::string Card::State::changedPrograms(const Psi &before) const {
@@ -134,8 +143,9 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   state.fpga.start(nowMs);
   state.rebuildTables();
   if (scan.skippedBytes > 0) {
-    state.report("the stream is damaged",
-                 std::to_string(scan.skippedBytes) + " bytes of '" + path + "' are in no packet");
+    state.tell(EventKind::StreamDamaged, "the stream is damaged",
+               std::to_string(scan.skippedBytes) + " bytes of '" + path + "' are in no packet",
+               {{"path", path}, {"bytes", scan.skippedBytes}});
   }
 }
 
@@ -208,11 +218,7 @@ void Card::setOutput(const std::string &path) {
   if (path.empty()) {
     return;
   }
-  state.files.checkWriting(state.outputName, path);
-  state.output = std::make_unique<LiveOutput>(
-      path, [&state](int file) { return state.files.otherUserOf(state.outputName, file); },
-      [&state](const Progress &progress) { return state.files.goesOn(progress); });
-  state.files.write(state.outputName, path);
+  state.output = state.files.openOutput(state.outputName, path);
 }
 
 std::string Card::endOutput() {

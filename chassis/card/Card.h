@@ -12,9 +12,9 @@
 
 #include "CiIf.h"
 #include "CiPlatform.h"
-#include "Events.h"
 #include "cam/Cam.h"
 #include "card/MuxCardForm.h"
+#include "event/Event.h"
 #include "files/Files.h"
 #include "ts/TsPacket.h"
 

@@ -46,7 +46,7 @@ void Card::State::takeDuePackets() {
   for (; due > 0; --due) {
     if (!player->next(packet)) {
       if (!std::exchange(unreadable, true)) {
-        report("the stream ended", "its file can no longer be read");
+        tell(EventKind::StreamEnded, "the stream ended", "its file can no longer be read");
       }
       return;
     }
@@ -63,7 +63,8 @@ void Card::State::takeDuePackets() {
 // Whose packet it is cannot be known: it goes through in its place, and nobody reads it.
 void Card::State::takeBroken(const TsPacket &packet) {
   if (transportErrors++ == 0) {
-    report("packets with transport_error_indicator", "they pass through, unread and not counted");
+    tell(EventKind::TransportErrors, "packets with transport_error_indicator",
+         "they pass through, unread and not counted");
   }
   held.push_back(packet);
 }
@@ -131,7 +132,9 @@ void Card::State::write() {
 
 void Card::State::tellTrouble() {
   if (!output->trouble().empty() && !std::exchange(troubleTold, true)) {
-    report("the output is not whole", "'" + output->path() + "': " + output->trouble());
+    tell(EventKind::OutputLost, "the output is not whole",
+         "'" + output->path() + "': " + output->trouble(),
+         {{"path", output->path()}, {"trouble", output->trouble()}});
   }
 }
 
@@ -144,10 +147,8 @@ std::string Card::State::endOutput() {
   const auto ended = std::exchange(output, nullptr);
   troubleTold = false;
   files.forget(outputName);
-  const std::string packets = std::to_string(ended->lostBytes() / tsPacketSize) + " packets lost";
-  return ended->trouble().empty() ? ""
-                                  : "'" + ended->path() + "', " + outputName +
-                                        ", is not whole: " + packets + ": " + ended->trouble();
+  return ended->lossText(outputName,
+                         std::to_string(ended->lostBytes() / tsPacketSize) + " packets");
 }
 
 void Card::State::followPsi() {
@@ -156,7 +157,8 @@ void Card::State::followPsi() {
   }
   const Psi before = builtFrom;
   rebuildTables();
-  report("the stream's programs changed", changedPrograms(before));
+  tell(EventKind::StreamChanged, "the stream's programs changed", changedPrograms(before),
+       {{"programs", programNumbers()}});
   tellProgramsChanged();
 }
 

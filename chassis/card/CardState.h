@@ -22,13 +22,15 @@ namespace chassis {
 struct Card::State {
   State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll);
 
-  void report(const std::string &what, const std::string &why);
+  void tell(EventKind kind, const std::string &what, const std::string &why,
+            std::vector<Fact> facts = {});
   void remove();
 
   // Card.cpp: the tables of the stream's programs
   void rebuildTables();
   void tellProgramsChanged();
   std::string changedPrograms(const Psi &before) const;
+  std::vector<std::uint16_t> programNumbers() const;
 
   // CardFlow.cpp: the packets
   void step(std::uint64_t nowMs);

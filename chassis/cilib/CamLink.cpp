@@ -16,12 +16,21 @@ constexpr std::uint32_t maxRecords = 32;
 // Bounds one tick against a CAM that never stops talking.
 constexpr int apdusPerTick = 64;
 
+struct TroubleWords {
+  EventKind kind;
+  const char *what;
+};
+
 // In the order of CamLink::Trouble.
-constexpr const char *troubleNames[] = {
-    "CAM does not answer", "CAM sends unknown bytes, ignored",
-    "ca_info refused",     "ca_info that nobody asked for, ignored",
-    "reply refused",       "reply to no query, ignored",
-    "reply too long, cut", "CAM changes its reply"};
+constexpr TroubleWords troubleWords[] = {
+    {EventKind::CamSilent, "CAM does not answer"},
+    {EventKind::CamUnknownBytes, "CAM sends unknown bytes, ignored"},
+    {EventKind::CaInfoRefused, "ca_info refused"},
+    {EventKind::CaInfoUnasked, "ca_info that nobody asked for, ignored"},
+    {EventKind::ReplyRefused, "reply refused"},
+    {EventKind::ReplyUnasked, "reply to no query, ignored"},
+    {EventKind::ReplyCut, "reply too long, cut"},
+    {EventKind::ReplyChanged, "CAM changes its reply"}};
 
 // The CA systems of all descriptors of a record.
 std::vector<std::uint16_t> caSystemsOf(const CaPmtProg &record) {
@@ -77,20 +86,24 @@ void CamLink::remove() {
   cam_.reset();
   phase_ = Phase::Empty;
   forgetExchange();
-  report("CAM removed", "");
+  tell(EventKind::CamRemoved, "CAM removed", "");
 }
 
 bool CamLink::reset(std::uint64_t nowMs) {
   if (cam_ == nullptr) {
-    report("no CAM to reset", "");
+    tell(EventKind::NoCamToReset, "no CAM to reset", "");
     return false;
   }
   cam_->reset(nowMs);
   history_.reset = true;
   history_.resetMs = nowMs;
   ++history_.resets;
-  events_.alert(place_, "RESET of the CAM",
-                "reset " + std::to_string(history_.resets) + " since its insertion");
+  events_.tell({EventKind::CamReset,
+                place_,
+                "RESET of the CAM",
+                "reset " + std::to_string(history_.resets) + " since its insertion",
+                {{"resets", std::uint64_t{history_.resets}}},
+                Tone::Alarm});
   startUp("reset");
   return true;
 }
@@ -99,7 +112,7 @@ void CamLink::startUp(const std::string &why) {
   phase_ = Phase::StartingUp;
   told_.reset();
   forgetExchange();
-  report("CAM starts up", why);
+  tell(EventKind::CamStarting, "CAM starts up", why);
 }
 
 void CamLink::forgetExchange() {
@@ -163,7 +176,8 @@ std::int32_t CamLink::send(CaPmtProg *const *records, std::uint32_t count, std::
     return 0;
   }
   if (count > maxRecords) {
-    report("CA PMT refused", std::to_string(count) + " programs, at most 32");
+    tell(EventKind::CaPmtRefused, "CA PMT refused",
+         std::to_string(count) + " programs, at most 32");
     return 0;
   }
   Batch batch;
@@ -222,12 +236,15 @@ void CamLink::noteSent(const Batch &batch, std::uint64_t nowMs) {
     history_.sentMs = nowMs;
     history_.programs = static_cast<std::uint32_t>(batch.programs.size());
     noteCaPmt(batch, nowMs);
-    report(
-        (batch.queries.empty() ? "CA PMT sent: " : "query sent: ") + programsText(batch.programs),
-        "list management " + joined(batch.listManagement));
+    const bool query = !batch.queries.empty();
+    tell(query ? EventKind::QuerySent : EventKind::CaPmtSent,
+         (query ? "query sent: " : "CA PMT sent: ") + programsText(batch.programs),
+         "list management " + joined(batch.listManagement),
+         {{"programs", batch.programs}, {"list_management", batch.listManagement}});
   }
   if (!batch.leftOut.empty()) {
-    report("CA PMT incomplete", firstAndMore(batch.leftOut));
+    tell(EventKind::CaPmtIncomplete, "CA PMT incomplete", firstAndMore(batch.leftOut),
+         {{"left_out", batch.leftOut}});
   }
 }
 
@@ -309,7 +326,8 @@ void CamLink::takeCaInfo(const Apdu &apdu) {
   caSystems_ = info.object->caSystems;
   phase_ = Phase::Usable;
   told_.reset(Silent);
-  report("CAM is up, " + caSystemsText(caSystems_), "ca_info of the CAM");
+  tell(EventKind::CamUp, "CAM is up, " + caSystemsText(caSystems_), "ca_info of the CAM",
+       {{"ca_systems", caSystems_}});
   semGive(flag_);
 }
 
@@ -338,22 +356,24 @@ void CamLink::fileAnswer(const CaReply &reply, Query &query) {
   }
   history_.repliedMs[reply.program] = nowMs_;
   if (!query.answered) {
-    report("reply: " + says, streamsText(reply));
+    tell(EventKind::Reply, "reply: " + says, streamsText(reply),
+         {{"programs", std::vector{reply.program}}, {"ca_enable", std::uint64_t{verdict(reply)}}});
   } else if (result.changed) {
     trouble(ChangedReply, says);
   }
   query.answered = true;
 }
 
-void CamLink::report(const std::string &what, const std::string &why) {
-  events_.report(place_, what, why);
+void CamLink::tell(EventKind kind, const std::string &what, const std::string &why,
+                   std::vector<Fact> facts) {
+  events_.tell({kind, place_, what, why, std::move(facts)});
 }
 
 void CamLink::trouble(Trouble kind, const std::string &why) {
-  static_assert(std::size(troubleNames) == troubleKinds);
+  static_assert(std::size(troubleWords) == troubleKinds);
   if (!told_.test(kind)) {
     told_.set(kind);
-    report(troubleNames[kind], why);
+    tell(troubleWords[kind].kind, troubleWords[kind].what, why);
   }
 }
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "CiPlatform.h"
-#include "Events.h"
 #include "cilib/ApduCodec.h"
 #include "cilib/CamPort.h"
 #include "cilib/CiLibrary.h"
+#include "event/Event.h"
 
 namespace chassis {
 
@@ -58,7 +58,8 @@ class CamLink {
   };
   struct Batch;
 
-  void report(const std::string &what, const std::string &why);
+  void tell(EventKind kind, const std::string &what, const std::string &why,
+            std::vector<Fact> facts = {});
   void trouble(Trouble kind, const std::string &why);
   void forgetExchange();
   void startUp(const std::string &why);

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "CiPlatform.h"
-#include "Events.h"
 #include "cam/Cam.h"
+#include "event/Event.h"
 
 namespace chassis {
 

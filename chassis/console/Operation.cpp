@@ -23,10 +23,10 @@ Operation::Operation(const Config &config, Script script)
       clock_(config.clockStart),
       journal_(showAt(desk_)),
       stream_(&journal_),
-      timeline_(stream_, {config.colour, config.debug, outputWidth},
-                [this] { return clock_.elapsedMs(); }),
-      chassis_(clock_, timeline_),
-      watch_(chassis_, timeline_),
+      timeline_(stream_, {config.colour, outputWidth}, [this] { return clock_.elapsedMs(); }),
+      eventLines_(showAt(desk_), [this] { return clock_.elapsedMs(); }),
+      chassis_(clock_, events_),
+      watch_(chassis_, events_),
       shell_(chassis_, watch_, journal_, showAt(desk_), config.colour, outputWidth),
       player_(std::move(script), chassis_),
       session_(
@@ -36,18 +36,71 @@ Operation::Operation(const Config &config, Script script)
               ? Show([this](const std::string &what) { complain(what); })
               : Show()),
       maximal_(config.speed <= 0),
-      ticking_(clock_.onTick([this](std::uint64_t) { stopWhenOver(); })) {
+      ticking_(clock_.onTick([this](std::uint64_t) {
+        tellEventLoss();
+        stopWhenOver();
+      })) {
+  if (config.shown != Shown::Nothing) {
+    events_.add(config.shown == Shown::Timeline ? static_cast<Events &>(timeline_) : eventLines_);
+  }
   chassis_.files().addStandardStreams();
+  readStreams();
   chassis_.files().onLongWork([this](const Progress &progress) { return desk_->goOn(progress); });
   bindConsole([this](ConsolePort port, const std::string &line) {
     if (!shell_.takePrint(port, line)) {
-      timeline_.print(port, line);
+      tellPrinted(port, line);
     }
   });
 }
 
+// A stream is nobody's output, also before its card is in.
+void Operation::readStreams() {
+  for (const Call *call : streamCalls(player_.script())) {
+    try {
+      chassis_.files().read("the stream of script line " + std::to_string(call->line),
+                            call->values[1].text);
+    } catch (const InputError &error) {
+      throw InputError(atLine(player_.script(), call->line, error.what()));
+    }
+  }
+}
+
+void Operation::writeEvents(const std::string &path) {
+  eventFile_ =
+      std::make_unique<EventFile>(chassis_.files(), path, [this] { return clock_.elapsedMs(); });
+  events_.add(*eventFile_);
+}
+
+void Operation::tellEventLoss() {
+  const std::optional<Event> trouble = eventFile_ ? eventFile_->newTrouble() : std::nullopt;
+  if (trouble) {
+    events_.tell(*trouble);
+  }
+}
+
+// From here on nobody is told: a file that was ended would begin anew.
+void Operation::endEvents() {
+  if (eventFile_ == nullptr) {
+    return;
+  }
+  tellEventLoss();
+  events_.remove(*eventFile_);
+  const std::string loss = eventFile_->end();
+  tellEventLoss();
+  if (!loss.empty()) {
+    losses_.push_back(loss);
+  }
+}
+
 Operation::~Operation() {
   bindConsole(nullptr);
+}
+
+void Operation::tellPrinted(ConsolePort port, const std::string &line) {
+  const bool shown = port == ConsolePort::Print || config_.debug;
+  if (shown && !line.empty()) {
+    events_.tell(printed(port, line));
+  }
 }
 
 void Operation::complain(const std::string &what) {
@@ -107,6 +160,7 @@ void Operation::stopWhenOver() {
 // While the timeline still has its desk: the end of an output may have to be told.
 void Operation::end() {
   losses_ = chassis_.endOutputs();
+  endEvents();
   timeline_.flush();
   clock_.setWait(nullptr);
   chassis_.files().onLongWork(nullptr);

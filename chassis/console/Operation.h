@@ -14,11 +14,16 @@
 #include "console/Shell.h"
 #include "firmware/Chassis.h"
 #include "kernel/Clock.h"
+#include "report/EventFile.h"
+#include "report/EventLines.h"
 #include "report/StatusWatch.h"
 #include "report/Timeline.h"
 #include "script/Player.h"
 
 namespace chassis {
+
+// What the desk shows of what happens.
+enum class Shown { Timeline, EventLines, Nothing };
 
 class Operation {
  public:
@@ -29,7 +34,8 @@ class Operation {
     std::optional<std::uint64_t> endMs;  // chassis time; none: when script or person end it
     std::uint32_t clockStart = 0;
     bool colour = false;
-    bool debug = false;
+    bool debug = false;  // tells of the firmware's debug prints too
+    Shown shown = Shown::Timeline;
   };
 
   Operation(const Config &config, Script script);
@@ -39,11 +45,15 @@ class Operation {
 
   Chassis &chassis() { return chassis_; }
 
+  // Before run: writes all events to a file too. Throws InputError, as EventFile does.
+  void writeEvents(const std::string &path);
+
   // Until the end; then the desk gives its terminal back. Returns the exit status. Throws
   // InputError with file and line, unless a person at a terminal can be told.
   int run();
 
-  // After run, however it ended: what the outputs have lost, a sentence each.
+  // After run, however it ended: what the outputs and the file of events have lost, a sentence
+  // each.
   const std::vector<std::string> &losses() const { return losses_; }
 
  private:
@@ -54,6 +64,10 @@ class Operation {
   void takePipedLines();
   bool isOver() const;
   void stopWhenOver();
+  void readStreams();
+  void tellEventLoss();
+  void endEvents();
+  void tellPrinted(ConsolePort port, const std::string &line);
   void complain(const std::string &what);
 
   const Config config_;
@@ -62,11 +76,14 @@ class Operation {
   Journal journal_;
   std::ostream stream_;
   Timeline timeline_;
+  EventLines eventLines_;
+  EventFan events_;
   Chassis chassis_;
   StatusWatch watch_;
   Shell shell_;
   Player player_;
   Session session_;
+  std::unique_ptr<EventFile> eventFile_;
   bool maximal_;
   Clock::Listening ticking_;
   std::vector<std::string> losses_;

@@ -150,7 +150,7 @@ bool Shell::tryVariable(const Statement &statement) {
       statement.value ? setVariable(*variable, statement.indexes, *statement.value)
                       : readVariable(*variable, statement.indexes);
   if (statement.value) {
-    chassis_.note(Place{}, statementText(statement), "console");
+    tellTyped({}, statement);
   }
   std::for_each(lines.begin(), lines.end(), [this](const std::string &line) { showLine(line); });
   return true;
@@ -257,9 +257,13 @@ void Shell::require(const Function &function, const Values &values) {
   }
 }
 
+void Shell::tellTyped(Place place, const Statement &statement) {
+  chassis_.tell({EventKind::ConsoleLine, place, statementText(statement), "console"});
+}
+
 void Shell::announce(const Function &function, const Values &values, const Statement &statement) {
   if (!speaksForItself(function)) {
-    chassis_.note(placeOf(function, values), statementText(statement), "console");
+    tellTyped(placeOf(function, values), statement);
   }
 }
 

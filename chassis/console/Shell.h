@@ -14,8 +14,8 @@
 #include "console/Variables.h"
 #include "firmware/Chassis.h"
 #include "firmware/Console.h"
+#include "report/Layout.h"
 #include "report/StatusWatch.h"
-#include "report/Timeline.h"
 
 namespace chassis {
 
@@ -74,6 +74,7 @@ class Shell {
   void tellExpectation(const Function &function, const Values &values);
   void runFunction(const Statement &statement);
   void announce(const Function &function, const Values &values, const Statement &statement);
+  void tellTyped(Place place, const Statement &statement);
   void require(const Function &function, const Values &values);
   std::size_t width() const { return width_ ? width_() : anyWidth; }
   void showLine(const std::string &line) { show_(line + "\n"); }

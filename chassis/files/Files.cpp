@@ -71,6 +71,15 @@ void Files::forget(const std::string &user) {
   uses_.erase(user);
 }
 
+std::unique_ptr<LiveOutput> Files::openOutput(const std::string &user, const std::string &path) {
+  checkWriting(user, path);
+  auto output = std::make_unique<LiveOutput>(
+      path, [this, user](int file) { return otherUserOf(user, file); },
+      [this](const Progress &progress) { return goesOn(progress); });
+  write(user, path);
+  return output;
+}
+
 std::string Files::otherUserOf(const std::string &user, int file) const {
   const std::optional<FileIdentity> identity = identityOf(file);
   const auto *other = identity ? inTheWay(user, true, *identity) : nullptr;

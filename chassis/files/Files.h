@@ -3,12 +3,14 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "LongWork.h"
 #include "files/FileIdentity.h"
+#include "files/LiveOutput.h"
 
 namespace chassis {
 
@@ -29,6 +31,9 @@ class Files {
   void read(const std::string &user, const std::string &path);
   void write(const std::string &user, const std::string &path);
   void forget(const std::string &user);
+
+  // The same, with what writes it. Throws as write and LiveOutput do. The files outlive it.
+  std::unique_ptr<LiveOutput> openOutput(const std::string &user, const std::string &path);
 
   // Who else uses a file that is open and about to be written; empty: nobody.
   std::string otherUserOf(const std::string &user, int file) const;

@@ -50,6 +50,16 @@ class NoBrokenPipe {
   throw InputError("'" + path + "' cannot be written: " + why);
 }
 
+// A FIFO of another owner in a folder that everybody may write to lets nobody create it.
+int openForWriting(const std::string &path) {
+  constexpr mode_t everybody = 0666;
+  constexpr int flags = O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+  const int file = ::open(path.c_str(), flags);
+  return file < 0 && errno == ENOENT ? ::open(path.c_str(), flags | O_CREAT, everybody) : file;
+}
+
+}  // namespace
+
 void requireWritable(const std::string &path) {
   struct stat file {};
   if (stat(path.c_str(), &file) != 0) {
@@ -63,16 +73,6 @@ void requireWritable(const std::string &path) {
     cannotWrite(path, std::strerror(errno));
   }
 }
-
-// A FIFO of another owner in a folder that everybody may write to lets nobody create it.
-int openForWriting(const std::string &path) {
-  constexpr mode_t everybody = 0666;
-  constexpr int flags = O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
-  const int file = ::open(path.c_str(), flags);
-  return file < 0 && errno == ENOENT ? ::open(path.c_str(), flags | O_CREAT, everybody) : file;
-}
-
-}  // namespace
 
 LiveOutput::LiveOutput(std::string path, Objection objection, GoOn goOn)
     : path_(std::move(path)), objection_(std::move(objection)), goOn_(std::move(goOn)) {
@@ -92,14 +92,23 @@ void LiveOutput::lose(std::size_t bytes, const std::string &why) {
   }
 }
 
+// The bytes that are written of the unit that is not written whole.
+std::size_t LiveOutput::begun() {
+  while (runs_.size() > 1 && runs_[1].begin <= written_) {
+    runs_.pop_front();
+  }
+  return runs_.empty() ? 0 : (written_ - runs_.front().begin) % runs_.front().unit;
+}
+
 // What a full disk has taken of a unit is taken back.
 void LiveOutput::fail(const std::string &why) {
   failed_ = true;
-  if (regular_ && written_ % unit_ != 0) {
-    written_ -= written_ % unit_;
+  const std::size_t part = regular_ ? begun() : 0;
+  if (part != 0) {
+    written_ -= part;
     static_cast<void>(ftruncate(file_, static_cast<off_t>(written_)));
   }
-  lose(waiting(), why);
+  lose(part + waiting(), why);
   held_.clear();
   sent_ = 0;
 }
@@ -135,11 +144,12 @@ bool LiveOutput::begin(int file) {
 // The next reader begins with a whole unit.
 void LiveOutput::dropReader() {
   ::close(std::exchange(file_, -1));
-  const std::size_t begun = written_ % unit_;
-  const std::size_t rest = begun == 0 ? 0 : std::min(unit_ - begun, waiting());
+  const std::size_t part = begun();
+  const std::size_t unit = runs_.empty() ? 0 : runs_.front().unit;
+  const std::size_t rest = part == 0 ? 0 : std::min(unit - part, waiting());
   sent_ += rest;
   written_ += rest;
-  lose(rest == 0 ? 0 : unit_, "its reader has gone");
+  lose(rest == 0 ? 0 : unit, "its reader has gone");
 }
 
 void LiveOutput::drain() {
@@ -181,7 +191,6 @@ void LiveOutput::awaitReader(std::size_t room) {
 }
 
 void LiveOutput::write(const std::uint8_t *bytes, std::size_t size, std::size_t unit) {
-  unit_ = unit;
   if (failed_) {
     lose(size, trouble_);
     return;
@@ -192,11 +201,20 @@ void LiveOutput::write(const std::uint8_t *bytes, std::size_t size, std::size_t 
   }
   const std::size_t room = failed_ ? 0 : heldBackMost - std::min(heldBackMost, waiting());
   const std::size_t taken = std::min(size, room - room % unit);
+  if (runs_.empty() || runs_.back().unit != unit) {
+    runs_.push_back({written_ + waiting(), unit});
+  }
   held_.insert(held_.end(), bytes, bytes + taken);
   drain();
   if (taken < size) {
     lose(size - taken, file_ < 0 ? noReader : "its reader does not keep up");
   }
+}
+
+std::string LiveOutput::lossText(const std::string &user, const std::string &lost) const {
+  return trouble_.empty()
+             ? ""
+             : "'" + path_ + "', " + user + ", is not whole: " + lost + " lost: " + trouble_;
 }
 
 void LiveOutput::end() {

@@ -113,8 +113,10 @@ void Chassis::cardRemove(std::uint32_t slot) {
     camRemove(slot, camSlot);
   }
   if (card(slot).inserted()) {
-    events_.report({static_cast<int>(slot), -1}, "card pulled out",
-                   "the module still looks for its program table: ci_assert");
+    events_.tell({EventKind::CardRemoved,
+                  {static_cast<int>(slot), -1},
+                  "card pulled out",
+                  "the module still looks for its program table: ci_assert"});
   }
   card(slot).remove();
 }
@@ -163,10 +165,12 @@ const ProgramInfo &Chassis::programOf(std::uint32_t slot, std::uint16_t program)
 // A CAM keeps what it is told of a program that it does not have.
 void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
   if ((programOf(slot, program).camMask >> camSlot & 1) == 0) {
-    events_.report(
-        {static_cast<int>(slot), static_cast<int>(camSlot)},
-        "nothing changes yet: program " + std::to_string(program) + " is not assigned to this CAM",
-        "kept for when it is");
+    events_.tell(
+        {EventKind::NoEffect,
+         {static_cast<int>(slot), static_cast<int>(camSlot)},
+         "nothing changes yet: program " + std::to_string(program) + " is not assigned to this CAM",
+         "kept for when it is",
+         {{"programs", std::vector{program}}}});
   }
 }
 
@@ -198,8 +202,11 @@ void Chassis::cardFault(std::uint32_t slot, CardFault fault, bool on) {
 void Chassis::pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on) {
   card(slot).setPidFault(fault, pid, on);
   if (!card(slot).carries(pid)) {
-    events_.report({static_cast<int>(slot), -1},
-                   "nothing changes: PID " + hex(pid, 4) + " is not in the stream", "");
+    events_.tell({EventKind::NoEffect,
+                  {static_cast<int>(slot), -1},
+                  "nothing changes: PID " + hex(pid, 4) + " is not in the stream",
+                  "",
+                  {{"pids", std::vector{pid}}}});
   }
 }
 
@@ -209,10 +216,6 @@ void Chassis::alarmMask(std::uint32_t slot, std::uint32_t camSlot, bool on) {
 
 void Chassis::alarmFail(bool on) {
   alarms_.setFailing(on);
-}
-
-void Chassis::note(Place place, const std::string &what, const std::string &why) {
-  events_.report(place, what, why);
 }
 
 void Chassis::output(std::uint32_t slot, const std::string &path) {

@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "CiIf.h"
-#include "Events.h"
 #include "alarms/AlarmService.h"
 #include "cam/Cam.h"
 #include "card/Card.h"
 #include "cilib/CiLibrary.h"
+#include "event/Event.h"
 #include "files/Files.h"
 #include "kernel/Clock.h"
 
@@ -59,8 +59,8 @@ class Chassis {
   void cardFault(std::uint32_t slot, CardFault fault, bool on);
   void pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on);
   void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
-  void alarmFail(bool on);                                                  // the alarm service
-  void note(Place place, const std::string &what, const std::string &why);  // in the timeline
+  void alarmFail(bool on);                                // the alarm service
+  void tell(const Event &event) { events_.tell(event); }  // as one of the chassis's own
   void output(std::uint32_t slot, const std::string &path);
   std::vector<std::string> endOutputs();  // what they have lost, a sentence each
 

@@ -73,6 +73,11 @@ void bindConsole(ConsoleListener listener) {
   }
 }
 
+Event printed(ConsolePort port, const std::string &line) {
+  const bool debug = port == ConsolePort::Debug;
+  return {debug ? EventKind::ModuleDebug : EventKind::ModulePrint, {}, line, "", {}, Tone::Faint};
+}
+
 }  // namespace chassis
 
 extern "C" int modulePrintf(const char *format, ...) {

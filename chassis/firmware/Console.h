@@ -5,6 +5,8 @@
 #include <functional>
 #include <string>
 
+#include "event/Event.h"
+
 namespace chassis {
 
 enum class ConsolePort {
@@ -17,6 +19,9 @@ using ConsoleListener = std::function<void(ConsolePort port, const std::string &
 
 // What is printed without a listener is dropped, and so is a line that was not ended.
 void bindConsole(ConsoleListener listener);
+
+// A printed line as an event.
+Event printed(ConsolePort port, const std::string &line);
 
 }  // namespace chassis
 

@@ -32,15 +32,21 @@ bool changed(const Field &field, const CamFinding &before, const CamFinding &now
          field.words(before).text != field.words(now).text;
 }
 
+Fact factOf(const Field &field, const CamFinding &cam) {
+  return {field.name, std::uint64_t{field.value(cam)}};
+}
+
 void addControllerChange(const CardFinding &before, const CardFinding &now,
-                         std::vector<Change> &changes) {
+                         std::vector<Event> &changes) {
   if (before.controller == now.controller) {
     return;
   }
   const FieldWords &words = controllerWords(now.controller);
-  changes.push_back({{static_cast<int>(now.slot), -1},
+  changes.push_back({EventKind::ControllerState,
+                     {static_cast<int>(now.slot), -1},
                      words.text,
                      "cimaxStat " + hexText(now.controller),
+                     {{"cimaxStat", std::uint64_t{now.controller}}},
                      words.tone});
 }
 
@@ -52,8 +58,8 @@ bool onlySummaryChanged(const CamFinding &before, const CamFinding &now) {
 }
 
 bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
-                        std::vector<Change> &programChanges) {
-  const auto isOfCam = [camSlot](const Change &change) {
+                        std::vector<Event> &programChanges) {
+  const auto isOfCam = [camSlot](const Event &change) {
     return change.place.cam == static_cast<int>(camSlot);
   };
   const auto last = std::find_if(programChanges.rbegin(), programChanges.rend(), isOfCam);
@@ -64,6 +70,7 @@ bool foldedIntoPrograms(const CardFinding &before, const CardFinding &now, std::
   const FieldWords &words = descramblingWords(cam);
   last->why += (last->why.empty() ? "" : "; ") + std::string(words.text) + " (descStat " +
                hexText(cam.descrambling) + ")";
+  last->facts.push_back(factOf(summaryField, cam));
   return true;
 }
 
@@ -76,9 +83,10 @@ bool onlyStartsUp(const CamFinding &before, const CamFinding &now) {
 
 // Fields that are no longer checked share one word, since they fall away together.
 void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t camSlot,
-                  std::vector<Change> &changes) {
+                  std::vector<Event> &changes) {
   std::vector<std::string> what;
   std::vector<std::string> why;
+  std::vector<Fact> facts;
   bool lapsed = false;
   Tone tone = Tone::Plain;
   for (const Field &field : camFields) {
@@ -87,6 +95,7 @@ void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t
     }
     const std::uint16_t value = field.value(now.cams[camSlot]);
     why.push_back(field.name + (" " + hexText(value)));
+    facts.push_back(factOf(field, now.cams[camSlot]));
     if (value == fieldNotChecked) {
       lapsed = true;
       continue;
@@ -99,21 +108,25 @@ void addCamChange(const CardFinding &before, const CardFinding &now, std::size_t
     what.push_back(what.empty() ? "not checked any more" : "the rest not checked");
   }
   if (!what.empty()) {
-    changes.push_back({{static_cast<int>(now.slot), static_cast<int>(camSlot)},
+    changes.push_back({EventKind::CamState,
+                       {static_cast<int>(now.slot), static_cast<int>(camSlot)},
                        joined(what, ", "),
                        joined(why, ", "),
+                       facts,
                        tone});
   }
 }
 
 struct ProgramState {
-  std::string pids;  // empty: all of them
+  std::uint8_t status = DESC_STAT_UNKNOWN;
+  std::vector<std::uint16_t> pids;  // empty: all of them
   std::string state;
+  std::string cause;
   std::string note;
   std::string evidence;
   Tone tone = Tone::Plain;
   bool operator==(const ProgramState &other) const {
-    return pids == other.pids && state == other.state;
+    return pids == other.pids && state == other.state && cause == other.cause;
   }
 };
 
@@ -137,16 +150,17 @@ std::string evidenceOf(const ProgramFinding &program, const Verdict &verdict, st
 ProgramState stateOf(const ProgramFinding &program, std::uint64_t nowMs) {
   const Verdict verdict = verdictOf(program);
   ProgramState state;
-  std::vector<std::string> affected;
+  state.status = program.status;
   for (const PidFinding &pid : program.pids) {
     if (pid.status == program.status) {
-      affected.push_back(hexText(pid.pid));
+      state.pids.push_back(pid.pid);
     }
   }
-  if (affected.size() < program.pids.size()) {
-    state.pids = joined(affected, " ");
+  if (state.pids.size() == program.pids.size()) {
+    state.pids.clear();
   }
-  state.state = verdict.state + (verdict.cause.empty() ? "" : ", cause: " + verdict.cause);
+  state.state = verdict.state;
+  state.cause = verdict.cause;
   state.note = verdict.note;
   state.evidence = evidenceOf(program, verdict, nowMs);
   state.tone = verdict.tone;
@@ -165,7 +179,7 @@ const ProgramFinding *findProgram(const CardFinding &card, std::uint16_t number)
 struct ProgramGroup {
   std::uint8_t camMask;
   ProgramState state;
-  std::vector<std::string> programs;
+  std::vector<std::uint16_t> programs;
 };
 
 void addToGroup(const ProgramFinding &program, const ProgramState &state,
@@ -179,7 +193,7 @@ void addToGroup(const ProgramFinding &program, const ProgramState &state,
   } else if (group->state.evidence != state.evidence) {
     group->state.evidence += "; " + state.evidence;
   }
-  group->programs.push_back(std::to_string(program.number));
+  group->programs.push_back(program.number);
 }
 
 // Programs of a group share the note.
@@ -188,17 +202,37 @@ std::string reasonOf(const ProgramState &state) {
   return state.note + (both ? "; " : "") + state.evidence;
 }
 
-Change groupChange(std::uint32_t slot, const ProgramGroup &group) {
-  const int camSlot = group.camMask == 1 ? 0 : group.camMask == 2 ? 1 : -1;
-  std::string what = group.programs.size() == 1 ? "program " : "programs ";
-  what += joined(group.programs, ", ");
-  if (!group.state.pids.empty()) {
-    what += " PID " + group.state.pids;
+std::string wordsOf(const ProgramGroup &group) {
+  std::vector<std::string> programs;
+  for (const std::uint16_t number : group.programs) {
+    programs.push_back(std::to_string(number));
   }
-  return {{static_cast<int>(slot), camSlot},
-          what + " " + group.state.state,
-          reasonOf(group.state),
-          group.state.tone};
+  std::string words = (programs.size() == 1 ? "program " : "programs ") + joined(programs, ", ");
+  for (const std::uint16_t pid : group.state.pids) {
+    words += (pid == group.state.pids.front() ? " PID " : " ") + hexText(pid);
+  }
+  const std::string &cause = group.state.cause;
+  return words + " " + group.state.state + (cause.empty() ? "" : ", cause: " + cause);
+}
+
+std::vector<Fact> factsOf(const ProgramGroup &group) {
+  std::vector<Fact> facts{{"programs", group.programs},
+                          {"status", std::uint64_t{group.state.status}},
+                          {"state", group.state.state}};
+  if (!group.state.cause.empty()) {
+    facts.push_back({"cause", group.state.cause});
+  }
+  if (!group.state.pids.empty()) {
+    facts.push_back({"pids", group.state.pids});
+  }
+  return facts;
+}
+
+Event groupChange(std::uint32_t slot, const ProgramGroup &group) {
+  const int camSlot = group.camMask == 1 ? 0 : group.camMask == 2 ? 1 : -1;
+  return {EventKind::ProgramState, {static_cast<int>(slot), camSlot},
+          wordsOf(group),          reasonOf(group.state),
+          factsOf(group),          group.state.tone};
 }
 
 // A CAM that is not checked any more says so for its programs too.
@@ -213,7 +247,7 @@ bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
 }
 
 void addProgramChanges(const CardFinding &before, const CardFinding &now,
-                       std::vector<Change> &changes) {
+                       std::vector<Event> &changes) {
   std::vector<ProgramGroup> groups;
   for (const ProgramFinding &program : now.programs) {
     const ProgramFinding *old = findProgram(before, program.number);
@@ -231,10 +265,10 @@ void addProgramChanges(const CardFinding &before, const CardFinding &now,
 
 }  // namespace
 
-std::vector<Change> changesBetween(const CardFinding &before, const CardFinding &now) {
-  std::vector<Change> changes;
+std::vector<Event> changesBetween(const CardFinding &before, const CardFinding &now) {
+  std::vector<Event> changes;
   addControllerChange(before, now, changes);
-  std::vector<Change> programChanges;
+  std::vector<Event> programChanges;
   addProgramChanges(before, now, programChanges);
   for (std::size_t camSlot = 0; camSlot < now.cams.size(); ++camSlot) {
     const bool toldElsewhere = onlyStartsUp(before.cams[camSlot], now.cams[camSlot]) ||

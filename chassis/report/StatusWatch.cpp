@@ -4,15 +4,14 @@
 
 namespace chassis {
 
-StatusWatch::StatusWatch(Chassis &chassis, Timeline &timeline)
-    : chassis_(chassis), timeline_(timeline) {
+StatusWatch::StatusWatch(Chassis &chassis, Events &events) : chassis_(chassis), events_(events) {
   chassis_.onChecked([this](std::uint32_t slot) { look(slot); });
 }
 
 void StatusWatch::look(std::uint32_t slot) {
   CardFinding now = examine(chassis_, slot);
-  for (const Change &change : changesBetween(last_[slot], now)) {
-    timeline_.report(change.place, change.what, change.why, change.tone);
+  for (const Event &change : changesBetween(last_[slot], now)) {
+    events_.tell(change);
   }
   last_[slot] = std::move(now);
   insertions_[slot] = chassis_.card(slot).insertions();

@@ -28,24 +28,18 @@ struct Timeline::Line {
 Timeline::Timeline(std::ostream &out, Config config, std::function<std::uint64_t()> now)
     : out_(out), config_(std::move(config)), now_(std::move(now)) {}
 
-void Timeline::report(Place place, const std::string &what, const std::string &why) {
-  report(place, what, why, Tone::Plain);
-}
-
-void Timeline::report(Place place, const std::string &what, const std::string &why, Tone tone) {
-  flush();
-  printed_.clear();
-  write({now_(), placeText(place.slot, place.cam), what, why, tone});
-}
-
-void Timeline::alert(Place place, const std::string &what, const std::string &why) {
-  report(place, what, why, Tone::Alarm);
-}
-
-void Timeline::print(ConsolePort port, const std::string &line) {
-  if (line.empty() || (port == ConsolePort::Debug && !config_.debug)) {
+void Timeline::tell(const Event &event) {
+  if (event.kind == EventKind::ModulePrint || event.kind == EventKind::ModuleDebug) {
+    print(event);
     return;
   }
+  flush();
+  printed_.clear();
+  write({now_(), placeText(event.place.slot, event.place.cam), event.what, event.why, event.tone});
+}
+
+void Timeline::print(const Event &event) {
+  const std::string &line = event.what;
   if (printed_.count(line) != 0) {
     ++repeats_;
     lastPrintedMs_ = now_();
@@ -53,8 +47,8 @@ void Timeline::print(ConsolePort port, const std::string &line) {
   }
   flush();
   printed_.insert(line);
-  const char *place = port == ConsolePort::Debug ? "module debug" : "module";
-  write({now_(), place, line, "", Tone::Faint});
+  const char *place = event.kind == EventKind::ModuleDebug ? "module debug" : "module";
+  write({now_(), place, line, "", event.tone});
 }
 
 void Timeline::flush() {

@@ -7,8 +7,7 @@
 #include <set>
 #include <string>
 
-#include "Events.h"
-#include "firmware/Console.h"
+#include "event/Event.h"
 #include "report/Layout.h"
 #include "report/Words.h"
 
@@ -18,32 +17,28 @@ class Timeline : public Events {
  public:
   struct Config {
     bool colour = false;
-    bool debug = false;  // shows the firmware's debug prints too
-    Width width;         // of the terminal; null: nothing is broken
+    Width width;  // of the terminal; null: nothing is broken
   };
 
   // now: chassis time in milliseconds.
   Timeline(std::ostream &out, Config config, std::function<std::uint64_t()> now);
 
-  void report(Place place, const std::string &what, const std::string &why) override;
-  void report(Place place, const std::string &what, const std::string &why, Tone tone);
-  void alert(Place place, const std::string &what, const std::string &why) override;
-
-  // A line of the module's console. A line that was printed already since the last report is
-  // counted, not shown; the count comes before the next other line.
-  void print(ConsolePort port, const std::string &line);
+  // A line of the module's console that was printed already since the last other event is counted,
+  // not shown; the count comes before the next other line.
+  void tell(const Event &event) override;
 
   // Shows the count that is still held back.
   void flush();
 
  private:
   struct Line;
+  void print(const Event &event);
   void write(const Line &line);
 
   std::ostream &out_;
   const Config config_;
   const std::function<std::uint64_t()> now_;
-  std::set<std::string> printed_;  // since the last report
+  std::set<std::string> printed_;  // since the last other event
   std::uint64_t lastPrintedMs_ = 0;
   std::uint64_t repeats_ = 0;
 };

@@ -1,11 +1,11 @@
-// How a clause is meant, and the colour that shows it.
+// The colour that shows how a clause is meant.
 #pragma once
 
 #include <string>
 
-namespace chassis {
+#include "event/Event.h"
 
-enum class Tone { Plain, Good, Bad, Faint, Alarm };
+namespace chassis {
 
 // Text in a tone, with colour escapes behind its leading blanks when colour is on.
 std::string toned(const std::string &text, Tone tone, bool colour);

@@ -135,9 +135,11 @@ bool Expectations::isOver(const Pending &expectation, std::uint64_t nowMs) {
   const std::optional<std::string> differs =
       expectation.function->differs(chassis_, expectation.values);
   if (!differs) {
-    chassis_.note(placeOf(*expectation.function, expectation.values),
-                  "as expected: " + expectation.text,
-                  "script line " + std::to_string(expectation.line));
+    chassis_.tell({EventKind::AsExpected,
+                   placeOf(*expectation.function, expectation.values),
+                   "as expected: " + expectation.text,
+                   "script line " + std::to_string(expectation.line),
+                   {{"text", expectation.text}, {"line", std::uint64_t{expectation.line}}}});
   } else if (last) {
     failed_.push_back(expectation.at + "expected " + expectation.text + ", but " + *differs);
   }

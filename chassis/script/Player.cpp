@@ -40,8 +40,11 @@ void Player::run(const Call &call) {
 
 void Player::announce(const Call &call) {
   if (!speaksForItself(*call.function)) {
-    chassis_.note(placeOf(*call.function, call.values), call.text,
-                  "script line " + std::to_string(call.line));
+    chassis_.tell({EventKind::ScriptLine,
+                   placeOf(*call.function, call.values),
+                   call.text,
+                   "script line " + std::to_string(call.line),
+                   {{"line", std::uint64_t{call.line}}}});
   }
 }
 

@@ -14,6 +14,7 @@ class Player : public Agenda {
  public:
   Player(Script script, Chassis &chassis);
 
+  const Script &script() const { return script_; }
   std::optional<std::uint64_t> nextMs() const;  // when the next line is due
   // Throws InputError or Unexpected with file and line.
   void runDue(std::uint64_t nowMs) override;

@@ -154,6 +154,16 @@ void Reader::complain(std::size_t number, const std::string &what) {
 
 }  // namespace
 
+std::vector<const Call *> streamCalls(const Script &script) {
+  std::vector<const Call *> calls;
+  for (const Call &call : script.calls) {
+    if (call.function->effect == Effect::CardIn) {
+      calls.push_back(&call);
+    }
+  }
+  return calls;
+}
+
 std::string atLine(const Script &script, std::size_t line, const std::string &what) {
   return script.name + ":" + std::to_string(line) + ": " + what;
 }

@@ -35,6 +35,9 @@ struct ScriptSetting {
 Script readScript(const std::string &path, const ScriptSetting &setting = {});
 Script readScript(const std::string &name, std::istream &lines, const ScriptSetting &setting = {});
 
+// The calls that put a card with a stream in.
+std::vector<const Call *> streamCalls(const Script &script);
+
 // "FILE:LINE: what"
 std::string atLine(const Script &script, std::size_t line, const std::string &what);
 

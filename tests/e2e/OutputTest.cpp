@@ -47,10 +47,18 @@ TEST_F(Output, IsNeverTheStreamByWhateverName) {
   fs::create_hard_link(path("in.ts"), path("hard.ts"));
   fs::create_symlink("in.ts", path("soft.ts"));
   for (const char *name : {"in.ts", "./in.ts", "hard.ts", "soft.ts"}) {
-    expectRefused(card + "wait 1", std::string("--output 0:") + name, "is the output of slot 0");
+    expectRefused(card + "wait 1", std::string("--output 0:") + name,
+                  "is the stream of script line 1");
     expectRefused("wait 1\n" + card + "wait 1", std::string("--output 3:") + name,
-                  "is the output of slot 3");
+                  "is the stream of script line 2");
   }
+}
+
+TEST_F(Output, IsNoStreamThatComesLater) {
+  write("other.ts", stream_);
+  const std::string script = "cardInsert 0, \"other.ts\"\nwait 2\n";
+  expectRefused(script + "cardInsert 1, \"in.ts\"\nwait 1", "--output 0:in.ts",
+                "is the stream of script line 3");
 }
 
 TEST_F(Output, IsNoOtherOutputAndNotTheScript) {

@@ -17,9 +17,7 @@ struct Line {
 
 class Recorder : public Events {
  public:
-  void report(Place place, const std::string &what, const std::string &why) override {
-    lines.push_back({place, what, why});
-  }
+  void tell(const Event &event) override { lines.push_back({event.place, event.what, event.why}); }
   std::vector<Line> lines;
 };
 

@@ -15,9 +15,9 @@ using Bytes = std::vector<std::uint8_t>;
 
 class Lines : public chassis::Events {
  public:
-  void report(chassis::Place place, const std::string &what, const std::string &why) override {
-    places.push_back(place);
-    all.push_back(what + " (" + why + ")");
+  void tell(const chassis::Event &event) override {
+    places.push_back(event.place);
+    all.push_back(event.what + " (" + event.why + ")");
   }
   std::size_t count(const std::string &part) const {
     return static_cast<std::size_t>(std::count_if(

@@ -105,11 +105,6 @@ chassis::Apdu caPmt(const LabProgram &program, const std::vector<unsigned> &more
   return apdu;
 }
 
-class SilentEvents : public chassis::Events {
- public:
-  void report(chassis::Place, const std::string &, const std::string &) override {}
-};
-
 // A card with both its CAMs.
 struct CardWithCams {
   CardWithCams() {
@@ -133,7 +128,7 @@ struct CardWithCams {
     return config;
   }
 
-  SilentEvents events;
+  chassis::EventFan events;
   Cam camA{config(), {0, 0}, events, 0};
   Cam camB{config(), {0, 1}, events, 0};
   chassis::Files files;

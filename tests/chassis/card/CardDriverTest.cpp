@@ -16,11 +16,6 @@ namespace {
 constexpr std::uint32_t slot = 4;
 constexpr std::uint32_t kbit = 1504;
 
-class SilentEvents : public chassis::Events {
- public:
-  void report(chassis::Place, const std::string &, const std::string &) override {}
-};
-
 // A second of stream: 100 packets of PID 0x101, scrambled, among 1000.
 Bytes secondOfStream() {
   StreamWriter stream;
@@ -50,7 +45,7 @@ class Driver : public testing::Test {
 
   void fault(CardFault which) { card.setFault(which, true); }
 
-  SilentEvents events;
+  chassis::EventFan events;
   TemporaryFile file{secondOfStream()};
   chassis::Files files;
   Card card{slot, events, files};

@@ -22,10 +22,10 @@ constexpr std::uint64_t bitrate = 1504000;
 
 class RecordedEvents : public chassis::Events {
  public:
-  void report(chassis::Place place, const std::string &what, const std::string &why) override {
-    EXPECT_EQ(place.slot, 2);
-    EXPECT_EQ(place.cam, -1);
-    lines.push_back(what + ": " + why);
+  void tell(const chassis::Event &event) override {
+    EXPECT_EQ(event.place.slot, 2);
+    EXPECT_EQ(event.place.cam, -1);
+    lines.push_back(event.what + ": " + event.why);
   }
   std::vector<std::string> lines;
 };

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "Events.h"
+#include "event/Event.h"
 
 namespace chassis {
 
@@ -17,13 +17,11 @@ class EventLog : public Events {
     std::string why;
   };
 
-  void report(Place place, const std::string &what, const std::string &why) override {
-    lines.push_back({place, what, why});
-  }
-
-  void alert(Place place, const std::string &what, const std::string &why) override {
-    alerts.push_back(what);
-    report(place, what, why);
+  void tell(const Event &event) override {
+    lines.push_back({event.place, event.what, event.why});
+    if (event.tone == Tone::Alarm) {
+      alerts.push_back(event.what);
+    }
   }
 
   long count(const std::string &what) const {

@@ -12,6 +12,7 @@
 #include "console/Session.h"
 #include "console/Shell.h"
 #include "report/StatusWatch.h"
+#include "report/Timeline.h"
 
 namespace chassis {
 
@@ -44,7 +45,7 @@ class ConsoleRig : public testing::Test {
         session_(player_, shell_, Session::Order::Overtaking, nullptr) {
     bindConsole([this](ConsolePort port, const std::string &line) {
       if (!shell_.takePrint(port, line)) {
-        timeline_.print(port, line);
+        timeline_.tell(printed(port, line));
       }
     });
   }

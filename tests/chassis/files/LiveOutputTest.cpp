@@ -4,7 +4,11 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <sys/resource.h>
+
+#include <algorithm>
 #include <array>
+#include <csignal>
 
 #include "Folder.h"
 #include "InputError.h"
@@ -200,5 +204,77 @@ TEST_F(LiveOutputTest, AReaderThatGoesEndsNothingAndTheNextBeginsWithAWholeUnit)
   EXPECT_EQ(begin[0], head);
   EXPECT_EQ(begin[unit], head);
   EXPECT_EQ(output->trouble(), "its reader has gone");
+  close(reader);
+}
+
+namespace {
+
+// The number of a line is its length.
+std::string line(std::size_t length) {
+  return std::string(length - 1, static_cast<char>('a' + length % 26)) + "\n";
+}
+
+std::string textIn(int file) {
+  std::string all(1 << 20, '\0');
+  all.resize(static_cast<std::size_t>(std::max<ssize_t>(0, read(file, all.data(), all.size()))));
+  return all;
+}
+
+void limitFiles(rlim_t bytes) {
+  const rlimit limit{bytes, RLIM_INFINITY};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+}
+
+void writeLine(LiveOutput &output, std::size_t length) {
+  const std::string text = line(length);
+  output.write(reinterpret_cast<const std::uint8_t *>(text.data()), length, length);
+}
+
+}  // namespace
+
+TEST_F(LiveOutputTest, AFullFileEndsWithAWholeUnitAlsoWhereUnitsDiffer) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  for (const std::size_t last : {37, 38}) {  // 100 bytes in all, and one more
+    const auto output = open(folder.at("out" + std::to_string(last)));
+    limitFiles(100);
+    for (const std::size_t length : {std::size_t{20}, std::size_t{43}, last}) {
+      writeLine(*output, length);
+    }
+    output->end();
+    limitFiles(RLIM_INFINITY);
+    const bool fits = last == 37;
+    EXPECT_EQ(folder.read("out" + std::to_string(last)),
+              line(20) + line(43) + (fits ? line(37) : ""));
+    EXPECT_EQ(output->trouble(), fits ? "" : "File too large");
+    EXPECT_EQ(output->lostBytes(), fits ? 0 : last);
+  }
+}
+
+TEST_F(LiveOutputTest, TheNextReaderBeginsWithAWholeUnitAlsoWhereUnitsDiffer) {
+  const std::string path = folder.fifo("fifo");
+  const auto output = open(path);
+  int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  const int room = fcntl(reader, F_GETPIPE_SZ);
+  std::size_t taken = 0;
+  // What a pipe takes as a whole is no longer than a page.
+  for (std::size_t length = 5000; taken <= static_cast<std::size_t>(room); ++length) {
+    writeLine(*output, length);
+    taken += length;
+  }
+  close(reader);
+  writeLine(*output, 10);
+  reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  writeLine(*output, 11);
+  const std::string all = textIn(reader);
+  std::string whole;
+  for (std::size_t begin = 0, end; (end = all.find('\n', begin)) != std::string::npos;) {
+    whole += line(end + 1 - begin);
+    begin = end + 1;
+  }
+  EXPECT_TRUE(all == whole);
+  EXPECT_EQ(all.substr(all.size() - 21), line(10) + line(11));
+  EXPECT_EQ(output->trouble(), "its reader has gone");
+  EXPECT_GE(output->lostBytes(), 5000U);  // the line of which the old reader had a part
+  EXPECT_LT(output->lostBytes(), 6000U);
   close(reader);
 }

@@ -21,9 +21,9 @@ constexpr unsigned ecmPid = 0x300;
 
 class RecordedEvents : public Events {
  public:
-  void report(Place place, const std::string &what, const std::string &) override {
-    lines.push_back(what);
-    places.push_back(place);
+  void tell(const Event &event) override {
+    lines.push_back(event.what);
+    places.push_back(event.place);
   }
   std::size_t count(const std::string &part) const {
     return static_cast<std::size_t>(std::count_if(

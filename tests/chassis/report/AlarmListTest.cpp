@@ -5,14 +5,9 @@
 namespace chassis {
 namespace {
 
-class Deaf : public Events {
- public:
-  void report(Place, const std::string &, const std::string &) override {}
-};
-
 TEST(AlarmList, NamesWhatStandsAndSinceWhen) {
   Clock clock;
-  Deaf events;
+  EventFan events;
   AlarmService service(clock, events);
   EXPECT_EQ(standingAlarms(service, false), "no alarm stands\n");
   AlarmRecord record{};

@@ -10,7 +10,7 @@ namespace {
 // "slot/cam what | why"
 std::vector<std::string> told(const CardFinding &before, const CardFinding &now) {
   std::vector<std::string> lines;
-  for (const Change &change : changesBetween(before, now)) {
+  for (const Event &change : changesBetween(before, now)) {
     lines.push_back(std::to_string(change.place.slot) + "/" + std::to_string(change.place.cam) +
                     " " + change.what + " | " + change.why);
   }
@@ -203,7 +203,7 @@ TEST(Changes, ACamThatMayStillBeginIsNotToldAsFailing) {
   now.cams[0].descrambling = 0x21;
   now.cams[0].caPmtAgeMs = now.programs[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
   const CardFinding before = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
-  const std::vector<Change> changes = changesBetween(before, now);
+  const std::vector<Event> changes = changesBetween(before, now);
   ASSERT_EQ(changes.size(), 1u);
   EXPECT_EQ(changes[0].what, "programs 101, 102 not descrambled yet");
   EXPECT_EQ(changes[0].why,
@@ -242,11 +242,11 @@ TEST(Changes, AFirstCheckInTimeHasTheWholeCamPlain) {
   CardFinding now = sampleCard(DESC_STAT_SCRAMBLED, DESC_STAT_SCRAMBLED);
   now.cams[0].descrambling = 0x21;
   now.cams[0].caPmtAgeMs = now.programs[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
-  const std::vector<Change> changes = changesBetween(CardFinding{}, now);
+  const std::vector<Event> changes = changesBetween(CardFinding{}, now);
   ASSERT_EQ(changes.size(), 3u);
   EXPECT_EQ(changes[1].what,
             "CAM usable, CA system supported, CA PIDs present, no PID descrambled yet");
-  for (const Change &change : changes) {
+  for (const Event &change : changes) {
     EXPECT_EQ(change.tone, Tone::Plain) << change.what;
   }
 }

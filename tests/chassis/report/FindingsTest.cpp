@@ -16,11 +16,6 @@ constexpr std::uint16_t caSystem = 0x0500;
 constexpr std::uint16_t ecmPid = 0x300;
 constexpr std::uint16_t ecmPids103[] = {0x303, 0x304};
 
-class NoEvents : public Events {
- public:
-  void report(Place, const std::string &, const std::string &) override {}
-};
-
 // 101 has its CA at program level, 102 has none, 103 has a CA system for each of its streams.
 std::vector<ProgramMap> programs() {
   const Bytes ca = caDescriptor(caSystem, ecmPid);
@@ -80,7 +75,7 @@ class FindingsTest : public testing::Test {
   CiDesc &table() { return *chassis_.card(slot).descTable(); }
 
   TemporaryFile file_{stream()};
-  NoEvents events_;
+  EventFan events_;
   Clock clock_;
   Chassis chassis_{clock_, events_};
 };

@@ -102,11 +102,6 @@ TEST(StatusTable, ColourLeavesTheTextAsItIs) {
   EXPECT_EQ(coloured, statusTable(sampleCard(), false));
 }
 
-class NoEvents : public Events {
- public:
-  void report(Place, const std::string &, const std::string &) override {}
-};
-
 class CamHistory : public testing::Test {
  protected:
   CamHistory() {
@@ -137,7 +132,7 @@ class CamHistory : public testing::Test {
   }
 
   static constexpr std::uint32_t slot = 3;
-  NoEvents events_;
+  EventFan events_;
   std::array<Cam, 2> cams_{Cam{{{0x0500}}, {3, 0}, events_, 0},
                            Cam{{{0x0500}}, {3, 1}, events_, 0}};
   CiLibrary library_{events_};

@@ -4,8 +4,14 @@
 
 #include <sstream>
 
+#include "firmware/Console.h"
+
 namespace chassis {
 namespace {
+
+Event event(Place place, const std::string &what, const std::string &why, Tone tone = Tone::Plain) {
+  return {EventKind::Remark, place, what, why, {}, tone};
+}
 
 class TimelineTest : public testing::Test {
  protected:
@@ -27,16 +33,16 @@ class TimelineTest : public testing::Test {
 };
 
 TEST_F(TimelineTest, AlignsTimePlaceWhatAndWhy) {
-  timeline().report({0, 0}, "CA PMT sent: programs 101, 102", "the CAM came up");
+  timeline().tell(event({0, 0}, "CA PMT sent: programs 101, 102", "the CAM came up"));
   EXPECT_EQ(text(), "00:00:07.010  slot 0  CAM 0  CA PMT sent: programs 101, 102" +
                         std::string(32, ' ') + "the CAM came up\n");
 }
 
 TEST_F(TimelineTest, NamesEveryKindOfPlace) {
   Timeline &line = timeline();
-  line.report({}, "a note", "");
-  line.report({5, -1}, "no sync", "");
-  line.report({5, 1}, "up", "");
+  line.tell(event({}, "a note", ""));
+  line.tell(event({5, -1}, "no sync", ""));
+  line.tell(event({5, 1}, "up", ""));
   EXPECT_EQ(text(),
             "00:00:07.010  chassis        a note\n"
             "00:00:07.010  slot 5         no sync\n"
@@ -44,26 +50,26 @@ TEST_F(TimelineTest, NamesEveryKindOfPlace) {
 }
 
 TEST_F(TimelineTest, ALongClauseKeepsItsDistanceFromItsReason) {
-  timeline().report({}, std::string(70, 'w'), "y");
+  timeline().tell(event({}, std::string(70, 'w'), "y"));
   EXPECT_EQ(text(), "00:00:07.010  chassis        " + std::string(70, 'w') + "  y\n");
 }
 
 TEST_F(TimelineTest, CountsBeyondADay) {
   nowMs_ = 100ull * 3600000 + 59 * 60000 + 59999;
-  timeline().report({}, "late", "");
+  timeline().tell(event({}, "late", ""));
   EXPECT_EQ(text(), "100:59:59.999  chassis        late\n");
 }
 
 TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
   Timeline &line = timeline();
   for (nowMs_ = 1000; nowMs_ <= 4000; nowMs_ += 1000) {
-    line.print(ConsolePort::Print, "again");
+    line.tell(printed(ConsolePort::Print, "again"));
   }
-  line.print(ConsolePort::Print, "other");
-  line.print(ConsolePort::Print, "again");
-  line.print(ConsolePort::Print, "again");
-  line.report({}, "event", "");
-  line.print(ConsolePort::Print, "again");
+  line.tell(printed(ConsolePort::Print, "other"));
+  line.tell(printed(ConsolePort::Print, "again"));
+  line.tell(printed(ConsolePort::Print, "again"));
+  line.tell(event({}, "event", ""));
+  line.tell(printed(ConsolePort::Print, "again"));
   line.flush();
   EXPECT_EQ(text(),
             "00:00:01.000  module         again\n"
@@ -74,36 +80,29 @@ TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
             "00:00:05.000  module         again\n");
 }
 
-TEST_F(TimelineTest, ShowsDebugPrintsOnlyWhenAsked) {
-  timeline().print(ConsolePort::Debug, "inside");
-  EXPECT_EQ(text(), "");
-  timeline({false, true, nullptr}).print(ConsolePort::Debug, "inside");
+TEST_F(TimelineTest, TellsDebugPrintsFromThoseForPeople) {
+  timeline().tell(printed(ConsolePort::Debug, "inside"));
   EXPECT_EQ(text(), "00:00:07.010  module debug   inside\n");
 }
 
-TEST_F(TimelineTest, SkipsEmptyConsoleLines) {
-  timeline().print(ConsolePort::Print, "");
-  EXPECT_EQ(text(), "");
-}
-
 TEST_F(TimelineTest, ColourAddsNothingButEscapes) {
-  timeline({true, false, nullptr}).report({}, "bad", "", Tone::Bad);
+  timeline({true, nullptr}).tell(event({}, "bad", "", Tone::Bad));
   EXPECT_EQ(text(), "00:00:07.010  chassis        \033[31mbad\033[0m\n");
-  timeline({false, false, nullptr}).report({}, "bad", "", Tone::Bad);
+  timeline({false, nullptr}).tell(event({}, "bad", "", Tone::Bad));
   EXPECT_EQ(text(), "00:00:07.010  chassis        bad\n");
 }
 
 TEST_F(TimelineTest, AlarmsStandOutMoreThanAnythingElse) {
-  timeline({true, false, nullptr}).alert({}, "ALARM", "");
+  timeline({true, nullptr}).tell(event({}, "ALARM", "", Tone::Alarm));
   EXPECT_EQ(text(), "00:00:07.010  chassis        \033[1;37;41mALARM\033[0m\n");
 }
 
 TEST_F(TimelineTest, ANarrowTerminalHasTheReasonBelow) {
   std::size_t width = 80;
-  Timeline &line = timeline({false, false, [&width] { return width; }});
-  line.report({0, 0}, "CAM reset", "reset 1");
-  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
-  line.report({0, 0}, "programs 101, 102 not descrambled, cause: no entitlement", "");
+  Timeline &line = timeline({false, [&width] { return width; }});
+  line.tell(event({0, 0}, "CAM reset", "reset 1"));
+  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
+  line.tell(event({0, 0}, "programs 101, 102 not descrambled, cause: no entitlement", ""));
   EXPECT_EQ(text(),
             "00:00:07.010  slot 0  CAM 0  CAM reset                  reset 1\n"
             "00:00:07.010  slot 0  CAM 0  CAM reset\n"
@@ -114,12 +113,12 @@ TEST_F(TimelineTest, ANarrowTerminalHasTheReasonBelow) {
 
 TEST_F(TimelineTest, FollowsTheTerminalsWidth) {
   std::size_t width = 80;
-  Timeline &line = timeline({false, false, [&width] { return width; }});
-  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  Timeline &line = timeline({false, [&width] { return width; }});
+  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
   width = 120;
-  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
   width = anyWidth;
-  line.report({0, 0}, "CAM reset", "reset 1 since its insertion");
+  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
   EXPECT_EQ(text(),
             "00:00:07.010  slot 0  CAM 0  CAM reset\n"
             "                               reset 1 since its insertion\n"
@@ -131,8 +130,8 @@ TEST_F(TimelineTest, FollowsTheTerminalsWidth) {
 }
 
 TEST_F(TimelineTest, EachRowHasItsOwnColour) {
-  timeline({true, false, [] { return std::size_t{80}; }})
-      .report({0, 0}, "descrambling failure of the CAM", "alarm 0, identifiers 1", Tone::Bad);
+  timeline({true, [] { return std::size_t{80}; }})
+      .tell(event({0, 0}, "descrambling failure of the CAM", "alarm 0, identifiers 1", Tone::Bad));
   EXPECT_EQ(text(),
             "00:00:07.010  slot 0  CAM 0  \033[31mdescrambling failure of the CAM\033[0m\n"
             "                               \033[31malarm 0, identifiers 1\033[0m\n");

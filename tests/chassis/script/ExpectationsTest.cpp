@@ -15,9 +15,9 @@ using namespace testing_streams;
 
 class Notes : public Events {
  public:
-  void report(Place, const std::string &what, const std::string &why) override {
-    if (what.rfind("as expected", 0) == 0) {
-      lines.push_back(what + " | " + why);
+  void tell(const Event &event) override {
+    if (event.kind == EventKind::AsExpected) {
+      lines.push_back(event.what + " | " + event.why);
     }
   }
   std::vector<std::string> lines;

@@ -11,9 +11,9 @@ namespace {
 
 class RecordedEvents : public Events {
  public:
-  void report(Place place, const std::string &what, const std::string &why) override {
-    lines.push_back(std::to_string(place.slot) + "/" + std::to_string(place.cam) + " " + what +
-                    " | " + why);
+  void tell(const Event &event) override {
+    lines.push_back(std::to_string(event.place.slot) + "/" + std::to_string(event.place.cam) + " " +
+                    event.what + " | " + event.why);
   }
   std::vector<std::string> lines;
 };

@@ -9,7 +9,6 @@
 #include <string>
 
 #include "CaPmts.h"
-#include "Events.h"
 #include "Input.h"
 #include "InputError.h"
 #include "MadeTables.h"
@@ -17,6 +16,7 @@
 #include "cam/Cam.h"
 #include "cam/LabCa.h"
 #include "card/Card.h"
+#include "event/Event.h"
 #include "ts/PacketView.h"
 #include "ts/Psi.h"
 #include "ts/Section.h"
@@ -27,10 +27,6 @@ using fuzz::require;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
-
-struct Silent : chassis::Events {
-  void report(chassis::Place, const std::string &, const std::string &) override {}
-};
 
 // One file in memory with a path; each input writes it anew.
 class MemoryFile {
@@ -339,7 +335,7 @@ class Rack {
     }
   }
 
-  Silent events_;
+  chassis::EventFan events_;
   chassis::Files files_;
   chassis::Card card_{0, events_, files_};
   chassis::Cam cams_[MAX_CAM_NUM] = {{config(), {0, 0}, events_, 0},

@@ -1,0 +1,83 @@
+#include "event/Event.h"
+
+#include <iterator>
+
+namespace chassis {
+namespace {
+
+struct KindName {
+  EventKind kind;
+  const char *name;
+};
+
+constexpr KindName names[] = {
+    {EventKind::ScriptLine, "script_line"},
+    {EventKind::ConsoleLine, "console_line"},
+    {EventKind::Remark, "remark"},
+    {EventKind::AsExpected, "as_expected"},
+    {EventKind::NoEffect, "no_effect"},
+    {EventKind::CardRemoved, "card_removed"},
+    {EventKind::StreamDamaged, "stream_damaged"},
+    {EventKind::StreamEnded, "stream_ended"},
+    {EventKind::StreamChanged, "stream_changed"},
+    {EventKind::TransportErrors, "transport_errors"},
+    {EventKind::TablesCut, "tables_cut"},
+    {EventKind::OutputLost, "output_lost"},
+    {EventKind::CamStarting, "cam_starting"},
+    {EventKind::CamUp, "cam_up"},
+    {EventKind::CamRemoved, "cam_removed"},
+    {EventKind::CamReset, "cam_reset"},
+    {EventKind::NoCamToReset, "no_cam_to_reset"},
+    {EventKind::CaPmtSent, "ca_pmt_sent"},
+    {EventKind::QuerySent, "query_sent"},
+    {EventKind::CaPmtRefused, "ca_pmt_refused"},
+    {EventKind::CaPmtIncomplete, "ca_pmt_incomplete"},
+    {EventKind::Reply, "reply"},
+    {EventKind::CamSilent, "cam_silent"},
+    {EventKind::CamUnknownBytes, "cam_unknown_bytes"},
+    {EventKind::CaInfoRefused, "ca_info_refused"},
+    {EventKind::CaInfoUnasked, "ca_info_unasked"},
+    {EventKind::ReplyRefused, "reply_refused"},
+    {EventKind::ReplyUnasked, "reply_unasked"},
+    {EventKind::ReplyCut, "reply_cut"},
+    {EventKind::ReplyChanged, "reply_changed"},
+    {EventKind::CamDescrambles, "cam_descrambles"},
+    {EventKind::CamStops, "cam_stops"},
+    {EventKind::CamCannot, "cam_cannot"},
+    {EventKind::CamIgnores, "cam_ignores"},
+    {EventKind::CamDeaf, "cam_deaf"},
+    {EventKind::ControllerState, "controller_state"},
+    {EventKind::CamState, "cam_state"},
+    {EventKind::ProgramState, "program_state"},
+    {EventKind::AlarmRaised, "alarm_raised"},
+    {EventKind::AlarmCleared, "alarm_cleared"},
+    {EventKind::AlarmNotRaised, "alarm_not_raised"},
+    {EventKind::AlarmNotCleared, "alarm_not_cleared"},
+    {EventKind::ModulePrint, "module_print"},
+    {EventKind::ModuleDebug, "module_debug"},
+};
+
+constexpr bool inOrder() {
+  for (std::size_t i = 0; i < std::size(names); ++i) {
+    if (names[i].kind != static_cast<EventKind>(i)) {
+      return false;
+    }
+  }
+  return std::size(names) == eventKinds;
+}
+static_assert(inOrder());
+
+constexpr const char *toneNames[] = {"plain", "good", "bad", "faint", "alarm"};
+static_assert(std::size(toneNames) == static_cast<std::size_t>(Tone::Alarm) + 1);
+
+}  // namespace
+
+const char *kindName(EventKind kind) {
+  return names[static_cast<std::size_t>(kind)].name;
+}
+
+const char *toneName(Tone tone) {
+  return toneNames[static_cast<std::size_t>(tone)];
+}
+
+}  // namespace chassis
