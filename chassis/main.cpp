@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <clocale>
 #include <cmath>
 #include <cstdio>
@@ -10,8 +9,10 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
+#include <map>
 #include <sstream>
 
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "InputError.h"
 #include "Number.h"
@@ -43,7 +44,6 @@ constexpr double fastest = 1e6;
 constexpr double longest = 1e6;  // seconds of chassis time
 constexpr double msPerSecond = 1000;
 constexpr const char *standardInput = "-";
-constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
 const std::string footer =
     "At a terminal there is a prompt beside the running chassis, also when the script is over; "
@@ -87,6 +87,20 @@ Output readOutput(const std::string &text) {
                      std::to_string(MAX_BOARD_NUM - 1));
   }
   return {static_cast<std::uint32_t>(text[0] - '0'), text.substr(2)};
+}
+
+std::vector<Output> readOutputs(const std::vector<std::string> &texts) {
+  std::map<std::uint32_t, std::string> textOf;
+  std::vector<Output> outputs;
+  for (const std::string &text : texts) {
+    outputs.push_back(readOutput(text));
+    const auto [first, alone] = textOf.emplace(outputs.back().slot, text);
+    if (!alone) {
+      throw InputError("--output " + first->second + " and --output " + text +
+                       " are for the same slot, which has one output; leave one out");
+    }
+  }
+  return outputs;
 }
 
 // A slot that has had a card stays registered.
@@ -173,9 +187,8 @@ void openOutputs(Chassis &chassis, const Options &options) {
   if (!options.script.empty() && options.script != standardInput) {
     chassis.files().read("the script", options.script);
   }
-  for (const std::string &output : options.outputs) {
-    const Output given = readOutput(output);
-    chassis.output(given.slot, given.path);
+  for (const Output &output : readOutputs(options.outputs)) {
+    chassis.output(output.slot, output.path);
   }
 }
 
@@ -228,14 +241,8 @@ void describe(CLI::App &app, Options &options) {
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
   app.set_version_flag("--version", std::string("ci-chassis ") + version);
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
-  app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + "\n" + exitStatusHelp +
-             signalStatusHelp + functionsTitle + functionHelp());
-}
-
-// The library's own help knows no width.
-int showHelp(const CLI::App &app) {
-  std::cout << fitted(app.help(), outputWidth());
-  return 0;
+  app.footer(helpParagraph(footer) + "\n" + exitStatusHelp + signalStatusHelp + functionsTitle +
+             functionHelp());
 }
 
 int runProgram(int argc, char **argv) {

@@ -37,21 +37,29 @@ void dropSanitizersWord(std::string &all) {
   }
 }
 
+void redirect(int descriptor, const char *path) {
+  if (path != nullptr) {
+    dup2(open(path, O_RDWR | O_CREAT, 0600), descriptor);
+  }
+}
+
 [[noreturn]] void become(const std::string &folder, const std::vector<std::string> &arguments,
-                         const char *locale) {
+                         const TerminalKind &kind) {
   std::vector<char *> argv;
-  std::vector<std::string> words{CONSOLE_PROGRAM};
+  std::vector<std::string> words{kind.program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   for (std::string &word : words) {
     argv.push_back(word.data());
   }
   argv.push_back(nullptr);
   setenv("TERM", "xterm", 1);
-  setenv("LC_ALL", locale, 1);
+  setenv("LC_ALL", kind.locale, 1);
   setenv("NO_COLOR", "1", 1);
   setenv("CI_CHASSIS_HISTORY", (folder + "/history").c_str(), 1);
   if (chdir(folder.c_str()) == 0) {
-    execv(CONSOLE_PROGRAM, argv.data());
+    redirect(STDIN_FILENO, kind.input);
+    redirect(STDERR_FILENO, kind.errors);
+    execv(argv[0], argv.data());
   }
   _exit(127);
 }
@@ -196,7 +204,7 @@ Terminal::Terminal(const std::string &folder, const std::vector<std::string> &ar
   const winsize size = sizeOf(kind.columns);
   child_ = forkpty(&terminal_, nullptr, nullptr, &size);
   if (child_ == 0) {
-    become(folder, arguments, kind.locale);
+    become(folder, arguments, kind);
   }
   fcntl(terminal_, F_SETFL, O_NONBLOCK);
 }

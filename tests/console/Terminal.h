@@ -11,6 +11,9 @@ namespace console {
 struct TerminalKind {
   unsigned short columns = 400;
   const char *locale = "C.UTF-8";  // of the program; the terminal itself always takes UTF-8
+  std::string program = CONSOLE_PROGRAM;
+  const char *input = nullptr;   // a file that is standard input; null: the terminal
+  const char *errors = nullptr;  // a file that standard error goes to; null: the terminal
 };
 
 class Terminal {
