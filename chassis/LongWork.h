@@ -23,6 +23,9 @@ inline bool isDone(const Progress &progress) {
 // Shows the progress, and lets what comes from outside act. False: the work is to stop.
 using GoOn = std::function<bool(const Progress &)>;
 
+// Begins a piece of long work, which is over when what this returns is gone.
+using BeginWork = std::function<GoOn()>;
+
 // Thrown by what cannot do its work since it was not to go on.
 class Interrupted : public InputError {
  public:

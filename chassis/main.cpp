@@ -20,6 +20,7 @@
 #include "Version.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
+#include "console/Preparation.h"
 #include "files/StandardOutput.h"
 #include "report/AlarmList.h"
 #include "report/StatusTable.h"
@@ -143,11 +144,11 @@ DeskMode modeOf(const Options &options) {
   return options.console ? DeskMode::Pipe : DeskMode::Script;
 }
 
-Script scriptOf(const Options &options) {
+Script scriptOf(const Options &options, const BeginWork &begin) {
   if (options.script.empty()) {
     return Script{};
   }
-  StreamPrograms streams;
+  StreamPrograms streams(begin);
   const ScriptSetting setting{Shell::names(), &streams};
   return options.script == standardInput ? readScript("standard input", std::cin, setting)
                                          : readScript(options.script, setting);
@@ -210,7 +211,12 @@ int runToEnd(Operation &operation) {
 
 int play(const Options &options) {
   const Operation::Config config = configOf(options);
-  Operation operation(config, scriptOf(options));
+  Script script;
+  const int ended = prepare([&](const BeginWork &begin) { script = scriptOf(options, begin); });
+  if (ended != exitDone) {
+    return ended;
+  }
+  Operation operation(config, std::move(script));
   openOutputs(operation.chassis(), options);
   const int status = runToEnd(operation);
   if (!options.noTable) {

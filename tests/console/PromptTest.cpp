@@ -359,6 +359,24 @@ TEST_F(Prompt, ReadingForLongTellsHowFarItIsAndCanBeEnded) {
   EXPECT_EQ(terminal.endStatus(), 143);
 }
 
+// Before there is a prompt, it is the program that Ctrl-C ends.
+TEST_F(Prompt, ReadingTheScriptsStreamsTellsHowFarItIsAndCanBeEnded) {
+  write("huge.ts", "");
+  fs::resize_file(folder_ + "/huge.ts", 400ULL << 30);
+  write("script", "cardInsert 0, \"huge.ts\"\n");
+  Terminal terminal(folder_, {"--script", "script"});
+  ASSERT_TRUE(terminal.sees("reading 'huge.ts': "));
+  terminal.type("\x1a");
+  ASSERT_TRUE(terminal.stops());
+  terminal.signal(SIGCONT);
+  ASSERT_TRUE(terminal.sees("reading 'huge.ts': "));
+  terminal.resize(100);
+  terminal.type(interrupt);
+  EXPECT_EQ(terminal.endStatus(), 130);
+  EXPECT_EQ(terminal.all().find("-> "), std::string::npos);
+  EXPECT_EQ(terminal.screen().back().find("reading"), std::string::npos);
+}
+
 TEST_F(Prompt, BadInputGetsOneLine) {
   Terminal terminal(folder_, {"--speed", "20"});
   ASSERT_TRUE(isReady(terminal));
