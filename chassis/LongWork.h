@@ -14,6 +14,7 @@ struct Progress {
   std::string what;        // "reading 'in.ts'"
   std::uint64_t done = 0;  // of all, in a unit of the work's own
   std::uint64_t all = 0;   // 0: not known
+  std::string reached{};   // in words, beside the part of a hundred; it may be empty
 };
 
 inline bool isDone(const Progress &progress) {

@@ -64,6 +64,7 @@ void Desk::waitUntil(std::uint64_t dueNs) {
 }
 
 void Desk::awaitLine() {
+  progress_.clear();
   while (!ended_ && !inputOver_ && session_->idle()) {
     admitBytes();
     inlet_.waitForNext();
