@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
-#include <iostream>
 #include <string>
 
 #include "InputError.h"
+#include "files/StandardOutput.h"
 #include "report/Layout.h"
 
 namespace chassis {
@@ -23,7 +23,7 @@ inline std::string helpParagraph(const std::string &text) {
 // What --help tells, in the columns that there are; the library's own help knows no width. Returns
 // the exit status.
 inline int showHelp(const CLI::App &app) {
-  std::cout << fitted(app.help(), outputWidth());
+  writeStandardOutput(fitted(app.help(), outputWidth()));
   return 0;
 }
 

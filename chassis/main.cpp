@@ -120,12 +120,11 @@ void printTables(Chassis &chassis, bool colour) {
   const std::size_t width = outputWidth();
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (chassis.card(slot).inserted()) {
-      std::cout << "\n"
-                << statusTable(examine(chassis, slot), colour, width)
-                << camHistory(chassis.library(), slot, width);
+      writeStandardOutput("\n" + statusTable(examine(chassis, slot), colour, width) +
+                          camHistory(chassis.library(), slot, width));
     }
   }
-  std::cout << "\n" << standingAlarms(chassis.alarms(), colour, width);
+  writeStandardOutput("\n" + standingAlarms(chassis.alarms(), colour, width));
 }
 
 DeskMode modeOf(const Options &options) {

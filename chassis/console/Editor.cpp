@@ -15,17 +15,13 @@
 #include "console/Completion.h"
 #include "console/Coroutine.h"
 #include "console/LineCells.h"
+#include "files/StandardOutput.h"
 
 namespace chassis {
 namespace {
 
 constexpr int defaultWidth = 80;
 constexpr std::size_t typedAhead = 4096;  // bytes that may wait for the rest of a character
-
-void put(const std::string &text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fflush(stdout);
-}
 
 bool isEmptyOrMissing(const std::string &path) {
   struct stat file {};
@@ -143,7 +139,7 @@ unsigned char Editor::State::completeName() {
     return CC_REFRESH_BEEP;
   }
   hide();
-  put(inColumns(completion.choices, static_cast<std::size_t>(width())));
+  writeStandardOutput(inColumns(completion.choices, static_cast<std::size_t>(width())));
   return CC_REDISPLAY;
 }
 
@@ -225,12 +221,12 @@ void Editor::State::paintMarks() {
   if (atLine && !paused && isPlainWithMarks(beforeCursor() + behindCursor())) {
     const LineInfo *line = el_line(edit);
     const std::string text(line->buffer, line->lastchar);
-    put("\0337" + toPrompt() + config.prompt + text + "\0338");
+    writeStandardOutput("\0337" + toPrompt() + config.prompt + text + "\0338");
   }
 }
 
 void Editor::State::hide() {
-  put(toPrompt() + "\033[J");
+  writeStandardOutput(toPrompt() + "\033[J");
 }
 
 void Editor::State::show() {
@@ -371,7 +367,7 @@ void Editor::write(const std::string &text) {
   if (redraw) {
     state_->hide();
   }
-  put(text);
+  writeStandardOutput(text);
   if (redraw) {
     state_->show();
   }
