@@ -2,7 +2,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <clocale>
 #include <cmath>
 #include <cstdio>
@@ -10,7 +9,9 @@
 #include <cstring>
 #include <iostream>
 #include <limits>
+#include <map>
 
+#include "CommandLine.h"
 #include "ExitStatus.h"
 #include "InputError.h"
 #include "Number.h"
@@ -20,8 +21,10 @@
 #include "Version.h"
 #include "console/Colour.h"
 #include "console/Operation.h"
+#include "console/Preparation.h"
 #include "files/LiveOutput.h"
 #include "files/ReplacedFile.h"
+#include "files/StandardOutput.h"
 #include "report/AlarmList.h"
 #include "report/EventLines.h"
 #include "report/StatusJson.h"
@@ -50,7 +53,6 @@ constexpr double longest = 1e6;  // seconds of chassis time
 constexpr double msPerSecond = 1000;
 constexpr const char *standardStream = "-";  // in place of a file
 constexpr const char *statusUser = "the file of the status";
-constexpr std::size_t proseWidth = 93;  // as wide as it reads well
 
 const std::string footer =
     "At a terminal there is a prompt beside the running chassis, also when the script is over; "
@@ -96,6 +98,20 @@ Output readOutput(const std::string &text) {
   return {static_cast<std::uint32_t>(text[0] - '0'), text.substr(2)};
 }
 
+std::vector<Output> readOutputs(const std::vector<std::string> &texts) {
+  std::map<std::uint32_t, std::string> textOf;
+  std::vector<Output> outputs;
+  for (const std::string &text : texts) {
+    outputs.push_back(readOutput(text));
+    const auto [first, alone] = textOf.emplace(outputs.back().slot, text);
+    if (!alone) {
+      throw InputError("--output " + first->second + " and --output " + text +
+                       " are for the same slot, which has one output; leave one out");
+    }
+  }
+  return outputs;
+}
+
 // A slot that has had a card stays registered.
 void tellUnusedOutputs(const Options &options) {
   for (const std::string &text : options.outputs) {
@@ -112,12 +128,11 @@ void printTables(Chassis &chassis, bool colour) {
   const std::size_t width = outputWidth();
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (chassis.card(slot).inserted()) {
-      std::cout << "\n"
-                << statusTable(examine(chassis, slot), colour, width)
-                << camHistory(chassis.library(), slot, width);
+      writeStandardOutput("\n" + statusTable(examine(chassis, slot), colour, width) +
+                          camHistory(chassis.library(), slot, width));
     }
   }
-  std::cout << "\n" << standingAlarms(chassis.alarms(), colour, width);
+  writeStandardOutput("\n" + standingAlarms(chassis.alarms(), colour, width));
 }
 
 // What takes standard output from the timeline and the table.
@@ -161,11 +176,11 @@ DeskMode modeOf(const Options &options) {
   return options.console ? DeskMode::Pipe : DeskMode::Script;
 }
 
-Script scriptOf(const Options &options) {
+Script scriptOf(const Options &options, const BeginWork &begin) {
   if (options.script.empty()) {
     return Script{};
   }
-  StreamPrograms streams;
+  StreamPrograms streams(begin);
   const ScriptSetting setting{Shell::names(), &streams};
   return options.script == standardStream ? readScript("standard input", std::cin, setting)
                                           : readScript(options.script, setting);
@@ -217,9 +232,8 @@ void openOutputs(Operation &operation, const Options &options) {
     requireWritable(options.statusFile);
     chassis.files().write(statusUser, options.statusFile);
   }
-  for (const std::string &output : options.outputs) {
-    const Output given = readOutput(output);
-    chassis.output(given.slot, given.path);
+  for (const Output &output : readOutputs(options.outputs)) {
+    chassis.output(output.slot, output.path);
   }
 }
 
@@ -242,7 +256,7 @@ void tellStatus(Operation &operation, const Options &options) {
   if (isFile(options.statusFile)) {
     writeStatus(options.statusFile, status);
   } else {
-    std::cout << status;
+    writeStandardOutput(status);
   }
 }
 
@@ -264,7 +278,12 @@ int runToEnd(Operation &operation) {
 
 int play(const Options &options) {
   const Operation::Config config = configOf(options);
-  Operation operation(config, scriptOf(options));
+  Script script;
+  const int ended = prepare([&](const BeginWork &begin) { script = scriptOf(options, begin); });
+  if (ended != exitDone) {
+    return ended;
+  }
+  Operation operation(config, std::move(script));
   openOutputs(operation, options);
   const int status = runToEnd(operation);
   tellStatus(operation, options);
@@ -303,14 +322,8 @@ void describe(CLI::App &app, Options &options) {
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");
   app.set_version_flag("--version", std::string("ci-chassis ") + version);
   app.add_flag("--no-table", options.noTable, "leaves out the table at the end");
-  app.footer(paragraph(footer, std::min(outputWidth(), proseWidth)) + "\n" + exitStatusHelp +
-             signalStatusHelp + functionsTitle + functionHelp());
-}
-
-// The library's own help knows no width.
-int showHelp(const CLI::App &app) {
-  std::cout << fitted(app.help(), outputWidth());
-  return 0;
+  app.footer(helpParagraph(footer) + "\n" + exitStatusHelp + signalStatusHelp + functionsTitle +
+             functionHelp());
 }
 
 int run(int argc, char **argv) {

@@ -1,11 +1,8 @@
 #include "card/StreamPrograms.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 
 #include "card/StreamScan.h"
-#include "files/ProgressLine.h"
 #include "ts/Psi.h"
 #include "ts/TsFile.h"
 
@@ -26,25 +23,23 @@ void addPrograms(const PsiReader &psi, Numbers &numbers) {
   }
 }
 
-// A script is read before anybody else has the terminal.
-Numbers firstPrograms(const std::string &path) {
-  ProgressLine progress(STDERR_FILENO);
-  TsFile file(path, showingOn(progress));
+Numbers firstPrograms(const std::string &path, const GoOn &goOn) {
+  TsFile file(path, goOn);
   PsiReader psi;
   const auto begun = [&psi] { return psi.complete() && !psi.psi().programs.empty(); };
   TsPacket packet;
   while (!begun() && file.goesOn() && file.next(packet)) {
     psi.push(packet);
   }
+  file.requireUninterrupted();
   requirePrograms(path, psi);
   Numbers numbers;
   addPrograms(psi, numbers);
   return numbers;
 }
 
-Numbers allPrograms(const std::string &path) {
-  ProgressLine progress(STDERR_FILENO);
-  TsFile file(path, showingOn(progress));
+Numbers allPrograms(const std::string &path, const GoOn &goOn) {
+  TsFile file(path, goOn);
   PsiReader psi;
   Numbers numbers;
   TsPacket packet;
@@ -55,14 +50,19 @@ Numbers allPrograms(const std::string &path) {
       addPrograms(psi, numbers);
     }
   }
+  file.requireUninterrupted();
   return numbers;
 }
 
 }  // namespace
 
+GoOn StreamPrograms::begun() const {
+  return begin_ ? begin_() : GoOn();
+}
+
 void StreamPrograms::require(const std::string &path) {
   if (files_.count(path) == 0) {
-    files_[path] = {firstPrograms(path), {}};
+    files_[path] = {firstPrograms(path, begun()), {}};
   }
 }
 
@@ -72,7 +72,7 @@ bool StreamPrograms::carries(const std::string &path, std::uint16_t program) {
     return true;
   }
   if (known.all.empty()) {
-    known.all = allPrograms(path);
+    known.all = allPrograms(path, begun());
   }
   return has(known.all, program);
 }

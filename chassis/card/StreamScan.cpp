@@ -168,9 +168,7 @@ StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn
       rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());
     }
   }
-  if (!file.goesOn()) {
-    throw Interrupted("'" + path + "' was not read to its end");
-  }
+  file.requireUninterrupted();
   if (goOn) {
     goOn({"", 1, 1});  // done
   }

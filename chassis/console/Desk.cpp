@@ -4,11 +4,11 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <utility>
 
 #include "ExitStatus.h"
 #include "console/EndDeadline.h"
+#include "files/StandardOutput.h"
 #include "report/Layout.h"
 #include "script/Line.h"
 
@@ -44,8 +44,7 @@ void Desk::show(const std::string &whole) {
     return;
   }
   progress_.clear();
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fflush(stdout);
+  writeStandardOutput(text);
 }
 
 void Desk::serve(Clock &clock, Session &session) {
@@ -64,6 +63,7 @@ void Desk::waitUntil(std::uint64_t dueNs) {
 }
 
 void Desk::awaitLine() {
+  progress_.clear();
   while (!ended_ && !inputOver_ && session_->idle()) {
     admitBytes();
     inlet_.waitForNext();

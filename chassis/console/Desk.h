@@ -44,6 +44,9 @@ class Desk {
   // run is to end, or a person has broken the work off.
   bool goOn(const Progress &progress);
 
+  // How far the run itself is: shown at a terminal where there is no prompt.
+  void showRun(const Progress &progress) { progress_.show(progress); }
+
   bool inputOver() const { return inputOver_; }
   bool ended() const { return ended_; }   // a person or a signal wants the end of the run
   int status() const { return status_; }  // exit status: 0, or 128 and the signal's number

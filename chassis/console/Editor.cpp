@@ -15,17 +15,13 @@
 #include "console/Completion.h"
 #include "console/Coroutine.h"
 #include "console/LineCells.h"
+#include "files/StandardOutput.h"
 
 namespace chassis {
 namespace {
 
 constexpr int defaultWidth = 80;
 constexpr std::size_t typedAhead = 4096;  // bytes that may wait for the rest of a character
-
-void put(const std::string &text) {
-  std::fwrite(text.data(), 1, text.size(), stdout);
-  std::fflush(stdout);
-}
 
 bool isEmptyOrMissing(const std::string &path) {
   struct stat file {};
@@ -53,9 +49,9 @@ struct Editor::State {
   void openHistory();
   void takeLine(const char *text, int size);
   int width();
-  std::size_t cursorRow();
+  std::size_t cursorCell();
   std::string toPrompt();
-  void paintMarks();
+  void paintGlyphs();
   void hide();
   void show();
 
@@ -113,7 +109,7 @@ void Editor::State::takeLine(const char *text, int size) {
 int Editor::State::nextCharacter(wchar_t *c) {
   for (;;) {
     while (bytes.empty() && !closing && !dropping) {
-      paintMarks();
+      paintGlyphs();
       typing.wait();
     }
     if (closing || dropping) {
@@ -143,7 +139,7 @@ unsigned char Editor::State::completeName() {
     return CC_REFRESH_BEEP;
   }
   hide();
-  put(inColumns(completion.choices, static_cast<std::size_t>(width())));
+  writeStandardOutput(inColumns(completion.choices, static_cast<std::size_t>(width())));
   return CC_REDISPLAY;
 }
 
@@ -157,7 +153,7 @@ std::wstring Editor::State::behindCursor() {
   return {line->cursor, line->lastchar};
 }
 
-// The library's own commands part a character from its marks.
+// The library's own commands part a glyph.
 
 unsigned char Editor::State::moveBack() {
   const std::size_t count = lastGlyph(beforeCursor());
@@ -188,7 +184,7 @@ unsigned char Editor::State::deleteAt() {
   return redrawn(count);
 }
 
-// A glyph with marks has left cells that the library takes for right.
+// A glyph of several characters has left cells that the library takes for right.
 unsigned char Editor::State::redrawn(std::size_t deleted) {
   if (deleted > 1) {
     hide();
@@ -203,39 +199,45 @@ int Editor::State::width() {
   return columns > 0 ? columns : defaultWidth;
 }
 
-// Rows between the prompt and the cursor, in a terminal that folds long lines.
-std::size_t Editor::State::cursorRow() {
+// Cells between the beginning of the prompt and the cursor, in a terminal that folds long lines.
+std::size_t Editor::State::cursorCell() {
   const LineInfoW *line = el_wline(edit);
   const auto columns = static_cast<std::size_t>(width());
   std::size_t at = config.prompt.size();
   for (const wchar_t *c = line->buffer; c < line->cursor; ++c) {
     at = cellsBehind(*c, at, columns);
   }
-  return at / columns;
+  return at;
 }
 
 // What brings the cursor to the beginning of the prompt.
 std::string Editor::State::toPrompt() {
-  const std::size_t row = cursorRow();
+  const std::size_t row = cursorCell() / static_cast<std::size_t>(width());
   return (row > 0 ? "\033[" + std::to_string(row) + "A" : std::string()) + "\r";
 }
 
-// The library leaves marks out where it draws anew: they are drawn over it.
-void Editor::State::paintMarks() {
-  if (atLine && !paused && isPlainWithMarks(beforeCursor() + behindCursor())) {
-    const LineInfo *line = el_line(edit);
-    const std::string text(line->buffer, line->lastchar);
-    put("\0337" + toPrompt() + config.prompt + text + "\0338");
+// The library leaves marks out where it draws anew, and terminals differ in the cells that they
+// give to emoji. So the line is drawn over it, and up to the cursor once more: that brings the
+// cursor to where this terminal has it.
+void Editor::State::paintGlyphs() {
+  if (!atLine || paused || !isPlainWithGlyphs(beforeCursor() + behindCursor())) {
+    return;
   }
+  const LineInfo *line = el_line(edit);
+  const std::string before = config.prompt + std::string(line->buffer, line->cursor);
+  const std::string behind(line->cursor, line->lastchar);
+  const bool rowIsFull = cursorCell() % static_cast<std::size_t>(width()) == 0;
+  writeStandardOutput(toPrompt() + "\0337\033[J" + before + behind + "\0338" + before +
+                      (rowIsFull ? "\r\n" : ""));
 }
 
 void Editor::State::hide() {
-  put(toPrompt() + "\033[J");
+  writeStandardOutput(toPrompt() + "\033[J");
 }
 
 void Editor::State::show() {
   el_set(edit, EL_REFRESH);
-  paintMarks();
+  paintGlyphs();
 }
 
 // A file that is no history is somebody else's: it is left alone.
@@ -371,7 +373,7 @@ void Editor::write(const std::string &text) {
   if (redraw) {
     state_->hide();
   }
-  put(text);
+  writeStandardOutput(text);
   if (redraw) {
     state_->show();
   }

@@ -1,5 +1,7 @@
 #include "console/LineCells.h"
 
+#include <utf8proc.h>
+
 #include <algorithm>
 #include <cwchar>
 #include <cwctype>
@@ -17,8 +19,13 @@ bool isControl(wchar_t c) {
 bool isShownAsItIs(wchar_t c) {
   return !isControl(c) && std::iswprint(static_cast<std::wint_t>(c)) != 0;
 }
+// Without a width of its own, as an accent that combines.
 bool isMark(wchar_t c) {
   return c != L'\0' && wcwidth(c) == 0;
+}
+// Whether a glyph ends between two characters; the state goes from one pair to the next.
+bool isParted(wchar_t before, wchar_t behind, utf8proc_int32_t &state) {
+  return utf8proc_grapheme_break_stateful(before, behind, &state);
 }
 
 }  // namespace
@@ -42,22 +49,31 @@ std::size_t cellsBehind(wchar_t c, std::size_t at, std::size_t columns) {
 }
 
 std::size_t firstGlyph(std::wstring_view text) {
-  if (text.empty()) {
-    return 0;
+  std::size_t size = text.empty() ? 0 : 1;
+  for (utf8proc_int32_t state = 0;
+       size > 0 && size < text.size() && !isParted(text[size - 1], text[size], state);) {
+    ++size;
   }
-  const auto end = std::find_if_not(text.begin() + 1, text.end(), isMark);
-  return static_cast<std::size_t>(end - text.begin());
+  return size;
 }
 
 std::size_t lastGlyph(std::wstring_view text) {
-  const auto base = std::find_if_not(text.rbegin(), text.rend(), isMark);
-  const auto marks = static_cast<std::size_t>(base - text.rbegin());
-  return std::min(marks + 1, text.size());
+  std::size_t size = firstGlyph(text);
+  while (size < text.size()) {
+    text.remove_prefix(size);
+    size = firstGlyph(text);
+  }
+  return size;
 }
 
-bool isPlainWithMarks(std::wstring_view text) {
-  return std::all_of(text.begin(), text.end(), isShownAsItIs) &&
-         std::any_of(text.begin(), text.end(), isMark);
+bool isPlainWithGlyphs(std::wstring_view text) {
+  if (!std::all_of(text.begin(), text.end(), isShownAsItIs)) {
+    return false;
+  }
+  while (!text.empty() && !isMark(text[0]) && firstGlyph(text) == 1) {
+    text.remove_prefix(1);
+  }
+  return !text.empty();
 }
 
 }  // namespace chassis

@@ -11,13 +11,14 @@ namespace chassis {
 // of a row. A wide one is not parted: what is left of its row stays empty.
 std::size_t cellsBehind(wchar_t c, std::size_t at, std::size_t columns);
 
-// Marks are characters without a width of their own, as accents that combine. A glyph is a
-// character with the marks behind it. How many characters of the text its first and its last one
-// have; 0: the text is empty.
+// A glyph is what a person takes for one character: a letter with its accents, a flag, emoji that
+// are joined. How many characters of the text its first and its last one have; 0: the text is
+// empty.
 std::size_t firstGlyph(std::wstring_view text);
 std::size_t lastGlyph(std::wstring_view text);
 
-// Whether there are marks, and nothing that the editor shows otherwise than it is.
-bool isPlainWithMarks(std::wstring_view text);
+// Whether there are glyphs of several characters or without a width of their own, and nothing that
+// the editor shows otherwise than it is.
+bool isPlainWithGlyphs(std::wstring_view text);
 
 }  // namespace chassis

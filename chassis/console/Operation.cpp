@@ -1,10 +1,12 @@
 #include "console/Operation.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "ExitStatus.h"
 #include "InputError.h"
+#include "report/Words.h"
 
 namespace chassis {
 namespace {
@@ -13,6 +15,18 @@ using Show = std::function<void(const std::string &)>;
 
 Show showAt(std::unique_ptr<Desk> &desk) {
   return [&desk](const std::string &text) { desk->show(text); };
+}
+
+std::string wholeSeconds(std::uint64_t ms) {
+  const std::string stamp = stampText(ms);
+  return stamp.substr(0, stamp.find('.'));
+}
+
+Progress progressOf(std::uint64_t nowMs, std::uint64_t endMs, std::chrono::duration<double> real) {
+  const double times = static_cast<double>(nowMs) / 1000 / real.count();
+  return {"chassis time", nowMs, endMs,
+          wholeSeconds(nowMs) + " of " + wholeSeconds(endMs) + ", " +
+              std::to_string(std::llround(times)) + " times as fast as real time"};
 }
 
 }  // namespace
@@ -149,6 +163,19 @@ void Operation::wait(std::uint64_t dueNs) {
   }
   chassis_.letHappen();
   stopWhenOver();
+  showHowFar();
+}
+
+// A run that keeps a pace is as far as the clock on the wall.
+void Operation::showHowFar() {
+  const std::uint64_t nowMs = clock_.elapsedMs();
+  if (maximal_ && nowMs % Chassis::cycleMs == 0) {
+    desk_->showRun(progressOf(nowMs, knownEndMs(), std::chrono::steady_clock::now() - begun_));
+  }
+}
+
+std::uint64_t Operation::knownEndMs() const {
+  return config_.endMs.value_or(std::max(player_.endMs(), shell_.blockedUntilMs()));
 }
 
 void Operation::stopWhenOver() {

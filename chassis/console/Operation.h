@@ -1,6 +1,7 @@
 // One run of the chassis with everything around it: a script, a desk, a timeline.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -62,6 +63,8 @@ class Operation {
   void settlePace();
   void wait(std::uint64_t dueNs);
   void takePipedLines();
+  void showHowFar();
+  std::uint64_t knownEndMs() const;
   bool isOver() const;
   void stopWhenOver();
   void readStreams();
@@ -85,6 +88,7 @@ class Operation {
   Session session_;
   std::unique_ptr<EventFile> eventFile_;
   bool maximal_;
+  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   Clock::Listening ticking_;
   std::vector<std::string> losses_;
 };

@@ -25,7 +25,11 @@ std::string percent(const Progress &progress) {
 }  // namespace
 
 std::string progressText(const Progress &progress) {
-  return progress.all == 0 ? progress.what : progress.what + ": " + percent(progress);
+  if (progress.all == 0) {
+    return progress.what;
+  }
+  const std::string reached = progress.reached.empty() ? "" : " " + progress.reached;
+  return progress.what + reached + ": " + percent(progress);
 }
 
 bool ProgressPace::due(const Progress &progress) {

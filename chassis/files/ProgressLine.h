@@ -9,7 +9,7 @@
 
 namespace chassis {
 
-// "what: 34 %", or without the part of a hundred where all is not known.
+// "what: 34 %", "what reached: 34 %", or "what" where all is not known.
 std::string progressText(const Progress &progress);
 
 // When a progress is to be shown.

@@ -89,6 +89,8 @@ void Reader::readLine(const std::string &text, std::size_t number) {
   const std::string whereLooked = findFile(call);
   try {
     rehearsal_.play(*call.function, call.values);
+  } catch (const Interrupted &) {
+    throw;
   } catch (const InputError &error) {
     complain(number, error.what() + whereLooked);
   }

@@ -79,7 +79,7 @@ class InputFile {
 
 struct TsFile::State {
   State(const std::string &path, GoOn asked)
-      : file(path), goOn(std::move(asked)), what("reading '" + path + "'"), buffer(bufferSize) {}
+      : file(path), goOn(std::move(asked)), name("'" + path + "'"), buffer(bufferSize) {}
 
   std::size_t left() const { return end - begin; }
   const std::uint8_t *at(std::size_t offset) const { return buffer.data() + begin + offset; }
@@ -94,7 +94,7 @@ struct TsFile::State {
 
   InputFile file;
   const GoOn goOn;
-  const std::string what;
+  const std::string name;
   std::uint64_t askAt = askedEvery;
   bool interrupted = false;
   std::vector<std::uint8_t> buffer;
@@ -121,7 +121,7 @@ bool TsFile::State::fill(std::size_t wanted) {
 void TsFile::State::ask() {
   if (goOn && file.position() >= askAt) {
     askAt = file.position() + askedEvery;
-    interrupted = interrupted || !goOn({what, file.position(), file.size()});
+    interrupted = interrupted || !goOn({"reading " + name, file.position(), file.size()});
   }
 }
 
@@ -189,9 +189,7 @@ TsFile::TsFile(const std::string &path, GoOn goOn)
     throw InputError("'" + path + "' is empty; a transport stream file is needed");
   }
   const bool found = state_->findPacket();
-  if (state_->interrupted) {
-    throw Interrupted("'" + path + "' was not read to its end");
-  }
+  requireUninterrupted();
   if (!found) {
     throw InputError("'" + path +
                      "' holds no transport stream: no 188-byte packets with sync byte 0x47");
@@ -222,6 +220,12 @@ void TsFile::rewind() {
 bool TsFile::goesOn() {
   state_->ask();
   return !state_->interrupted;
+}
+
+void TsFile::requireUninterrupted() const {
+  if (state_->interrupted) {
+    throw Interrupted(state_->name + " was not read to its end");
+  }
 }
 
 std::uint64_t TsFile::packets() const {

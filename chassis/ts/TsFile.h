@@ -27,6 +27,7 @@ class TsFile {
 
   // For those who read the whole file at once: shows how far that is. False: it is to stop.
   bool goesOn();
+  void requireUninterrupted() const;  // throws Interrupted once goOn has said no
   void rewind();
 
   std::uint64_t packets() const;       // read so far since the last rewind

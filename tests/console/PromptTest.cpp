@@ -287,13 +287,62 @@ TEST_F(Prompt, CombiningCharactersAreEdited) {
   EXPECT_EQ(terminal.screen().back(), "-> note \"ae\u0301o\u0308\"");
   terminal.type("\033[D\033[D" + rubOut + "1");
   ASSERT_TRUE(terminal.sees("1"));
-  ASSERT_TRUE(terminal.sees("o\u0308\"\0338"));
-  EXPECT_EQ(terminal.screen().back(), "-> note \"a1o\u0308\"");
+  EXPECT_TRUE(terminal.comesTo("-> note \"a1o\u0308\"", 11));
   terminal.type(deleteKey + "2");
   ASSERT_TRUE(terminal.sees("2"));
   EXPECT_EQ(terminal.screen().back(), "-> note \"a12\"");
   terminal.type("\033[D\033[C\r");
   EXPECT_TRUE(terminal.sees("chassis        a12"));
+}
+
+// Emoji of several characters are one to move over and to delete, wherever the terminal has them.
+TEST_F(Prompt, EmojiAreEditedAsAPersonSeesThem) {
+  const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
+  const std::string flag = "\U0001F1E9\U0001F1EA";
+  const std::string thumb = "\U0001F44D\U0001F3FD";
+  const std::string heart = "\u2764\uFE0F";
+  const std::string left = "\033[D";
+  for (const bool joins : {false, true}) {
+    TerminalKind kind{100};
+    kind.joins = joins;
+    const std::size_t thumbCells = joins ? 2 : 4;
+    const std::size_t heartCells = joins ? 2 : 1;
+    const std::size_t familyCells = joins ? 2 : 6;
+    Terminal terminal(folder_, {"--speed", "20"}, kind);
+    ASSERT_TRUE(isReady(terminal));
+    terminal.type("note \"a" + family + "b" + flag + "c" + thumb + heart + "d\"");
+    const std::string begin = "-> note \"a" + family + "b" + flag + "c";
+    const std::size_t beginCells = 14 + familyCells;
+    EXPECT_TRUE(
+        terminal.comesTo(begin + thumb + heart + "d\"", beginCells + thumbCells + heartCells + 2));
+    terminal.type(left + left + "1" + left + left + "2");
+    EXPECT_TRUE(
+        terminal.comesTo(begin + thumb + "2" + heart + "1d\"", beginCells + thumbCells + 1));
+    terminal.type(left + left + rubOut + rubOut + rubOut);
+    EXPECT_TRUE(
+        terminal.comesTo("-> note \"a" + family + thumb + "2" + heart + "1d\"", 10 + familyCells));
+    terminal.type(rubOut);
+    EXPECT_TRUE(terminal.comesTo("-> note \"a" + thumb + "2" + heart + "1d\"", 10));
+    terminal.type("\033[C" + deleteKey + deleteKey);
+    EXPECT_TRUE(terminal.comesTo("-> note \"a" + thumb + "1d\"", 10 + thumbCells));
+    terminal.type("\r");
+    EXPECT_TRUE(terminal.sees("chassis        a" + thumb + "1d"));
+  }
+}
+
+// The cursor behind the last cell of a row stands in the next one.
+TEST_F(Prompt, GlyphsUpToTheEndOfARowAreEdited) {
+  Terminal terminal(folder_, {"--speed", "20"}, {20, "C.UTF-8"});
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"e\u0301bcdefghijk");
+  EXPECT_TRUE(terminal.comesTo("", 0));
+  EXPECT_TRUE(hasRow(terminal, "-> note \"e\u0301bcdefghijk"));
+  terminal.type("lm\"" + backOneCharacter + backOneCharacter + backOneCharacter);
+  EXPECT_TRUE(terminal.comesTo("lm\"", 0));
+  terminal.type(rubOut + "x" + backOneCharacter);
+  EXPECT_TRUE(terminal.comesTo("-> note \"e\u0301bcdefghijx", 19));
+  terminal.type("\r");
+  EXPECT_TRUE(terminal.sees("e\u0301bcdefghijxlm"));
 }
 
 // The sixth wide character does not fit the rest of its row, so the cursor stands one row lower
@@ -357,6 +406,24 @@ TEST_F(Prompt, ReadingForLongTellsHowFarItIsAndCanBeEnded) {
   EXPECT_TRUE(terminal.sees(" %\r\n"));
   terminal.signal(SIGTERM);
   EXPECT_EQ(terminal.endStatus(), 143);
+}
+
+// Before there is a prompt, it is the program that Ctrl-C ends.
+TEST_F(Prompt, ReadingTheScriptsStreamsTellsHowFarItIsAndCanBeEnded) {
+  write("huge.ts", "");
+  fs::resize_file(folder_ + "/huge.ts", 400ULL << 30);
+  write("script", "cardInsert 0, \"huge.ts\"\n");
+  Terminal terminal(folder_, {"--script", "script"});
+  ASSERT_TRUE(terminal.sees("reading 'huge.ts': "));
+  terminal.type("\x1a");
+  ASSERT_TRUE(terminal.stops());
+  terminal.signal(SIGCONT);
+  ASSERT_TRUE(terminal.sees("reading 'huge.ts': "));
+  terminal.resize(100);
+  terminal.type(interrupt);
+  EXPECT_EQ(terminal.endStatus(), 130);
+  EXPECT_EQ(terminal.all().find("-> "), std::string::npos);
+  EXPECT_EQ(terminal.screen().back().find("reading"), std::string::npos);
 }
 
 TEST_F(Prompt, BadInputGetsOneLine) {

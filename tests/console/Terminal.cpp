@@ -37,21 +37,29 @@ void dropSanitizersWord(std::string &all) {
   }
 }
 
+void redirect(int descriptor, const char *path) {
+  if (path != nullptr) {
+    dup2(open(path, O_RDWR | O_CREAT, 0600), descriptor);
+  }
+}
+
 [[noreturn]] void become(const std::string &folder, const std::vector<std::string> &arguments,
-                         const char *locale) {
+                         const TerminalKind &kind) {
   std::vector<char *> argv;
-  std::vector<std::string> words{CONSOLE_PROGRAM};
+  std::vector<std::string> words{kind.program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   for (std::string &word : words) {
     argv.push_back(word.data());
   }
   argv.push_back(nullptr);
   setenv("TERM", "xterm", 1);
-  setenv("LC_ALL", locale, 1);
+  setenv("LC_ALL", kind.locale, 1);
   setenv("NO_COLOR", "1", 1);
   setenv("CI_CHASSIS_HISTORY", (folder + "/history").c_str(), 1);
   if (chdir(folder.c_str()) == 0) {
-    execv(CONSOLE_PROGRAM, argv.data());
+    redirect(STDIN_FILENO, kind.input);
+    redirect(STDERR_FILENO, kind.errors);
+    execv(argv[0], argv.data());
   }
   _exit(127);
 }
@@ -63,11 +71,31 @@ winsize sizeOf(unsigned short columns) {
   return size;
 }
 
+constexpr wchar_t joiner = 0x200D;
+
+bool isSkinTone(wchar_t c) {
+  return c >= 0x1F3FB && c <= 0x1F3FF;
+}
+
+std::string withoutBlanksBehind(const std::string &row) {
+  return row.substr(0, row.find_last_not_of(' ') + 1);
+}
+
 // As much of a terminal as the program uses: it moves up and back, erases, goes to a column. A cell
-// has a character with its combining ones; the second cell of a wide one is empty.
+// has a character with its combining ones; the second cell of a wide one is empty. Most terminals
+// give each emoji its own cells; some join those that belong together.
 class Display {
  public:
-  explicit Display(std::size_t columns) : columns_(columns) {}
+  Display(std::size_t columns, bool joins) : columns_(columns), joins_(joins) {}
+
+  struct Cursor {
+    std::string row;  // without the blanks behind its text
+    std::size_t column = 0;
+  };
+  Cursor cursor() const {
+    const std::vector<std::string> texts = rows();
+    return {row_ < texts.size() ? withoutBlanksBehind(texts[row_]) : "", column_};
+  }
 
   void put(const std::string &text) {
     for (std::size_t at = 0; at < text.size();) {
@@ -107,8 +135,13 @@ class Display {
     wchar_t wide = 0;
     std::mbstate_t state{};
     const bool read = std::mbrtowc(&wide, bytes.data(), bytes.size(), &state) <= bytes.size();
-    write(bytes, read ? static_cast<std::size_t>(std::max(0, wcwidth(wide))) : 1);
+    write(bytes, read ? cellsOf(wide) : 1);
+    last_ = wide;
     return end;
+  }
+  std::size_t cellsOf(wchar_t c) const {
+    const bool joined = joins_ && (last_ == joiner || isSkinTone(c));
+    return joined ? 0 : static_cast<std::size_t>(std::max(0, wcwidth(c)));
   }
   void write(const std::string &bytes, std::size_t width) {
     if (column_ + width > columns_) {
@@ -119,6 +152,10 @@ class Display {
     row.resize(std::max(row.size(), column_ + width), " ");
     if (width == 0 && column_ > 0) {
       row[column_ - 1] += bytes;
+    }
+    if (joins_ && bytes == "\uFE0F" && column_ > 0 && row[column_ - 1].size() > bytes.size()) {
+      row.resize(std::max(row.size(), column_ + 1), " ");
+      row[column_++] = "";
     }
     for (std::size_t cell = 0; cell < width; ++cell) {
       row[column_++] = cell == 0 ? bytes : "";
@@ -181,6 +218,8 @@ class Display {
   }
 
   const std::size_t columns_;
+  const bool joins_;
+  wchar_t last_ = 0;
   std::vector<Row> rows_;
   std::size_t row_ = 0;
   std::size_t column_ = 0;
@@ -191,12 +230,12 @@ class Display {
 
 Terminal::Terminal(const std::string &folder, const std::vector<std::string> &arguments,
                    const TerminalKind &kind)
-    : columns_(kind.columns) {
+    : columns_(kind.columns), joins_(kind.joins) {
   std::setlocale(LC_CTYPE, "C.UTF-8");
   const winsize size = sizeOf(kind.columns);
   child_ = forkpty(&terminal_, nullptr, nullptr, &size);
   if (child_ == 0) {
-    become(folder, arguments, kind.locale);
+    become(folder, arguments, kind);
   }
   fcntl(terminal_, F_SETFL, O_NONBLOCK);
 }
@@ -248,6 +287,20 @@ bool Terminal::sees(const std::string &text) {
   }
 }
 
+testing::AssertionResult Terminal::comesTo(const std::string &row, std::size_t column) {
+  const Time::time_point end = Time::now() + deadline;
+  Display::Cursor cursor;
+  for (bool more = true; more && Time::now() < end; more = readMore(pollMs)) {
+    Display display(columns_, joins_);
+    display.put(all_);
+    cursor = display.cursor();
+    if (cursor.column == column && cursor.row == row) {
+      return testing::AssertionSuccess();
+    }
+  }
+  return testing::AssertionFailure() << "column " << cursor.column << " of " << cursor.row;
+}
+
 int Terminal::endStatus() {
   const Time::time_point end = Time::now() + deadline;
   while (Time::now() < end) {
@@ -284,7 +337,7 @@ void Terminal::resize(unsigned short columns) {
 }
 
 std::vector<std::string> Terminal::screen() const {
-  Display display(columns_);
+  Display display(columns_, joins_);
   display.put(all_);
   return display.rows();
 }

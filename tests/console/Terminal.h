@@ -1,6 +1,7 @@
 // The program at a pseudo-terminal, as a person sees it.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
 #include <string>
@@ -11,6 +12,10 @@ namespace console {
 struct TerminalKind {
   unsigned short columns = 400;
   const char *locale = "C.UTF-8";  // of the program; the terminal itself always takes UTF-8
+  bool joins = false;              // shows emoji that belong together as one, two cells wide
+  std::string program = CONSOLE_PROGRAM;
+  const char *input = nullptr;   // a file that is standard input; null: the terminal
+  const char *errors = nullptr;  // a file that standard error goes to; null: the terminal
 };
 
 class Terminal {
@@ -26,6 +31,8 @@ class Terminal {
   // Reads until the text has come; false: it did not within the deadline, or the program ended.
   // What came up to the text's end is taken away from what is read later.
   bool sees(const std::string &text);
+  // Reads until the cursor stands in a column of this row, which blanks may follow.
+  testing::AssertionResult comesTo(const std::string &row, std::size_t column);
   // All that came since the last text seen, once the program has ended by itself.
   int endStatus();  // exit status; -1: it did not end within the deadline, or by a signal
   bool stops();     // whether the program is stopped within the deadline; SIGCONT sets it going
@@ -41,6 +48,7 @@ class Terminal {
   bool readMore(int timeoutMs);
 
   std::size_t columns_;
+  const bool joins_;
   pid_t child_ = -1;
   int terminal_ = -1;
   std::string all_;

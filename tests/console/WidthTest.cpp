@@ -67,13 +67,14 @@ class Screen : public testing::Test {
   std::string folder_;
 };
 
-// The words of the timeline in their order.
-Words history(const std::vector<std::string> &rows) {
+// The words in their order, up to the row with some that are the last.
+Words history(const std::vector<std::string> &rows,
+              const std::string &last = "the end of the history") {
   Words words;
   for (const std::string &row : rows) {
     const Words own = wordsOf(row);
     words.insert(words.end(), own.begin(), own.end());
-    if (row.find("the end of the history") != std::string::npos) {
+    if (row.find(last) != std::string::npos) {
       return words;
     }
   }
@@ -130,11 +131,28 @@ TEST_P(Width, StatusAndHelpFit) {
   EXPECT_LE(widest(written(terminal.all())), GetParam());
 }
 
-TEST_F(Screen, TheOptionsFit) {
-  Terminal terminal(folder_, {"--help"}, {80});
+// What --help shows of a program at a terminal.
+std::vector<std::string> helpOf(const std::string &program, unsigned short columns) {
+  TerminalKind kind{columns};
+  kind.program = CONSOLE_BUILD + std::string("/") + program;
+  Terminal terminal(".", {"--help"}, kind);
   EXPECT_EQ(terminal.endStatus(), 0);
-  EXPECT_TRUE(terminal.sees("alarmFail"));
-  EXPECT_LE(widest(written(terminal.all())), 80u);
+  return written(terminal.all());
+}
+
+class Help : public testing::TestWithParam<const char *> {};
+INSTANTIATE_TEST_SUITE_P(Screen, Help, testing::Values("ci-chassis", "ts-scramble", "ts-join"));
+
+TEST_P(Help, FitsAndSaysAll) {
+  const std::vector<std::string> all = helpOf(GetParam(), wide);
+  for (const unsigned short columns : {60, 80}) {
+    const std::vector<std::string> fitting = helpOf(GetParam(), columns);
+    EXPECT_LE(widest(fitting), columns);
+    EXPECT_GT(fitting.size(), all.size());
+    EXPECT_TRUE(has(fitting, "Exit statuses:"));
+    EXPECT_TRUE(has(fitting, "  4    the program itself failed"));
+  }
+  EXPECT_EQ(history(helpOf(GetParam(), 80), "--version"), history(all, "--version"));
 }
 
 TEST_F(Screen, WhatComesNextHasTheNewWidth) {

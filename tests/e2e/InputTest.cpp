@@ -200,6 +200,9 @@ TEST_F(Input, WrongArgumentsOfTheProgram) {
        "ci-chassis: --clock-start: 4294967296 does not fit; write 0 to 4294967295\n"},
       {"--script empty --output 6:out",
        "ci-chassis: --output 6:out does not fit; write SLOT:FILE with a slot of 0 to 5\n"},
+      {"--script empty --output 0:one.ts --output 1:out --output 0:two.ts",
+       "ci-chassis: --output 0:one.ts and --output 0:two.ts are for the same slot, which has one "
+       "output; leave one out\n"},
       {"--script empty --output out",
        "ci-chassis: --output out does not fit; write SLOT:FILE with a slot of 0 to 5\n"},
   };

@@ -37,9 +37,11 @@ void declare(CLI::App &app, Arguments &arguments) {
   const CLI::Validator numbers = chassis::wholeNumber(1, 0xFFFF);
   app.add_option("IN", arguments.in, "clear transport stream")->required();
   app.add_option("OUT", arguments.out, "scrambled transport stream")->required();
-  app.add_option("--program", arguments.programs,
-                 "NUMBER[:program|stream[:PID[,PID...]]]: a program to scramble, its level and its "
-                 "ECM PIDs, one, or one for each stream; may be repeated; without it, all programs")
+  app.add_option(
+         "--program", arguments.programs,
+         "NUMBER[:LEVEL[:PID[,PID...]]]: a program to scramble, its level, program or stream, "
+         "and its ECM PIDs, one, or one for each stream; may be repeated; without it, all "
+         "programs")
       ->allow_extra_args(false);
   app.add_option("--new-pmt", request.newPmts,
                  "NUMBER: a program whose PMT becomes the next version; may be repeated")

@@ -48,16 +48,36 @@ TEST_F(LineCells, AGlyphHasItsMarks) {
   EXPECT_EQ(lastGlyph(L"be\u0301\u0308"), 3u);
   EXPECT_EQ(firstGlyph(L"\u0301b"), 1u);
   EXPECT_EQ(lastGlyph(L"\u0301"), 1u);
-  EXPECT_EQ(lastGlyph(L"\U0001F468\u200D\U0001F469"), 1u);
   EXPECT_EQ(lastGlyph(L"\U0001F468\u200D"), 2u);
 }
 
-TEST_F(LineCells, PlainWithMarks) {
-  EXPECT_TRUE(isPlainWithMarks(L"ae\u0301"));
-  EXPECT_FALSE(isPlainWithMarks(L"a\u00E9\u65E5"));
-  EXPECT_FALSE(isPlainWithMarks(L"ae\u0301\x01"));
-  EXPECT_FALSE(isPlainWithMarks(L"ae\u0301\n"));
-  EXPECT_FALSE(isPlainWithMarks(L""));
+TEST_F(LineCells, AGlyphIsWhatAPersonTakesForOne) {
+  const std::wstring glyphs[] = {
+      L"\U0001F468\u200D\U0001F469\u200D\U0001F467",                              // a family
+      L"\u2764\uFE0F",                                                            // a red heart
+      L"\U0001F44D\U0001F3FD",                                                    // of a skin tone
+      L"\U0001F1E9\U0001F1EA",                                                    // a flag
+      L"\U0001F3F4\U000E0067\U000E0062\U000E0065\U000E006E\U000E0067\U000E007F",  // by tags
+      L"1\uFE0F\u20E3",                                                           // a keycap
+      L"\u1100\u1161\u11A8",                                                      // a syllable
+      L"\u0915\u093F",                                                            // with its vowel
+      L"a\u200D",                                                                 // joined to none
+  };
+  for (const std::wstring &glyph : glyphs) {
+    EXPECT_EQ(firstGlyph(glyph + L"b"), glyph.size());
+    EXPECT_EQ(firstGlyph(glyph + L"\U0001F1EB\U0001F1F7"), glyph.size());
+    EXPECT_EQ(lastGlyph(L"b" + glyph), glyph.size());
+    EXPECT_EQ(lastGlyph(L"\U0001F1EB\U0001F1F7" + glyph), glyph.size());
+    EXPECT_TRUE(isPlainWithGlyphs(L"b" + glyph));
+  }
+}
+
+TEST_F(LineCells, PlainWithGlyphs) {
+  EXPECT_TRUE(isPlainWithGlyphs(L"ae\u0301"));
+  EXPECT_FALSE(isPlainWithGlyphs(L"a\u00E9\u65E5"));
+  EXPECT_FALSE(isPlainWithGlyphs(L"ae\u0301\x01"));
+  EXPECT_FALSE(isPlainWithGlyphs(L"ae\u0301\n"));
+  EXPECT_FALSE(isPlainWithGlyphs(L""));
 }
 
 }  // namespace

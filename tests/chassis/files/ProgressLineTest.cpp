@@ -65,6 +65,7 @@ TEST(ProgressPace, WhatIsOverSoonIsNotTold) {
 
 TEST(ProgressText, TellsAPartOfAHundredWhereItCan) {
   EXPECT_EQ(chassis::progressText({"reading 'x'", 1, 3}), "reading 'x': 33 %");
+  EXPECT_EQ(chassis::progressText({"time", 1, 4, "1 s of 4 s"}), "time 1 s of 4 s: 25 %");
   EXPECT_EQ(chassis::progressText({"waiting", 0, 0}), "waiting");
 }
 
