@@ -7,7 +7,7 @@
 #include "Traffic.h"
 #include "cam/Cam.h"
 #include "card/Card.h"
-#include "files/Files.h"
+#include "io/Files.h"
 
 class CardRig {
  public:

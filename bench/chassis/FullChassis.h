@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "Traffic.h"
-#include "firmware/Chassis.h"
 #include "kernel/Clock.h"
+#include "supervision/Chassis.h"
 
 class FullChassis : private chassis::Agenda {
  public:

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <vector>
 
-#include "Text.h"
+#include "base/Text.h"
 
 namespace chassis {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "Text.h"
+#include "base/Text.h"
 #include "ts/PacketView.h"
 
 namespace chassis::cam {

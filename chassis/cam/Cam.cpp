@@ -4,7 +4,7 @@
 #include <random>
 #include <utility>
 
-#include "Text.h"
+#include "base/Text.h"
 #include "cam/CaClient.h"
 #include "cam/CaObjects.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "InputError.h"
-#include "Text.h"
+#include "base/InputError.h"
+#include "base/Text.h"
 #include "card/CardState.h"
 #include "card/StreamScan.h"
 #include "card/StreamType.h"

@@ -15,7 +15,7 @@
 #include "cam/Cam.h"
 #include "card/MuxCardForm.h"
 #include "event/Event.h"
-#include "files/Files.h"
+#include "io/Files.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {

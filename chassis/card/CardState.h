@@ -14,7 +14,7 @@
 #include "card/PidFaults.h"
 #include "card/StreamPlayer.h"
 #include "card/Tables.h"
-#include "files/LiveOutput.h"
+#include "io/LiveOutput.h"
 #include "ts/Psi.h"
 
 namespace chassis {

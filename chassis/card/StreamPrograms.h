@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "LongWork.h"
+#include "base/LongWork.h"
 
 namespace chassis {
 

@@ -5,8 +5,8 @@
 #include <map>
 #include <optional>
 
-#include "InputError.h"
-#include "Text.h"
+#include "base/InputError.h"
+#include "base/Text.h"
 #include "ts/PacketView.h"
 #include "ts/TsFile.h"
 

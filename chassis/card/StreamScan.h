@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "LongWork.h"
+#include "base/LongWork.h"
 #include "ts/Psi.h"
 #include "ts/TsPacket.h"
 

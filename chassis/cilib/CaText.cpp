@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "Text.h"
+#include "base/Text.h"
 
 namespace chassis {
 namespace {

@@ -4,9 +4,10 @@
 #include <iterator>
 #include <utility>
 
-#include "Text.h"
+#include "base/Text.h"
 #include "cilib/CaText.h"
 #include "cilib/ReplyRecord.h"
+#include "kernel/Semaphore.h"
 
 namespace chassis {
 namespace {
@@ -121,7 +122,7 @@ void CamLink::forgetExchange() {
   queriedMs_.reset();
   answers_ = {};
   // What the CAM needed before, it is given once it is usable again.
-  semTake(flag_, 0);
+  flag_->take();
 }
 
 void CamLink::forgetCaSystems() {
@@ -148,7 +149,7 @@ bool CamLink::supports(std::uint16_t caSystem) const {
 
 void CamLink::programsChanged() {
   if (phase_ == Phase::Usable) {
-    semGive(flag_);
+    flag_->give();
   }
 }
 
@@ -328,7 +329,7 @@ void CamLink::takeCaInfo(const Apdu &apdu) {
   told_.reset(Silent);
   tell(EventKind::CamUp, "CAM is up, " + caSystemsText(caSystems_), "ca_info of the CAM",
        {{"ca_systems", caSystems_}});
-  semGive(flag_);
+  flag_->give();
 }
 
 void CamLink::takeReply(const Apdu &apdu) {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "cilib/CamLink.h"
-#include "kernel/Kernel.h"
+#include "kernel/Semaphore.h"
 
 namespace {
 

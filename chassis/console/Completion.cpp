@@ -6,8 +6,8 @@
 #include <iterator>
 #include <optional>
 
-#include "report/Layout.h"
-#include "script/Line.h"
+#include "command/Line.h"
+#include "console/Layout.h"
 
 namespace chassis {
 namespace {

@@ -6,11 +6,11 @@
 #include <csignal>
 #include <utility>
 
-#include "ExitStatus.h"
+#include "base/ExitStatus.h"
+#include "command/Line.h"
 #include "console/EndDeadline.h"
-#include "files/StandardOutput.h"
-#include "report/Layout.h"
-#include "script/Line.h"
+#include "console/Layout.h"
+#include "console/StandardOutput.h"
 
 namespace chassis {
 namespace {

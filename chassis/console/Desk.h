@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "LongWork.h"
+#include "base/LongWork.h"
 #include "console/Editor.h"
 #include "console/Inlet.h"
+#include "console/ProgressLine.h"
 #include "console/Session.h"
-#include "files/ProgressLine.h"
 #include "kernel/Clock.h"
 
 namespace chassis {

@@ -15,7 +15,7 @@
 #include "console/Completion.h"
 #include "console/Coroutine.h"
 #include "console/LineCells.h"
-#include "files/StandardOutput.h"
+#include "console/StandardOutput.h"
 
 namespace chassis {
 namespace {

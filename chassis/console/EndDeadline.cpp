@@ -7,7 +7,7 @@
 #include <csignal>
 #include <ctime>
 
-#include "ExitStatus.h"
+#include "base/ExitStatus.h"
 
 namespace chassis {
 namespace {

@@ -3,7 +3,7 @@
 #include <cctype>
 
 #include "CiPlatform.h"
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace chassis {
 namespace {

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "CiPlatform.h"
-#include "InputError.h"
+#include "base/InputError.h"
 #include "console/Guards.h"
 
 namespace chassis {

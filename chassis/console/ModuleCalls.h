@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "script/Functions.h"
+#include "command/Functions.h"
 
 namespace chassis {
 

@@ -3,14 +3,14 @@
 #include <vector>
 
 #include "CiPlatform.h"
-#include "InputError.h"
-#include "Text.h"
 #include "alarms/AlarmText.h"
-#include "report/AlarmList.h"
-#include "report/FieldWords.h"
-#include "report/StatusTable.h"
-#include "report/Table.h"
-#include "report/Verdict.h"
+#include "base/InputError.h"
+#include "base/Text.h"
+#include "console/AlarmList.h"
+#include "console/StatusTable.h"
+#include "console/Table.h"
+#include "status/FieldWords.h"
+#include "status/Verdict.h"
 
 namespace chassis {
 namespace {

@@ -5,9 +5,9 @@
 #include <string>
 
 #include "alarms/AlarmService.h"
-#include "firmware/Chassis.h"
-#include "report/Layout.h"
-#include "report/StatusWatch.h"
+#include "console/Layout.h"
+#include "status/StatusWatch.h"
+#include "supervision/Chassis.h"
 
 namespace chassis {
 

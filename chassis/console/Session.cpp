@@ -1,6 +1,6 @@
 #include "console/Session.h"
 
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace chassis {
 

@@ -5,8 +5,8 @@
 #include <functional>
 #include <string>
 
+#include "command/Player.h"
 #include "console/Shell.h"
-#include "script/Player.h"
 
 namespace chassis {
 

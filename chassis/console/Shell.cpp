@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "InputError.h"
+#include "base/InputError.h"
+#include "command/Nearest.h"
 #include "console/Guards.h"
 #include "console/Overview.h"
-#include "script/Nearest.h"
 
 namespace chassis {
 namespace {

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "console/Journal.h"
+#include "console/Layout.h"
 #include "console/ModuleCalls.h"
 #include "console/Statement.h"
 #include "console/Variables.h"
-#include "firmware/Chassis.h"
-#include "firmware/Console.h"
-#include "report/Layout.h"
-#include "report/StatusWatch.h"
+#include "platform/Print.h"
+#include "status/StatusWatch.h"
+#include "supervision/Chassis.h"
 
 namespace chassis {
 

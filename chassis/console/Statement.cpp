@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace chassis {
 namespace {

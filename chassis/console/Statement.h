@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "script/Line.h"
+#include "command/Line.h"
 
 namespace chassis {
 

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "CiIf.h"
-#include "InputError.h"
-#include "Text.h"
+#include "base/InputError.h"
+#include "base/Text.h"
 #include "console/ModuleCalls.h"
-#include "report/Words.h"
+#include "status/Words.h"
 
 namespace chassis {
 namespace {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace chassis {
 

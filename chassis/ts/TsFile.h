@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "LongWork.h"
+#include "base/LongWork.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {

@@ -248,7 +248,7 @@ class ChassisWorkshop(Workshop):
     def _options_below(self, folder):
         options = super()._options_below(folder)
         for source in options:
-            if source.endswith("chassis/main.cpp"):
+            if source.endswith("chassis/app/main.cpp"):
                 options[source].append("-Dmain=chassisMain")
         return options
 
@@ -311,7 +311,7 @@ class ChassisWorkshop(Workshop):
     def first_failure(self, folder, mutant, first):
         own = str(pathlib.Path(mutant.file).parent) if mutant is not None else ""
         lately = {judge for judge, _ in first}
-        units = [] if mutant is not None and mutant.file == "chassis/main.cpp" else self.units
+        units = [] if mutant is not None and mutant.file == "chassis/app/main.cpp" else self.units
         for unit in sorted(units, key=lambda unit: (unit != own, unit not in lately)):
             failure = self._unit_failure(folder, mutant, unit, first)
             if failure:

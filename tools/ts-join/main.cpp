@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "CommandLine.h"
-#include "ExitStatus.h"
-#include "Program.h"
 #include "Version.h"
-#include "files/Files.h"
-#include "files/ProgressLine.h"
-#include "files/ReplacedFile.h"
+#include "app/CommandLine.h"
+#include "app/Program.h"
+#include "base/ExitStatus.h"
+#include "console/ProgressLine.h"
+#include "io/Files.h"
+#include "io/ReplacedFile.h"
 #include "ts/PacketView.h"
 #include "ts/TsFile.h"
 

@@ -5,9 +5,9 @@
 #include <set>
 #include <sstream>
 
-#include "InputError.h"
 #include "PidText.h"
-#include "Text.h"
+#include "base/InputError.h"
+#include "base/Text.h"
 
 namespace tsscramble {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace tsscramble {
 

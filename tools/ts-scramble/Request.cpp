@@ -4,9 +4,9 @@
 #include <set>
 #include <sstream>
 
-#include "InputError.h"
-#include "Number.h"
 #include "PidText.h"
+#include "base/InputError.h"
+#include "base/Number.h"
 #include "ts/TsPacket.h"
 
 namespace tsscramble {

@@ -10,11 +10,11 @@
 #include <optional>
 #include <utility>
 
-#include "InputError.h"
 #include "PidText.h"
 #include "PsiEdit.h"
-#include "files/Files.h"
-#include "files/ReplacedFile.h"
+#include "base/InputError.h"
+#include "io/Files.h"
+#include "io/ReplacedFile.h"
 #include "ts/PacketView.h"
 
 namespace tsscramble {

@@ -5,9 +5,9 @@
 #include <optional>
 #include <tuple>
 
-#include "InputError.h"
 #include "PidText.h"
 #include "PsiEdit.h"
+#include "base/InputError.h"
 #include "ts/PacketView.h"
 
 namespace tsscramble {

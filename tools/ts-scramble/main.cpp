@@ -6,16 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "CommandLine.h"
-#include "ExitStatus.h"
-#include "OptionNumber.h"
 #include "PidText.h"
-#include "Program.h"
 #include "Scrambler.h"
-#include "Text.h"
 #include "Version.h"
+#include "app/CommandLine.h"
+#include "app/OptionNumber.h"
+#include "app/Program.h"
+#include "base/ExitStatus.h"
+#include "base/Text.h"
 #include "card/StreamScan.h"
-#include "files/ProgressLine.h"
+#include "console/ProgressLine.h"
 
 namespace {
 

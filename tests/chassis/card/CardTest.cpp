@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "InputError.h"
+#include "base/InputError.h"
 #include "card/Fpga.h"
 #include "chassis/StreamWriter.h"
 

@@ -8,7 +8,7 @@
 
 #include "EventLog.h"
 #include "Records.h"
-#include "kernel/Kernel.h"
+#include "platform/Kernel.h"
 
 namespace chassis {
 namespace {

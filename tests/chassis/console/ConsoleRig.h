@@ -11,8 +11,8 @@
 #include "chassis/StreamWriter.h"
 #include "console/Session.h"
 #include "console/Shell.h"
-#include "report/StatusWatch.h"
-#include "report/Timeline.h"
+#include "console/Timeline.h"
+#include "status/StatusWatch.h"
 
 namespace chassis {
 

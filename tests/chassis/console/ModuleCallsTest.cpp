@@ -4,7 +4,7 @@
 #include <set>
 
 #include "ConsoleRig.h"
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace chassis {
 namespace {

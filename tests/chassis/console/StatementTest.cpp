@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace chassis {
 namespace {

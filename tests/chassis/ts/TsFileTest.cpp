@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "InputError.h"
+#include "base/InputError.h"
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;

@@ -10,9 +10,9 @@
 
 #include "CaPmts.h"
 #include "Input.h"
-#include "InputError.h"
 #include "MadeTables.h"
 #include "Reading.h"
+#include "base/InputError.h"
 #include "cam/Cam.h"
 #include "cam/LabCa.h"
 #include "card/Card.h"

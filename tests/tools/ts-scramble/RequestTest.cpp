@@ -4,7 +4,7 @@
 
 #include <cmath>
 
-#include "InputError.h"
+#include "base/InputError.h"
 
 namespace {
 

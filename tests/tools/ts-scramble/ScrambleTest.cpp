@@ -6,9 +6,9 @@
 #include <random>
 #include <set>
 
-#include "InputError.h"
 #include "PidText.h"
 #include "Scrambler.h"
+#include "base/InputError.h"
 #include "chassis/StreamWriter.h"
 #include "chassis/cam/CamRig.h"
 #include "ts/PacketView.h"

@@ -1,0 +1,231 @@
+#include "app/Operation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+#include "base/ExitStatus.h"
+#include "base/InputError.h"
+#include "status/Words.h"
+
+namespace chassis {
+namespace {
+
+using Show = std::function<void(const std::string &)>;
+
+Show showAt(std::unique_ptr<Desk> &desk) {
+  return [&desk](const std::string &text) { desk->show(text); };
+}
+
+std::string wholeSeconds(std::uint64_t ms) {
+  const std::string stamp = stampText(ms);
+  return stamp.substr(0, stamp.find('.'));
+}
+
+Progress progressOf(std::uint64_t nowMs, std::uint64_t endMs, std::chrono::duration<double> real) {
+  const double times = static_cast<double>(nowMs) / 1000 / real.count();
+  return {"chassis time", nowMs, endMs,
+          wholeSeconds(nowMs) + " of " + wholeSeconds(endMs) + ", " +
+              std::to_string(std::llround(times)) + " times as fast as real time"};
+}
+
+}  // namespace
+
+Operation::Operation(const Config &config, Script script)
+    : config_(config),
+      desk_(std::make_unique<Desk>(config.mode, config.historyPath, Shell::names())),
+      clock_(config.clockStart),
+      journal_(showAt(desk_)),
+      stream_(&journal_),
+      timeline_(stream_, {config.colour, outputWidth}, [this] { return clock_.elapsedMs(); }),
+      eventLines_(showAt(desk_), [this] { return clock_.elapsedMs(); }),
+      chassis_(clock_, events_),
+      watch_(chassis_, events_),
+      shell_(chassis_, watch_, journal_, showAt(desk_), config.colour, outputWidth),
+      player_(std::move(script), chassis_),
+      session_(
+          player_, shell_,
+          config.mode == DeskMode::Terminal ? Session::Order::Overtaking : Session::Order::InTurn,
+          config.mode == DeskMode::Terminal
+              ? Show([this](const std::string &what) { complain(what); })
+              : Show()),
+      maximal_(config.speed <= 0),
+      ticking_(clock_.onTick([this](std::uint64_t) {
+        tellEventLoss();
+        stopWhenOver();
+      })) {
+  if (config.shown != Shown::Nothing) {
+    events_.add(config.shown == Shown::Timeline ? static_cast<Events &>(timeline_) : eventLines_);
+  }
+  chassis_.files().addStandardStreams();
+  readStreams();
+  chassis_.files().onLongWork([this](const Progress &progress) { return desk_->goOn(progress); });
+  bindConsole([this](ConsolePort port, const std::string &line) {
+    if (!shell_.takePrint(port, line)) {
+      tellPrinted(port, line);
+    }
+  });
+}
+
+// A stream is nobody's output, also before its card is in.
+void Operation::readStreams() {
+  for (const Call *call : streamCalls(player_.script())) {
+    try {
+      chassis_.files().read("the stream of script line " + std::to_string(call->line),
+                            call->values[1].text);
+    } catch (const InputError &error) {
+      throw InputError(atLine(player_.script(), call->line, error.what()));
+    }
+  }
+}
+
+void Operation::writeEvents(const std::string &path) {
+  eventFile_ =
+      std::make_unique<EventFile>(chassis_.files(), path, [this] { return clock_.elapsedMs(); });
+  events_.add(*eventFile_);
+}
+
+void Operation::tellEventLoss() {
+  const std::optional<Event> trouble = eventFile_ ? eventFile_->newTrouble() : std::nullopt;
+  if (trouble) {
+    events_.tell(*trouble);
+  }
+}
+
+// From here on nobody is told: a file that was ended would begin anew.
+void Operation::endEvents() {
+  if (eventFile_ == nullptr) {
+    return;
+  }
+  tellEventLoss();
+  events_.remove(*eventFile_);
+  const std::string loss = eventFile_->end();
+  tellEventLoss();
+  if (!loss.empty()) {
+    losses_.push_back(loss);
+  }
+}
+
+Operation::~Operation() {
+  bindConsole(nullptr);
+}
+
+void Operation::tellPrinted(ConsolePort port, const std::string &line) {
+  const bool shown = port == ConsolePort::Print || config_.debug;
+  if (shown && !line.empty()) {
+    events_.tell(printed(port, line));
+  }
+}
+
+void Operation::complain(const std::string &what) {
+  desk_->show("error: " + what + "\n");
+}
+
+// One tick at a time, so that what a person asks of the module is served as soon as a cycle is
+// over.
+int Operation::run() {
+  desk_->serve(clock_, session_);
+  clock_.setSpeed(config_.speed);
+  clock_.setWait([this](std::uint64_t dueNs) { wait(dueNs); });
+  std::string unexpected;
+  try {
+    runToTheEnd();
+  } catch (const Unexpected &error) {
+    unexpected = error.what();
+  } catch (const InputError &) {
+    if (!desk_->ended()) {
+      end();
+      throw;
+    }
+  }
+  const int status = desk_->status();
+  end();
+  if (!unexpected.empty()) {
+    std::fprintf(stderr, "ci-chassis: %s\n", unexpected.c_str());
+  }
+  return status == exitDone && session_.unexpected() ? exitUnexpected : status;
+}
+
+void Operation::runToTheEnd() {
+  do {
+    takePipedLines();
+    settlePace();
+    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
+    stopWhenOver();
+  } while (!clock_.stopped());
+}
+
+// A tick is due at a real time, also when it is one of a pause of the module.
+void Operation::wait(std::uint64_t dueNs) {
+  desk_->waitUntil(dueNs);
+  if (chassis_.supervising()) {
+    takePipedLines();
+  }
+  chassis_.letHappen();
+  stopWhenOver();
+  showHowFar();
+}
+
+// A run that keeps a pace is as far as the clock on the wall.
+void Operation::showHowFar() {
+  const std::uint64_t nowMs = clock_.elapsedMs();
+  if (maximal_ && nowMs % Chassis::cycleMs == 0) {
+    desk_->showRun(progressOf(nowMs, knownEndMs(), std::chrono::steady_clock::now() - begun_));
+  }
+}
+
+std::uint64_t Operation::knownEndMs() const {
+  return config_.endMs.value_or(std::max(player_.endMs(), shell_.blockedUntilMs()));
+}
+
+void Operation::stopWhenOver() {
+  if (isOver()) {
+    chassis_.stop();
+  }
+}
+
+// While the timeline still has its desk: the end of an output may have to be told.
+void Operation::end() {
+  losses_ = chassis_.endOutputs();
+  endEvents();
+  timeline_.flush();
+  clock_.setWait(nullptr);
+  chassis_.files().onLongWork(nullptr);
+  desk_.reset();
+}
+
+bool Operation::isOver() const {
+  const std::uint64_t nowMs = clock_.elapsedMs();
+  if (shell_.exited() || desk_->ended()) {
+    return true;
+  }
+  if (config_.endMs || config_.mode == DeskMode::Terminal) {
+    return config_.endMs && nowMs >= *config_.endMs;
+  }
+  const bool typedOver = config_.mode == DeskMode::Script ||
+                         (desk_->inputOver() && session_.idle() && !session_.waits(nowMs));
+  return typedOver && player_.isOver(nowMs);
+}
+
+// Without a pace, chassis time stands still until the next line of a pipe has come.
+void Operation::takePipedLines() {
+  const bool waits = maximal_ && config_.mode == DeskMode::Pipe;
+  while (waits && !desk_->inputOver() && session_.idle() && !session_.waits(clock_.elapsedMs()) &&
+         !isOver()) {
+    desk_->awaitLine();
+    session_.runDue(clock_.elapsedMs());
+    if (chassis_.booted() && !chassis_.supervising()) {
+      session_.serve();
+    }
+  }
+}
+
+// A person cannot keep up with time without a pace.
+void Operation::settlePace() {
+  if (maximal_ && config_.mode == DeskMode::Terminal && player_.isOver(clock_.elapsedMs())) {
+    maximal_ = false;
+    clock_.setSpeed(1);
+  }
+}
+
+}  // namespace chassis

@@ -1,0 +1,26 @@
+// Numbers on a command line that CLI11 reads: whole, in their range, or refused.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <string>
+
+#include "base/Number.h"
+
+namespace chassis {
+
+// A transformation for an option of an unsigned type that holds `most`. CLI11 by itself would let
+// -1 be the largest number and 010 be 8.
+inline CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {
+  const auto transform = [least, most](std::string &text) -> std::string {
+    const std::optional<std::uint64_t> number = readWhole(text);
+    if (!number || *number < least || *number > most) {
+      return text + " does not fit; write " + std::to_string(least) + " to " + std::to_string(most);
+    }
+    text = std::to_string(*number);
+    return "";
+  };
+  return CLI::Validator(transform, "");
+}
+
+}  // namespace chassis

@@ -1,0 +1,157 @@
+#include "command/Expectations.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "alarms/AlarmText.h"
+#include "base/Text.h"
+#include "status/Findings.h"
+#include "status/Words.h"
+
+namespace chassis {
+namespace {
+
+constexpr std::uint64_t lookEveryMs = 100;  // the module itself looks once a second
+
+std::string quoted(const std::string &text) {
+  return "\"" + text + "\"";
+}
+
+std::uint32_t slotOf(const Values &values) {
+  return static_cast<std::uint32_t>(values[0].number);
+}
+
+int camOf(const Values &values) {
+  return static_cast<int>(values[1].number);
+}
+
+std::string camName(const Values &values) {
+  return "CAM " + std::to_string(values[1].number) + " of slot " + std::to_string(values[0].number);
+}
+
+const ProgramFinding *programIn(const CardFinding &card, std::uint64_t number) {
+  const auto wanted = [number](const ProgramFinding &program) { return program.number == number; };
+  const auto found = std::find_if(card.programs.begin(), card.programs.end(), wanted);
+  return found == card.programs.end() ? nullptr : &*found;
+}
+
+std::string nameOf(const StatusWords &words) {
+  return *words.cause == '\0' ? quoted(words.state)
+                              : quoted(words.state) + ", " + quoted(words.cause);
+}
+
+// The faults of the alarms that stand for a CAM, the card's own among them.
+std::vector<std::string> standingFor(const Chassis &chassis, const Values &values) {
+  std::vector<std::string> faults;
+  for (const auto &[index, alarm] : chassis.alarms().active()) {
+    const bool ofCard = alarm.place.slot == static_cast<int>(slotOf(values));
+    if (ofCard && (alarm.place.cam < 0 || alarm.place.cam == camOf(values))) {
+      faults.push_back(alarmFault(alarm.record));
+    }
+  }
+  return faults;
+}
+
+bool stands(const std::vector<std::string> &faults, const std::string &fault) {
+  return std::find(faults.begin(), faults.end(), fault) != faults.end();
+}
+
+std::string standingText(const std::vector<std::string> &faults, const Values &values) {
+  std::string text;
+  for (const std::string &fault : faults) {
+    text += (text.empty() ? "" : ", ") + quoted(fault);
+  }
+  return camName(values) + " has " + (text.empty() ? "no alarm" : "the alarms " + text);
+}
+
+// The time of an expectation is its last parameter, which may be left out.
+std::uint64_t timeOf(const Function &function, const Values &values) {
+  return values.size() == function.params.size() ? values.back().number : 0;
+}
+
+}  // namespace
+
+std::vector<std::string> stateNames() {
+  std::vector<std::string> names;
+  for (const StatusWords &words : allStatusWords()) {
+    for (const std::string name : {words.state, words.cause}) {
+      if (!name.empty() && std::find(names.begin(), names.end(), name) == names.end()) {
+        names.push_back(name);
+      }
+    }
+  }
+  return names;
+}
+
+std::vector<std::string> alarmNames() {
+  return alarmFaults();
+}
+
+std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values) {
+  const CardFinding card = examine(chassis, slotOf(values));
+  const ProgramFinding *program = programIn(card, values[1].number);
+  const std::string name = "program " + std::to_string(values[1].number) + " of slot " +
+                           std::to_string(values[0].number);
+  if (program == nullptr) {
+    return name + " is not in the stream";
+  }
+  const StatusWords &words = statusWords(program->status);
+  const bool asExpected = values[2].text == words.state || values[2].text == words.cause;
+  return asExpected ? std::nullopt : std::optional(name + " is " + nameOf(words));
+}
+
+std::optional<std::string> alarmDiffers(Chassis &chassis, const Values &values) {
+  const std::vector<std::string> faults = standingFor(chassis, values);
+  return stands(faults, values[2].text) ? std::nullopt
+                                        : std::optional(standingText(faults, values));
+}
+
+std::optional<std::string> noAlarmDiffers(Chassis &chassis, const Values &values) {
+  const std::vector<std::string> faults = standingFor(chassis, values);
+  return stands(faults, values[2].text) ? std::optional(standingText(faults, values))
+                                        : std::nullopt;
+}
+
+std::optional<std::string> resetDiffers(Chassis &chassis, const Values &values) {
+  const CiLibrary::History &history =
+      chassis.library().history(slotOf(values), static_cast<std::uint32_t>(values[1].number));
+  return history.resets == values[2].number
+             ? std::nullopt
+             : std::optional(camName(values) + " has had " +
+                             countText(history.resets, "reset", "resets"));
+}
+
+void Expectations::expect(const Script &script, const Call &call, std::uint64_t nowMs) {
+  pending_.push_back({atLine(script, call.line, ""), call.line, call.text, call.function,
+                      call.values, nowMs + timeOf(*call.function, call.values)});
+}
+
+bool Expectations::isOver(const Pending &expectation, std::uint64_t nowMs) {
+  // What a check finds at the last moment is seen a tick later.
+  const bool last = nowMs > expectation.untilMs;
+  if (!last && nowMs % lookEveryMs != 0) {
+    return false;
+  }
+  const std::optional<std::string> differs =
+      expectation.function->differs(chassis_, expectation.values);
+  if (!differs) {
+    chassis_.tell({EventKind::AsExpected,
+                   placeOf(*expectation.function, expectation.values),
+                   "as expected: " + expectation.text,
+                   "script line " + std::to_string(expectation.line),
+                   {{"text", expectation.text}, {"line", std::uint64_t{expectation.line}}}});
+  } else if (last) {
+    failed_.push_back(expectation.at + "expected " + expectation.text + ", but " + *differs);
+  }
+  return last || !differs;
+}
+
+void Expectations::review(std::uint64_t nowMs) {
+  const auto over = [this, nowMs](const Pending &pending) { return isOver(pending, nowMs); };
+  pending_.erase(std::remove_if(pending_.begin(), pending_.end(), over), pending_.end());
+  if (!failed_.empty()) {
+    throw Unexpected(joined(std::exchange(failed_, {}), "\n"));
+  }
+}
+
+}  // namespace chassis

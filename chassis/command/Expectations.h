@@ -1,0 +1,63 @@
+// What a script says must be so: checked against what the module has found, at once or until it
+// comes true in time.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "command/Script.h"
+#include "supervision/Chassis.h"
+
+namespace chassis {
+
+// An expectation that did not come true. The text names the line, what was expected and what is.
+class Unexpected : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Texts that expectState and the alarm expectations take.
+std::vector<std::string> stateNames();
+std::vector<std::string> alarmNames();
+
+// What is instead of what the call expects, such as `program 102 is "descrambled"`; nothing when it
+// is so. For Function::differs.
+std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values);
+std::optional<std::string> alarmDiffers(Chassis &chassis, const Values &values);
+std::optional<std::string> noAlarmDiffers(Chassis &chassis, const Values &values);
+std::optional<std::string> resetDiffers(Chassis &chassis, const Values &values);
+
+class Expectations {
+ public:
+  explicit Expectations(Chassis &chassis) : chassis_(chassis) {}
+
+  // From now on until its time is over, without one just now; what a check finds at that very
+  // moment counts. script: of the call, to name it.
+  void expect(const Script &script, const Call &call, std::uint64_t nowMs);
+
+  // Looks at all that have not come true, a few times a second and when the time of one is over.
+  // One that comes true is told in the timeline; throws Unexpected for those that did not in time.
+  void review(std::uint64_t nowMs);
+
+  bool pending() const { return !pending_.empty(); }
+
+ private:
+  struct Pending {
+    std::string at;  // FILE:LINE
+    std::size_t line;
+    std::string text;
+    const Function *function;
+    Values values;
+    std::uint64_t untilMs;
+  };
+  bool isOver(const Pending &expectation, std::uint64_t nowMs);
+
+  Chassis &chassis_;
+  std::vector<Pending> pending_;
+  std::vector<std::string> failed_;  // in this review
+};
+
+}  // namespace chassis

@@ -1,0 +1,63 @@
+#include "command/Player.h"
+
+#include "base/InputError.h"
+
+namespace chassis {
+
+Player::Player(Script script, Chassis &chassis)
+    : script_(std::move(script)), chassis_(chassis), expectations_(chassis) {}
+
+std::optional<std::uint64_t> Player::nextMs() const {
+  if (next_ == script_.calls.size()) {
+    return std::nullopt;
+  }
+  return dueMs_;
+}
+
+void Player::runDue(std::uint64_t nowMs) {
+  while (next_ < script_.calls.size() && dueMs_ <= nowMs) {
+    run(script_.calls[next_++]);
+  }
+  expectations_.review(nowMs);
+}
+
+void Player::run(const Call &call) {
+  if (isWait(*call.function)) {
+    dueMs_ += call.values[0].number;
+    return;
+  }
+  if (call.function->differs != nullptr) {
+    expectations_.expect(script_, call, dueMs_);
+    return;
+  }
+  announce(call);
+  try {
+    call.function->run(chassis_, call.values);
+  } catch (const InputError &error) {
+    throw InputError(atLine(script_, call.line, error.what()));
+  }
+}
+
+void Player::announce(const Call &call) {
+  if (!speaksForItself(*call.function)) {
+    chassis_.tell({EventKind::ScriptLine,
+                   placeOf(*call.function, call.values),
+                   call.text,
+                   "script line " + std::to_string(call.line),
+                   {{"line", std::uint64_t{call.line}}}});
+  }
+}
+
+bool Player::isOver(std::uint64_t nowMs) const {
+  return nowMs >= endMs() && !nextMs() && !expectations_.pending();
+}
+
+std::uint64_t Player::endMs() const {
+  std::uint64_t end = 0;
+  for (const Call &call : script_.calls) {
+    end += isWait(*call.function) ? call.values[0].number : 0;
+  }
+  return end;
+}
+
+}  // namespace chassis

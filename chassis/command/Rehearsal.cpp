@@ -1,0 +1,93 @@
+#include "command/Rehearsal.h"
+
+#include "base/InputError.h"
+
+namespace chassis {
+namespace {
+
+std::string listOf(const std::vector<std::uint16_t> &programs) {
+  std::string list;
+  for (const std::uint16_t program : programs) {
+    list += (list.empty() ? "" : ", ") + std::to_string(program);
+  }
+  return list;
+}
+
+}  // namespace
+
+void Rehearsal::play(const Function &function, const Values &values) {
+  if (function.need != Need::Nothing) {
+    Slot &slot = slots_[values[0].number];
+    require(function, values, slot);
+    requireProgram(function, values, slot);
+  }
+  if (function.effect != Effect::None) {
+    follow(function, values);
+  }
+}
+
+void Rehearsal::require(const Function &function, const Values &values, Slot &slot) const {
+  const std::string slotName = std::to_string(values[0].number);
+  if (slot.card == Filled::No) {
+    slot.card = Filled::Maybe;
+    slot.cams.fill(Filled::Maybe);
+    throw InputError("no card is in slot " + slotName + "; put one in first: cardInsert " +
+                     slotName + ", \"file\"");
+  }
+  if (function.need == Need::Card || slot.cams[values[1].number] != Filled::No) {
+    return;
+  }
+  slot.cams[values[1].number] = Filled::Maybe;
+  const std::string place = slotName + ", " + std::to_string(values[1].number);
+  throw InputError("no CAM is in " + place + "; put one in first: camInsert " + place + ", casid");
+}
+
+void Rehearsal::requireProgram(const Function &function, const Values &values, const Slot &slot) {
+  const std::optional<std::uint16_t> program = programOf(function, values);
+  if (!program || slot.stream.empty() || streams_->carries(slot.stream, *program)) {
+    return;
+  }
+  throw InputError("program " + std::to_string(*program) + " is not in '" + slot.stream +
+                   "', which carries " + listOf(streams_->first(slot.stream)));
+}
+
+void Rehearsal::follow(const Function &function, const Values &values) {
+  Slot &slot = slots_[values[0].number];
+  switch (function.effect) {
+    case Effect::CardIn:
+      insertCard(values, slot);
+      break;
+    case Effect::CardOut:
+      slot = Slot{};
+      break;
+    case Effect::CamIn:
+      slot.cams[values[1].number] = Filled::Yes;
+      break;
+    case Effect::CamOut:
+      slot.cams[values[1].number] = Filled::No;
+      break;
+    case Effect::None:
+      break;
+  }
+}
+
+void Rehearsal::insertCard(const Values &values, Slot &slot) {
+  slot.card = Filled::Yes;
+  slot.stream.clear();
+  if (streams_ != nullptr) {
+    streams_->require(values[1].text);
+    slot.stream = values[1].text;
+  }
+}
+
+void Rehearsal::loseTrack() {
+  for (Slot &slot : slots_) {
+    slot.card = slot.card == Filled::No ? Filled::Maybe : slot.card;
+    slot.stream.clear();
+    for (Filled &cam : slot.cams) {
+      cam = cam == Filled::No ? Filled::Maybe : cam;
+    }
+  }
+}
+
+}  // namespace chassis

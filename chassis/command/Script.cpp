@@ -1,0 +1,188 @@
+#include "command/Script.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "base/InputError.h"
+#include "base/Text.h"
+#include "command/Rehearsal.h"
+
+namespace chassis {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char *byteOrderMark = "\xEF\xBB\xBF";
+constexpr std::size_t errorsTold = 100;
+constexpr std::streamsize searched = 1 << 20;  // for the end of a line that is too long
+
+// Takes the next line, of one that is too long no more than shows it; behind one whose end is not
+// in sight there is no other. False: there is none.
+bool nextLine(std::istream &lines, std::string &text) {
+  text.clear();
+  for (char c = 0; text.size() <= longestLine && lines.get(c) && c != '\n';) {
+    text += c;
+  }
+  if (text.size() > longestLine && lines.ignore(searched, '\n').gcount() == searched) {
+    lines.setstate(std::ios::eofbit);
+  }
+  return lines.good() || !text.empty();
+}
+
+class Reader {
+ public:
+  Reader(std::string name, std::string folder, const ScriptSetting &setting)
+      : script_{std::move(name), {}},
+        folder_(std::move(folder)),
+        setting_(setting),
+        rehearsal_(setting.streams) {}
+
+  Script read(std::istream &lines);
+
+ private:
+  void readLine(const std::string &text, std::size_t number);
+  Call callOf(const std::string &text, std::size_t number);
+  void requireFunction(const std::string &name) const;
+  bool isConsoleName(const std::string &name) const;
+  void loseTrackAt(const std::string &name);
+  std::string findFile(Call &call) const;
+  void complain(std::size_t number, const std::string &what);
+
+  Script script_;
+  const std::string folder_;  // that stream files are looked for in first; empty: none
+  const ScriptSetting &setting_;
+  Rehearsal rehearsal_;
+  std::vector<std::string> errors_;
+};
+
+Script Reader::read(std::istream &lines) {
+  std::string text;
+  for (std::size_t number = 1; nextLine(lines, text) && errors_.size() < errorsTold; ++number) {
+    if (text.find('\0') != std::string::npos) {
+      complain(number, "a zero byte: this is no text; write the name of a script");
+      break;
+    }
+    const bool marked = number == 1 && text.rfind(byteOrderMark, 0) == 0;
+    readLine(marked ? text.substr(std::strlen(byteOrderMark)) : text, number);
+  }
+  if (!errors_.empty()) {
+    throw InputError(joined(errors_, "\n"));
+  }
+  return std::move(script_);
+}
+
+void Reader::readLine(const std::string &text, std::size_t number) {
+  Call call;
+  try {
+    call = callOf(text, number);
+  } catch (const InputError &error) {
+    complain(number, error.what());
+    loseTrackAt(leadingName(text));
+    return;
+  }
+  if (call.function == nullptr) {
+    return;
+  }
+  const std::string whereLooked = findFile(call);
+  try {
+    rehearsal_.play(*call.function, call.values);
+  } catch (const Interrupted &) {
+    throw;
+  } catch (const InputError &error) {
+    complain(number, error.what() + whereLooked);
+  }
+  script_.calls.push_back(std::move(call));
+}
+
+Call Reader::callOf(const std::string &text, std::size_t number) {
+  checkLength(text);
+  checkCharacters(text);
+  requireFunction(leadingName(text));
+  const Line line = parseLine(text);
+  if (line.name.empty()) {
+    return Call{};
+  }
+  const Function &function = findFunction(line.name);
+  return Call{number, lineText(line), &function, checkArgs(function, line.args)};
+}
+
+// Before the rest of the line is read: what is right at the console may be no call.
+void Reader::requireFunction(const std::string &name) const {
+  if (name.empty() || isFunction(name)) {
+    return;
+  }
+  if (isConsoleName(name)) {
+    throw InputError(name + " is console only; type it at the prompt, or pipe it with --console");
+  }
+  findFunction(name);
+}
+
+bool Reader::isConsoleName(const std::string &name) const {
+  const std::vector<std::string> &names = setting_.consoleNames;
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Unless the name tells that a wrong line was not meant to fill or empty a slot.
+void Reader::loseTrackAt(const std::string &name) {
+  const bool harmless =
+      isFunction(name) ? findFunction(name).effect == Effect::None : isConsoleName(name);
+  if (!harmless) {
+    rehearsal_.loseTrack();
+  }
+}
+
+// Puts in the path that leads to the call's file. Returns where it was looked for in vain.
+std::string Reader::findFile(Call &call) const {
+  std::string *file = fileOf(*call.function, call.values);
+  if (file == nullptr || folder_.empty()) {
+    return "";
+  }
+  std::error_code failure;
+  const fs::path beside = fs::path(folder_) / *file;
+  if (fs::exists(beside, failure)) {
+    *file = beside.string();
+    return "";
+  }
+  const bool here = fs::exists(*file, failure) || fs::path(*file).is_absolute();
+  return here ? "" : "; it was looked for in '" + folder_ + "' and in the working directory";
+}
+
+void Reader::complain(std::size_t number, const std::string &what) {
+  errors_.push_back(atLine(script_, number, what));
+}
+
+}  // namespace
+
+std::vector<const Call *> streamCalls(const Script &script) {
+  std::vector<const Call *> calls;
+  for (const Call &call : script.calls) {
+    if (call.function->effect == Effect::CardIn) {
+      calls.push_back(&call);
+    }
+  }
+  return calls;
+}
+
+std::string atLine(const Script &script, std::size_t line, const std::string &what) {
+  return script.name + ":" + std::to_string(line) + ": " + what;
+}
+
+Script readScript(const std::string &name, std::istream &lines, const ScriptSetting &setting) {
+  return Reader(name, "", setting).read(lines);
+}
+
+Script readScript(const std::string &path, const ScriptSetting &setting) {
+  std::ifstream file(path);
+  if (!file) {
+    throw InputError(path + ": cannot be read: " + std::strerror(errno));
+  }
+  if (file.peek() == std::ifstream::traits_type::eof() && file.bad()) {
+    throw InputError(path + ": cannot be read; write the name of a script");
+  }
+  return Reader(path, fs::path(path).parent_path().string(), setting).read(file);
+}
+
+}  // namespace chassis

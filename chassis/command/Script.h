@@ -1,0 +1,45 @@
+// A script: calls in the order in which they run, checked before the first one does.
+#pragma once
+
+#include <istream>
+#include <string>
+#include <vector>
+
+#include "card/StreamPrograms.h"
+#include "command/Functions.h"
+
+namespace chassis {
+
+struct Call {
+  std::size_t line = 0;  // in the file, from 1
+  std::string text;      // as a person would write it
+  const Function *function = nullptr;
+  Values values;  // a stream file by the path that leads to it
+};
+
+struct Script {
+  std::string name;  // of the file, for messages
+  std::vector<Call> calls;
+};
+
+// What a script is read with.
+struct ScriptSetting {
+  std::vector<std::string> consoleNames;  // what the console knows; a script takes functions alone
+  StreamPrograms *streams = nullptr;      // null: stream files are not looked into
+};
+
+// The streams that a script names are looked for in its own folder, then in the working directory.
+// Throw InputError: a file that cannot be read, or one line with file and line for each call that
+// cannot be read, names a card or CAM that no earlier line has put in, a stream file that cannot
+// be played or a program that it does not carry; a hundred such lines at most. And Interrupted,
+// where the setting's streams do.
+Script readScript(const std::string &path, const ScriptSetting &setting = {});
+Script readScript(const std::string &name, std::istream &lines, const ScriptSetting &setting = {});
+
+// The calls that put a card with a stream in.
+std::vector<const Call *> streamCalls(const Script &script);
+
+// "FILE:LINE: what"
+std::string atLine(const Script &script, std::size_t line, const std::string &what);
+
+}  // namespace chassis

@@ -1,0 +1,14 @@
+// The alarms that stand, as plain text.
+#pragma once
+
+#include <string>
+
+#include "alarms/AlarmService.h"
+#include "console/Layout.h"
+
+namespace chassis {
+
+// One line per alarm in the order in which they were raised, or one that says that none stands.
+std::string standingAlarms(const AlarmService &alarms, bool colour, std::size_t width = anyWidth);
+
+}  // namespace chassis

@@ -1,0 +1,129 @@
+#include "console/StatusTable.h"
+
+#include <vector>
+
+#include "CiPlatform.h"
+#include "base/Text.h"
+#include "console/Table.h"
+#include "status/Verdict.h"
+#include "status/Words.h"
+
+namespace chassis {
+namespace {
+
+const std::vector<std::string> titles{"program",
+                                      "PID",
+                                      "stream",
+                                      "CAM",
+                                      "state",
+                                      "cause",
+                                      "reply",
+                                      "ECM PIDs",
+                                      "before",
+                                      "behind",
+                                      "seen behind the CAMs"};
+
+std::string ecmCell(const PidFinding &pid, std::uint64_t nowMs) {
+  std::vector<std::string> parts;
+  for (const EcmFinding &ecm : pid.ecms) {
+    std::string part = hexText(ecm.pid);
+    if (ecm.evidence.packets == 0) {
+      part += " never seen";
+    } else if (!ecm.present) {
+      part += " absent " + secondsText(nowMs - ecm.evidence.lastSeenMs);
+    } else {
+      part += " present/" + std::to_string(ecm.evidence.ccErrors);
+    }
+    parts.push_back(part);
+  }
+  return parts.empty() ? "none" : joined(parts, ", ");
+}
+
+std::string countsCell(const PidEvidence &evidence) {
+  return std::to_string(evidence.packets) + "/" + std::to_string(evidence.ccErrors);
+}
+
+std::string behindCell(const PidEvidence &behind) {
+  if (behind.packets == 0) {
+    return "nothing";
+  }
+  if (behind.lastScrambled) {
+    return "scrambled";
+  }
+  return behind.lastPesBad ? "clear, PES not readable" : "clear, PES readable";
+}
+
+// Cause and note with the module's code; empty where there is neither.
+std::string causeCell(const Verdict &verdict, std::uint8_t status) {
+  const std::string &text = verdict.note.empty() ? verdict.cause : verdict.note;
+  return text.empty() ? "" : text + " (" + hexText(status) + ")";
+}
+
+std::string replyCell(const PidFinding &pid) {
+  return pid.reply == 0 ? "" : hexText(pid.reply) + (pid.replyOld ? " (old)" : "");
+}
+
+std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
+                         std::uint64_t nowMs) {
+  const bool supervised = program.camMask != 0;
+  const Verdict verdict =
+      supervised ? verdictOf(program, pid) : Verdict{"not supervised", "", "", Tone::Faint};
+  return {{std::to_string(program.number)},
+          {hexText(pid.pid)},
+          {streamTypeText(pid.streamType)},
+          {camMaskText(program.camMask)},
+          {verdict.state, verdict.tone},
+          {causeCell(verdict, pid.status)},
+          {replyCell(pid)},
+          {supervised ? ecmCell(pid, nowMs) : ""},
+          {countsCell(pid.before)},
+          {countsCell(pid.behind)},
+          {behindCell(pid.behind)}};
+}
+
+std::string brokenText(std::uint64_t packets) {
+  return packets == 0 ? ""
+                      : ", " + countText(packets, "packet", "packets") + " with transport errors";
+}
+
+std::string headline(const CardFinding &card) {
+  return "slot " + std::to_string(card.slot) + " at " + stampText(card.takenMs) + ", " +
+         bitrateText(card.bitrate) + ", " + countText(card.programs.size(), "program", "programs") +
+         brokenText(card.transportErrors) + "\n";
+}
+
+}  // namespace
+
+std::string statusTable(const CardFinding &card, bool colour, std::size_t width) {
+  Table table{titles, {}};
+  for (const ProgramFinding &program : card.programs) {
+    for (const PidFinding &pid : program.pids) {
+      table.rows.push_back(pidRow(program, pid, card.takenMs));
+    }
+  }
+  return fitted(headline(card), width) + tableText(table, colour, width) +
+         fitted("before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n",
+                width);
+}
+
+std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width) {
+  std::string text;
+  for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
+    const CiLibrary::History &history = library.history(slot, camSlot);
+    const bool inserted = (ciLibGetInsertCard(slot, camSlot) & 0xFF) != 0;
+    if (!inserted || (!history.sent && !history.reset)) {
+      continue;
+    }
+    text += "CAM " + camText(static_cast<int>(camSlot)) + ": ";
+    text += history.sent ? "last CA PMT or query " + stampText(history.sentMs) + " for " +
+                               countText(history.programs, "program", "programs")
+                         : "no CA PMT";
+    text += history.reset ? ", " + countText(history.resets, "reset", "resets") + ", the last " +
+                                stampText(history.resetMs)
+                          : ", no reset";
+    text += "\n";
+  }
+  return fitted(text, width);
+}
+
+}  // namespace chassis

@@ -1,0 +1,42 @@
+#include "history/EventFile.h"
+
+#include <utility>
+
+namespace chassis {
+namespace {
+
+constexpr const char *user = "the file of events";
+
+}  // namespace
+
+EventFile::EventFile(Files &files, const std::string &path, std::function<std::uint64_t()> nowMs)
+    : files_(files),
+      output_(files.openOutput(user, path)),
+      lines_([this](const std::string &line) { write(line); }, std::move(nowMs)) {}
+
+EventFile::~EventFile() {
+  files_.forget(user);
+}
+
+void EventFile::write(const std::string &line) {
+  const auto *bytes = reinterpret_cast<const std::uint8_t *>(line.data());
+  output_->write(bytes, line.size(), line.size());
+}
+
+std::optional<Event> EventFile::newTrouble() {
+  if (output_->trouble().empty() || std::exchange(told_, true)) {
+    return std::nullopt;
+  }
+  return Event{EventKind::OutputLost,
+               {},
+               std::string(user) + " is not whole",
+               "'" + output_->path() + "': " + output_->trouble(),
+               {{"path", output_->path()}, {"trouble", output_->trouble()}}};
+}
+
+std::string EventFile::end() {
+  output_->end();
+  return output_->lossText(user, std::to_string(output_->lostBytes()) + " bytes");
+}
+
+}  // namespace chassis

@@ -1,0 +1,83 @@
+// Writes a stream as it is played, without ever waiting for long: to a file, or to a FIFO or device
+// whose reader may come late, be slow, or go.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "base/LongWork.h"
+
+namespace chassis {
+
+// Throws InputError that names the path: a directory, a socket or a block device, a file that must
+// not be written, no folder to put it in.
+void requireWritable(const std::string &path);
+
+class LiveOutput {
+ public:
+  static constexpr std::size_t heldBackMost = 4 << 20;  // bytes that wait for a reader
+  static constexpr int patienceMs = 500;  // of real time, for a reader that takes nothing at all
+
+  // Why a file that is open must not be written; empty: it may.
+  using Objection = std::function<std::string(int file)>;
+
+  // The path is required to be writable. Nothing is created or emptied yet.
+  LiveOutput(std::string path, Objection objection, GoOn goOn);
+  ~LiveOutput();  // what was not written is lost without a word; end tells
+  LiveOutput(const LiveOutput &) = delete;
+  LiveOutput &operator=(const LiveOutput &) = delete;
+
+  // Whole units of `unit` bytes, which may differ from call to call. A file that was there is
+  // emptied before the first of them. What finds no place is lost; a reader never gets a part of a
+  // unit alone.
+  void write(const std::uint8_t *bytes, std::size_t size, std::size_t unit);
+
+  // Writes what is held back, as far as a reader takes it, and closes.
+  void end();
+
+  const std::string &path() const { return path_; }
+  std::uint64_t lostBytes() const { return lost_; }
+  // What the first loss is due to; empty while nothing is lost.
+  const std::string &trouble() const { return trouble_; }
+  // The loss in a sentence, with whose output it is and how much was lost; empty: nothing is lost.
+  std::string lossText(const std::string &user, const std::string &lost) const;
+
+ private:
+  bool open();
+  bool begin(int file);
+  void drain();
+  void awaitReader(std::size_t room);
+  void dropReader();
+  void lose(std::size_t bytes, const std::string &why);
+  void fail(const std::string &why);
+  std::size_t waiting() const { return held_.size() - sent_; }
+  std::size_t begun();
+
+  // Units of one size, from a byte of all that was taken to where the next run begins.
+  struct Run {
+    std::uint64_t begin;
+    std::size_t unit;
+  };
+
+  const std::string path_;
+  const Objection objection_;
+  const GoOn goOn_;
+  int file_ = -1;
+  bool failed_ = false;
+  bool stalled_ = false;  // the reader's patience is used up
+  bool regular_ = false;
+  std::uint64_t written_ = 0;
+  std::deque<Run> runs_;  // the first is that of the next byte to write
+  std::vector<std::uint8_t> held_;
+  std::size_t sent_ = 0;  // of held_
+  std::uint64_t lost_ = 0;
+  std::string trouble_;
+};
+
+}  // namespace chassis

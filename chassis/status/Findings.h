@@ -1,0 +1,81 @@
+// What the module found out about a card, with the evidence behind it: a snapshot.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CiIf.h"
+#include "supervision/Chassis.h"
+
+namespace chassis {
+
+// Since the last CA PMT; none: there was none.
+using CaPmtAgeMs = std::optional<std::uint64_t>;
+
+// So long after a CA PMT a healthy CAM may not descramble yet: its ECMs come every second or so.
+constexpr std::uint64_t beginningMs = 2000;
+
+inline bool mayStillBegin(CaPmtAgeMs age) {
+  return age && *age < beginningMs;
+}
+
+struct EcmFinding {
+  std::uint16_t pid = nullPid;
+  bool present = false;  // seen before the CAMs within the last presenceMs
+  PidEvidence evidence;  // before the CAMs
+};
+
+struct PidFinding {
+  std::uint16_t pid = nullPid;
+  std::uint16_t streamType = 0;
+  std::uint8_t status = DESC_STAT_UNKNOWN;
+  std::uint8_t reply = 0;  // CA_enable of the CAM's last reply to a query; 0: none
+  bool replyOld = false;   // it came before the last CA PMT
+  std::vector<EcmFinding> ecms;
+  PidEvidence before;
+  PidEvidence behind;
+};
+
+struct ProgramFinding {
+  std::uint16_t number = 0;
+  std::uint8_t camMask = 0;
+  std::uint8_t status = DESC_STAT_UNKNOWN;
+  std::vector<PidFinding> pids;
+  bool clear = false;                    // a CAM has it, though it has no CA descriptors
+  CaPmtAgeMs caPmtAgeMs = std::nullopt;  // of the CAMs that have it
+};
+
+struct CamFinding {
+  std::uint8_t insert = 0xFF;
+  std::uint16_t casid = 0xFF;
+  std::uint8_t caPids = 0xFF;
+  std::uint8_t descrambling = 0xFF;
+  CaPmtAgeMs caPmtAgeMs = std::nullopt;
+  std::uint32_t programs = 0;
+  std::uint32_t clearPrograms = 0;  // among them
+};
+
+struct CardFinding {
+  std::uint32_t slot = 0;
+  std::uint64_t bitrate = 0;
+  std::uint64_t transportErrors = 0;  // packets that were not read for that reason
+  std::uint64_t takenMs = 0;
+  std::uint8_t controller = 0xFF;
+  std::array<CamFinding, MAX_CAM_NUM> cams;
+  std::vector<ProgramFinding> programs;
+};
+
+constexpr std::uint64_t presenceMs = 2000;
+
+// A card without a record or stream has no programs and nothing checked.
+CardFinding examine(Chassis &chassis, std::uint32_t slot);
+
+// The evidence behind a status, in words.
+std::string evidenceText(const PidFinding &pid, std::uint64_t nowMs);
+std::string ecmText(const EcmFinding &ecm, std::uint64_t nowMs);
+std::string replyText(std::uint8_t reply, bool old);
+
+}  // namespace chassis

@@ -1,0 +1,139 @@
+#include "command/Expectations.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "base/InputError.h"
+#include "chassis/StreamWriter.h"
+#include "command/Player.h"
+
+namespace chassis {
+namespace {
+
+using namespace testing_streams;
+
+class Notes : public Events {
+ public:
+  void tell(const Event &event) override {
+    if (event.kind == EventKind::AsExpected) {
+      lines.push_back(event.what + " | " + event.why);
+    }
+  }
+  std::vector<std::string> lines;
+};
+
+Bytes clearProgram() {
+  StreamWriter writer;
+  const ProgramMap map{
+      101, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(0x0500, 0x300), 0};
+  for (int i = 0; i < 16; ++i) {
+    writer.psi({map}).pes(0x201).pes(0x202).payload(0x300);
+  }
+  while (writer.packets() < 1000) {
+    writer.null();
+  }
+  return writer.bytes();
+}
+
+// A card with a program for a CAM that is there or not; the module checks it at 2 s, 3 s and so on.
+class ExpectationsTest : public testing::Test {
+ protected:
+  // What the script, behind the line that puts the card in, does not find as expected; empty:
+  // nothing. The run ends then, or with the script and all that it expects.
+  std::string play(const std::string &lines) {
+    std::istringstream text("cardInsert 0, \"" + file_.path() +
+                            "\", 1504000\nprogAssign 0, 101, 1\n" + lines);
+    Player player(readScript("x", text), chassis_);
+    try {
+      while (!player.isOver(clock_.elapsedMs())) {
+        chassis_.run(clock_.elapsedMs() + Clock::msPerTick, player);
+      }
+    } catch (const Unexpected &error) {
+      return error.what();
+    }
+    return "";
+  }
+
+  TemporaryFile file_{clearProgram()};
+  Notes notes_;
+  Clock clock_;
+  Chassis chassis_{clock_, notes_};
+};
+
+TEST_F(ExpectationsTest, WhatIsSoIsTold) {
+  EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"not measured\"\n"
+                 "expectAlarm 0, 0, \"CAM absent\"\nexpectNoAlarm 0, 1, \"CAM absent\""),
+            "");
+  EXPECT_EQ(notes_.lines, (std::vector<std::string>{
+                              "as expected: expectState 0, 101, \"not measured\" | script line 4",
+                              "as expected: expectAlarm 0, 0, \"CAM absent\" | script line 5",
+                              "as expected: expectNoAlarm 0, 1, \"CAM absent\" | script line 6"}));
+}
+
+TEST_F(ExpectationsTest, WhatIsNotSoEndsTheRunWithItsLine) {
+  EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"no entitlement\"\nwait 5"),
+            "x:4: expected expectState 0, 101, \"no entitlement\", but program 101 of slot 0 is "
+            "\"not measured\"");
+  EXPECT_EQ(clock_.elapsedMs(), 2510U) << "a check at 2.5 s would have counted";
+  EXPECT_TRUE(notes_.lines.empty());
+}
+
+TEST_F(ExpectationsTest, AnAlarmThatStandsOrDoesNotIsNamed) {
+  EXPECT_EQ(play("wait 2.5\nexpectNoAlarm 0, 0, \"CAM absent\""),
+            "x:4: expected expectNoAlarm 0, 0, \"CAM absent\", but CAM 0 of slot 0 has the alarms "
+            "\"CAM absent\"");
+}
+
+TEST_F(ExpectationsTest, NoAlarmIsCalledSo) {
+  EXPECT_EQ(play("wait 1\nexpectAlarm 0, 1, \"CAM absent\""),
+            "x:4: expected expectAlarm 0, 1, \"CAM absent\", but CAM 1 of slot 0 has no alarm");
+}
+
+// The alarm is raised at 2 s.
+TEST_F(ExpectationsTest, ItMayComeTrueInItsTime) {
+  EXPECT_EQ(play("wait 1\nexpectAlarm 0, 0, \"CAM absent\", 1\nwait 0.5\nnote \"on\""), "");
+  EXPECT_EQ(notes_.lines.size(), 1U);
+  EXPECT_EQ(clock_.elapsedMs(), 2010U) << "the run waits for it behind the end of the script";
+}
+
+TEST_F(ExpectationsTest, TooLateByATick) {
+  EXPECT_NE(play("wait 1\nexpectAlarm 0, 0, \"CAM absent\", 0.99"), "");
+  EXPECT_EQ(clock_.elapsedMs(), 2000U);
+}
+
+TEST_F(ExpectationsTest, ResetsAreCounted) {
+  EXPECT_EQ(play("camInsert 0, 0, 0x0500\nwait 1\nexpectReset 0, 0, 0\n"
+                 "expectReset 0, 0, 1, 2"),
+            "x:6: expected expectReset 0, 0, 1, 2, but CAM 0 of slot 0 has had 0 resets");
+  EXPECT_EQ(clock_.elapsedMs(), 3010U);
+}
+
+TEST_F(ExpectationsTest, OnlyTextsThatCanComeTrueAreTaken) {
+  const auto errorOf = [](const std::string &line) -> std::string {
+    std::istringstream text("cardInsert 0, \"f\"\n" + line);
+    try {
+      readScript("x", text);
+    } catch (const InputError &error) {
+      return error.what();
+    }
+    return "no error";
+  };
+  EXPECT_NE(errorOf("expectState 0, 101, \"fine\"")
+                .find("there is no state \"fine\"; write one of \"not descrambled\", "),
+            std::string::npos);
+  EXPECT_NE(errorOf("expectAlarm 0, 0, \"fine\"").find("there is no fault \"fine\""),
+            std::string::npos);
+}
+
+TEST(ExpectationNames, AreTheTextsThatPeopleSee) {
+  const std::vector<std::string> states = stateNames();
+  for (const char *name : {"descrambled", "not descrambled", "no entitlement", "ECMs missing",
+                           "ECMs damaged", "technical refusal", "not measured"}) {
+    EXPECT_EQ(std::count(states.begin(), states.end(), name), 1) << name;
+  }
+  EXPECT_EQ(alarmNames().size(), 5U);
+}
+
+}  // namespace
+}  // namespace chassis

@@ -1,0 +1,57 @@
+#include "status/Words.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "CiIf.h"
+
+namespace chassis {
+namespace {
+
+TEST(Words, EveryStatusHasItsOwn) {
+  const std::uint8_t codes[] = {DESC_STAT_SCRAMBLED, DESC_STAT_NO_ENTITLEMENT, DESC_STAT_TECHNICAL,
+                                DESC_STAT_NO_ECM,    DESC_STAT_ECM_CC,         DESC_STAT_UNKNOWN,
+                                DESC_STAT_OK};
+  std::set<std::string> seen;
+  for (const std::uint8_t code : codes) {
+    EXPECT_EQ(statusWords(code).code, code);
+    seen.insert(std::string(statusWords(code).state) + statusWords(code).cause);
+  }
+  EXPECT_EQ(seen.size(), std::size(codes));
+}
+
+TEST(Words, ZeroedTableReadsAsNotMeasured) {
+  EXPECT_STREQ(statusWords(0).state, "not measured");
+}
+
+TEST(Words, CauseCarriesItsCode) {
+  EXPECT_STREQ(statusWords(DESC_STAT_SCRAMBLED).cause, "the CAM is suspected");
+}
+
+TEST(Words, StreamTypes) {
+  EXPECT_EQ(streamTypeText(0x02), "MPEG-2 video");
+  EXPECT_EQ(streamTypeText(0x77), "type 0x77");
+}
+
+TEST(Words, Places) {
+  EXPECT_EQ(camMaskText(0), "none");
+  EXPECT_EQ(camMaskText(1), "0");
+  EXPECT_EQ(camMaskText(2), "1");
+  EXPECT_EQ(camMaskText(3), "0+1");
+  EXPECT_EQ(placeText(-1, -1), "chassis");
+  EXPECT_EQ(placeText(0, 1), "slot 0  CAM 1");
+}
+
+TEST(Words, Figures) {
+  EXPECT_EQ(hexText(0x71), "0x71");
+  EXPECT_EQ(hexText(0x0101), "0x0101");
+  EXPECT_EQ(stampText(3723004), "01:02:03.004");
+  EXPECT_EQ(bitrateText(3250000), "3.25 Mbit/s");
+  EXPECT_EQ(secondsText(12340), "12.3 s");
+  EXPECT_EQ(countText(1, "error", "errors"), "1 error");
+  EXPECT_EQ(countText(0, "error", "errors"), "0 errors");
+}
+
+}  // namespace
+}  // namespace chassis
