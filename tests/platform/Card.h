@@ -9,7 +9,7 @@
 
 #include "Answer.h"
 #include "CiIf.h"
-#include "app/Program.h"
+#include "Program.h"
 
 // The answers of one card. Arguments leave the slot out: every card slot has its own Card. A new
 // card is online, ready, not busy, masks no alarm, has an empty table, is in sync at rate 801,

@@ -22,8 +22,8 @@
 #include "Card.h"
 #include "CiIf.h"
 #include "CiPlatform.h"
+#include "Program.h"
 #include "Transcript.h"
-#include "app/Program.h"
 
 // A multiplexer form as the chassis keeps it: only what the module reads is set, all other bytes
 // are garbage.

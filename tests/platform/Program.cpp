@@ -1,4 +1,4 @@
-#include "app/Program.h"
+#include "Program.h"
 
 #include <algorithm>
 #include <cstdio>

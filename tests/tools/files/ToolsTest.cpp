@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "chassis/files/Folder.h"
+#include "chassis/Folder.h"
 
 namespace {
 
