@@ -27,8 +27,7 @@ inline int showHelp(const CLI::App &app) {
   return 0;
 }
 
-// For a program that only reads and writes files: reads the arguments and runs the work; --help is
-// told instead of it. Throws InputError.
+// Reads the arguments and runs the work; --help is told instead of it. Throws InputError.
 inline int parsed(CLI::App &app, int argc, char **argv, const std::function<int()> &work) {
   try {
     app.parse(argc, argv);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "app/Program.h"
 #include "base/ExitStatus.h"
 #include "base/InputError.h"
 #include "status/Words.h"
@@ -38,7 +39,8 @@ Operation::Operation(const Config &config, Script script)
       journal_(showAt(desk_)),
       stream_(&journal_),
       timeline_(stream_, {config.colour, outputWidth}, [this] { return clock_.elapsedMs(); }),
-      eventLines_(showAt(desk_), [this] { return clock_.elapsedMs(); }),
+      eventLines_([this](const std::string &line) { desk_->showWhole(line); },
+                  [this] { return clock_.elapsedMs(); }),
       chassis_(clock_, events_),
       watch_(chassis_, events_),
       shell_(chassis_, watch_, journal_, showAt(desk_), config.colour, outputWidth),
@@ -141,7 +143,7 @@ int Operation::run() {
   const int status = desk_->status();
   end();
   if (!unexpected.empty()) {
-    std::fprintf(stderr, "ci-chassis: %s\n", unexpected.c_str());
+    complainLines("ci-chassis", unexpected);
   }
   return status == exitDone && session_.unexpected() ? exitUnexpected : status;
 }
@@ -153,6 +155,9 @@ void Operation::runToTheEnd() {
     chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
     stopWhenOver();
   } while (!clock_.stopped());
+  if (desk_->status() == exitDone) {
+    session_.close();
+  }
 }
 
 // A tick is due at a real time, also when it is one of a pause of the module.

@@ -1,11 +1,14 @@
 #include "app/Program.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <exception>
 #include <sstream>
 
 #include "base/ExitStatus.h"
 #include "base/InputError.h"
+#include "console/Layout.h"
 #include "console/StandardOutput.h"
 #include "io/ReplacedFile.h"
 
@@ -13,10 +16,7 @@ namespace chassis {
 namespace {
 
 int complain(const std::string &name, const std::exception &error, int status) {
-  std::istringstream lines(error.what());
-  for (std::string line; std::getline(lines, line);) {
-    std::fprintf(stderr, "%s: %s\n", name.c_str(), line.c_str());
-  }
+  complainLines(name, error.what());
   return status;
 }
 
@@ -33,6 +33,14 @@ int statusOf(const std::string &name, const std::function<int()> &work) {
 }
 
 }  // namespace
+
+void complainLines(const std::string &name, const std::string &text) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const std::string whole = name + ": " + line + "\n";
+    std::fputs(fitted(whole, widthOf(STDERR_FILENO)).c_str(), stderr);
+  }
+}
 
 int runProgram(const std::string &name, const std::function<int()> &work) {
   return finishStandardOutput(name, statusOf(name, work));

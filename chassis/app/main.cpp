@@ -14,7 +14,7 @@
 #include "Version.h"
 #include "app/CommandLine.h"
 #include "app/Operation.h"
-#include "app/OptionNumber.h"
+#include "app/OptionValue.h"
 #include "app/Preparation.h"
 #include "app/Program.h"
 #include "base/ExitStatus.h"
@@ -238,7 +238,7 @@ void openOutputs(Operation &operation, const Options &options) {
 }
 
 // What has become of the file while the chassis ran is no error of the call.
-void writeStatus(const std::string &path, const std::string &status) {
+void replaceFile(const std::string &path, const std::string &status) {
   try {
     ReplacedFile file(path);
     file.write(status.data(), status.size());
@@ -248,15 +248,23 @@ void writeStatus(const std::string &path, const std::string &status) {
   }
 }
 
-void tellStatus(Operation &operation, const Options &options) {
-  if (options.statusFile.empty()) {
-    return;
-  }
+void writeStatus(Operation &operation, const Options &options) {
   const std::string status = statusJson(operation.chassis(), operation.losses(), wallClockMs());
   if (isFile(options.statusFile)) {
-    writeStatus(options.statusFile, status);
+    replaceFile(options.statusFile, status);
   } else {
     writeStandardOutput(status);
+  }
+}
+
+// What the run itself ended with says more than what its status has lost.
+int tellStatus(Operation &operation, const Options &options, int ended) {
+  try {
+    writeStatus(operation, options);
+    return ended;
+  } catch (const OutputLost &error) {
+    std::fprintf(stderr, "ci-chassis: %s\n", error.what());
+    return ended == exitDone ? exitLost : ended;
   }
 }
 
@@ -285,8 +293,10 @@ int play(const Options &options) {
   }
   Operation operation(config, std::move(script));
   openOutputs(operation, options);
-  const int status = runToEnd(operation);
-  tellStatus(operation, options);
+  int status = runToEnd(operation);
+  if (!options.statusFile.empty()) {
+    status = tellStatus(operation, options, status);
+  }
   if (!options.noTable && config.shown == Shown::Timeline) {
     printTables(operation.chassis(), config.colour);
   }
@@ -296,6 +306,7 @@ int play(const Options &options) {
 
 void describe(CLI::App &app, Options &options) {
   app.add_option("--script", options.script, "the script of shell lines to run; - standard input")
+      ->check(notEmpty())
       ->type_name("FILE");
   app.add_flag("--console", options.console,
                "without a terminal: runs standard input as lines of the console");
@@ -311,9 +322,11 @@ void describe(CLI::App &app, Options &options) {
   app.add_option("--events", options.events,
                  "writes every event as a line of JSON; - standard output, in place of the "
                  "timeline")
+      ->check(notEmpty())
       ->type_name("FILE");
   app.add_option("--status-json", options.statusFile,
                  "writes what was found, at the end; - standard output, in place of all else")
+      ->check(notEmpty())
       ->type_name("FILE");
   app.add_option("--clock-start", options.clockStart,
                  "the 32-bit millisecond stamp at which the clock starts")
@@ -331,16 +344,7 @@ int run(int argc, char **argv) {
   CLI::App app("A software chassis that runs the Common Interface supervision module.",
                "ci-chassis");
   describe(app, options);
-  try {
-    app.parse(argc, argv);
-    return play(options);
-  } catch (const CLI::CallForHelp &) {
-    return showHelp(app);
-  } catch (const CLI::Success &success) {
-    return app.exit(success);
-  } catch (const CLI::ParseError &error) {
-    throw InputError(error.what());
-  }
+  return parsed(app, argc, argv, [&] { return play(options); });
 }
 
 // Without a locale, as in a bare container, names are in UTF-8 all the same.

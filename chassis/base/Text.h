@@ -25,4 +25,13 @@ inline std::string joined(const std::vector<std::string> &parts,
   return text;
 }
 
+// The same of numbers: "101, 102"
+inline std::string listOf(const std::vector<std::uint16_t> &numbers) {
+  std::vector<std::string> parts;
+  for (const std::uint16_t number : numbers) {
+    parts.push_back(std::to_string(number));
+  }
+  return joined(parts);
+}
+
 }  // namespace chassis

@@ -35,14 +35,6 @@ std::bitset<pidCount> avPidsOf(const Psi &psi) {
   return pids;
 }
 
-std::string listOf(const std::vector<ProgramInfo> &programs) {
-  std::string list;
-  for (const ProgramInfo &program : programs) {
-    list += (list.empty() ? "" : ", ") + std::to_string(program.number);
-  }
-  return list;
-}
-
 }  // namespace
 
 Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
@@ -164,26 +156,33 @@ std::uint32_t Card::insertions() const {
 void Card::assign(std::uint16_t program, std::uint8_t camMask) {
   State &state = *state_;
   constexpr std::uint8_t allCams = (1U << MAX_CAM_NUM) - 1;
-  const auto known = std::find_if(state.programs.begin(), state.programs.end(),
-                                  [program](const auto &info) { return info.number == program; });
   const std::string name = "program " + std::to_string(program);
   if (!inserted()) {
     throw InputError(name + ": no card is in slot " + std::to_string(state.slot));
   }
-  if (known == state.programs.end()) {
-    throw InputError(name + " is not in the stream of slot " + std::to_string(state.slot) +
-                     ", which carries " + listOf(state.programs));
-  }
+  const ProgramInfo &known = this->program(program);
   if (camMask > allCams) {
     throw InputError(name + ": CAM mask " + std::to_string(camMask) + " is not 0 to " +
                      std::to_string(allCams));
   }
-  if (known->camMask == camMask) {
+  if (known.camMask == camMask) {
     return;
   }
   state.masks[program] = camMask;
   state.rebuildTables();
   state.tellProgramsChanged();
+}
+
+const ProgramInfo &Card::program(std::uint16_t number) const {
+  const auto known =
+      std::find_if(state_->programs.begin(), state_->programs.end(),
+                   [number](const ProgramInfo &info) { return info.number == number; });
+  if (known == state_->programs.end()) {
+    throw InputError("program " + std::to_string(number) + " is not in the stream of slot " +
+                     std::to_string(state_->slot) + ", which carries " +
+                     listOf(state_->programNumbers()));
+  }
+  return *known;
 }
 
 void Card::setFault(CardFault fault, bool on) {
@@ -215,9 +214,6 @@ void Card::setOutput(const std::string &path) {
   State &state = *state_;
   state.settle();
   state.endOutput();
-  if (path.empty()) {
-    return;
-  }
   state.output = state.files.openOutput(state.outputName, path);
 }
 

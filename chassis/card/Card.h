@@ -90,7 +90,7 @@ class Card {
   // The CAM in a slot, null for none; the card does not own it and uses it until the next call.
   void setCam(std::uint32_t camSlot, Cam *cam);
 
-  // Writes the stream behind the CAMs to a file from now on; "" ends it. A file that is there is
+  // Writes the stream behind the CAMs to a file from now on. A file that is there is
   // emptied when the first packet is written. Throws InputError: the file cannot be written, or
   // somebody reads or writes it.
   void setOutput(const std::string &path);
@@ -108,6 +108,8 @@ class Card {
 
   // For people: what the stream carries, and evidence.
   const std::vector<ProgramInfo> &programs() const;
+  // Throws InputError: the stream does not carry it.
+  const ProgramInfo &program(std::uint16_t number) const;
   std::uint64_t bitrate() const;
   bool carries(std::uint16_t pid) const;  // anywhere in the stream, before any fault
   // Packets with transport_error_indicator since the card was put in. They come out as they went in

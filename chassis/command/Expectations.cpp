@@ -121,9 +121,23 @@ std::optional<std::string> resetDiffers(Chassis &chassis, const Values &values) 
                              countText(history.resets, "reset", "resets"));
 }
 
+Expectations::Pending Expectations::pendingOf(const Script &script, const Call &call,
+                                              std::uint64_t untilMs) {
+  return {atLine(script, call.line, ""), call.line, call.text, call.function, call.values, untilMs};
+}
+
 void Expectations::expect(const Script &script, const Call &call, std::uint64_t nowMs) {
-  pending_.push_back({atLine(script, call.line, ""), call.line, call.text, call.function,
-                      call.values, nowMs + timeOf(*call.function, call.values)});
+  const std::uint64_t time = timeOf(*call.function, call.values);
+  const Pending expectation = pendingOf(script, call, nowMs + time);
+  if (time == 0) {
+    holds(expectation, true, "");
+  } else {
+    pending_.push_back(expectation);
+  }
+}
+
+void Expectations::miss(const Script &script, const Call &call) {
+  fail(pendingOf(script, call, 0), "the run ends before this line");
 }
 
 bool Expectations::isOver(const Pending &expectation, std::uint64_t nowMs) {
@@ -132,6 +146,11 @@ bool Expectations::isOver(const Pending &expectation, std::uint64_t nowMs) {
   if (!last && nowMs % lookEveryMs != 0) {
     return false;
   }
+  return holds(expectation, last, "") || last;
+}
+
+// One that comes true is told; one that has its last chance and does not has failed.
+bool Expectations::holds(const Pending &expectation, bool last, const std::string &when) {
   const std::optional<std::string> differs =
       expectation.function->differs(chassis_, expectation.values);
   if (!differs) {
@@ -141,14 +160,35 @@ bool Expectations::isOver(const Pending &expectation, std::uint64_t nowMs) {
                    "script line " + std::to_string(expectation.line),
                    {{"text", expectation.text}, {"line", std::uint64_t{expectation.line}}}});
   } else if (last) {
-    failed_.push_back(expectation.at + "expected " + expectation.text + ", but " + *differs);
+    fail(expectation, *differs + when);
   }
-  return last || !differs;
+  return !differs;
+}
+
+void Expectations::fail(const Pending &expectation, const std::string &differs) {
+  chassis_.tell({EventKind::NotAsExpected,
+                 placeOf(*expectation.function, expectation.values),
+                 "NOT as expected: " + expectation.text,
+                 differs,
+                 {{"text", expectation.text}, {"line", std::uint64_t{expectation.line}}},
+                 Tone::Bad});
+  failed_.push_back(expectation.at + "expected " + expectation.text + ", but " + differs);
 }
 
 void Expectations::review(std::uint64_t nowMs) {
   const auto over = [this, nowMs](const Pending &pending) { return isOver(pending, nowMs); };
   pending_.erase(std::remove_if(pending_.begin(), pending_.end(), over), pending_.end());
+  tellFailed();
+}
+
+void Expectations::close() {
+  for (const Pending &expectation : std::exchange(pending_, {})) {
+    holds(expectation, true, " when the run ends");
+  }
+  tellFailed();
+}
+
+void Expectations::tellFailed() {
   if (!failed_.empty()) {
     throw Unexpected(joined(std::exchange(failed_, {}), "\n"));
   }

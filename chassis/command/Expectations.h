@@ -34,13 +34,20 @@ class Expectations {
  public:
   explicit Expectations(Chassis &chassis) : chassis_(chassis) {}
 
-  // From now on until its time is over, without one just now; what a check finds at that very
-  // moment counts. script: of the call, to name it.
+  // Without a time it is judged at once, before the script goes on; with one from now on until the
+  // time is over, and what a check finds at that very moment counts. script: of the call, to name
+  // it.
   void expect(const Script &script, const Call &call, std::uint64_t nowMs);
 
   // Looks at all that have not come true, a few times a second and when the time of one is over.
   // One that comes true is told in the timeline; throws Unexpected for those that did not in time.
   void review(std::uint64_t nowMs);
+
+  // The run is over before this call, so what it expects has not come true.
+  void miss(const Script &script, const Call &call);
+
+  // The run is over: looks at all that are left, whatever time they still had. Throws Unexpected.
+  void close();
 
   bool pending() const { return !pending_.empty(); }
 
@@ -54,6 +61,10 @@ class Expectations {
     std::uint64_t untilMs;
   };
   bool isOver(const Pending &expectation, std::uint64_t nowMs);
+  bool holds(const Pending &expectation, bool last, const std::string &when);
+  void fail(const Pending &expectation, const std::string &differs);
+  static Pending pendingOf(const Script &script, const Call &call, std::uint64_t untilMs);
+  void tellFailed();
 
   Chassis &chassis_;
   std::vector<Pending> pending_;

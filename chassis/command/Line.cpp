@@ -9,10 +9,21 @@ namespace chassis {
 namespace {
 
 bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\r';
+  return c == ' ' || c == '\t';
 }
 bool isControl(char c) {
   return std::iscntrl(static_cast<unsigned char>(c)) != 0 && !isBlank(c);
+}
+// U+0080 to U+009F in UTF-8: a terminal takes some of them for the begin of a command.
+bool hasControlOfTwoBytes(const std::string &text) {
+  for (std::size_t at = text.find('\xC2'); at != std::string::npos;
+       at = text.find('\xC2', at + 1)) {
+    const auto next = static_cast<unsigned char>(at + 1 < text.size() ? text[at + 1] : '\0');
+    if (next >= 0x80 && next <= 0x9F) {
+      return true;
+    }
+  }
+  return false;
 }
 bool isDigit(char c) {
   return std::isdigit(static_cast<unsigned char>(c)) != 0;
@@ -107,8 +118,15 @@ void checkLength(const std::string &text) {
   }
 }
 
+std::string withoutReturn(std::string line) {
+  if (!line.empty() && line.back() == '\r') {
+    line.pop_back();
+  }
+  return line;
+}
+
 void checkCharacters(const std::string &text) {
-  if (std::any_of(text.begin(), text.end(), isControl)) {
+  if (std::any_of(text.begin(), text.end(), isControl) || hasControlOfTwoBytes(text)) {
     throw InputError("the line has control characters; write plain text");
   }
 }

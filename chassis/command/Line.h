@@ -21,6 +21,9 @@ struct Line {
 // Of a script and of the console, in bytes.
 constexpr std::size_t longestLine = 1000;
 
+// The line of a file whose lines end in CR LF as that of one whose lines end in LF.
+std::string withoutReturn(std::string line);
+
 // Throw InputError, which quotes nothing of it: it is longer than that; it has control characters,
 // which could upset the terminal that shows them.
 void checkLength(const std::string &text);

@@ -21,6 +21,16 @@ void Player::runDue(std::uint64_t nowMs) {
   expectations_.review(nowMs);
 }
 
+void Player::close() {
+  for (; next_ < script_.calls.size(); ++next_) {
+    const Call &call = script_.calls[next_];
+    if (call.function->differs != nullptr) {
+      expectations_.miss(script_, call);
+    }
+  }
+  expectations_.close();
+}
+
 void Player::run(const Call &call) {
   if (isWait(*call.function)) {
     dueMs_ += call.values[0].number;

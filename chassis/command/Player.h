@@ -23,6 +23,9 @@ class Player : public Agenda {
   std::uint64_t endMs() const;
   // The script has ended, and all that it expects has come true.
   bool isOver(std::uint64_t nowMs) const;
+  // The run is over: what is still expected is judged now; what a line that was not reached expects
+  // has not come true. Throws Unexpected.
+  void close();
 
  private:
   void run(const Call &call);

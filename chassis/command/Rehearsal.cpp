@@ -1,20 +1,9 @@
 #include "command/Rehearsal.h"
 
 #include "base/InputError.h"
+#include "base/Text.h"
 
 namespace chassis {
-namespace {
-
-std::string listOf(const std::vector<std::uint16_t> &programs) {
-  std::string list;
-  for (const std::uint16_t program : programs) {
-    list += (list.empty() ? "" : ", ") + std::to_string(program);
-  }
-  return list;
-}
-
-}  // namespace
-
 void Rehearsal::play(const Function &function, const Values &values) {
   if (function.need != Need::Nothing) {
     Slot &slot = slots_[values[0].number];

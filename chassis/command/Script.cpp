@@ -29,6 +29,7 @@ bool nextLine(std::istream &lines, std::string &text) {
   if (text.size() > longestLine && lines.ignore(searched, '\n').gcount() == searched) {
     lines.setstate(std::ios::eofbit);
   }
+  text = withoutReturn(std::move(text));
   return lines.good() || !text.empty();
 }
 

@@ -43,6 +43,10 @@ void Desk::show(const std::string &whole) {
     editor_->write(text);
     return;
   }
+  showWhole(text);
+}
+
+void Desk::showWhole(const std::string &text) {
   progress_.clear();
   writeStandardOutput(text);
 }
@@ -72,7 +76,7 @@ void Desk::awaitLine() {
 
 bool Desk::goOn(const Progress &progress) {
   progress_.show(progress);
-  if (editor_ != nullptr && progressAtPrompt_.due(progress)) {
+  if (editor_ != nullptr && !isDone(progress) && progressAtPrompt_.due(progress)) {
     show(progressText(progress) + "\n");
   }
   working_ = !isDone(progress);
@@ -110,7 +114,7 @@ void Desk::takeTyped(const std::string &bytes) {
 void Desk::takePiped(const std::string &bytes) {
   for (const char c : inputOver_ && !partial_.empty() ? std::string("\n") : bytes) {
     if (c == '\n') {
-      session_->type(partial_);
+      session_->type(withoutReturn(partial_));
       partial_.clear();
     } else if (partial_.size() <= longestLine) {
       partial_ += c;

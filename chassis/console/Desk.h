@@ -31,6 +31,9 @@ class Desk {
   // Whole lines with their ends; what is too wide for a terminal is wrapped.
   void show(const std::string &text);
 
+  // The same for programs: nothing is wrapped. Not for a terminal with a prompt.
+  void showWhole(const std::string &text);
+
   // From now on lines go to the session, and a clock that stood still with the job is not late.
   void serve(Clock &clock, Session &session);
 

@@ -99,10 +99,14 @@ std::string fittedLine(const std::string &line, std::size_t width) {
 
 }  // namespace
 
-std::size_t outputWidth() {
+std::size_t widthOf(int file) {
   winsize size{};
-  const bool known = isatty(STDOUT_FILENO) == 1 && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
+  const bool known = isatty(file) == 1 && ioctl(file, TIOCGWINSZ, &size) == 0;
   return known && size.ws_col > 0 ? size.ws_col : anyWidth;
+}
+
+std::size_t outputWidth() {
+  return widthOf(STDOUT_FILENO);
 }
 
 std::size_t displayWidth(const std::string &text) {

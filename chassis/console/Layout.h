@@ -15,9 +15,10 @@ constexpr std::size_t anyWidth = SIZE_MAX;  // not a terminal: nothing is broken
 
 using Width = std::function<std::size_t()>;  // asked anew for everything that is laid out
 
-// The columns of the terminal at standard output; anyWidth where there is none, or one that does
-// not tell.
-std::size_t outputWidth();
+// The columns of the terminal at an open file; anyWidth where there is none, or one that does not
+// tell.
+std::size_t widthOf(int file);
+std::size_t outputWidth();  // at standard output
 
 std::size_t displayWidth(const std::string &text);  // of one line
 std::string padded(const std::string &text, std::size_t width);

@@ -49,20 +49,26 @@ void Session::complain(const std::exception &error) {
   complain_(error.what());
 }
 
-void Session::runScript(std::uint64_t nowMs) {
-  for (bool failed = true; failed;) {
-    failed = false;
-    try {
-      player_.runDue(nowMs);
-    } catch (const InputError &error) {
-      complain(error);
-      failed = true;
-    } catch (const Unexpected &error) {
-      unexpected_ = true;
-      complain(error);
-      failed = true;
-    }
+bool Session::succeeds(const std::function<void()> &act) {
+  try {
+    act();
+    return true;
+  } catch (const InputError &error) {
+    complain(error);
+  } catch (const Unexpected &error) {
+    unexpected_ = true;
+    complain(error);
   }
+  return false;
+}
+
+void Session::runScript(std::uint64_t nowMs) {
+  while (!succeeds([&] { player_.runDue(nowMs); })) {
+  }
+}
+
+void Session::close() {
+  succeeds([this] { player_.close(); });
 }
 
 }  // namespace chassis

@@ -30,10 +30,13 @@ class Session : public Agenda {
 
   void runDue(std::uint64_t nowMs) override;
   void serve() override;
+  // The run is over: what the script still expects is judged now.
+  void close();
 
  private:
   void complain(const std::exception &error);
   void runScript(std::uint64_t nowMs);
+  bool succeeds(const std::function<void()> &act);
   void runTyped(std::uint64_t nowMs);
   bool blocked(std::uint64_t nowMs) const;
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/InputError.h"
+#include "base/Raised.h"
 #include "command/Nearest.h"
 #include "console/Guards.h"
 #include "console/Overview.h"
@@ -18,18 +19,6 @@ constexpr std::size_t helpWidth = 44;
 const Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
 const Param count{"count", Form::Number, 1, Journal::capacity, false};
 const Param name{"name", Form::Text, 0, 0, false};
-
-// True while it lives.
-class Raised {
- public:
-  explicit Raised(bool &flag) : flag_(flag) { flag_ = true; }
-  ~Raised() { flag_ = false; }
-  Raised(const Raised &) = delete;
-  Raised &operator=(const Raised &) = delete;
-
- private:
-  bool &flag_;
-};
 
 std::string helpLine(const std::string &call, const std::string &help) {
   const std::size_t padding = call.size() < helpWidth ? helpWidth - call.size() : 0;

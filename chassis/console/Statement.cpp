@@ -7,7 +7,7 @@
 namespace chassis {
 namespace {
 
-constexpr const char *blanks = " \t\r";
+constexpr const char *blanks = " \t";
 
 std::size_t afterBlanks(const std::string &text, std::size_t at) {
   return std::min(text.find_first_not_of(blanks, at), text.size());

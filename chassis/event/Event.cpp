@@ -15,6 +15,7 @@ constexpr KindName names[] = {
     {EventKind::ConsoleLine, "console_line"},
     {EventKind::Remark, "remark"},
     {EventKind::AsExpected, "as_expected"},
+    {EventKind::NotAsExpected, "not_as_expected"},
     {EventKind::NoEffect, "no_effect"},
     {EventKind::CardRemoved, "card_removed"},
     {EventKind::StreamDamaged, "stream_damaged"},

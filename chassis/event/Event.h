@@ -24,6 +24,7 @@ enum class EventKind : std::uint8_t {
   ConsoleLine,
   Remark,
   AsExpected,
+  NotAsExpected,
   NoEffect,
   // A card and its stream.
   CardRemoved,

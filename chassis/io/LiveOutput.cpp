@@ -92,11 +92,16 @@ void LiveOutput::lose(std::size_t bytes, const std::string &why) {
   }
 }
 
-// The bytes that are written of the unit that is not written whole.
-std::size_t LiveOutput::begun() {
+// Those before the one of the next byte to write.
+void LiveOutput::forgetRuns() {
   while (runs_.size() > 1 && runs_[1].begin <= written_) {
     runs_.pop_front();
   }
+}
+
+// The bytes that are written of the unit that is not written whole.
+std::size_t LiveOutput::begun() {
+  forgetRuns();
   return runs_.empty() ? 0 : (written_ - runs_.front().begin) % runs_.front().unit;
 }
 
@@ -170,6 +175,7 @@ void LiveOutput::drain() {
   }
   held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(sent_));
   sent_ = 0;
+  forgetRuns();
 }
 
 // Until no more than `room` bytes wait, or a reader has taken none of them for too long.

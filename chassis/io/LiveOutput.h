@@ -57,6 +57,7 @@ class LiveOutput {
   void lose(std::size_t bytes, const std::string &why);
   void fail(const std::string &why);
   std::size_t waiting() const { return held_.size() - sent_; }
+  void forgetRuns();
   std::size_t begun();
 
   // Units of one size, from a byte of all that was taken to where the next run begins.

@@ -5,24 +5,13 @@
 
 #include "CiPlatform.h"
 #include "base/InputError.h"
+#include "base/Raised.h"
 #include "base/Text.h"
 #include "platform/CardDriver.h"
 
 namespace {
 
 chassis::Chassis *current = nullptr;
-
-// True while it lives.
-class Raised {
- public:
-  explicit Raised(bool &flag) : flag_(flag) { flag_ = true; }
-  ~Raised() { flag_ = false; }
-  Raised(const Raised &) = delete;
-  Raised &operator=(const Raised &) = delete;
-
- private:
-  bool &flag_;
-};
 
 chassis::Card *currentCard(std::uint32_t slot) {
   return current == nullptr || slot >= MAX_BOARD_NUM ? nullptr : &current->card(slot);
@@ -150,21 +139,9 @@ Cam &Chassis::cam(std::uint32_t slot, std::uint32_t camSlot) {
   return *slots_[slot].cams[camSlot];
 }
 
-const ProgramInfo &Chassis::programOf(std::uint32_t slot, std::uint16_t program) {
-  std::string known;
-  for (const ProgramInfo &info : card(slot).programs()) {
-    if (info.number == program) {
-      return info;
-    }
-    known += (known.empty() ? "" : ", ") + std::to_string(info.number);
-  }
-  throw InputError("program " + std::to_string(program) + " is not in the stream of slot " +
-                   std::to_string(slot) + ", which carries " + known);
-}
-
 // A CAM keeps what it is told of a program that it does not have.
 void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
-  if ((programOf(slot, program).camMask >> camSlot & 1) == 0) {
+  if ((card(slot).program(program).camMask >> camSlot & 1) == 0) {
     events_.tell(
         {EventKind::NoEffect,
          {static_cast<int>(slot), static_cast<int>(camSlot)},
@@ -180,13 +157,13 @@ void Chassis::progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t
 
 void Chassis::camEntitle(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program,
                          bool on) {
-  programOf(slot, program);
+  card(slot).program(program);
   cam(slot, camSlot).entitle(program, on);
   tellUnassigned(slot, camSlot, program);
 }
 
 void Chassis::camRefuse(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program, bool on) {
-  programOf(slot, program);
+  card(slot).program(program);
   cam(slot, camSlot).refuse(program, on);
   tellUnassigned(slot, camSlot, program);
 }

@@ -93,7 +93,6 @@ class Chassis {
   };
 
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
-  const ProgramInfo &programOf(std::uint32_t slot, std::uint16_t program);
   void tellUnassigned(std::uint32_t slot, std::uint32_t cam, std::uint16_t program);
   void tick(std::uint64_t nowMs);
   void boot();

@@ -174,5 +174,40 @@ TEST_F(Screen, WhatComesNextHasTheNewWidth) {
   EXPECT_TRUE(terminal.sees("gives a program to CAM 0 (mask 1), CAM 1 (mask 2), both (3) or none"));
 }
 
+// A line of JSON that is broken is none.
+TEST_F(Screen, WhatIsForProgramsIsNotBroken) {
+  Terminal terminal(folder_,
+                    {"--script", "script", "--speed", "max", "--for", "3", "--events", "-"}, {80});
+  EXPECT_EQ(terminal.endStatus(), 0);
+  std::size_t lines = 0;
+  for (const std::string &line : written(terminal.all())) {
+    EXPECT_EQ(line.front(), '{') << line;
+    EXPECT_EQ(line.back(), '}') << line;
+    ++lines;
+  }
+  EXPECT_GT(lines, 5U);
+}
+
+// The stream is short, so nothing is told of how far its reading is.
+TEST_F(Screen, TheFirstLinesHaveNoProgress) {
+  Terminal terminal(folder_, {"--script", "script", "--speed", "max"}, {80});
+  ASSERT_TRUE(terminal.sees("the end of the history"));
+  EXPECT_EQ(terminal.all().find("100 %"), std::string::npos);
+  terminal.type("exit\n");
+  EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+// What a script's errors say fits too.
+TEST_F(Screen, ErrorsFitTheTerminal) {
+  std::ofstream(folder_ + "/wrong") << "cardInsert 0, \"a-file-that-is-not-there.ts\"\n";
+  Terminal terminal(folder_, {"--script", "wrong"}, {80});
+  EXPECT_EQ(terminal.endStatus(), 2);
+  const std::vector<std::string> lines = written(terminal.all());
+  EXPECT_GT(lines.size(), 1U);
+  for (const std::string &line : lines) {
+    EXPECT_LE(line.size(), 80U) << line;
+  }
+}
+
 }  // namespace
 }  // namespace console

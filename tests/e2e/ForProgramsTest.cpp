@@ -12,6 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string script = "cardInsert 0, \"in.ts\"\nnote \"hello\"\nwait 1\n";
+constexpr int unexpected = 1;
 constexpr int badInput = 2;
 constexpr int lost = 3;
 constexpr int terminated = 128 + 15;
@@ -68,6 +69,37 @@ TEST_F(ForPrograms, WhatCannotBeWrittenIsToldBeforeTheRun) {
   expectRefused("--status-json .", "'.' cannot be written: " + directory);
   expectRefused("--events no/file", "'no/file' cannot be written: No such file or directory");
   expectRefused("--status-json no/file", "'no/file' cannot be written: No such file or directory");
+}
+
+TEST_F(ForPrograms, AVariableThatIsNotSetIsNoFile) {
+  for (const char *option : {"--events", "--status-json"}) {
+    const Result result = runScript(script, std::string(option) + " ''");
+    EXPECT_EQ(result.status, badInput);
+    EXPECT_EQ(result.err, std::string("ci-chassis: ") + option +
+                              ": the name is empty; write the name of a file\n");
+  }
+}
+
+TEST_F(ForPrograms, ALostStatusHidesNothingOfTheRun) {
+  const Result result =
+      runScript(script + "expectAlarm 0, 0, \"CAM absent\"\n", "--status-json /dev/full");
+  EXPECT_EQ(result.status, unexpected) << result.err;
+  EXPECT_EQ(linesOf(result.err).size(), 2U) << result.err;
+  EXPECT_NE(result.out.find("no alarm stands"), std::string::npos) << "the table is missing";
+}
+
+TEST_F(ForPrograms, WhatIsNotAsExpectedIsAnEvent) {
+  const Result result =
+      runScript(script + "expectAlarm 0, 0, \"CAM absent\"\nexpectAlarm 0, 1, \"CAM absent\"",
+                "--for 0.5 --events events");
+  EXPECT_EQ(result.status, unexpected);
+  EXPECT_EQ(result.err,
+            "ci-chassis: script:4: expected expectAlarm 0, 0, \"CAM absent\", but the run ends "
+            "before this line\n"
+            "ci-chassis: script:5: expected expectAlarm 0, 1, \"CAM absent\", but the run ends "
+            "before this line\n");
+  EXPECT_EQ(linesWith(text("events"), "\"kind\":\"not_as_expected\"").size(), 2U);
+  EXPECT_EQ(linesWith(result.out, "NOT as expected: expectAlarm 0, 0, \"CAM absent\"").size(), 1U);
 }
 
 TEST_F(ForPrograms, StandardOutputIsForOneAtATime) {

@@ -10,7 +10,7 @@
 #include "Scrambler.h"
 #include "Version.h"
 #include "app/CommandLine.h"
-#include "app/OptionNumber.h"
+#include "app/OptionValue.h"
 #include "app/Program.h"
 #include "base/ExitStatus.h"
 #include "base/Text.h"

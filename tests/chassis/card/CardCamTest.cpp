@@ -166,7 +166,7 @@ class CardCam : public testing::Test, protected CardWithCams {
 
   // What came out, from the second loop on, when the CAMs have all they need.
   Bytes settledOutput() {
-    card.setOutput("");
+    card.endOutput();
     const Bytes all = output.read();
     return Bytes(all.begin() + static_cast<std::ptrdiff_t>(stream.clear.bytes().size()), all.end());
   }
@@ -320,11 +320,11 @@ TEST_F(CardCam, ACamReadsTheEcmsThatTheOneBeforeItDescrambles) {
 TEST_F(CardCam, OutputBeginsWithTheNextPacket) {
   camA.receive(caPmt(first));
   camB.receive(caPmt(second));
-  card.setOutput("");
+  card.endOutput();
   playUntil(1000);
   const TemporaryFile later;
   card.setOutput(later.path());
   playUntil(2000);
-  card.setOutput("");
+  card.endOutput();
   EXPECT_EQ(later.read(), stream.clear.bytes());
 }

@@ -215,7 +215,7 @@ TEST_F(CardTest, WritesWhatComesOutInOrder) {
   card.fpga().setPass(chassis::nullPid, false);
   card.setOutput(output.path());
   card.tick(1000);
-  card.setOutput("");
+  card.endOutput();
   EXPECT_EQ(output.read(), stream.bytes());
   card.tick(2000);
   EXPECT_EQ(output.read().size(), stream.bytes().size());
@@ -238,7 +238,7 @@ TEST_F(CardTest, DoesNotWriteOverItsStream) {
   card.setOutput(output.path());
   card.tick(1000);
   EXPECT_NE(insertError(output.path()).find("is the output"), std::string::npos);
-  card.setOutput("");
+  card.endOutput();
   EXPECT_EQ(output.read(), stream.bytes());
   card.insert(output.path(), bitrate, 1000);
   EXPECT_EQ(card.programs().size(), 2U);

@@ -16,7 +16,7 @@ using namespace testing_streams;
 class Notes : public Events {
  public:
   void tell(const Event &event) override {
-    if (event.kind == EventKind::AsExpected) {
+    if (event.kind == EventKind::AsExpected || event.kind == EventKind::NotAsExpected) {
       lines.push_back(event.what + " | " + event.why);
     }
   }
@@ -75,8 +75,44 @@ TEST_F(ExpectationsTest, WhatIsNotSoEndsTheRunWithItsLine) {
   EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"no entitlement\"\nwait 5"),
             "x:4: expected expectState 0, 101, \"no entitlement\", but program 101 of slot 0 is "
             "\"not measured\"");
-  EXPECT_EQ(clock_.elapsedMs(), 2510U) << "a check at 2.5 s would have counted";
-  EXPECT_TRUE(notes_.lines.empty());
+  EXPECT_EQ(clock_.elapsedMs(), 2500U);
+  EXPECT_EQ(notes_.lines,
+            std::vector<std::string>{"NOT as expected: expectState 0, 101, \"no entitlement\" | "
+                                     "program 101 of slot 0 is \"not measured\""});
+}
+
+// The alarm is raised at 2 s and cleared when its card has gone.
+TEST_F(ExpectationsTest, WithoutATimeItIsJudgedBeforeTheNextLineActs) {
+  EXPECT_EQ(play("wait 3\nexpectNoAlarm 0, 0, \"CAM absent\"\ncardRemove 0\nwait 3"),
+            "x:4: expected expectNoAlarm 0, 0, \"CAM absent\", but CAM 0 of slot 0 has the alarms "
+            "\"CAM absent\"");
+  EXPECT_EQ(clock_.elapsedMs(), 3000U);
+}
+
+TEST_F(ExpectationsTest, BeforeTheCardGoes) {
+  EXPECT_EQ(play("wait 3\nexpectState 0, 101, \"not measured\"\ncardRemove 0\nwait 1"), "");
+  EXPECT_EQ(notes_.lines.size(), 1U);
+}
+
+TEST_F(ExpectationsTest, ARunThatEndsBeforeHasNotShownIt) {
+  std::istringstream text(
+      "cardInsert 0, \"" + file_.path() +
+      "\", 1504000\nexpectAlarm 0, 0, \"CAM absent\", 9\nwait 1\n"
+      "expectNoAlarm 0, 0, \"CAM absent\", 5\nwait 1\nexpectNoAlarm 0, 1, \"CAM absent\"");
+  Player player(readScript("x", text), chassis_);
+  chassis_.run(1500, player);
+  try {
+    player.close();
+    FAIL() << "nothing was missing";
+  } catch (const Unexpected &error) {
+    EXPECT_STREQ(
+        error.what(),
+        "x:6: expected expectNoAlarm 0, 1, \"CAM absent\", but the run ends before this line\n"
+        "x:2: expected expectAlarm 0, 0, \"CAM absent\", 9, but CAM 0 of slot 0 has no alarm "
+        "when the run ends");
+  }
+  EXPECT_EQ(notes_.lines[0], "as expected: expectNoAlarm 0, 0, \"CAM absent\", 5 | script line 4");
+  EXPECT_TRUE(player.isOver(10000));
 }
 
 TEST_F(ExpectationsTest, AnAlarmThatStandsOrDoesNotIsNamed) {

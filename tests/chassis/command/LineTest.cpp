@@ -17,14 +17,14 @@ std::string errorOf(const std::string &text) {
 }
 
 TEST(Line, NothingOnEmptyAndCommentLines) {
-  for (const char *text : {"", "   \t", "# wait 3", "  # wait 3", "\r"}) {
+  for (const char *text : {"", "   \t", "# wait 3", "  # wait 3"}) {
     EXPECT_EQ(parseLine(text).name, "") << text;
   }
 }
 
 TEST(Line, BothWaysOfWritingACall) {
   for (const char *text :
-       {"f 1, 0x2", "f(1, 0x2)", "  f ( 1 ,0x2 )  # why", "f 1,0x2\r", "f\t1 ,\t0x2#why"}) {
+       {"f 1, 0x2", "f(1, 0x2)", "  f ( 1 ,0x2 )  # why", "f 1,0x2", "f\t1 ,\t0x2#why"}) {
     const Line line = parseLine(text);
     EXPECT_EQ(line.name, "f") << text;
     ASSERT_EQ(line.args.size(), 2u) << text;
@@ -74,8 +74,19 @@ TEST(Line, LengthIsBounded) {
   EXPECT_THROW(checkLength(std::string(longestLine + 1, 'a')), InputError);
 }
 
+TEST(Line, OneReturnAtItsEndIsNoneOfIt) {
+  EXPECT_EQ(withoutReturn("wait 1\r"), "wait 1");
+  EXPECT_EQ(withoutReturn("wait 1\r\r"), "wait 1\r");
+  EXPECT_EQ(withoutReturn("\rwait 1"), "\rwait 1");
+  EXPECT_EQ(withoutReturn("\r"), "");
+  EXPECT_EQ(withoutReturn(""), "");
+}
+
 TEST(Line, ControlCharactersAreRefusedUnquoted) {
-  EXPECT_NO_THROW(checkCharacters("f\t\"d\u00E9j\u00E0 vu\"\r"));
+  EXPECT_NO_THROW(checkCharacters("f\t\"d\u00E9j\u00E0 vu\u00A0\""));
+  EXPECT_THROW(checkCharacters("f \"back\rto the front\""), InputError);
+  EXPECT_THROW(checkCharacters("f \"\u009B2J\""), InputError);  // a terminal's command
+  EXPECT_THROW(checkCharacters("f \u0080"), InputError);
   for (const char *text : {"\033[2J", "f \"a\x07\"", "f\x7f"}) {
     try {
       checkCharacters(text);

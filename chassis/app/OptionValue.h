@@ -1,4 +1,4 @@
-// Numbers on a command line that CLI11 reads: whole, in their range, or refused.
+// What CLI11 reads on a command line, or refuses: numbers, whole and in their range; names.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -21,6 +21,14 @@ inline CLI::Validator wholeNumber(std::uint64_t least, std::uint64_t most) {
     return "";
   };
   return CLI::Validator(transform, "");
+}
+
+// A check for an option that names a file: a variable that is not set in a shell is no name.
+inline CLI::Validator notEmpty() {
+  const auto check = [](const std::string &text) {
+    return text.empty() ? "the name is empty; write the name of a file" : std::string();
+  };
+  return CLI::Validator(check, "");
 }
 
 }  // namespace chassis
