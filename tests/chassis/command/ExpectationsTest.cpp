@@ -95,23 +95,23 @@ TEST_F(ExpectationsTest, BeforeTheCardGoes) {
 }
 
 TEST_F(ExpectationsTest, ARunThatEndsBeforeHasNotShownIt) {
-  std::istringstream text(
-      "cardInsert 0, \"" + file_.path() +
-      "\", 1504000\nexpectAlarm 0, 0, \"CAM absent\", 9\nwait 1\n"
-      "expectNoAlarm 0, 0, \"CAM absent\", 5\nwait 1\nexpectNoAlarm 0, 1, \"CAM absent\"");
+  std::istringstream text("cardInsert 0, \"" + file_.path() +
+                          "\", 1504000\nexpectAlarm 0, 1, \"CAM absent\", 9\nwait 3\n"
+                          "expectNoAlarm 0, 1, \"CAM absent\"\nwait 3\n"
+                          "expectNoAlarm 0, 0, \"CAM absent\"");
   Player player(readScript("x", text), chassis_);
-  chassis_.run(1500, player);
+  chassis_.run(4000, player);
   try {
     player.close();
     FAIL() << "nothing was missing";
   } catch (const Unexpected &error) {
-    EXPECT_STREQ(
-        error.what(),
-        "x:6: expected expectNoAlarm 0, 1, \"CAM absent\", but the run ends before this line\n"
-        "x:2: expected expectAlarm 0, 0, \"CAM absent\", 9, but CAM 0 of slot 0 has no alarm "
-        "when the run ends");
+    EXPECT_STREQ(error.what(),
+                 "x:6: expected expectNoAlarm 0, 0, \"CAM absent\", but the run ends before this "
+                 "line\n"
+                 "x:2: expected expectAlarm 0, 1, \"CAM absent\", 9, but CAM 1 of slot 0 has no "
+                 "alarm when the run ends");
   }
-  EXPECT_EQ(notes_.lines[0], "as expected: expectNoAlarm 0, 0, \"CAM absent\", 5 | script line 4");
+  EXPECT_EQ(notes_.lines[0], "as expected: expectNoAlarm 0, 1, \"CAM absent\" | script line 4");
   EXPECT_TRUE(player.isOver(10000));
 }
 
