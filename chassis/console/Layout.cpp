@@ -150,6 +150,10 @@ std::vector<std::string> wrapped(const std::string &text, std::size_t width, std
   return lines;
 }
 
+std::size_t indentFor(const std::string &row, std::size_t width, std::size_t most) {
+  return std::min(most, width - std::min(width, displayWidth(row)));
+}
+
 std::vector<std::string> paired(const std::string &left, const std::string &right,
                                 std::size_t column, std::size_t width) {
   const std::string together = padded(left, column) + std::string(gap, blank) + right;

@@ -30,6 +30,9 @@ std::size_t remaining(std::size_t width, std::size_t taken);
 // than the width stands alone and whole.
 std::vector<std::string> wrapped(const std::string &text, std::size_t width, std::size_t indent);
 
+// So many blanks, up to `most`, stand before a row that it is not wider than the width.
+std::size_t indentFor(const std::string &row, std::size_t width, std::size_t most);
+
 // Two clauses on one line, the second one from a column on that is common to many such lines. Where
 // they do not fit, the second one follows below, indented.
 std::vector<std::string> paired(const std::string &left, const std::string &right,

@@ -64,11 +64,18 @@ void Timeline::flush() {
 
 void Timeline::write(const Line &line) {
   const std::string head = stampText(line.ms) + "  " + padded(line.place, placeWidth) + "  ";
-  const std::size_t room = remaining(config_.width ? config_.width() : anyWidth, head.size());
+  const std::size_t width = config_.width ? config_.width() : anyWidth;
+  const std::size_t room = remaining(width, head.size());
+  const std::vector<std::string> rows = paired(line.what, line.why, reasonColumn(room), room);
   std::string before = head;
-  for (const std::string &row : paired(line.what, line.why, reasonColumn(room), room)) {
+  if (indentFor(rows.front(), width, head.size()) < head.size()) {
+    out_ << head.substr(0, head.find_last_not_of(' ') + 1) << "\n";
+    before.clear();
+  }
+  for (const std::string &row : rows) {
+    before.resize(before == head ? head.size() : indentFor(row, width, head.size()), ' ');
     out_ << before << toned(row, line.tone, config_.colour) << "\n";
-    before = std::string(head.size(), ' ');
+    before.clear();
   }
   out_ << std::flush;
 }

@@ -129,6 +129,18 @@ TEST_F(TimelineTest, FollowsTheTerminalsWidth) {
                 std::string(53, ' ') + "reset 1 since its insertion\n");
 }
 
+// 80 columns have room for it, though not behind the time and the place.
+TEST_F(TimelineTest, ALongWordStandsFurtherLeft) {
+  const std::string path = "\"" + std::string(60, 'p') + "\"";
+  const std::string blanks(18, ' ');
+  timeline({false, [] { return std::size_t{80}; }})
+      .tell(event({0, -1}, "cardInsert 0, " + path, "script line 1"));
+  EXPECT_EQ(text(), "00:00:07.010  slot 0         cardInsert 0,\n" + blanks + path +
+                        "\n                               script line 1\n");
+  timeline({false, [] { return std::size_t{40}; }}).tell(event({0, -1}, path, ""));
+  EXPECT_EQ(text(), "00:00:07.010  slot 0\n" + path + "\n");
+}
+
 TEST_F(TimelineTest, EachRowHasItsOwnColour) {
   timeline({true, [] { return std::size_t{80}; }})
       .tell(event({0, 0}, "descrambling failure of the CAM", "alarm 0, identifiers 1", Tone::Bad));
