@@ -168,14 +168,17 @@ bool isNegative(const std::string &given) {
   return given.size() > 1 && given[0] == '-' && readWhole(given.substr(1));
 }
 
+std::string asWritten(const Word &word) {
+  return word.quoted ? "\"" + word.text + "\"" : word.text;
+}
+
 Value numberValue(const Param &param, const Word &word) {
   if (!word.quoted && isNegative(word.text)) {
     doesNotFit(param, word.text);
   }
   const std::optional<std::uint64_t> number = readWhole(word.text);
   if (word.quoted || !number) {
-    throw InputError(bare(param) + " must be a number, not " +
-                     (word.quoted ? "\"" + word.text + "\"" : word.text) + "; write " +
+    throw InputError(bare(param) + " must be a number, not " + asWritten(word) + "; write " +
                      range(param));
   }
   if (*number < param.min || *number > param.max) {
@@ -187,7 +190,7 @@ Value numberValue(const Param &param, const Word &word) {
 Value secondsValue(const Param &param, const Word &word) {
   const std::optional<double> given = readDecimal(word.text);
   if (word.quoted || !given) {
-    throw InputError(bare(param) + " must be a number, not " + word.text +
+    throw InputError(bare(param) + " must be a number, not " + asWritten(word) +
                      "; write it such as 30 or 0.5");
   }
   if (*given > static_cast<double>(param.max)) {

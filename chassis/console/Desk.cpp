@@ -18,7 +18,7 @@ namespace {
 constexpr const char *greeting =
     "help lists what can be typed, Tab completes it; exit, quit or Ctrl-D leaves\n";
 constexpr const char *howToLeave = "exit, quit or Ctrl-D leaves, and so does Ctrl-C once more\n";
-constexpr const char *brokenOff = "broken off, with what was typed behind it\n";
+constexpr const char *brokenOff = "broken off, and anything typed behind it\n";
 
 }  // namespace
 

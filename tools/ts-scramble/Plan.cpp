@@ -185,7 +185,12 @@ void addNewPmt(Plan &plan, std::uint16_t program) {
 std::uint32_t countPeriods(const Request &request, const Survey &survey) {
   const double pairs = survey.seconds() / request.cryptoPeriod / 2;
   const auto periods = 2 * static_cast<std::uint32_t>(std::max(1.0, std::round(pairs)));
-  if (survey.seconds() / periods < 2 * request.ecmInterval || survey.packets < periods) {
+  if (survey.packets < periods) {
+    throw InputError("'" + survey.path + "' has " + std::to_string(survey.packets) +
+                     " packets for " + std::to_string(periods) +
+                     " crypto periods; give a higher --bitrate or a longer --crypto-period");
+  }
+  if (survey.seconds() / periods < 2 * request.ecmInterval) {
     std::ostringstream text;
     text << "'" << survey.path << "' lasts " << survey.seconds()
          << " s, too short for two crypto periods of twice the ECM interval ("
