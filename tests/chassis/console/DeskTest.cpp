@@ -126,6 +126,14 @@ TEST_F(DeskAtATerminal, GlyphsAreEditedWhole) {
   EXPECT_EQ(answerTo(left + right + rubOut + deleteKey + "test_bit \"04\", 2"), is);
 }
 
+// Up to the cursor it is drawn once more, and a row that is full is left.
+TEST_F(DeskAtATerminal, GlyphsAreDrawnOverTheLine) {
+  terminal_.type("e\u0301" + std::string(5, 'x') + left + left);
+  EXPECT_TRUE(shows("-> e\u0301xxxxx\0338-> e\u0301xxx"));
+  terminal_.type("\x05" + std::string(200 - 9, 'y'));
+  EXPECT_TRUE(shows(std::string(200 - 9, 'y') + "\r\r\n"));
+}
+
 TEST_F(DeskAtATerminal, NamesAreCompleted) {
   terminal_.type("camSt\t");
   EXPECT_TRUE(shows("atusCheck "));
