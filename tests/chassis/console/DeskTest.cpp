@@ -11,7 +11,7 @@
 #include <cstdlib>
 
 #include "ConsoleRig.h"
-#include "chassis/files/Folder.h"
+#include "chassis/Folder.h"
 
 namespace chassis {
 namespace {

@@ -1,4 +1,4 @@
-#include "console/Preparation.h"
+#include "app/Preparation.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // How programs end, and what becomes of their standard output.
-#include "Program.h"
+#include "app/Program.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -8,9 +8,9 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "InputError.h"
-#include "files/ReplacedFile.h"
-#include "files/StandardOutput.h"
+#include "base/InputError.h"
+#include "console/StandardOutput.h"
+#include "io/ReplacedFile.h"
 
 using chassis::finishStandardOutput;
 using chassis::runProgram;
