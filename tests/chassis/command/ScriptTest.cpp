@@ -300,6 +300,26 @@ TEST_F(ScriptWithStreams, ProgramsThatNoTableHasAreTold) {
                               carried + "\nsub/script:6: program 9" + carried);
 }
 
+// For its first tables, or for the last of its programs. What was wrong before is of no interest.
+TEST_F(ScriptWithStreams, ReadingAStreamCanBeInterrupted) {
+  const auto never = [] { return [](const Progress &) { return false; }; };
+  const auto always = [] { return [](const Progress &) { return true; }; };
+  write("sub/zeros.ts", {});
+  for (const char *name : {"zeros.ts", "near.ts"}) {
+    fs::resize_file(folder_ / "sub" / name, 16 << 20);
+    writeScript("wait\ncardInsert 0, \"" + std::string(name) + "\"\nprogAssign 0, 7, 1");
+    StreamPrograms interrupted(never);
+    EXPECT_THROW(readScript("sub/script", {{}, &interrupted}), Interrupted) << name;
+    StreamPrograms whole(always);
+    try {
+      readScript("sub/script", {{}, &whole});
+      FAIL();
+    } catch (const InputError &error) {
+      EXPECT_EQ(std::string(error.what()).find("sub/script:1: wait takes"), 0u) << error.what();
+    }
+  }
+}
+
 TEST_F(ScriptWithStreams, AStreamThatIsNotKnownAnyMoreTellsNoProgram) {
   writeScript("cardInsert 0, \"near.ts\"\ncardInsrt 0, \"other.ts\"\nprogAssign 0, 7, 1");
   const std::string error = errorOfSub();
