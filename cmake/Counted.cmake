@@ -24,6 +24,7 @@ function(counted library)
     endif()
   endforeach()
   target_compile_options(${library}_counted PRIVATE -O0 -g0 --coverage)
+  precompiled(${library}_counted)
 endfunction()
 
 # counted_test(<test program> <library> ...): its objects, linked with these libraries or, where there
