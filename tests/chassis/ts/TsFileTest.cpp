@@ -187,6 +187,11 @@ TEST(TsFile, SaysThatAFileIsEmpty) {
   expectError(file.path(), "is empty");
 }
 
+// Nothing is mapped at the begin of a program's memory.
+TEST(TsFile, SaysThatAFileCannotBeRead) {
+  expectError("/proc/self/mem", "cannot be read to its end: Input/output error");
+}
+
 TEST(TsFile, SaysThatAFileHoldsNoTransportStream) {
   for (const std::size_t size : {1, 187, 189, 5000, 300000}) {
     Bytes text(size);
