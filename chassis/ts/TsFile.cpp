@@ -167,8 +167,11 @@ std::size_t TsFile::State::nextSync(std::size_t offset, std::size_t last) const 
 
 // Skips to the next place where packets in a row start.
 bool TsFile::State::findPacket() {
+  const std::uint64_t before = skipped;
   while (fill(window) || left() >= tsPacketSize) {
-    ask();
+    if (skipped - before >= askedEvery) {
+      ask();
+    }
     const std::size_t last = left() >= window ? left() - window : left() - tsPacketSize;
     std::size_t offset = nextSync(0, last);
     while (offset <= last && !startsPacket(offset)) {
@@ -192,6 +195,7 @@ void TsFile::State::requireReadable() const {
 void TsFile::State::restart() {
   file.rewind();
   askAt = askedEvery;
+  interrupted = false;
   begin = end = 0;
   atStart = true;
   packets = skipped = 0;
