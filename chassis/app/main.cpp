@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <clocale>
 #include <cmath>
 #include <cstdio>
@@ -158,8 +159,17 @@ void checkOutputTakers(const Options &options) {
   }
 }
 
+void requireReadableInput() {
+  if (read(STDIN_FILENO, nullptr, 0) < 0) {
+    throw InputError(std::string("standard input cannot be read: ") + std::strerror(errno));
+  }
+}
+
 DeskMode modeOf(const Options &options) {
   checkOutputTakers(options);
+  if (options.console || options.script == standardStream) {
+    requireReadableInput();
+  }
   if (options.script == standardStream) {
     if (options.console) {
       throw InputError("--console and --script - both read standard input; leave one out");

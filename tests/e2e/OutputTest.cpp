@@ -101,6 +101,31 @@ TEST_F(Output, OfTheTimelineIsMissedToo) {
   }
 }
 
+// Nothing of the program's own gets into the place of a standard stream that is closed.
+TEST_F(Output, OrInputThatIsClosedIsTold) {
+  write("script", card + "wait 20");
+  const std::string plays = "--script script --speed max --output 0:out.ts ";
+  ASSERT_EQ(run(plays).status, 0);
+  const Bytes whole = read("out.ts");
+  for (const char *closed : {">&-", "<&- >&-", "<&- >&- 2>&-", "2>&- >&-"}) {
+    const Result result = command("timeout 60 '" + program + "' " + plays + closed);
+    EXPECT_EQ(result.status, lost) << closed;
+    EXPECT_EQ(result.out, "") << closed;
+    EXPECT_EQ(result.err, std::string(closed).find("2>") != std::string::npos
+                              ? ""
+                              : "ci-chassis: standard output is not whole: Bad file descriptor\n");
+    EXPECT_EQ(read("out.ts"), whole) << closed;
+  }
+  EXPECT_EQ(run(plays + "<&- 2>&-").status, 0);
+  for (const char *reading : {"--console", "--script -"}) {
+    const Result result =
+        command("timeout 60 '" + program + "' " + reading + " --speed max <&-");
+    EXPECT_EQ(result.status, 2) << reading;
+    EXPECT_EQ(result.out, "") << reading;
+    EXPECT_EQ(result.err, "ci-chassis: standard input cannot be read: Bad file descriptor\n");
+  }
+}
+
 TEST_F(Output, LossAndBadInputAreBothTold) {
   // too short for two clock references, which only shows when the whole file is read
   write("short.ts", Bytes(stream_.begin(), stream_.begin() + 20 * 188));
