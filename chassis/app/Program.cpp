@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <sstream>
@@ -56,6 +57,7 @@ void complainLines(const std::string &name, const std::string &text) {
 
 int runProgram(const std::string &name, const std::function<int()> &work) {
   holdClosedStreams();
+  std::signal(SIGXFSZ, SIG_IGN);  // the write that finds no room tells so itself
   return finishStandardOutput(name, statusOf(name, work));
 }
 

@@ -38,7 +38,7 @@ void setUnfinished(const std::string &path) {
   if (!fits) {
     unfinished[0] = '\0';
   }
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction action {};
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
       action.sa_handler = path.empty() ? SIG_DFL : takeAway;
