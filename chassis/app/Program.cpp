@@ -57,7 +57,9 @@ void complainLines(const std::string &name, const std::string &text) {
 
 int runProgram(const std::string &name, const std::function<int()> &work) {
   holdClosedStreams();
-  std::signal(SIGXFSZ, SIG_IGN);  // the write that finds no room tells so itself
+  for (const int signal : {SIGXFSZ, SIGPIPE}) {
+    std::signal(signal, SIG_IGN);  // the write that finds no room, or no reader, tells so itself
+  }
   return finishStandardOutput(name, statusOf(name, work));
 }
 

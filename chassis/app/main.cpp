@@ -211,6 +211,10 @@ Shown shownOf(const Options &options) {
   return options.statusFile == standardStream ? Shown::Nothing : Shown::Timeline;
 }
 
+bool isFile(const std::string &path) {
+  return !path.empty() && path != standardStream;
+}
+
 Operation::Config configOf(const Options &options) {
   Operation::Config config;
   config.mode = modeOf(options);
@@ -223,11 +227,9 @@ Operation::Config configOf(const Options &options) {
   config.colour = outputWantsColour();
   config.debug = options.debug;
   config.shown = shownOf(options);
+  config.writesFiles =
+      isFile(options.events) || isFile(options.statusFile) || !options.outputs.empty();
   return config;
-}
-
-bool isFile(const std::string &path) {
-  return !path.empty() && path != standardStream;
 }
 
 void openOutputs(Operation &operation, const Options &options) {
