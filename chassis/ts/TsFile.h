@@ -16,8 +16,8 @@ namespace chassis {
 class TsFile {
  public:
   // Throws InputError that names the file: cannot be opened or read, empty, holds no transport
-  // stream; and Interrupted. goOn is asked every few megabytes of a search for packets, and by goesOn; once it
-  // has said no, the file is at its end until it is rewound.
+  // stream; and Interrupted. goOn is asked every few megabytes of a search for packets, and by
+  // goesOn; once it has said no, the file is at its end until it is rewound.
   explicit TsFile(const std::string &path, GoOn goOn = nullptr);
   ~TsFile();
   TsFile(const TsFile &) = delete;

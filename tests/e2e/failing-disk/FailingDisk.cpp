@@ -1,6 +1,6 @@
 // A disk that tells with the close alone that it has not kept everything, as one across a network
-// may, and one that cannot be read to its end. Loaded before a program's own libraries: the close of
-// every file with FAILING_CLOSE in its path fails, and what one with FAILING_READ has behind its
+// may, and one that cannot be read to its end. Loaded before a program's own libraries: the close
+// of every file with FAILING_CLOSE in its path fails, and what one with FAILING_READ has behind its
 // first bytes cannot be read.
 #include <dlfcn.h>
 #include <unistd.h>
