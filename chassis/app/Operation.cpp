@@ -7,6 +7,7 @@
 #include "app/Program.h"
 #include "base/ExitStatus.h"
 #include "base/InputError.h"
+#include "console/StandardOutput.h"
 #include "status/Words.h"
 
 namespace chassis {
@@ -201,7 +202,8 @@ void Operation::end() {
 
 bool Operation::isOver() const {
   const std::uint64_t nowMs = clock_.elapsedMs();
-  if (shell_.exited() || desk_->ended()) {
+  const bool forNobody = standardOutputGone() && !config_.writesFiles;
+  if (shell_.exited() || desk_->ended() || forNobody) {
     return true;
   }
   if (config_.endMs || config_.mode == DeskMode::Terminal) {

@@ -37,6 +37,7 @@ class Operation {
     bool colour = false;
     bool debug = false;  // tells of the firmware's debug prints too
     Shown shown = Shown::Timeline;
+    bool writesFiles = false;  // which are to become whole, also when nobody reads what is shown
   };
 
   Operation(const Config &config, Script script);

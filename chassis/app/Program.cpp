@@ -1,7 +1,9 @@
 #include "app/Program.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <sstream>
@@ -14,6 +16,17 @@
 
 namespace chassis {
 namespace {
+
+// A standard stream that is closed stays one that can be neither read nor written, and what the
+// program opens for itself does not get its number.
+void holdClosedStreams() {
+  constexpr int uselessFor[] = {O_WRONLY, O_RDONLY, O_RDONLY};
+  for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(file, F_GETFD) < 0) {
+      static_cast<void>(open("/dev/null", uselessFor[file]));  // the lowest number that is free
+    }
+  }
+}
 
 int complain(const std::string &name, const std::exception &error, int status) {
   complainLines(name, error.what());
@@ -43,6 +56,10 @@ void complainLines(const std::string &name, const std::string &text) {
 }
 
 int runProgram(const std::string &name, const std::function<int()> &work) {
+  holdClosedStreams();
+  for (const int signal : {SIGXFSZ, SIGPIPE}) {
+    std::signal(signal, SIG_IGN);  // the write that finds no room, or no reader, tells so itself
+  }
   return finishStandardOutput(name, statusOf(name, work));
 }
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <clocale>
 #include <cmath>
 #include <cstdio>
@@ -158,8 +159,17 @@ void checkOutputTakers(const Options &options) {
   }
 }
 
+void requireReadableInput() {
+  if (read(STDIN_FILENO, nullptr, 0) < 0) {
+    throw InputError(std::string("standard input cannot be read: ") + std::strerror(errno));
+  }
+}
+
 DeskMode modeOf(const Options &options) {
   checkOutputTakers(options);
+  if (options.console || options.script == standardStream) {
+    requireReadableInput();
+  }
   if (options.script == standardStream) {
     if (options.console) {
       throw InputError("--console and --script - both read standard input; leave one out");
@@ -201,6 +211,10 @@ Shown shownOf(const Options &options) {
   return options.statusFile == standardStream ? Shown::Nothing : Shown::Timeline;
 }
 
+bool isFile(const std::string &path) {
+  return !path.empty() && path != standardStream;
+}
+
 Operation::Config configOf(const Options &options) {
   Operation::Config config;
   config.mode = modeOf(options);
@@ -213,11 +227,9 @@ Operation::Config configOf(const Options &options) {
   config.colour = outputWantsColour();
   config.debug = options.debug;
   config.shown = shownOf(options);
+  config.writesFiles =
+      isFile(options.events) || isFile(options.statusFile) || !options.outputs.empty();
   return config;
-}
-
-bool isFile(const std::string &path) {
-  return !path.empty() && path != standardStream;
 }
 
 void openOutputs(Operation &operation, const Options &options) {

@@ -18,7 +18,7 @@ constexpr const char *exitStatusHelp =
     "  0    done\n"
     "  1    an expectation of the script did not come true (ci-chassis)\n"
     "  2    bad input: an argument, a script, a stream; standard error names it\n"
-    "  3    an output, or standard output, lost data\n"
+    "  3    an output, or standard output, lost data: a full disk, a reader that has gone\n"
     "  4    the program itself failed\n";
 constexpr const char *signalStatusHelp =
     "  130  ended by Ctrl-C\n"

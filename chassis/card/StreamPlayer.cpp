@@ -4,6 +4,7 @@
 
 #include <utility>
 
+#include "base/InputError.h"
 #include "ts/PacketView.h"
 
 namespace chassis {
@@ -21,12 +22,22 @@ std::uint64_t StreamPlayer::due(std::uint64_t nowMs) {
   return packets;
 }
 
-bool StreamPlayer::next(TsPacket &packet) {
-  if (!file_.next(packet)) {
-    startAgain();
-    if (!file_.next(packet)) {
-      return false;
+// The next packet of the file, or of its begin.
+bool StreamPlayer::take(TsPacket &packet) {
+  try {
+    if (file_.next(packet)) {
+      return true;
     }
+    startAgain();
+    return file_.next(packet);
+  } catch (const InputError &) {
+    return false;
+  }
+}
+
+bool StreamPlayer::next(TsPacket &packet) {
+  if (!take(packet)) {
+    return false;
   }
   if (!PacketView(packet).transportError()) {
     carryOn(packet);

@@ -24,10 +24,12 @@ class StreamPlayer {
   // How many packets have become due since the last call; nothing is lost to rounding.
   std::uint64_t due(std::uint64_t nowMs);
 
-  // The next packet; behind the last one the file starts again. False when nothing can be read.
+  // The next packet; behind the last one the file starts again. False when nothing can
+  // be read, or the file not to its end.
   bool next(TsPacket &packet);
 
  private:
+  bool take(TsPacket &packet);
   void startAgain();
   void carryOn(TsPacket &packet);
 

@@ -19,7 +19,7 @@ constexpr std::uint64_t maxSeconds = 1000000;
 
 const Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
 const Param cam{"cam", Form::Number, 0, MAX_CAM_NUM - 1, true};
-const Param file{"\"file\"", Form::Text, 0, 0, false};
+const Param file{"\"file\"", Form::Text, 1, 0, false};
 const Param text{"\"text\"", Form::Text, 0, 0, false};
 const Param bitrate{"bitrate", Form::Number, 1, maxBitrate, false};
 const Param casid{"casid", Form::Number, 1, 0xFFFF, false};
@@ -211,6 +211,9 @@ Value textValue(const Param &param, const Word &word) {
   if (!word.quoted) {
     throw InputError(bare(param) + " must be a string, not " + word.text + "; write \"" +
                      word.text + "\"");
+  }
+  if (word.text.size() < param.min) {
+    throw InputError("the name of the " + bare(param) + " is empty; write it such as \"in.ts\"");
   }
   if (param.choices != nullptr) {
     requireChoice(param, word.text);

@@ -24,7 +24,7 @@ struct Param {
   enum class Form { Number, Text, Seconds };
   const char *name;
   Form form;
-  std::uint64_t min;
+  std::uint64_t min;  // of a text: its least length
   std::uint64_t max;
   bool place;                                       // numbers a place of the chassis
   std::vector<std::string> (*choices)() = nullptr;  // the texts that it takes; null: any

@@ -135,6 +135,11 @@ void Reader::loseTrackAt(const std::string &name) {
   }
 }
 
+bool isMissing(const fs::path &path) {
+  std::error_code failure;
+  return fs::status(path, failure).type() == fs::file_type::not_found;
+}
+
 // Puts in the path that leads to the call's file. Returns where it was looked for in vain.
 std::string Reader::findFile(Call &call) const {
   std::string *file = fileOf(*call.function, call.values);
@@ -143,12 +148,14 @@ std::string Reader::findFile(Call &call) const {
   }
   std::error_code failure;
   const fs::path beside = fs::path(folder_) / *file;
-  if (fs::exists(beside, failure)) {
+  const bool missing = isMissing(beside);
+  const bool missingHere = isMissing(*file);
+  if (!missing && (missingHere || !fs::is_directory(beside, failure))) {
     *file = beside.string();
     return "";
   }
-  const bool here = fs::exists(*file, failure) || fs::path(*file).is_absolute();
-  return here ? "" : "; it was looked for in '" + folder_ + "' and in the working directory";
+  const bool looked = missing && missingHere && !fs::path(*file).is_absolute();
+  return looked ? "; it was looked for in '" + folder_ + "' and in the working directory" : "";
 }
 
 void Reader::complain(std::size_t number, const std::string &what) {

@@ -20,9 +20,14 @@ bool prepared = false;
 bool atTerminal = false;
 termios terminal{};
 
+// In the background the terminal is somebody else's.
+bool ownsTerminal() {
+  return atTerminal && tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
 extern "C" void giveUp(int) {
   pollfd errors{STDERR_FILENO, POLLOUT, 0};
-  if (atTerminal) {
+  if (ownsTerminal()) {
     static_cast<void>(tcsetattr(STDIN_FILENO, TCSANOW, &terminal));
   }
   if (poll(&errors, 1, 0) > 0) {
@@ -39,6 +44,7 @@ void prepareEndDeadline() {
   }
   struct sigaction action {};
   action.sa_handler = giveUp;
+  sigaddset(&action.sa_mask, SIGTTOU);  // which would stop the program instead
   sigaction(SIGALRM, &action, nullptr);
   sigevent event{};
   event.sigev_notify = SIGEV_SIGNAL;

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::uint64_t nsPerSecond = 1000000000;
 
-constexpr int takenSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGTSTP, SIGWINCH};
+constexpr int takenSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH};
 
 volatile std::sig_atomic_t noteTo = -1;
 volatile std::sig_atomic_t endsAtInterrupt = 0;
@@ -26,17 +26,18 @@ extern "C" void noteSignal(int signal) {
   const int before = errno;
   const auto byte = static_cast<unsigned char>(signal);
   static_cast<void>(!write(noteTo, &byte, 1));
-  const bool ends = signal == SIGTERM || signal == SIGHUP || (signal == SIGINT && endsAtInterrupt);
-  if (ends) {
+  const bool ends = signal == SIGTERM || signal == SIGHUP || signal == SIGQUIT;
+  if (ends || (signal == SIGINT && endsAtInterrupt)) {
     armEndDeadline(signal);
   }
   errno = before;
 }
 
-// What nohup has made deaf stays so.
-bool isIgnored(int signal) {
+// What nohup, or a shell that puts a program into the background, has made deaf stays so.
+bool staysIgnored(int signal) {
   struct sigaction action {};
-  return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+  return (signal == SIGHUP || signal == SIGQUIT) && sigaction(signal, nullptr, &action) == 0 &&
+         action.sa_handler == SIG_IGN;
 }
 
 void handleSignals(void (*handler)(int)) {
@@ -45,7 +46,7 @@ void handleSignals(void (*handler)(int)) {
   action.sa_flags = SA_RESTART;
   sigfillset(&action.sa_mask);
   for (const int signal : takenSignals) {
-    if (signal != SIGHUP || !isIgnored(signal)) {
+    if (!staysIgnored(signal)) {
       sigaction(signal, &action, nullptr);
     }
   }

@@ -11,8 +11,8 @@ namespace chassis {
 
 class Inlet {
  public:
-  // interruptEnds: SIGINT ends the program, as SIGTERM and SIGHUP do; then the program ends even if
-  // nobody waits here any more (EndDeadline).
+  // interruptEnds: SIGINT ends the program, as SIGTERM, SIGHUP and SIGQUIT do; then the program
+  // ends even if nobody waits here any more (EndDeadline).
   explicit Inlet(bool interruptEnds);
   ~Inlet();
   Inlet(const Inlet &) = delete;

@@ -32,9 +32,16 @@ std::string closeStandardOutput() {
 }  // namespace
 
 void writeStandardOutput(const std::string &text) {
+  if (standardOutputGone()) {
+    return;
+  }
   errno = 0;
   const bool taken = std::fwrite(text.data(), 1, text.size(), stdout) == text.size();
   note(std::fflush(stdout) == 0 && taken);
+}
+
+bool standardOutputGone() {
+  return reason == EPIPE;
 }
 
 int finishStandardOutput(const std::string &program, int status) {

@@ -64,7 +64,7 @@ void requireWritable(const std::string &path) {
   struct stat file {};
   if (stat(path.c_str(), &file) != 0) {
     const std::string folder = std::filesystem::path(behindLinks(path)).parent_path().string();
-    if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) {
+    if (access(((folder.empty() ? "." : folder) + "/.").c_str(), W_OK | X_OK) != 0) {
       cannotWrite(path, std::strerror(errno));
     }
   } else if (!S_ISREG(file.st_mode) && !S_ISFIFO(file.st_mode) && !S_ISCHR(file.st_mode)) {

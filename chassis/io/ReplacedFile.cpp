@@ -38,7 +38,7 @@ void setUnfinished(const std::string &path) {
   if (!fits) {
     unfinished[0] = '\0';
   }
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction action {};
     if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN) {
       action.sa_handler = path.empty() ? SIG_DFL : takeAway;
@@ -59,9 +59,16 @@ void takeOver(int file, const struct stat &old) {
   fchmod(file, old.st_mode & modeBits);
 }
 
+// A pipe without a name is reached by the link that leads to it alone, as /dev/fd/63.
+std::string targetOf(const std::string &path) {
+  struct stat file {};
+  const bool throughIt = stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode);
+  return throughIt ? path : behindLinks(path);
+}
+
 }  // namespace
 
-ReplacedFile::ReplacedFile(const std::string &path) : path_(path), target_(behindLinks(path)) {
+ReplacedFile::ReplacedFile(const std::string &path) : path_(path), target_(targetOf(path)) {
   struct stat old {};
   const bool exists = stat(target_.c_str(), &old) == 0;
   if (exists && (S_ISFIFO(old.st_mode) || S_ISCHR(old.st_mode))) {

@@ -37,7 +37,7 @@ class ReplacedFile {
   void require(bool fine) const;
 
   const std::string path_;
-  const std::string target_;  // behind all links
+  const std::string target_;  // behind all links, where it is a file or none yet
   std::string temporary_;     // empty: written through
   std::FILE *file_ = nullptr;
 };

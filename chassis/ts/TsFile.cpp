@@ -47,18 +47,24 @@ class InputFile {
   InputFile(const InputFile &) = delete;
   InputFile &operator=(const InputFile &) = delete;
 
-  // Less than `size` only at the end.
+  // Less than `size` only at the end, or where reading has failed; then nothing more comes.
   std::size_t read(std::uint8_t *to, std::size_t size) {
     std::size_t done = 0;
-    for (ssize_t part = 1; done < size && part > 0;) {
+    for (ssize_t part = 1; error_ == 0 && done < size && part > 0;) {
       part = ::read(file_, to + done, size - done);
       done += part > 0 ? static_cast<std::size_t>(part) : 0;
-      part = part < 0 && errno == EINTR ? 1 : part;
+      error_ = part < 0 && errno != EINTR ? errno : 0;
+      part = part < 0 ? 1 : part;
     }
     position_ += done;
     return done;
   }
-  void rewind() { position_ = lseek(file_, 0, SEEK_SET) == 0 ? 0 : position_; }
+  void rewind() {
+    position_ = lseek(file_, 0, SEEK_SET) == 0 ? 0 : position_;
+    error_ = 0;
+  }
+
+  int error() const { return error_; }  // errno of the reading that failed; 0: none did
 
   std::uint64_t position() const { return position_; }
   std::uint64_t size() const { return size_; }
@@ -71,6 +77,7 @@ class InputFile {
   }
 
   int file_;
+  int error_ = 0;
   std::uint64_t position_ = 0;
   std::uint64_t size_ = 0;  // as it was opened
 };
@@ -91,6 +98,7 @@ struct TsFile::State {
   void skip(std::size_t bytes);
   bool findPacket();
   void restart();
+  void requireReadable() const;
 
   InputFile file;
   const GoOn goOn;
@@ -159,8 +167,11 @@ std::size_t TsFile::State::nextSync(std::size_t offset, std::size_t last) const 
 
 // Skips to the next place where packets in a row start.
 bool TsFile::State::findPacket() {
+  const std::uint64_t before = skipped;
   while (fill(window) || left() >= tsPacketSize) {
-    ask();
+    if (skipped - before >= askedEvery) {
+      ask();
+    }
     const std::size_t last = left() >= window ? left() - window : left() - tsPacketSize;
     std::size_t offset = nextSync(0, last);
     while (offset <= last && !startsPacket(offset)) {
@@ -175,9 +186,16 @@ bool TsFile::State::findPacket() {
   return false;
 }
 
+void TsFile::State::requireReadable() const {
+  if (file.error() != 0) {
+    throw InputError(name + " cannot be read to its end: " + std::strerror(file.error()));
+  }
+}
+
 void TsFile::State::restart() {
   file.rewind();
   askAt = askedEvery;
+  interrupted = false;
   begin = end = 0;
   atStart = true;
   packets = skipped = 0;
@@ -186,11 +204,13 @@ void TsFile::State::restart() {
 TsFile::TsFile(const std::string &path, GoOn goOn)
     : state_(std::make_unique<State>(path, std::move(goOn))) {
   if (!state_->fill(1)) {
+    state_->requireReadable();
     throw InputError("'" + path + "' is empty; a transport stream file is needed");
   }
   const bool found = state_->findPacket();
   requireUninterrupted();
   if (!found) {
+    state_->requireReadable();
     throw InputError("'" + path +
                      "' holds no transport stream: no 188-byte packets with sync byte 0x47");
   }
@@ -204,6 +224,7 @@ bool TsFile::next(TsPacket &packet) {
   const bool whole = state.fill(tsPacketSize);
   const bool inSync = whole && !state.atStart && *state.at(0) == syncByte;
   if (!inSync && !state.findPacket()) {
+    state.requireReadable();
     return false;
   }
   std::copy_n(state.at(0), tsPacketSize, packet.begin());

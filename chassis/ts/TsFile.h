@@ -15,15 +15,16 @@ namespace chassis {
 // packet, between packets and after the last whole one are skipped and counted.
 class TsFile {
  public:
-  // Throws InputError that names the file: cannot be opened, empty, holds no transport stream; and
-  // Interrupted. goOn is asked every few megabytes of a search for packets, and by goesOn; once it
-  // has said no, the file is at its end.
+  // Throws InputError that names the file: cannot be opened or read, empty, holds no transport
+  // stream; and Interrupted. goOn is asked every few megabytes of a search for packets, and by
+  // goesOn; once it has said no, the file is at its end until it is rewound.
   explicit TsFile(const std::string &path, GoOn goOn = nullptr);
   ~TsFile();
   TsFile(const TsFile &) = delete;
   TsFile &operator=(const TsFile &) = delete;
 
-  bool next(TsPacket &packet);  // false at the end of the file
+  // False at the end of the file. Throws InputError where it cannot be read any further.
+  bool next(TsPacket &packet);
 
   // For those who read the whole file at once: shows how far that is. False: it is to stop.
   bool goesOn();

@@ -396,6 +396,16 @@ TEST_F(Prompt, SigtermEndsToo) {
   EXPECT_TRUE(terminal.sees("no alarm stands"));
 }
 
+TEST_F(Prompt, SoDoesCtrlBackslashAndTheTerminalIsAsItWas) {
+  Terminal terminal(folder_, {});
+  ASSERT_TRUE(isReady(terminal));
+  EXPECT_FALSE(terminal.isCooked());
+  terminal.type("\x1c");
+  EXPECT_EQ(terminal.endStatus(), 131);
+  EXPECT_TRUE(terminal.sees("no alarm stands"));
+  EXPECT_TRUE(terminal.isCooked());
+}
+
 TEST_F(Prompt, ReadingForLongTellsHowFarItIsAndCanBeEnded) {
   write("huge.ts", "");
   fs::resize_file(folder_ + "/huge.ts", 400ULL << 30);

@@ -5,6 +5,7 @@
 #include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -328,6 +329,12 @@ bool Terminal::stops() {
 
 void Terminal::signal(int number) {
   kill(child_, number);
+}
+
+bool Terminal::isCooked() const {
+  termios modes{};
+  return tcgetattr(terminal_, &modes) == 0 && (modes.c_lflag & ICANON) != 0 &&
+         (modes.c_lflag & ECHO) != 0;
 }
 
 void Terminal::resize(unsigned short columns) {

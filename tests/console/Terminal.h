@@ -37,6 +37,7 @@ class Terminal {
   int endStatus();  // exit status; -1: it did not end within the deadline, or by a signal
   bool stops();     // whether the program is stopped within the deadline; SIGCONT sets it going
   void signal(int number);
+  bool isCooked() const;                // it edits lines itself, as it does while no program does
   void resize(unsigned short columns);  // the program gets SIGWINCH
 
   // What has been seen so far, screen codes and all.

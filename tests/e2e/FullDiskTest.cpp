@@ -1,5 +1,5 @@
-// What becomes of outputs, and of what a user has, on a disk that is full, or that tells its loss
-// with the close alone.
+// What becomes of outputs, and of what a user has, on a disk that is full, that tells its loss with
+// the close alone, or that cannot be read to the end.
 #include <algorithm>
 #include <filesystem>
 #include <iostream>
@@ -55,7 +55,7 @@ class FullDisk : public Disk, public testing::WithParamInterface<Limit> {
 
   Result onFullDisk(const std::string &line) const {
     const bool disk = limit_ == Limit::Disk;
-    write("limited", disk ? line : "trap '' XFSZ; ulimit -f 256; " + line);
+    write("limited", disk ? line : "ulimit -f 256; " + line);
     write("all", std::string(disk ? "mount -t tmpfs -o size=256k none disk\n" : "") +
                      "echo \"a user's own\" >disk/mine; echo old >disk/out.ts\n" +
                      "bash limited; status=$?; cp -a disk kept; exit $status\n");
@@ -108,15 +108,18 @@ TEST_P(FullDisk, StandardOutputIsMissed) {
   expectUsersFiles(3);
 }
 
-// Closing tells what writing did not.
-class Close : public Disk {
+class FailingDisk : public Disk {
  protected:
-  Result run(const std::string &line) const {
-    return command(
-        "FAILING_CLOSE=disk/ ASAN_OPTIONS=verify_asan_link_order=0:$ASAN_OPTIONS "
-        "LD_PRELOAD='" E2E_FAILING_CLOSE "' " +
-        line);
+  Result runFailing(const std::string &how, const std::string &line) const {
+    return command(how + " ASAN_OPTIONS=verify_asan_link_order=0:$ASAN_OPTIONS LD_PRELOAD='" +
+                   E2E_FAILING_DISK "' " + line);
   }
+};
+
+// Closing tells what writing did not.
+class Close : public FailingDisk {
+ protected:
+  Result run(const std::string &line) const { return runFailing("FAILING_CLOSE=disk/", line); }
 };
 
 TEST_F(Close, OfAnOutputThatFailsIsTold) {
@@ -142,6 +145,32 @@ TEST_F(Close, OfStandardOutputThatFailsIsTold) {
        {plays, "'" + tsScramble + "' --help", "'" + tsJoin + "' --help"}) {
     expectLost(run(line + " >disk/log"), ": standard output is not whole: Input/output error");
   }
+}
+
+// An input that cannot be read to its end is none that ends there.
+class Read : public FailingDisk {
+ protected:
+  Result run(const std::string &line) const { return runFailing("FAILING_READ=/disk/", line); }
+  const std::string why_ = "cannot be read to its end: Input/output error\n";
+};
+
+TEST_F(Read, OfAToolsInputThatFailsMakesNothing) {
+  fs::copy_file(path("clear.ts"), path("disk/clear.ts"));
+  write("out.ts", std::string("old"));
+  for (const std::string &tool : {tsScramble, tsJoin}) {
+    const Result result = run("'" + tool + "' disk/clear.ts out.ts");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, fs::path(tool).filename().string() + ": 'disk/clear.ts' " + why_);
+    EXPECT_EQ(kept("out.ts"), "old");
+  }
+}
+
+TEST_F(Read, OfAStreamThatFailsIsToldBeforeItIsPlayed) {
+  fs::copy_file(path("in.ts"), path("disk/in.ts"));
+  write("script", std::string("cardInsert 0, \"disk/in.ts\"\nwait 5\n"));
+  const Result result = run(plays);
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "ci-chassis: script:1: 'disk/in.ts' " + why_);
 }
 
 }  // namespace

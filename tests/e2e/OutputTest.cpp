@@ -101,6 +101,70 @@ TEST_F(Output, OfTheTimelineIsMissedToo) {
   }
 }
 
+// Nothing of the program's own gets into the place of a standard stream that is closed.
+TEST_F(Output, OrInputThatIsClosedIsTold) {
+  write("script", card + "wait 20");
+  const std::string plays = "--script script --speed max --output 0:out.ts ";
+  ASSERT_EQ(run(plays).status, 0);
+  const Bytes whole = read("out.ts");
+  for (const char *closed : {">&-", "<&- >&-", "<&- >&- 2>&-", "2>&- >&-"}) {
+    const Result result = command("timeout 60 '" + program + "' " + plays + closed);
+    EXPECT_EQ(result.status, lost) << closed;
+    EXPECT_EQ(result.out, "") << closed;
+    EXPECT_EQ(result.err, std::string(closed).find("2>") != std::string::npos
+                              ? ""
+                              : "ci-chassis: standard output is not whole: Bad file descriptor\n");
+    EXPECT_EQ(read("out.ts"), whole) << closed;
+  }
+  EXPECT_EQ(run(plays + "<&- 2>&-").status, 0);
+  for (const char *reading : {"--console", "--script -"}) {
+    const Result result = command("timeout 60 '" + program + "' " + reading + " --speed max <&-");
+    EXPECT_EQ(result.status, 2) << reading;
+    EXPECT_EQ(result.out, "") << reading;
+    EXPECT_EQ(result.err, "ci-chassis: standard input cannot be read: Bad file descriptor\n");
+  }
+}
+
+// More than a pipe holds, so that somebody has to read it.
+std::string manyNotes() {
+  std::string notes;
+  for (int i = 0; i < 5000; ++i) {
+    notes += "note \"" + std::string(100, 'x') + "\"\n";
+  }
+  return notes;
+}
+
+TEST_F(Output, WhoseReaderGoesEndsNoFile) {
+  write("script", manyNotes() + card + "wait 20");
+  const std::string plays =
+      "'" + program + "' --script script --speed max --output 0:out.ts --status-json status.json";
+  ASSERT_EQ(command(plays).status, 0);
+  const Bytes whole = read("out.ts");
+  std::filesystem::remove(path("out.ts"));
+  std::filesystem::remove(path("status.json"));
+  const Result result = command("{ " + plays + "; echo $? >ended; } | head -n 1");
+  EXPECT_EQ(linesOf(result.out).size(), 1U) << result.out;
+  EXPECT_EQ(result.err, "ci-chassis: standard output is not whole: Broken pipe\n");
+  EXPECT_EQ(read("ended"), (Bytes{'0' + lost, '\n'}));
+  EXPECT_EQ(read("out.ts"), whole);
+  EXPECT_GT(read("status.json").size(), 100U);
+}
+
+// Without a file there is nobody to go on for.
+TEST_F(Output, WhoseReaderGoesEndsWhatHasNoEndOfItsOwn) {
+  write("script", manyNotes() + "wait 1000000");
+  const std::string within = "{ timeout 60 '" + program + "' ";
+  const std::string head = "; echo $? >ended; } | head -n 1";
+  for (const std::string &line :
+       {within + "--script script" + head,
+        "yes 'note \"x\"' 2>yes | " + within + "--console --speed max" + head}) {
+    const Result result = command(line);
+    EXPECT_EQ(linesOf(result.out).size(), 1U) << result.out;
+    EXPECT_EQ(result.err, "ci-chassis: standard output is not whole: Broken pipe\n");
+    EXPECT_EQ(read("ended"), (Bytes{'0' + lost, '\n'})) << line;
+  }
+}
+
 TEST_F(Output, LossAndBadInputAreBothTold) {
   // too short for two clock references, which only shows when the whole file is read
   write("short.ts", Bytes(stream_.begin(), stream_.begin() + 20 * 188));
@@ -224,11 +288,7 @@ TEST_F(Signals, TheSearchThroughAHugeFileEnds) {
 }
 
 TEST_F(Signals, AStandardOutputThatNobodyReadsHoldsNothingBack) {
-  std::string script;
-  for (int i = 0; i < 5000; ++i) {
-    script += "note \"" + std::string(100, 'x') + "\"\n";
-  }
-  write("script", script);
+  write("script", manyNotes());
   for (const int signal : {SIGTERM, SIGINT}) {
     std::array<int, 2> ends{};
     ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);

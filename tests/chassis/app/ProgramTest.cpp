@@ -62,4 +62,36 @@ TEST(Program, WhatItThrowsHasAStatusAndALine) {
               "^tool: no memory\n$");
 }
 
+TEST(Program, WhatItOpensDoesNotGetTheNumberOfAClosedStream) {
+  EXPECT_EXIT(
+      {
+        close(STDIN_FILENO);
+        close(STDOUT_FILENO);
+        std::exit(runProgram("tool", [] {
+          char byte = 0;
+          const bool useless =
+              read(STDIN_FILENO, &byte, 1) < 0 && write(STDOUT_FILENO, &byte, 1) < 0;
+          return useless && open("/dev/null", O_RDONLY) > STDERR_FILENO ? 7 : 8;
+        }));
+      },
+      ExitedWithCode(7), "^$");
+}
+
+TEST(Program, GoesOnWithoutAReaderAndTellsSo) {
+  EXPECT_EXIT(
+      {
+        int ends[2] = {};
+        static_cast<void>(!pipe(ends));
+        close(ends[0]);
+        dup2(ends[1], STDOUT_FILENO);
+        std::exit(runProgram("tool", [] {
+          const bool before = chassis::standardOutputGone();
+          writeStandardOutput("text");
+          writeStandardOutput("more");
+          return chassis::standardOutputGone() && !before ? 0 : 8;
+        }));
+      },
+      ExitedWithCode(3), "^tool: standard output is not whole: Broken pipe\n$");
+}
+
 }  // namespace

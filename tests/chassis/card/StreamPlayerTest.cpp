@@ -1,6 +1,11 @@
 #include "card/StreamPlayer.h"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
 
 #include "card/PidFaults.h"
 #include "card/PidMeter.h"
@@ -16,6 +21,8 @@ using chassis::TsPacket;
 namespace {
 
 const ProgramMap program{1, 0x1000, 0x100, {{0x1B, 0x100, {}}}, {}, 0};
+
+off_t readable = std::numeric_limits<off_t>::max();  // of every file
 
 struct Playing {
   explicit Playing(const StreamWriter &written)
@@ -35,6 +42,15 @@ struct Playing {
 };
 
 }  // namespace
+
+// In place of the C library's: a disk that is broken from some byte on.
+extern "C" ssize_t read(int file, void *to, std::size_t size) {
+  if (lseek(file, 0, SEEK_CUR) >= readable) {
+    errno = EIO;
+    return -1;
+  }
+  return syscall(SYS_read, file, to, size);
+}
 
 TEST(StreamPlayer, KeepsItsBitrateForHours) {
   const TemporaryFile file(StreamWriter().psi({program}).bytes());
@@ -148,6 +164,26 @@ TEST(StreamPlayer, EndsWhenTheFileIsGone) {
   TsPacket packet;
   EXPECT_FALSE(playing.player.next(packet));
   EXPECT_FALSE(playing.player.next(packet));
+}
+
+// Whose first part is not played for the whole.
+TEST(StreamPlayer, EndsWhereTheFileCannotBeRead) {
+  StreamWriter stream;
+  stream.psi({program});
+  while (stream.packets() < 3000) {
+    stream.payload(0x100);
+  }
+  Playing playing(stream);
+  readable = 188 * 1000;
+  TsPacket packet;
+  std::size_t played = 0;
+  while (played < stream.packets() && playing.player.next(packet)) {
+    EXPECT_EQ(packet, stream.packet(played++));
+  }
+  EXPECT_GE(played, 1000U);
+  EXPECT_LT(played, stream.packets());
+  EXPECT_FALSE(playing.player.next(packet));
+  readable = std::numeric_limits<off_t>::max();
 }
 
 TEST(PidFaults, ADroppedPidIsLost) {

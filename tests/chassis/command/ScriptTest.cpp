@@ -84,6 +84,7 @@ TEST(Script, WrongLines) {
       {"cardInsert -1, \"f\"", "x:1: there is no slot -1; write 0 to 5"},
       {card + "camInsert 0, 2, 1", "x:2: there is no cam 2; write 0 to 1"},
       {"cardInsert 0, f", "x:1: file must be a string, not f; write \"f\""},
+      {"cardInsert 0, \"\"", "x:1: the name of the file is empty; write it such as \"in.ts\""},
       {"cardInsert 0, \"f\", 0", "x:1: bitrate 0 does not fit; write 1 to 1000000000"},
       {"cardInsert 0, \"f\", 1000000001",
        "x:1: bitrate 1000000001 does not fit; write 1 to 1000000000"},
@@ -278,6 +279,24 @@ TEST_F(ScriptWithStreams, ThenInTheWorkingDirectory) {
   EXPECT_EQ(readSub().calls.at(1).values[1].text, (folder_ / "far.ts").string());
   std::istringstream lines("cardInsert 0, \"sub/near.ts\"");
   EXPECT_EQ(readScript("x", lines, {{}, &streams_}).calls.at(0).values[1].text, "sub/near.ts");
+}
+
+TEST_F(ScriptWithStreams, AFolderBesideTheScriptHidesNoStream) {
+  fs::create_directory(folder_ / "sub/far.ts");
+  writeScript("cardInsert 0, \"far.ts\"");
+  EXPECT_EQ(errorOfSub(),
+            "sub/script:1: 'sub/far.ts' is not a regular file; a transport stream file is needed");
+  write("far.ts", tables());
+  EXPECT_EQ(readSub().calls.at(0).values[1].text, "far.ts");
+}
+
+TEST_F(ScriptWithStreams, WhereAStreamWasLookedForIsToldWhenItIsMissingAlone) {
+  const std::string tooLong(300, 'a');
+  writeScript("cardInsert 0, \"" + tooLong + "\"\ncardInsert 0, \"/missing.ts\"");
+  const std::string error = errorOfSub();
+  EXPECT_NE(error.find("File name too long"), std::string::npos) << error;
+  EXPECT_NE(error.find("'/missing.ts' cannot be opened: No such file"), std::string::npos) << error;
+  EXPECT_EQ(error.find("looked for"), std::string::npos) << error;
 }
 
 TEST_F(ScriptWithStreams, StreamsThatCannotBePlayedAreToldWithTheRest) {

@@ -17,6 +17,8 @@ using chassis::LiveOutput;
 using chassis::Progress;
 using testing_files::Folder;
 
+namespace fs = std::filesystem;
+
 namespace {
 
 constexpr std::size_t unit = 188;
@@ -96,6 +98,20 @@ TEST_F(LiveOutputTest, WhatCannotBeWrittenIsRefusedAtOnce) {
     } catch (const chassis::InputError &error) {
       EXPECT_NE(std::string(error.what()).find("'" + path + "' cannot be written: "),
                 std::string::npos);
+    }
+  }
+}
+
+TEST_F(LiveOutputTest, AFileIsNoFolderThoughItMayBeRun) {
+  const std::string program = folder.write("program", "x");
+  fs::permissions(program, fs::perms::all);
+  fs::create_symlink("program/out", folder.at("link"));
+  for (const std::string &path : {program + "/out", folder.at("link")}) {
+    try {
+      open(path);
+      FAIL() << path;
+    } catch (const chassis::InputError &error) {
+      EXPECT_EQ(error.what(), "'" + path + "' cannot be written: Not a directory");
     }
   }
 }

@@ -1,6 +1,7 @@
 #include "io/ReplacedFile.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -69,18 +70,22 @@ TEST(ReplacedFile, WhatIsNotFinishedLeavesNothing) {
 TEST(ReplacedFile, WhatASignalEndsLeavesNothing) {
   const Folder folder;
   const std::string path = folder.write("out", "old");
-  const pid_t child = fork();
-  if (child == 0) {
-    ReplacedFile file(path);
-    file.write("new", 3);
-    static_cast<void>(raise(SIGTERM));
-    _exit(0);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGQUIT}) {
+    const pid_t child = fork();
+    if (child == 0) {
+      const rlimit noCore{0, 0};
+      setrlimit(RLIMIT_CORE, &noCore);
+      ReplacedFile file(path);
+      file.write("new", 3);
+      static_cast<void>(raise(signal));
+      _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
+    EXPECT_EQ(folder.read("out"), "old");
+    EXPECT_EQ(folder.entries(), 1U);
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
-  EXPECT_EQ(folder.read("out"), "old");
-  EXPECT_EQ(folder.entries(), 1U);
 }
 
 TEST(ReplacedFile, ModeBitsStayAndNewFilesFollowTheMask) {

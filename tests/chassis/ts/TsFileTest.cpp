@@ -187,6 +187,11 @@ TEST(TsFile, SaysThatAFileIsEmpty) {
   expectError(file.path(), "is empty");
 }
 
+// Nothing is mapped at the begin of a program's memory.
+TEST(TsFile, SaysThatAFileCannotBeRead) {
+  expectError("/proc/self/mem", "cannot be read to its end: Input/output error");
+}
+
 TEST(TsFile, SaysThatAFileHoldsNoTransportStream) {
   for (const std::size_t size : {1, 187, 189, 5000, 300000}) {
     Bytes text(size);
@@ -211,4 +216,34 @@ TEST(TsFile, TheSearchForAPacketCanBeBrokenOff) {
   EXPECT_THROW(TsFile(file.path(), [&asked](const chassis::Progress &) { return ++asked < 2; }),
                chassis::Interrupted);
   EXPECT_EQ(asked, 2);
+}
+
+TEST(TsFile, AFileThatWasBrokenOffIsReadAgainFromItsBegin) {
+  Bytes bytes = packetsOf(0x100, 10).bytes();
+  bytes.resize(32 << 20);
+  const TemporaryFile file(bytes);
+  int asked = 0;
+  TsFile reader(file.path(), [&asked](const chassis::Progress &) { return ++asked != 2; });
+  EXPECT_EQ(readAll(reader).size(), 10U);
+  EXPECT_EQ(asked, 2);
+  EXPECT_THROW(reader.requireUninterrupted(), chassis::Interrupted);
+  reader.rewind();
+  EXPECT_EQ(readAll(reader).size(), 10U);
+  EXPECT_GT(asked, 3);
+}
+
+// However far into the file the damage is.
+TEST(TsFile, NobodyIsAskedForALittleDamage) {
+  StreamWriter stream = packetsOf(0x100, 50000);
+  for (int i = 0; i < 20; ++i) {
+    stream.raw(Bytes(100, 0x00));
+    for (int packet = 0; packet < 10; ++packet) {
+      stream.payload(0x100);
+    }
+  }
+  const TemporaryFile file(stream.bytes());
+  int asked = 0;
+  TsFile reader(file.path(), [&asked](const chassis::Progress &) { return ++asked == 0; });
+  EXPECT_EQ(readAll(reader).size(), 50200U);
+  EXPECT_EQ(asked, 0);
 }

@@ -103,6 +103,18 @@ TEST_F(Tools, DevicesAndFifosStayWhatTheyAre) {
   }
 }
 
+TEST_F(Tools, APipeWithoutANameIsWrittenThrough) {
+  for (const Tool &tool : tools) {
+    EXPECT_EQ(run(tool.command + " in.ts file.ts"), 0) << errors();
+    EXPECT_EQ(run("{ " + tool.command + " in.ts /dev/fd/3 3>&1 >said; } | cat >piped.ts"), 0);
+    EXPECT_EQ(errors(), "") << tool.name;
+    EXPECT_EQ(folder.read("piped.ts"), folder.read("file.ts")) << tool.name;
+    EXPECT_EQ(run("bash -c '" + tool.command + " in.ts >(cat >substituted.ts); wait $!'"), 0);
+    EXPECT_EQ(errors(), "") << tool.name;
+    EXPECT_EQ(folder.read("substituted.ts"), folder.read("file.ts")) << tool.name;
+  }
+}
+
 TEST_F(Tools, LossesHaveAStatusOfTheirOwn) {
   for (const Tool &tool : tools) {
     EXPECT_EQ(run(tool.command + " in.ts /dev/full"), lost) << tool.name;
