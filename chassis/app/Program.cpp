@@ -50,8 +50,8 @@ int statusOf(const std::string &name, const std::function<int()> &work) {
 void complainLines(const std::string &name, const std::string &text) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    const std::string whole = name + ": " + line + "\n";
-    std::fputs(fitted(whole, widthOf(STDERR_FILENO)).c_str(), stderr);
+    line.insert(0, name + ": ").append("\n");
+    std::fputs(fitted(line, widthOf(STDERR_FILENO)).c_str(), stderr);
   }
 }
 

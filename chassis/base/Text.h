@@ -28,6 +28,7 @@ inline std::string joined(const std::vector<std::string> &parts,
 // The same of numbers: "101, 102"
 inline std::string listOf(const std::vector<std::uint16_t> &numbers) {
   std::vector<std::string> parts;
+  parts.reserve(numbers.size());
   for (const std::uint16_t number : numbers) {
     parts.push_back(std::to_string(number));
   }

@@ -69,6 +69,9 @@ std::string targetOf(const std::string &path) {
 }  // namespace
 
 ReplacedFile::ReplacedFile(const std::string &path) : path_(path), target_(targetOf(path)) {
+  if (path_.empty()) {
+    refuse("its name is empty; write the name of a file");
+  }
   struct stat old {};
   const bool exists = stat(target_.c_str(), &old) == 0;
   if (exists && (S_ISFIFO(old.st_mode) || S_ISCHR(old.st_mode))) {

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -54,6 +55,11 @@ void append(const std::string &path, Counters &counters, chassis::ReplacedFile &
   while (file.goesOn() && file.next(packet)) {
     counters.carryOn(packet);
     out.write(packet.data(), packet.size());
+  }
+  if (file.skippedBytes() > 0) {
+    progress.clear();
+    std::fprintf(stderr, "ts-join: %llu bytes of '%s' are in no packet and left out\n",
+                 static_cast<unsigned long long>(file.skippedBytes()), path.c_str());
   }
 }
 

@@ -115,6 +115,22 @@ TEST_F(Tools, APipeWithoutANameIsWrittenThrough) {
   }
 }
 
+TEST_F(Tools, AnEmptyNameIsNoFile) {
+  for (const Tool &tool : tools) {
+    EXPECT_EQ(run(tool.command + " in.ts ''"), badInput);
+    EXPECT_EQ(errors(),
+              std::string(tool.name) +
+                  ": '' cannot be written: its name is empty; write the name of a file\n");
+  }
+}
+
+TEST_F(Tools, BytesThatAreInNoPacketAreTold) {
+  folder.write("cut.ts", clear.substr(0, 1000));
+  ASSERT_EQ(run(std::string(TS_JOIN) + " in.ts cut.ts out.ts"), 0);
+  EXPECT_EQ(folder.read("out.ts").size(), clear.size() + 940);
+  EXPECT_EQ(errors(), "ts-join: 60 bytes of 'cut.ts' are in no packet and left out\n");
+}
+
 TEST_F(Tools, LossesHaveAStatusOfTheirOwn) {
   for (const Tool &tool : tools) {
     EXPECT_EQ(run(tool.command + " in.ts /dev/full"), lost) << tool.name;

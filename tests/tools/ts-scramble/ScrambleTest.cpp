@@ -523,7 +523,8 @@ TEST(ScrambleErrors, NameTheInputAndWhatWasWrong) {
   told(streamOf({}), tooLong, "too short for two crypto periods");
   tooLong = {};
   tooLong.bitrate = 1;
-  told(streamOf({}), tooLong, "crypto periods; give a higher --bitrate or a longer --crypto-period");
+  told(streamOf({}), tooLong,
+       "crypto periods; give a higher --bitrate or a longer --crypto-period");
   tooLong = {};
   tooLong.firstEcmPid = 0x1FFA;
   told(streamOf({}), tooLong, "leaves no PID free");
