@@ -11,7 +11,7 @@ import threading
 # The sanitizers' checks end a program where they fail; their runtime library is not needed.
 CHECKS = ["-w", "-fPIC", "-fsanitize=undefined,bounds-strict", "-fsanitize-undefined-trap-on-error"]
 OPTIMISED = ["-O2", "-w", "-fPIC"]
-FORKING_MAIN = "tools/mutation/ForkingMain.cpp"
+FORKING = ["tools/mutation/ForkingMain.cpp", "tests/forking/Cases.cpp"]
 
 
 def run(root, *command):
@@ -195,7 +195,7 @@ class ModuleWorkshop(Workshop):
 
     def _program(self, unit):
         objects = sorted((self.made / "tests" / "CMakeFiles" / f"test_{unit}.dir").rglob("*.o"))
-        run(self.root, "c++", "-O1", "-std=c++17", "-o", self.made / f"cases_{unit}", FORKING_MAIN,
+        run(self.root, "c++", "-O1", "-std=c++17", "-o", self.made / f"cases_{unit}", *FORKING,
             *objects, self.made / "tests" / "libtest_platform.a", f"-L{self.made}", "-lmodule",
             self.made / "tests" / "libtest_platform.a", "-lgtest", "-lpthread")
 
@@ -296,12 +296,15 @@ class ChassisWorkshop(Workshop):
         if not self._linked(self._test_objects(unit).values(), program, self.made):
             sys.exit(f"{program} does not link")
 
+    def _forking(self, source):
+        made = self.made / f"{source.stem}.o"
+        if not made.exists() or made.stat().st_mtime < source.stat().st_mtime:
+            run(self.root, "c++", "-O1", "-std=c++17", "-c", source, "-o", made)
+        return made
+
     def _linked(self, objects, program, folder):
-        forking = self.made / "ForkingMain.o"
-        source = self.root / FORKING_MAIN
-        if not forking.exists() or forking.stat().st_mtime < source.stat().st_mtime:
-            run(self.root, "c++", "-O1", "-std=c++17", "-c", source, "-o", forking)
-        return succeeds(["c++", "-o", program, forking, *objects, f"-L{folder}", "-lchassis",
+        forking = [self._forking(self.root / source) for source in FORKING]
+        return succeeds(["c++", "-o", program, *forking, *objects, f"-L{folder}", "-lchassis",
                          "-Wl,--allow-shlib-undefined", "-lgtest", "-lpthread", *self.libraries])
 
     def link(self, folder, objects):
