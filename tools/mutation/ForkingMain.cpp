@@ -11,7 +11,10 @@
 namespace {
 
 // A broken program may loop for ever, record every turn, and leave behind what it has started.
-constexpr forking::Limits LIMITS = {100, 10, 1u << 30, true};
+constexpr unsigned WALL_SECONDS = 100;
+constexpr rlim_t CPU_SECONDS = 10;
+constexpr rlim_t MEMORY = 1u << 30;
+constexpr forking::Limits LIMITS = {WALL_SECONDS, CPU_SECONDS, MEMORY, true};
 
 }  // namespace
 

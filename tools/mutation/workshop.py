@@ -356,8 +356,21 @@ class ChassisWorkshop(Workshop):
         failure = self._fault_failure(folder, [case for judge, case in first
                                                if judge == self.FAULTS])
         for unit in self.PROGRAM_TESTS:
-            failure = failure or self.cases(self.program(unit), unit, folder, first)
+            failure = failure or self._live_failure(folder, unit, first)
         return failure
+
+    def _live_failure(self, folder, unit, first):
+        """What plays in real time counts when it fails twice: the machine may have been busy."""
+        program = self.program(unit)
+        for _ in range(3):
+            failure = self.cases(program, unit, folder, first)
+            if failure is None:
+                return None
+            again, _ = finished([program, f"--gtest_filter={failure[1]}"],
+                                self.environment(folder), folder)
+            if again != 0:
+                return failure
+        return None
 
     def _fault_failure(self, folder, first):
         """The first script of samples/faults that does not play as it is recorded."""
