@@ -1,4 +1,5 @@
 """Where mutants are built and put before the tests: one workshop for each scope."""
+import concurrent.futures
 import json
 import os
 import pathlib
@@ -165,6 +166,10 @@ class Workshop:
         `first`, pairs of both, are tried before others. mutant None: the code as it is."""
         raise NotImplementedError
 
+    def late_failure(self, folder, first):
+        """The same, of the tests that take long."""
+        return None
+
     @staticmethod
     def environment(folder):
         """Of a test: the code of a folder, and a place there for its files."""
@@ -319,7 +324,7 @@ class ChassisWorkshop(Workshop):
             failure = self._unit_failure(folder, mutant, unit, first)
             if failure:
                 return failure
-        return self._program_failure(folder, first)
+        return None
 
     def _unit_failure(self, folder, mutant, unit, first):
         program = self.program(unit)
@@ -352,11 +357,13 @@ class ChassisWorkshop(Workshop):
                 self.test_includes[source] = self.included(source, self.test_options[source])
         return self.test_includes[source]
 
-    def _program_failure(self, folder, first):
+    def late_failure(self, folder, first):
         failure = self._fault_failure(folder, [case for judge, case in first
                                                if judge == self.FAULTS])
-        for unit in self.PROGRAM_TESTS:
-            failure = failure or self._live_failure(folder, unit, first)
+        if failure is None:
+            with concurrent.futures.ThreadPoolExecutor() as pool:
+                failure = next(filter(None, pool.map(
+                    lambda unit: self._live_failure(folder, unit, first), self.PROGRAM_TESTS)), None)
         return failure
 
     def _live_failure(self, folder, unit, first):
