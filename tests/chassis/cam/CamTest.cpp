@@ -185,6 +185,13 @@ TEST(CamDescrambling, OtherCommandsDoNotDescramble) {
   }
 }
 
+TEST(CamDescrambling, NoCommandBesideAnotherSelectsNothing) {
+  Rig rig;
+  rig.ask(caPmt101(only, notSelected));
+  rig.ask(caPmt101(update));
+  EXPECT_EQ(rig.lines.count("the program that it updates is not selected"), 1u);
+}
+
 struct Selected {
   bool p101;
   bool p103;
@@ -497,6 +504,33 @@ TEST(CamFault, WrongKeyClearsTheControlBitsButNotThePayload) {
   EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
 }
 
+// A packet without adaptation field, descrambled by a word.
+TsPacket opened(TsPacket packet, const ControlWord &word) {
+  dvbcsa_key_t *key = dvbcsa_key_alloc();
+  dvbcsa_key_set(word.data(), key);
+  dvbcsa_decrypt(key, packet.data() + 4, 184);
+  dvbcsa_key_free(key);
+  packet[3] &= 0x3F;
+  return packet;
+}
+
+TEST(CamFault, AWrongKeyIsAWordWithRightChecksums) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.cam.setFault(CamFault::WrongKey, true);
+  rig.ask(caPmt101());
+  const std::vector<TsPacket> out = rig.play(stream.scrambled);
+  const auto plain = std::find_if(
+      stream.scrambled.begin(), stream.scrambled.end(),
+      [](const TsPacket &packet) { return (packet[3] & 0xF0) == (0x80 | 0x10); });
+  ASSERT_NE(plain, stream.scrambled.end());
+  ControlWord word = labWord(0x1501, 0);
+  word[0] ^= 0x5A;
+  word[4] ^= 0x5A;
+  labca::setChecksums(word);
+  EXPECT_EQ(out[static_cast<std::size_t>(plain - stream.scrambled.begin())], opened(*plain, word));
+}
+
 TEST(CamFault, ACamWithAWrongKeyDoesNotSayThatItDescrambles) {
   const LabStream stream = labStream(streams101);
   Rig rig;
@@ -528,6 +562,24 @@ TEST(CamFault, WrongKeyComesAndGoesWithoutWaitingForAnEcm) {
   EXPECT_NE(rig.play(begin(stream.scrambled)), begin(stream.clear));
   rig.cam.setFault(CamFault::WrongKey, false);
   EXPECT_EQ(rig.play(begin(stream.scrambled)), begin(stream.clear));
+}
+
+// Two CAMs in turn: what waits in the first may be what the second takes for an ECM.
+TEST(CamOrder, AResetCamHasNoEcmsToWaitFor) {
+  const LabStream stream = labStream(streams101);
+  Rig before;
+  before.ask(caPmt101());
+  before.play(stream.scrambled);
+  Rig behind;
+  behind.ask(caPmt(only, 200, level(descramble, ca(0x0500, 0x1001)),
+                   {caPmtStream(0x1100, level(0, {}))}));
+  EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam)) << "nothing waits";
+  std::vector<TsPacket> packets = onPids(stream.scrambled, {{0x1001, 0x1501, 101}});
+  TsPacket *const packet = &packets[1];
+  before.cam.process(&packet, 1, before.now);
+  EXPECT_TRUE(before.cam.mustFinishBefore(behind.cam));
+  behind.cam.reset(behind.now);
+  EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam));
 }
 
 TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
