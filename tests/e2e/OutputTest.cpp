@@ -192,6 +192,15 @@ TEST_F(Signals, AFifoWithoutAReaderHoldsNothingBack) {
   EXPECT_TRUE(contains("err.txt", "nobody reads it"));
 }
 
+TEST_F(Signals, AResizeEndsNothing) {
+  write("script", "note \"it runs\"\nwait 3\nnote \"it ran\"");
+  start({"--script", "script", "--speed", "2"}, file("out.txt"));
+  ASSERT_TRUE(comes([this] { return contains("out.txt", "it runs"); }));
+  kill(child_, SIGWINCH);
+  EXPECT_EQ(endOf(), 0);
+  EXPECT_TRUE(contains("out.txt", "it ran"));
+}
+
 TEST_F(Signals, AReaderOfAFifoGetsTheStream) {
   ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
   write("script", card + "wait 20");

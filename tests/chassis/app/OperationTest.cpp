@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 namespace chassis {
@@ -50,6 +51,18 @@ TEST(Piped, TheLastLineNeedsNoEnd) {
   EXPECT_NE(whole.find("one"), std::string::npos) << whole;
   EXPECT_EQ(shown("note \"one\""), whole);
   EXPECT_NE(shown("note \"one\"\nnote \"two\"").find("two"), std::string::npos);
+}
+
+std::ptrdiff_t openFiles() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
+
+TEST(Piped, ARunLeavesNoFileOpen) {
+  shown("wait 1\n");
+  const std::ptrdiff_t before = openFiles();
+  shown("wait 1\n");
+  EXPECT_EQ(openFiles(), before);
 }
 
 constexpr std::uint64_t chassisMs = 3000;

@@ -56,6 +56,15 @@ TEST_F(ShellTest, UnknownNamesGetTheNearest) {
   EXPECT_TRUE(has(ask("help camAlrm"), "did you mean camAlarm?"));
 }
 
+TEST_F(ShellTest, CommandsOfTheConsoleTakeNoMoreThanTheyNeed) {
+  for (const char *line :
+       {"help status, alarms", "status 0, 1", "alarms 1", "events 1, 2", "exit 1", "quit 1"}) {
+    EXPECT_TRUE(has(ask(line), "arguments")) << line << ": " << answer_;
+    EXPECT_TRUE(isOneErrorLine(answer_)) << line;
+  }
+  EXPECT_FALSE(shell_.exited());
+}
+
 TEST_F(ShellTest, FunctionsOfTheChassisNeedTheirCardAndCam) {
   EXPECT_TRUE(has(ask("progAssign 0, 101, 1"), "no card is in slot 0"));
   insertCard();
