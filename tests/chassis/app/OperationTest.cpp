@@ -1,6 +1,7 @@
 #include "app/Operation.h"
 
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,6 +52,21 @@ TEST(Piped, TheLastLineNeedsNoEnd) {
   EXPECT_NE(whole.find("one"), std::string::npos) << whole;
   EXPECT_EQ(shown("note \"one\""), whole);
   EXPECT_NE(shown("note \"one\"\nnote \"two\"").find("two"), std::string::npos);
+}
+
+// Somebody else may want it.
+TEST(Piped, WhatStandsBehindAnExitIsHardlyRead) {
+  constexpr int behind = 60000;
+  const PipedInput piped("wait 100\nexit\n" + std::string(behind, '\n'));
+  Operation::Config config;
+  config.mode = DeskMode::Pipe;
+  config.speed = 0;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(Operation(config, Script{}).run(), 0);
+  testing::internal::GetCapturedStdout();
+  int left = 0;
+  ASSERT_EQ(ioctl(STDIN_FILENO, FIONREAD, &left), 0);
+  EXPECT_GT(left, behind / 2);
 }
 
 std::ptrdiff_t openFiles() {
