@@ -66,7 +66,7 @@ Mutant = collections.namedtuple("Mutant", "file text")
 
 
 class KeptTest(unittest.TestCase):
-    """A run that goes on from its file tries what is new there and what survived."""
+    """A run that goes on from its file tries what is new there and what survived unexplained."""
 
     MUTANTS = [Mutant("a.cpp", "1"), Mutant("a.cpp", "2"), Mutant("b.cpp", "1")]
 
@@ -75,11 +75,11 @@ class KeptTest(unittest.TestCase):
         self.addCleanup(self.folder.cleanup)
         self.tried = []
 
-    def kept(self, result):
+    def kept(self, result, explained=()):
         def trial(mutant):
             self.tried.append(mutant)
             return result
-        return Kept(pathlib.Path(self.folder.name) / "kept", trial)
+        return Kept(pathlib.Path(self.folder.name) / "kept", trial, explained.__contains__)
 
     def test_settled(self):
         first = self.kept(("killed", "e2e"))
@@ -94,6 +94,12 @@ class KeptTest(unittest.TestCase):
         self.assertEqual(self.kept(("killed", "e2e"))(self.MUTANTS[0]), ("killed", "e2e"))
         self.assertEqual(self.kept(("survived", None))(self.MUTANTS[0]), ("killed", "e2e"))
         self.assertEqual(self.tried, [self.MUTANTS[0]] * 2)
+
+    def test_explained(self):
+        first = self.MUTANTS[0]
+        kept = self.kept(("survived", None), [first])
+        self.assertEqual([kept(first), kept(first)], [("survived", None)] * 2)
+        self.assertEqual(self.tried, [first])
 
 
 if __name__ == "__main__":

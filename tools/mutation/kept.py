@@ -1,5 +1,5 @@
 """What became of mutants, kept in a file: a long run goes on where it was broken off, and after
-new tests only the survivors are tried again."""
+new tests only the survivors are tried again that no list explains."""
 import hashlib
 import json
 import pathlib
@@ -7,10 +7,11 @@ import threading
 
 
 class Kept:
-    """Tries mutants by `trial`, except those that the file says are settled."""
+    """Tries mutants by `trial`, except those that the file has, unless they survived and are not
+    `explained`."""
 
-    def __init__(self, path, trial):
-        self.path, self.trial = pathlib.Path(path), trial
+    def __init__(self, path, trial, explained):
+        self.path, self.trial, self.explained = pathlib.Path(path), trial, explained
         self.lock = threading.Lock()
         self.known = {}
         if self.path.exists():
@@ -20,7 +21,8 @@ class Kept:
 
     def __call__(self, mutant):
         name = hashlib.sha256(f"{mutant.file}\n{mutant.text}".encode()).hexdigest()
-        if self.known.get(name, ("survived", None))[0] == "survived":
+        if name not in self.known or (self.known[name][0] == "survived" and
+                                      not self.explained(mutant)):
             result, judge = self.known[name] = self.trial(mutant)
             with self.lock, self.path.open("a") as file:
                 file.write(json.dumps([name, result, judge]) + "\n")
