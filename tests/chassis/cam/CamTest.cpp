@@ -520,9 +520,9 @@ TEST(CamFault, AWrongKeyIsAWordWithRightChecksums) {
   rig.cam.setFault(CamFault::WrongKey, true);
   rig.ask(caPmt101());
   const std::vector<TsPacket> out = rig.play(stream.scrambled);
-  const auto plain = std::find_if(
-      stream.scrambled.begin(), stream.scrambled.end(),
-      [](const TsPacket &packet) { return (packet[3] & 0xF0) == (0x80 | 0x10); });
+  const auto plain =
+      std::find_if(stream.scrambled.begin(), stream.scrambled.end(),
+                   [](const TsPacket &packet) { return (packet[3] & 0xF0) == (0x80 | 0x10); });
   ASSERT_NE(plain, stream.scrambled.end());
   ControlWord word = labWord(0x1501, 0);
   word[0] ^= 0x5A;
@@ -571,8 +571,8 @@ TEST(CamOrder, AResetCamHasNoEcmsToWaitFor) {
   before.ask(caPmt101());
   before.play(stream.scrambled);
   Rig behind;
-  behind.ask(caPmt(only, 200, level(descramble, ca(0x0500, 0x1001)),
-                   {caPmtStream(0x1100, level(0, {}))}));
+  behind.ask(
+      caPmt(only, 200, level(descramble, ca(0x0500, 0x1001)), {caPmtStream(0x1100, level(0, {}))}));
   EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam)) << "nothing waits";
   std::vector<TsPacket> packets = onPids(stream.scrambled, {{0x1001, 0x1501, 101}});
   TsPacket *const packet = &packets[1];
