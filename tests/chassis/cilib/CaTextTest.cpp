@@ -8,6 +8,8 @@ namespace {
 TEST(CaText, NamesWhatACamAnswers) {
   EXPECT_EQ(caEnableText(0), "no statement");
   EXPECT_EQ(caEnableText(0x01), "descrambling possible (0x01)");
+  EXPECT_EQ(caEnableText(0x02), "possible after a purchase dialogue (0x02)");
+  EXPECT_EQ(caEnableText(0x03), "possible after a technical dialogue (0x03)");
   EXPECT_EQ(caEnableText(0x71), "no entitlement (0x71)");
   EXPECT_EQ(caEnableText(0x73), "technical reasons (0x73)");
   EXPECT_EQ(caEnableText(0x72), "a reserved value (0x72)");
