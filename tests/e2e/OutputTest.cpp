@@ -135,6 +135,7 @@ class Signals : public Output {
     }
     argv.push_back(nullptr);
     signal(SIGINT, SIG_DFL);  // a shell's background job ignores it
+    signal(SIGHUP, SIG_DFL);  // nohup this one
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(standardOutput, STDOUT_FILENO);
     dup2(open(path("err.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
