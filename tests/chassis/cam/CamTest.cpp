@@ -107,6 +107,13 @@ TEST(CamAnswers, ForeignCaSystemIsATechnicalReason) {
   EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0xF3)});
 }
 
+TEST(CamAnswers, OnlyAQueryIsAnswered) {
+  Rig rig;
+  for (const unsigned command : {descramble, mmi, notSelected}) {
+    EXPECT_TRUE(rig.ask(caPmt101(only, command)).empty()) << command;
+  }
+}
+
 TEST(CamAnswers, SelectionIsNotAnswered) {
   Rig rig;
   EXPECT_TRUE(rig.ask(caPmt101()).empty());
@@ -183,6 +190,16 @@ TEST(CamDescrambling, OtherCommandsDoNotDescramble) {
     rig.ask(caPmt101(update, command));
     EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled) << command;
   }
+}
+
+TEST(CamDescrambling, AStreamThatJoinsARunningProgramIsDescrambledToo) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(
+      caPmt(only, 101, level(descramble, ca(0x0500, 0x1501)), {caPmtStream(0x1001, level(0, {}))}));
+  rig.play(stream.scrambled);
+  rig.ask(caPmt101());
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
 }
 
 TEST(CamDescrambling, NoCommandBesideAnotherSelectsNothing) {
@@ -471,6 +488,21 @@ TEST(CamFault, GarbageAnswersEveryObjectAndChangesNothingElse) {
             std::vector<Apdu>{(Bytes{0x9F, 0x80, 0x31, 2, 5, 0})});
 }
 
+TEST(CamFault, GarbageHasOneTo48Bytes) {
+  Rig rig;
+  rig.cam.setFault(CamFault::Garbage, true);
+  std::size_t shortest = 1000;
+  std::size_t longest = 0;
+  for (int i = 0; i < 1000; ++i) {
+    for (const Apdu &garbage : rig.ask({0x9F, 0x80, 0x30, 0x00})) {
+      shortest = std::min(shortest, garbage.size());
+      longest = std::max(longest, garbage.size());
+    }
+  }
+  EXPECT_EQ(shortest, 1u);
+  EXPECT_EQ(longest, 48u);
+}
+
 TEST(CamFault, GarbageIsTheSameInEveryRun) {
   std::vector<Apdu> runs[2];
   for (std::vector<Apdu> &answers : runs) {
@@ -592,6 +624,17 @@ TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
   }
   EXPECT_EQ(rig.lines.count("ignores an object from the host (it is cut off)"), 1u);
   EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+}
+
+TEST(CamHostile, AnotherReasonIsToldTheSameIsNot) {
+  Rig rig;
+  const Bytes unknown = {0x9F, 0x80, 0x00, 0x00};
+  const Bytes withBody = {0x9F, 0x80, 0x30, 0x01, 0x00};
+  for (const Bytes &bad : {unknown, unknown, withBody, withBody, unknown}) {
+    rig.cam.receive(bad);
+  }
+  EXPECT_EQ(rig.lines.count("its tag is unknown"), 2u);
+  EXPECT_EQ(rig.lines.count("a ca_info_enq has no body"), 1u);
 }
 
 TEST(CamHostile, UnknownTagsAreIgnored) {

@@ -54,6 +54,8 @@ TEST(CaText, VerdictIsTheProgramsElseTheWorstOfTheStreams) {
                           {0, {0x01, 0x73}, 0x73},
                           {0, {0x71, 0x73}, 0x71},
                           {0, {0, 0x02}, 0x02},
+                          {0, {0x6F, 0x71}, 0x71},
+                          {0, {0x70, 0x71}, 0x70},
                           {0, {0x71, 0x01}, 0x71}};
   for (const Judged &judged : cases) {
     CaReply reply;

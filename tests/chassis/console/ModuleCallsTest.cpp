@@ -149,6 +149,12 @@ TEST_F(Calls, OnlySlotsAndCamsArePlaces) {
   }
 }
 
+TEST_F(Calls, ASwitchIsOffOrOn) {
+  insertCard();
+  EXPECT_FALSE(isOneErrorLine(ask("SetCamFlit 0, 0x100, 1")));
+  EXPECT_TRUE(has(ask("SetCamFlit 0, 0x100, 2"), "pass 2 does not fit; write 0 to 1")) << answer_;
+}
+
 TEST_F(Calls, EveryNumberOfArgumentsIsChecked) {
   insertCard();
   for (const ModuleCall &call : moduleCalls()) {

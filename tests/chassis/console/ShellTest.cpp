@@ -183,6 +183,13 @@ TEST_F(ShellTest, HelpHasOneLineForEachName) {
   }
 }
 
+TEST_F(ShellTest, HelpStandsInItsColumnOrTwoBlanksBehindALongCall) {
+  EXPECT_EQ(ask("help quit"), "  quit" + std::string(42, ' ') + "the same as exit\n");
+  EXPECT_EQ(ask("help expectState"),
+            "  expectState slot, program, \"state\"[, seconds]  a program is in this state, or has "
+            "this cause, now or within a time\n");
+}
+
 TEST_F(ShellTest, StatusAtAGlance) {
   EXPECT_TRUE(has(ask("status"), "no card is in"));
   EXPECT_TRUE(isOneErrorLine(ask("status 0")));

@@ -83,7 +83,9 @@ TEST_F(LiveOutputTest, AFileIsEmptiedByItsFirstPacketAlone) {
 TEST_F(LiveOutputTest, WithoutAPacketNothingIsTouched) {
   const std::string path = folder.write("out", "kept");
   open(path)->end();
-  open(folder.at("new"))->end();
+  const auto output = open(folder.at("new"));
+  output->end();
+  EXPECT_EQ(output->trouble(), "");
   EXPECT_EQ(folder.read("out"), "kept");
   EXPECT_EQ(folder.entries(), 1U);
 }

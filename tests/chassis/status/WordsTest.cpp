@@ -53,6 +53,8 @@ TEST(Words, Places) {
 
 TEST(Words, Figures) {
   EXPECT_EQ(hexText(0x71), "0x71");
+  EXPECT_EQ(hexText(0xFF), "0xFF");
+  EXPECT_EQ(hexText(0x100), "0x0100");
   EXPECT_EQ(hexText(0x0101), "0x0101");
   EXPECT_EQ(stampText(3723004), "01:02:03.004");
   EXPECT_EQ(bitrateText(3250000), "3.25 Mbit/s");
