@@ -388,12 +388,14 @@ TEST_F(Prompt, CtrlZStopsTheChassisAndItGoesOnWithTheLine) {
   EXPECT_EQ(terminal.endStatus(), 0);
 }
 
-TEST_F(Prompt, SigtermEndsToo) {
-  Terminal terminal(folder_, {});
-  ASSERT_TRUE(isReady(terminal));
-  terminal.signal(SIGTERM);
-  EXPECT_EQ(terminal.endStatus(), 143);
-  EXPECT_TRUE(terminal.sees("no alarm stands"));
+TEST_F(Prompt, SigtermAndAHangUpEndToo) {
+  for (const int signal : {SIGTERM, SIGHUP}) {
+    Terminal terminal(folder_, {});
+    ASSERT_TRUE(isReady(terminal));
+    terminal.signal(signal);
+    EXPECT_EQ(terminal.endStatus(), 128 + signal);
+    EXPECT_TRUE(terminal.sees("no alarm stands"));
+  }
 }
 
 TEST_F(Prompt, SoDoesCtrlBackslashAndTheTerminalIsAsItWas) {

@@ -236,6 +236,7 @@ Terminal::Terminal(const std::string &folder, const std::vector<std::string> &ar
   const winsize size = sizeOf(kind.columns);
   child_ = forkpty(&terminal_, nullptr, nullptr, &size);
   if (child_ == 0) {
+    std::signal(SIGHUP, SIG_DFL);  // nohup ignores it
     become(folder, arguments, kind);
   }
   fcntl(terminal_, F_SETFL, O_NONBLOCK);

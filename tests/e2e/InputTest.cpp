@@ -231,10 +231,16 @@ TEST_F(Input, AnOutputWithoutACardIsTold) {
 TEST_F(Input, HelpListsOptionsAndFunctions) {
   const Result result = run("--help");
   EXPECT_EQ(result.status, 0);
-  for (const char *part : {"--script", "--speed", "--for", "--output", "--clock-start", "--debug",
-                           "--no-table", "camInsert slot, cam, casid[, casid...]", "wait seconds",
-                           "alarmFail on", "  2    bad input", "  143  ended by SIGTERM"}) {
+  for (const char *part : {"camInsert slot, cam, casid[, casid...]", "wait seconds", "alarmFail on",
+                           "  2    bad input", "  143  ended by SIGTERM"}) {
     EXPECT_NE(result.out.find(part), std::string::npos) << part;
+  }
+  std::size_t at = 0;
+  for (const char *option : {"--script FILE", "--console", "--speed N|max", "--for SECONDS",
+                             "--output SLOT:FILE", "--events FILE", "--status-json FILE",
+                             "--clock-start STAMP", "--debug", "--version", "--no-table"}) {
+    at = result.out.find(std::string("\n  ") + option, at);
+    ASSERT_NE(at, std::string::npos) << option;
   }
 }
 

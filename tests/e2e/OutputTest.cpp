@@ -198,6 +198,8 @@ class Signals : public Output {
       argv.push_back(word.data());
     }
     argv.push_back(nullptr);
+    signal(SIGINT, SIG_DFL);  // a shell's background job ignores it
+    signal(SIGHUP, SIG_DFL);  // nohup this one
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(standardOutput, STDOUT_FILENO);
     dup2(open(path("err.txt").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
@@ -255,6 +257,15 @@ TEST_F(Signals, AFifoWithoutAReaderHoldsNothingBack) {
   EXPECT_TRUE(contains("err.txt", "nobody reads it"));
 }
 
+TEST_F(Signals, AResizeEndsNothing) {
+  write("script", "note \"it runs\"\nwait 3\nnote \"it ran\"");
+  start({"--script", "script", "--speed", "2"}, file("out.txt"));
+  ASSERT_TRUE(comes([this] { return contains("out.txt", "it runs"); }));
+  kill(child_, SIGWINCH);
+  EXPECT_EQ(endOf(), 0);
+  EXPECT_TRUE(contains("out.txt", "it ran"));
+}
+
 TEST_F(Signals, AReaderOfAFifoGetsTheStream) {
   ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
   write("script", card + "wait 20");
@@ -297,7 +308,9 @@ TEST_F(Signals, AStandardOutputThatNobodyReadsHoldsNothingBack) {
     ASSERT_TRUE(comes([&full] { return poll(&full, 1, 0) == 0; }));
     kill(child_, signal);
     EXPECT_EQ(endOf(), 128 + signal);
-    EXPECT_TRUE(contains("err.txt", "not everything could be written"));
+    const Bytes told = read("err.txt");
+    EXPECT_EQ(std::string(told.begin(), told.end()),
+              "ci-chassis: ended by a signal; not everything could be written\n");
     close(ends[0]);
     close(ends[1]);
   }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -20,6 +21,9 @@ void limit(int resource, rlim_t value) {
 }
 
 void obey(const Limits &limits) {
+  if (limits.alone) {
+    setpgid(0, 0);
+  }
   limit(RLIMIT_CPU, limits.cpuSeconds);
   limit(RLIMIT_AS, limits.memory);
   const rlimit noCore = {0, 0};
@@ -89,7 +93,11 @@ int runCase(const std::string &name, int output, const Limits &limits) {
     runHere(name, output, limits);
   }
   int status = -1;
-  return child > 0 && waitpid(child, &status, 0) == child ? status : -1;
+  const bool ended = child > 0 && waitpid(child, &status, 0) == child;
+  if (child > 0 && limits.alone) {
+    kill(-child, SIGKILL);
+  }
+  return ended ? status : -1;
 }
 
 }  // namespace forking

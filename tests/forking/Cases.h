@@ -17,6 +17,7 @@ struct Limits {
   unsigned wallSeconds = 0;
   rlim_t cpuSeconds = 0;
   rlim_t memory = 0;
+  bool alone = false;  // in a process group of its own, of which nothing is left behind
 };
 
 // Runs one case, with its standard output and error going to a descriptor. Returns the status of

@@ -25,7 +25,7 @@ bool passes(const std::string &name) {
     std::perror("tmpfile");
     return false;
   }
-  const int status = forking::runCase(name, fileno(output), {WALL_SECONDS, 0, 0});
+  const int status = forking::runCase(name, fileno(output), {WALL_SECONDS, 0, 0, false});
   if (status != 0) {
     copyToConsole(output);
     std::printf("%s: failed, status %d\n", name.c_str(), status);

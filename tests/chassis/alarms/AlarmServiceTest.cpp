@@ -204,6 +204,13 @@ TEST(AlarmText, NamesSlotObjectAndFaultOfEveryKind) {
   }
 }
 
+TEST(AlarmText, TheObjectNamesTheCamAndNoFaultDoes) {
+  for (const std::uint32_t fault : {0x703, 0x708, 0x707, 0x111, 0x702}) {
+    EXPECT_EQ(alarmPlace(makeRecord({{1, 1}, {0x706, -1}, {fault, -1}})).cam, 1) << fault;
+    EXPECT_EQ(alarmPlace(makeRecord({{1, 1}, {0x701, -1}, {fault, -1}})).cam, -1) << fault;
+  }
+}
+
 TEST(AlarmText, UnknownIdentifiersAreShownAsTheyAre) {
   const AlarmRecord record = makeRecord({{2, 5}, {0x999, -1}, {0x12345678, 0}});
   EXPECT_EQ(alarmObject(record), "chassis");

@@ -1,12 +1,14 @@
 #include "app/Operation.h"
 
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <thread>
 
 namespace chassis {
@@ -50,6 +52,33 @@ TEST(Piped, TheLastLineNeedsNoEnd) {
   EXPECT_NE(whole.find("one"), std::string::npos) << whole;
   EXPECT_EQ(shown("note \"one\""), whole);
   EXPECT_NE(shown("note \"one\"\nnote \"two\"").find("two"), std::string::npos);
+}
+
+// Somebody else may want it.
+TEST(Piped, WhatStandsBehindAnExitIsHardlyRead) {
+  constexpr int behind = 60000;
+  const PipedInput piped("wait 100\nexit\n" + std::string(behind, '\n'));
+  Operation::Config config;
+  config.mode = DeskMode::Pipe;
+  config.speed = 0;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(Operation(config, Script{}).run(), 0);
+  testing::internal::GetCapturedStdout();
+  int left = 0;
+  ASSERT_EQ(ioctl(STDIN_FILENO, FIONREAD, &left), 0);
+  EXPECT_GT(left, behind / 2);
+}
+
+std::ptrdiff_t openFiles() {
+  const std::filesystem::directory_iterator all("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
+
+TEST(Piped, ARunLeavesNoFileOpen) {
+  shown("wait 1\n");
+  const std::ptrdiff_t before = openFiles();
+  shown("wait 1\n");
+  EXPECT_EQ(openFiles(), before);
 }
 
 constexpr std::uint64_t chassisMs = 3000;

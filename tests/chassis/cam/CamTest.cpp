@@ -107,6 +107,13 @@ TEST(CamAnswers, ForeignCaSystemIsATechnicalReason) {
   EXPECT_EQ(rig.ask(caPmt101(add, query)), std::vector<Apdu>{reply101(0xF3)});
 }
 
+TEST(CamAnswers, OnlyAQueryIsAnswered) {
+  Rig rig;
+  for (const unsigned command : {descramble, mmi, notSelected}) {
+    EXPECT_TRUE(rig.ask(caPmt101(only, command)).empty()) << command;
+  }
+}
+
 TEST(CamAnswers, SelectionIsNotAnswered) {
   Rig rig;
   EXPECT_TRUE(rig.ask(caPmt101()).empty());
@@ -183,6 +190,23 @@ TEST(CamDescrambling, OtherCommandsDoNotDescramble) {
     rig.ask(caPmt101(update, command));
     EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled) << command;
   }
+}
+
+TEST(CamDescrambling, AStreamThatJoinsARunningProgramIsDescrambledToo) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.ask(
+      caPmt(only, 101, level(descramble, ca(0x0500, 0x1501)), {caPmtStream(0x1001, level(0, {}))}));
+  rig.play(stream.scrambled);
+  rig.ask(caPmt101());
+  EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+TEST(CamDescrambling, NoCommandBesideAnotherSelectsNothing) {
+  Rig rig;
+  rig.ask(caPmt101(only, notSelected));
+  rig.ask(caPmt101(update));
+  EXPECT_EQ(rig.lines.count("the program that it updates is not selected"), 1u);
 }
 
 struct Selected {
@@ -464,6 +488,21 @@ TEST(CamFault, GarbageAnswersEveryObjectAndChangesNothingElse) {
             std::vector<Apdu>{(Bytes{0x9F, 0x80, 0x31, 2, 5, 0})});
 }
 
+TEST(CamFault, GarbageHasOneTo48Bytes) {
+  Rig rig;
+  rig.cam.setFault(CamFault::Garbage, true);
+  std::size_t shortest = 1000;
+  std::size_t longest = 0;
+  for (int i = 0; i < 1000; ++i) {
+    for (const Apdu &garbage : rig.ask({0x9F, 0x80, 0x30, 0x00})) {
+      shortest = std::min(shortest, garbage.size());
+      longest = std::max(longest, garbage.size());
+    }
+  }
+  EXPECT_EQ(shortest, 1u);
+  EXPECT_EQ(longest, 48u);
+}
+
 TEST(CamFault, GarbageIsTheSameInEveryRun) {
   std::vector<Apdu> runs[2];
   for (std::vector<Apdu> &answers : runs) {
@@ -495,6 +534,33 @@ TEST(CamFault, WrongKeyClearsTheControlBitsButNotThePayload) {
   EXPECT_GT(wrong, out.size() * 3 / 4);
   rig.cam.setFault(CamFault::WrongKey, false);
   EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
+}
+
+// A packet without adaptation field, descrambled by a word.
+TsPacket opened(TsPacket packet, const ControlWord &word) {
+  dvbcsa_key_t *key = dvbcsa_key_alloc();
+  dvbcsa_key_set(word.data(), key);
+  dvbcsa_decrypt(key, packet.data() + 4, 184);
+  dvbcsa_key_free(key);
+  packet[3] &= 0x3F;
+  return packet;
+}
+
+TEST(CamFault, AWrongKeyIsAWordWithRightChecksums) {
+  const LabStream stream = labStream(streams101);
+  Rig rig;
+  rig.cam.setFault(CamFault::WrongKey, true);
+  rig.ask(caPmt101());
+  const std::vector<TsPacket> out = rig.play(stream.scrambled);
+  const auto plain =
+      std::find_if(stream.scrambled.begin(), stream.scrambled.end(),
+                   [](const TsPacket &packet) { return (packet[3] & 0xF0) == (0x80 | 0x10); });
+  ASSERT_NE(plain, stream.scrambled.end());
+  ControlWord word = labWord(0x1501, 0);
+  word[0] ^= 0x5A;
+  word[4] ^= 0x5A;
+  labca::setChecksums(word);
+  EXPECT_EQ(out[static_cast<std::size_t>(plain - stream.scrambled.begin())], opened(*plain, word));
 }
 
 TEST(CamFault, ACamWithAWrongKeyDoesNotSayThatItDescrambles) {
@@ -530,6 +596,24 @@ TEST(CamFault, WrongKeyComesAndGoesWithoutWaitingForAnEcm) {
   EXPECT_EQ(rig.play(begin(stream.scrambled)), begin(stream.clear));
 }
 
+// Two CAMs in turn: what waits in the first may be what the second takes for an ECM.
+TEST(CamOrder, AResetCamHasNoEcmsToWaitFor) {
+  const LabStream stream = labStream(streams101);
+  Rig before;
+  before.ask(caPmt101());
+  before.play(stream.scrambled);
+  Rig behind;
+  behind.ask(
+      caPmt(only, 200, level(descramble, ca(0x0500, 0x1001)), {caPmtStream(0x1100, level(0, {}))}));
+  EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam)) << "nothing waits";
+  std::vector<TsPacket> packets = onPids(stream.scrambled, {{0x1001, 0x1501, 101}});
+  TsPacket *const packet = &packets[1];
+  before.cam.process(&packet, 1, before.now);
+  EXPECT_TRUE(before.cam.mustFinishBefore(behind.cam));
+  behind.cam.reset(behind.now);
+  EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam));
+}
+
 TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
   const LabStream stream = labStream(streams101);
   const Bytes whole = caPmt101();
@@ -540,6 +624,17 @@ TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
   }
   EXPECT_EQ(rig.lines.count("ignores an object from the host (it is cut off)"), 1u);
   EXPECT_EQ(rig.play(stream.scrambled), stream.scrambled);
+}
+
+TEST(CamHostile, AnotherReasonIsToldTheSameIsNot) {
+  Rig rig;
+  const Bytes unknown = {0x9F, 0x80, 0x00, 0x00};
+  const Bytes withBody = {0x9F, 0x80, 0x30, 0x01, 0x00};
+  for (const Bytes &bad : {unknown, unknown, withBody, withBody, unknown}) {
+    rig.cam.receive(bad);
+  }
+  EXPECT_EQ(rig.lines.count("its tag is unknown"), 2u);
+  EXPECT_EQ(rig.lines.count("a ca_info_enq has no body"), 1u);
 }
 
 TEST(CamHostile, UnknownTagsAreIgnored) {

@@ -62,6 +62,19 @@ TEST(Descrambler, WordThatChangesDoesNotTouchPacketsPushedBefore) {
   EXPECT_EQ(after.scrambled, after.clear);
 }
 
+TEST(Descrambler, FewPacketsGoSingly) {
+  for (const std::size_t count : {14u, 15u}) {
+    Descrambler descrambler;
+    descrambler.setWord(key, Parity::Even, labWord(key, 0));
+    descrambler.assign(pid, key);
+    std::vector<TsPacket> packets(count, Packets(2).scrambled[1]);
+    pushAll(descrambler, packets);
+    descrambler.flush();
+    EXPECT_EQ(descrambler.work().singly, count < 15 ? count : 0);
+    EXPECT_EQ(descrambler.work().inBatches, count < 15 ? 0 : count);
+  }
+}
+
 TEST(Descrambler, LeavesWhatItHasNoWordFor) {
   Descrambler descrambler;
   Packets packets(20, 1);

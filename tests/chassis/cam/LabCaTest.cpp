@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace {
 
 using namespace chassis;
@@ -50,6 +52,21 @@ TEST(LabCa, EcmComesBackAsItWas) {
       ASSERT_TRUE(back);
       EXPECT_TRUE(*back == ecm);
     }
+  }
+}
+
+TEST(LabCa, EcmsAreEqualWhoseFieldsAllAre) {
+  const Ecm ecm = sample(Cipher::None);
+  std::vector<Ecm> others(5, ecm);
+  others[0].tier = 0x1235;
+  others[1].period = 8;
+  others[2].cipher = Cipher::Xor;
+  others[3].even[7] = 6;
+  others[4].odd[0] = 10;
+  EXPECT_TRUE(ecm == ecm);
+  for (const Ecm &other : others) {
+    EXPECT_FALSE(ecm == other);
+    EXPECT_FALSE(other == ecm);
   }
 }
 

@@ -257,6 +257,14 @@ TEST_F(CardTest, TellsThatAnOutputIsNotWhole) {
             "device");
   EXPECT_EQ(card.endOutput(), "");
   EXPECT_EQ(events.lines.size(), 1U);
+  card.setOutput("/dev/full");
+  card.tick(3000);
+  EXPECT_EQ(events.lines.size(), 2U) << "another output, another trouble";
+}
+
+TEST_F(CardTest, AnOutputThatCannotBeWrittenIsNotItsOwn) {
+  EXPECT_THROW(card.setOutput("/"), chassis::InputError);
+  files.write("the output of slot 4", "/");
 }
 
 TEST_F(CardTest, DoesNotReadOrWriteWhatOthersUse) {

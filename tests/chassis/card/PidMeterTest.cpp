@@ -53,6 +53,12 @@ TEST_F(Meter, AGapIsOneError) {
   EXPECT_EQ(errors(), 1U);
 }
 
+TEST_F(Meter, ACountThatGoesBackIsAnErrorToo) {
+  stream.payload(pid).payload(pid).counter(pid, 0).payload(pid).payload(pid);
+  stream.counter(pid, 9).payload(pid).counter(pid, 5).payload(pid).payload(pid);
+  EXPECT_EQ(errors(), 3U);
+}
+
 TEST_F(Meter, APacketMayComeTwiceButNotThreeTimes) {
   stream.payload(pid).payload(pid);
   stream.add(stream.packet(1)).payload(pid);

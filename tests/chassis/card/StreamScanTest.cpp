@@ -69,6 +69,11 @@ TEST(StreamScan, LeavesOutJumpsOfThePcr) {
   EXPECT_EQ(bitrateOf(stream), 3760000U);
 }
 
+TEST(StreamScan, StepsOfTenSecondsAreNoJumpsYet) {
+  EXPECT_EQ(bitrateOf(clocked(0, pcrHz * 10, 3)), 15040U);
+  expectError(clocked(0, pcrHz * 10 + 1, 3).bytes(), 0, "bitrate");
+}
+
 TEST(StreamScan, LeavesOutAnAnnouncedJump) {
   StreamWriter stream = clocked(0, pcrHz * 40 / 1000, 5);
   stream.adaptation(0x100, 0x90, pcrHz, true);

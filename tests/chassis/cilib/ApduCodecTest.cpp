@@ -170,6 +170,14 @@ TEST(CaPmt, LeavesOutWhatHasNoFaithfulDescriptor) {
   EXPECT_TRUE(mentions(encoded.leftOut, "0x0004 of the program: it has more than 251"));
 }
 
+TEST(CaPmt, ADescriptorHolds251PrivateBytes) {
+  auto program = makeProgram(1);
+  addCa(*program, 0x0001, 0x0100, 251);
+  const EncodedCaPmt encoded = encodeCaPmt(*program);
+  EXPECT_TRUE(encoded.leftOut.empty());
+  EXPECT_EQ(bodyOf(encoded.apdu).size(), 6u + 1 + 2 + 255);
+}
+
 TEST(CaPmt, LevelWhoseDescriptorsAreAllLeftOutHasNoCommand) {
   auto program = makeProgram(1);
   addCa(*program, 0x0001, 0x2000);

@@ -8,6 +8,8 @@ namespace {
 TEST(CaText, NamesWhatACamAnswers) {
   EXPECT_EQ(caEnableText(0), "no statement");
   EXPECT_EQ(caEnableText(0x01), "descrambling possible (0x01)");
+  EXPECT_EQ(caEnableText(0x02), "possible after a purchase dialogue (0x02)");
+  EXPECT_EQ(caEnableText(0x03), "possible after a technical dialogue (0x03)");
   EXPECT_EQ(caEnableText(0x71), "no entitlement (0x71)");
   EXPECT_EQ(caEnableText(0x73), "technical reasons (0x73)");
   EXPECT_EQ(caEnableText(0x72), "a reserved value (0x72)");
@@ -52,6 +54,8 @@ TEST(CaText, VerdictIsTheProgramsElseTheWorstOfTheStreams) {
                           {0, {0x01, 0x73}, 0x73},
                           {0, {0x71, 0x73}, 0x71},
                           {0, {0, 0x02}, 0x02},
+                          {0, {0x6F, 0x71}, 0x71},
+                          {0, {0x70, 0x71}, 0x70},
                           {0, {0x71, 0x01}, 0x71}};
   for (const Judged &judged : cases) {
     CaReply reply;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include "EventLog.h"
 #include "Records.h"
@@ -307,6 +309,18 @@ TEST(CiLibraryLife, NewLibraryStartsWithEmptyFlagsAndAnswers) {
     EXPECT_EQ(ciLibLoad(), 0);
   }
   EXPECT_LT(ciLibLoad(), 0);
+}
+
+// The second time the newer one is likely to stand before the older one in memory.
+TEST(CiLibraryLife, OneThatGoesLeavesTheNewerOneBound) {
+  EventLog events;
+  auto older = std::make_unique<CiLibrary>(events);
+  auto newer = std::make_unique<CiLibrary>(events);
+  for (int turn = 0; turn < 2; ++turn) {
+    older = nullptr;
+    EXPECT_EQ(ciLibLoad(), 0) << turn;
+    older = std::exchange(newer, std::make_unique<CiLibrary>(events));
+  }
 }
 
 }  // namespace

@@ -130,6 +130,16 @@ TEST(Script, AByteOrderMarkIsNoPartOfTheFirstLine) {
   EXPECT_NE(errorOf("wait 1\n\xEF\xBB\xBFwait 2"), "no error");
 }
 
+TEST(Script, BehindALineThatIsMuchTooLongIsReadOn) {
+  const std::string error = errorOf(std::string(1000000, 'a') + "\nwait\n");
+  EXPECT_EQ(error.rfind("x:1: the line is too long", 0), 0u) << error;
+  EXPECT_NE(error.find("\nx:2: wait takes 1 argument, not 0"), std::string::npos) << error;
+}
+
+TEST(Script, ControlCharactersAreToldBeforeAnUnknownName) {
+  EXPECT_EQ(errorOf("wiat\x07 1"), "x:1: the line has control characters; write plain text");
+}
+
 TEST(Script, AllWrongLinesAreToldAtOnce) {
   EXPECT_EQ(errorOf("cardInsert 0, \"f\"\nwait\n\nwait -1\nnote \"fine\"\ncamDeff 0, 0, 1"),
             "x:2: wait takes 1 argument, not 0; write wait seconds\n"

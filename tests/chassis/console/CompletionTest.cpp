@@ -55,7 +55,7 @@ class FileCompletion : public testing::Test {
     ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     folder_ = pattern + "/";
     for (const char *name :
-         {"one.ts", "only two.ts", "mö.ts", "mü.ts", "a\"b\\c", ".hidden", "x\n"}) {
+         {"one.ts", "only two.ts", "mö.ts", "mü.ts", "a\"b\\c", ".hidden", "x\n", "(1)"}) {
       std::ofstream file(folder_ + name);
     }
     std::filesystem::create_directory(folder_ + "sub folder");
@@ -72,6 +72,7 @@ TEST_F(FileCompletion, TheOnlyFileGetsItsQuote) {
   EXPECT_EQ(completeIn("one").insert, ".ts\"");
   EXPECT_EQ(completeIn("only ").insert, "two.ts\"");
   EXPECT_EQ(completeIn(".h").insert, "idden\"");
+  EXPECT_EQ(completeIn("(").insert, "1)\"");
 }
 
 TEST_F(FileCompletion, AFolderGetsASlash) {
@@ -83,8 +84,9 @@ TEST_F(FileCompletion, SeveralFilesAreShown) {
   const Completion completion = completeIn("o");
   EXPECT_EQ(completion.insert, "n");
   EXPECT_EQ(completion.choices, (std::vector<std::string>{"one.ts", "only two.ts"}));
-  EXPECT_EQ(completeIn("").choices, (std::vector<std::string>{"a\"b\\c", "mö.ts", "mü.ts", "one.ts",
-                                                              "only two.ts", "sub folder/"}));
+  EXPECT_EQ(completeIn("").choices,
+            (std::vector<std::string>{"(1)", "a\"b\\c", "mö.ts", "mü.ts", "one.ts", "only two.ts",
+                                      "sub folder/"}));
 }
 
 TEST_F(FileCompletion, AQuoteInANameIsEscaped) {

@@ -13,6 +13,7 @@ TEST(Journal, ShowsWholeLinesOnly) {
   std::ostream stream(&journal);
   stream << "a half" << std::flush;
   EXPECT_EQ(shown, "");
+  EXPECT_TRUE(journal.lines().empty());
   stream << " line\nand" << std::flush;
   EXPECT_EQ(shown, "a half line\n");
   stream << '\n' << std::flush;

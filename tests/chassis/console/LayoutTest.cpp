@@ -31,7 +31,8 @@ TEST_F(Layout, ColoursTakeNoRoom) {
 
 TEST_F(Layout, BytesThatAreNoCharacterCountOneEach) {
   EXPECT_EQ(displayWidth("\xff\x80"), 2u);
-  EXPECT_EQ(displayWidth("\xe4\xb8"), 2u);  // the rest of it is missing
+  EXPECT_EQ(displayWidth("\xe4\xb8"), 2u);          // the rest of it is missing
+  EXPECT_EQ(displayWidth("\xff\x80\x80\x80"), 4u);  // nothing begins so
   EXPECT_EQ(displayWidth("\x01"), 1u);
 }
 

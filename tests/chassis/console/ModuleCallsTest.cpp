@@ -132,6 +132,29 @@ TEST_F(Calls, EveryNumberIsChecked) {
   }
 }
 
+TEST_F(Calls, OnlySlotsAndCamsArePlaces) {
+  insertCard();
+  for (const ModuleCall &call : moduleCalls()) {
+    for (std::size_t i = 0; i < call.function.params.size() && call.invoke != nullptr; ++i) {
+      const Param &param = *call.function.params[i];
+      if (param.form != Param::Form::Number) {
+        continue;
+      }
+      const std::string name = param.name;
+      const std::string over = name + " " + std::to_string(param.max + 1);
+      const std::string error = name == "slot" || name == "cam" ? "there is no " + over + "; write"
+                                                                : over + " does not fit; write";
+      EXPECT_TRUE(has(ask(callOf(call, i, std::to_string(param.max + 1))), error)) << answer_;
+    }
+  }
+}
+
+TEST_F(Calls, ASwitchIsOffOrOn) {
+  insertCard();
+  EXPECT_FALSE(isOneErrorLine(ask("SetCamFlit 0, 0x100, 1")));
+  EXPECT_TRUE(has(ask("SetCamFlit 0, 0x100, 2"), "pass 2 does not fit; write 0 to 1")) << answer_;
+}
+
 TEST_F(Calls, EveryNumberOfArgumentsIsChecked) {
   insertCard();
   for (const ModuleCall &call : moduleCalls()) {

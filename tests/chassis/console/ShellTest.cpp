@@ -56,6 +56,15 @@ TEST_F(ShellTest, UnknownNamesGetTheNearest) {
   EXPECT_TRUE(has(ask("help camAlrm"), "did you mean camAlarm?"));
 }
 
+TEST_F(ShellTest, CommandsOfTheConsoleTakeNoMoreThanTheyNeed) {
+  for (const char *line :
+       {"help status, alarms", "status 0, 1", "alarms 1", "events 1, 2", "exit 1", "quit 1"}) {
+    EXPECT_TRUE(has(ask(line), "arguments")) << line << ": " << answer_;
+    EXPECT_TRUE(isOneErrorLine(answer_)) << line;
+  }
+  EXPECT_FALSE(shell_.exited());
+}
+
 TEST_F(ShellTest, FunctionsOfTheChassisNeedTheirCardAndCam) {
   EXPECT_TRUE(has(ask("progAssign 0, 101, 1"), "no card is in slot 0"));
   insertCard();
@@ -172,6 +181,13 @@ TEST_F(ShellTest, HelpHasOneLineForEachName) {
     EXPECT_EQ(one.rfind("  " + name, 0), 0u) << name << ": " << one;
     EXPECT_TRUE(has(help, one)) << name;
   }
+}
+
+TEST_F(ShellTest, HelpStandsInItsColumnOrTwoBlanksBehindALongCall) {
+  EXPECT_EQ(ask("help quit"), "  quit" + std::string(42, ' ') + "the same as exit\n");
+  EXPECT_EQ(ask("help expectState"),
+            "  expectState slot, program, \"state\"[, seconds]  a program is in this state, or has "
+            "this cause, now or within a time\n");
 }
 
 TEST_F(ShellTest, StatusAtAGlance) {

@@ -79,6 +79,12 @@ TEST_F(FilesTest, AFileThatIsNotThereYetIsKnownToo) {
   EXPECT_EQ(whyNotRead("the stream of slot 1", folder.at("in")), "");
 }
 
+TEST_F(FilesTest, FilesOfAFolderThatAreNotThereYetAreNotOne) {
+  EXPECT_EQ(whyNotWritten("the output of slot 0", folder.at("b")), "");
+  EXPECT_EQ(whyNotWritten("the output of slot 1", folder.at("a")), "");
+  EXPECT_EQ(whyNotWritten("the output of slot 2", folder.at("c")), "");
+}
+
 TEST_F(FilesTest, AFileThatGotAnotherNameIsKnownStill) {
   files.read("the stream of slot 0", folder.at("in"));
   fs::rename(folder.at("in"), folder.at("renamed"));
@@ -102,17 +108,20 @@ TEST_F(FilesTest, AFifoIsNotSharedButADeviceIs) {
   EXPECT_EQ(whyNotRead("the stream of slot 3", "/dev/null"), "");
 }
 
-TEST_F(FilesTest, WhereStandardOutputGoesNothingElseIsWritten) {
-  const int before = dup(STDOUT_FILENO);
-  const int file = open(folder.at("hard").c_str(), O_WRONLY | O_CLOEXEC);
-  dup2(file, STDOUT_FILENO);
-  files.addStandardStreams();
-  dup2(before, STDOUT_FILENO);
-  close(before);
-  close(file);
-  const std::string why = whyNotWritten("the output of slot 0", folder.at("in"));
-  EXPECT_NE(why.find("is standard output;"), std::string::npos) << why;
-  EXPECT_NE(whyNotRead("the stream of slot 0", folder.at("in")), "");
+TEST_F(FilesTest, WhereAStandardStreamGoesNothingElseIsWritten) {
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    const int before = dup(stream);
+    const int file = open(folder.at("hard").c_str(), O_WRONLY | O_CLOEXEC);
+    dup2(file, stream);
+    files.addStandardStreams();
+    dup2(before, stream);
+    close(before);
+    close(file);
+    const std::string name = stream == STDOUT_FILENO ? "is standard output;" : "is standard error;";
+    const std::string why = whyNotWritten("the output of slot 0", folder.at("in"));
+    EXPECT_NE(why.find(name), std::string::npos) << why;
+    EXPECT_NE(whyNotRead("the stream of slot 0", folder.at("in")).find(name), std::string::npos);
+  }
 }
 
 TEST_F(FilesTest, LongWorkGoesOnUntilSomebodySaysNo) {

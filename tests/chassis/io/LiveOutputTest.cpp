@@ -85,7 +85,9 @@ TEST_F(LiveOutputTest, AFileIsEmptiedByItsFirstPacketAlone) {
 TEST_F(LiveOutputTest, WithoutAPacketNothingIsTouched) {
   const std::string path = folder.write("out", "kept");
   open(path)->end();
-  open(folder.at("new"))->end();
+  const auto output = open(folder.at("new"));
+  output->end();
+  EXPECT_EQ(output->trouble(), "");
   EXPECT_EQ(folder.read("out"), "kept");
   EXPECT_EQ(folder.entries(), 1U);
 }
@@ -195,6 +197,32 @@ TEST_F(LiveOutputTest, ASlowReaderLosesNothing) {
   close(reader);
 }
 
+TEST_F(LiveOutputTest, TheEndWaitsForTheLastByteToo) {
+  const std::string path = folder.fifo("fifo");
+  int reader = -1;
+  LiveOutput output(path, nullptr, [&](const Progress &) {
+    reader = reader < 0 ? ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : reader;
+    return true;
+  });
+  output.write(&head, 1, 1);
+  output.end();
+  EXPECT_EQ(output.lostBytes(), 0U);
+  EXPECT_EQ(drained(reader), 1U);
+  close(reader);
+}
+
+TEST_F(LiveOutputTest, ItsEndClosesNothingElse) {
+  const int standardInput = dup(STDIN_FILENO);
+  {
+    const auto output = open(folder.at("out"));
+    write(*output, 1);
+    output->end();
+    dup2(standardInput, STDIN_FILENO);
+  }
+  EXPECT_NE(fcntl(STDIN_FILENO, F_GETFD), -1);
+  close(standardInput);
+}
+
 TEST_F(LiveOutputTest, NobodyWaitsForAReaderOnceTheRunIsToEnd) {
   goesOn = 0;
   const auto output = open(folder.fifo("fifo"));
@@ -292,5 +320,21 @@ TEST_F(LiveOutputTest, TheNextReaderBeginsWithAWholeUnitAlsoWhereUnitsDiffer) {
   EXPECT_EQ(output->trouble(), "its reader has gone");
   EXPECT_GE(output->lostBytes(), 5000U);  // the line of which the old reader had a part
   EXPECT_LT(output->lostBytes(), 6000U);
+  close(reader);
+}
+
+TEST_F(LiveOutputTest, AReaderThatGoesBetweenUnitsHasHadThemAll) {
+  const std::string path = folder.fifo("fifo");
+  const auto output = open(path);
+  int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  write(*output, 3, 1);
+  EXPECT_EQ(drained(reader), 3 * unit);
+  close(reader);
+  write(*output, 1, 2);
+  reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  output->end();
+  EXPECT_EQ(drained(reader), unit);
+  EXPECT_EQ(output->trouble(), "its reader has gone");
+  EXPECT_EQ(output->lostBytes(), 0U);
   close(reader);
 }

@@ -98,6 +98,10 @@ TEST(ReplacedFile, ModeBitsStayAndNewFilesFollowTheMask) {
   replace(folder.at("fresh"), "new");
   umask(before);
   EXPECT_EQ(modeOf(folder.at("fresh")), 0640U);
+  umask(0);
+  replace(folder.at("anybodys"), "new");
+  umask(before);
+  EXPECT_EQ(modeOf(folder.at("anybodys")), 0666U);
 }
 
 TEST(ReplacedFile, ASymbolicLinkStaysOne) {

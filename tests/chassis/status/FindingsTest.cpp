@@ -246,6 +246,19 @@ TEST_F(FindingsTest, AnEcmPidIsPresentForTwoSecondsAfterItsLastPacket) {
   EXPECT_FALSE(program(0).pids[0].ecms.at(0).present);
 }
 
+TEST_F(FindingsTest, AnEcmPidThatWasNeverSeenIsNotPresentAtTheStartEither) {
+  chassis_.cardInsert(slot, file_.path(), bitrate);
+  chassis_.progAssign(slot, 103, 2);
+  play(1000);
+  chassis_.card(slot).publishTables();
+  const std::vector<PidFinding> pids = program(2).pids;
+  ASSERT_EQ(pids.at(0).ecms.size(), 1U);
+  EXPECT_EQ(pids[0].ecms[0].evidence.packets, 0U);
+  EXPECT_FALSE(pids[0].ecms[0].present);
+  ASSERT_EQ(pids.at(1).ecms.size(), 1U);
+  EXPECT_TRUE(pids[1].ecms[0].present);
+}
+
 TEST_F(FindingsTest, AReplyIsTheProgramsWhereItsCaIs) {
   insertCard();
   CaPmtReply &reply = replyOf(0);

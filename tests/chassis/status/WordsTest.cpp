@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
 #include "CiIf.h"
@@ -30,8 +31,15 @@ TEST(Words, CauseCarriesItsCode) {
 }
 
 TEST(Words, StreamTypes) {
-  EXPECT_EQ(streamTypeText(0x02), "MPEG-2 video");
-  EXPECT_EQ(streamTypeText(0x77), "type 0x77");
+  const std::map<std::uint16_t, std::string> named = {
+      {0x01, "MPEG-1 video"}, {0x02, "MPEG-2 video"}, {0x03, "MPEG-1 audio"},
+      {0x04, "MPEG-2 audio"}, {0x05, "sections"},     {0x06, "private data"},
+      {0x0F, "AAC audio"},    {0x11, "LATM audio"},   {0x1B, "H.264 video"},
+      {0x24, "H.265 video"},  {0x81, "AC-3 audio"}};
+  for (std::uint16_t type = 0; type < 256; ++type) {
+    const auto known = named.find(type);
+    EXPECT_EQ(streamTypeText(type), known == named.end() ? "type " + hexText(type) : known->second);
+  }
 }
 
 TEST(Words, Places) {
@@ -45,6 +53,8 @@ TEST(Words, Places) {
 
 TEST(Words, Figures) {
   EXPECT_EQ(hexText(0x71), "0x71");
+  EXPECT_EQ(hexText(0xFF), "0xFF");
+  EXPECT_EQ(hexText(0x100), "0x0100");
   EXPECT_EQ(hexText(0x0101), "0x0101");
   EXPECT_EQ(stampText(3723004), "01:02:03.004");
   EXPECT_EQ(bitrateText(3250000), "3.25 Mbit/s");
