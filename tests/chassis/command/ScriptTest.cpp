@@ -289,6 +289,12 @@ TEST_F(ScriptWithStreams, ThenInTheWorkingDirectory) {
   EXPECT_EQ(readScript("x", lines, {{}, &streams_}).calls.at(0).values[1].text, "sub/near.ts");
 }
 
+TEST_F(ScriptWithStreams, AMissingCamIsToldBeforeAProgramThatIsNotThere) {
+  writeScript("cardInsert 0, \"near.ts\"\ncamEntitle 0, 1, 999, 0");
+  EXPECT_EQ(errorOfSub(),
+            "sub/script:2: no CAM is in 0, 1; put one in first: camInsert 0, 1, casid");
+}
+
 TEST_F(ScriptWithStreams, StreamsThatCannotBePlayedAreToldWithTheRest) {
   write("empty.ts", {});
   writeScript(
