@@ -415,6 +415,14 @@ TEST_F(CardTest, APidThatNeverCameIsSilentFromTheStart) {
   EXPECT_EQ(descState(0x200, DESC_PID_TYPE_AV), 0xFFU);
 }
 
+TEST_F(CardTest, ACardThatIsOutKnowsNoAudioOrVideoAnyMore) {
+  insert(secondOf(programs));
+  card.tick(6000);
+  EXPECT_EQ(descState(0x200, 0xFF), 0xFFU);
+  card.remove();
+  EXPECT_EQ(descState(0x200, 0xFF), 0U);
+}
+
 TEST_F(CardTest, FollowsThePmt) {
   std::vector<ProgramMap> next = programs;
   next[0].version = 1;

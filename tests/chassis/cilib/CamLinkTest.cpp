@@ -177,6 +177,18 @@ TEST_F(CamLinkTest, IsAskedAgainAfterFiveSecondsOfSilence) {
   EXPECT_EQ(link.insertStatus(), 1u);
 }
 
+TEST_F(CamLinkTest, AnUnaskedAnswerOfALesserSystemIsToldToo) {
+  makeUsable();
+  say({0x9F, 0x80, 0x31, 0x02, 0x01, 0x00});
+  EXPECT_EQ(events.why("ca_info that nobody asked for, ignored"), "CA system 0x0100");
+}
+
+TEST_F(CamLinkTest, AnUnaskedAnswerOfAGreaterSystemIsToldToo) {
+  makeUsable();
+  say({0x9F, 0x80, 0x31, 0x02, 0x0F, 0x00});
+  EXPECT_EQ(events.why("ca_info that nobody asked for, ignored"), "CA system 0x0F00");
+}
+
 TEST_F(CamLinkTest, LateSecondAnswerIsNoTroubleAnUnaskedOneIsIgnored) {
   makeUsable();
   say(info0500);

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "base/InputError.h"
 #include "chassis/StreamWriter.h"
+#include "command/Functions.h"
 #include "command/Player.h"
 
 namespace chassis {
@@ -69,6 +71,25 @@ TEST_F(ExpectationsTest, WhatIsSoIsTold) {
                               "as expected: expectState 0, 101, \"not measured\" | script line 4",
                               "as expected: expectAlarm 0, 0, \"CAM absent\" | script line 5",
                               "as expected: expectNoAlarm 0, 1, \"CAM absent\" | script line 6"}));
+}
+
+TEST_F(ExpectationsTest, AStateIsToldByItsWordsOrItsCause) {
+  EXPECT_EQ(play("wait 2.5"), "");
+  DescStatus[0][0].progStatus = DESC_STAT_NO_ENTITLEMENT;
+  const auto isSo = [this](const std::string &state) {
+    const std::vector<Function> &all = functions();
+    const auto function = std::find_if(all.begin(), all.end(), [](const Function &each) {
+      return std::string(each.name) == "expectState";
+    });
+    Values values(3);
+    values[1].number = 101;
+    values[2].text = state;
+    return !function->differs(chassis_, values);
+  };
+  EXPECT_TRUE(isSo("no entitlement"));
+  EXPECT_TRUE(isSo("not descrambled"));
+  EXPECT_FALSE(isSo("descrambled"));
+  EXPECT_FALSE(isSo("not measured"));
 }
 
 TEST_F(ExpectationsTest, WhatIsNotSoEndsTheRunWithItsLine) {

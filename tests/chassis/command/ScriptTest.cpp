@@ -154,6 +154,9 @@ TEST(Script, WhatFollowsFromAWrongLineIsNotToldToo) {
   EXPECT_EQ(errorOf("camInsert 0, 0, 1\ncamDeaf 0, 0, 1\nprogAssign 0, 1, 1\ncardBusy 1, 1"),
             "x:1: no card is in slot 0; put one in first: cardInsert 0, \"file\"\n"
             "x:4: no card is in slot 1; put one in first: cardInsert 1, \"file\"");
+  EXPECT_EQ(errorOf("cardInsert 0, \"f\"\ncamDeaf 0, 1, 0\ncamDeaf 0, 1, 0\ncamDeaf 0, 0, 0"),
+            "x:2: no CAM is in 0, 1; put one in first: camInsert 0, 1, casid\n"
+            "x:4: no CAM is in 0, 0; put one in first: camInsert 0, 0, casid");
 }
 
 TEST(Script, AStreamGivenAsAScriptIsToldOnce) {
@@ -307,6 +310,12 @@ TEST_F(ScriptWithStreams, WhereAStreamWasLookedForIsToldWhenItIsMissingAlone) {
   EXPECT_NE(error.find("File name too long"), std::string::npos) << error;
   EXPECT_NE(error.find("'/missing.ts' cannot be opened: No such file"), std::string::npos) << error;
   EXPECT_EQ(error.find("looked for"), std::string::npos) << error;
+}
+
+TEST_F(ScriptWithStreams, AMissingCamIsToldBeforeAProgramThatIsNotThere) {
+  writeScript("cardInsert 0, \"near.ts\"\ncamEntitle 0, 1, 999, 0");
+  EXPECT_EQ(errorOfSub(),
+            "sub/script:2: no CAM is in 0, 1; put one in first: camInsert 0, 1, casid");
 }
 
 TEST_F(ScriptWithStreams, StreamsThatCannotBePlayedAreToldWithTheRest) {

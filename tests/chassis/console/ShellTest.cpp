@@ -153,6 +153,14 @@ TEST_F(ShellTest, ACallThatWaitsForTheSupervisionTaskCanBeBrokenOff) {
   EXPECT_FALSE(has(answer_, "V3.0.1.1")) << answer_;
 }
 
+TEST_F(ShellTest, AFaultIsOfTheCamThatIsNamed) {
+  insertCard();
+  ask("camInsert 0, 1, 0x0500");
+  ask("camDeaf 0, 1, 1");
+  EXPECT_TRUE(has(journal_.lines().back(), "slot 0  CAM 1")) << journal_.lines().back();
+  EXPECT_TRUE(has(journal_.lines().back(), "CAM goes deaf")) << journal_.lines().back();
+}
+
 TEST_F(ShellTest, WhatActsOnNothingIsTold) {
   insertCard();
   ask("camInsert 0, 0, 0x0500");

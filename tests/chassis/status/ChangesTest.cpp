@@ -139,6 +139,26 @@ TEST(Changes, CamsThatAreNotCheckedSpeakForTheirPrograms) {
   EXPECT_EQ(told(before, now).back().substr(0, 29), "0/-1 program 102 not measured");
 }
 
+TEST(Changes, OnlyAProgramsOwnCamsSpeakForIt) {
+  CardFinding before = sampleCard();
+  before.programs[1].camMask = 2;
+  before.cams[1] = {1, 1, 0, 0};
+  CardFinding now = before;
+  now.programs[1].status = DESC_STAT_UNKNOWN;
+  now.cams[1].descrambling = 0xFF;
+  EXPECT_EQ(told(before, now), Lines{"0/1 not checked any more | descStat 0xFF"});
+}
+
+TEST(Changes, AControllerThatFailsAndComesBackIsToldBothTimes) {
+  CardFinding good = sampleCard();
+  CardFinding bad = good;
+  bad.controller = 1;
+  EXPECT_EQ(told(good, bad),
+            Lines{"0/-1 CI controller out of sync or rate too low | cimaxStat 0x01"});
+  EXPECT_EQ(told(bad, good),
+            Lines{"0/-1 CI controller in sync and carrying traffic | cimaxStat 0x00"});
+}
+
 TEST(Changes, StartUpOfACamIsToldByTheLibraryAlone) {
   CardFinding before = sampleCard();
   CardFinding now = sampleCard();

@@ -124,6 +124,14 @@ TEST_F(ChassisTest, BootsInOrder) {
   EXPECT_EQ(clock_.elapsedMs(), 4500U);
 }
 
+TEST_F(ChassisTest, ACardWhoseStreamCannotBePlayedDoesNotRegister) {
+  works_.at(0, [this] {
+    EXPECT_THROW(chassis_.cardInsert(0, "nowhere.ts", bitrate), InputError);
+    EXPECT_EQ(pCiData[0], nullptr);
+  });
+  chassis_.run(100, works_);
+}
+
 TEST_F(ChassisTest, ChecksOnlyRegisteredCardsInTheOrderOfTheirSlots) {
   works_.at(0, [this] { insertCard(5); });
   works_.at(2500, [this] { insertCard(1); });
