@@ -24,9 +24,6 @@ function(counted library)
     endif()
   endforeach()
   target_compile_options(${library}_counted PRIVATE -O0 -g0 --coverage)
-  if(NOT type STREQUAL OBJECT)  # what is compiled beforehand counts as an object of such a library
-    precompiled(${library}_counted)
-  endif()
 endfunction()
 
 # counted_test(<test program> <library> ...): its objects, linked with these libraries or, where there

@@ -382,7 +382,10 @@ TEST_F(Prompt, CtrlZStopsTheChassisAndItGoesOnWithTheLine) {
   terminal.signal(SIGCONT);
   ASSERT_TRUE(terminal.sees("-> test_bit \"10\""));
   ASSERT_TRUE(terminal.sees("later"));
-  terminal.type(", 4\r");
+  terminal.type("\x01x");
+  ASSERT_TRUE(terminal.sees("x"));
+  EXPECT_EQ(terminal.screen().back(), "-> xtest_bit \"10\"") << "keys edit again";
+  terminal.type(rubOut + "\x05, 4\r");
   EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
   terminal.type("exit\r");
   EXPECT_EQ(terminal.endStatus(), 0);
@@ -462,6 +465,15 @@ TEST_F(Prompt, AFailingScriptLineLeavesThePromptAlive) {
   EXPECT_TRUE(terminal.sees("went on"));
   terminal.type("exit\r");
   EXPECT_EQ(terminal.endStatus(), 0);
+}
+
+TEST_F(Prompt, WhatIsNotAsTheScriptExpectsIsToldAndGivesTheStatus) {
+  write("script",
+        "cardInsert 0, \"build/samples/headend.ts\"\nexpectState 0, 101, \"descrambled\"\n");
+  Terminal terminal(folder_, {"--script", "script"});
+  EXPECT_TRUE(terminal.sees("error: script:2: expected expectState 0, 101, \"descrambled\""));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 1);
 }
 
 TEST_F(Prompt, AWrongScriptIsRefusedBeforeThereIsAPrompt) {
