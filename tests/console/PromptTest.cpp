@@ -382,7 +382,10 @@ TEST_F(Prompt, CtrlZStopsTheChassisAndItGoesOnWithTheLine) {
   terminal.signal(SIGCONT);
   ASSERT_TRUE(terminal.sees("-> test_bit \"10\""));
   ASSERT_TRUE(terminal.sees("later"));
-  terminal.type(", 4\r");
+  terminal.type("\x01x");
+  ASSERT_TRUE(terminal.sees("x"));
+  EXPECT_EQ(terminal.screen().back(), "-> xtest_bit \"10\"") << "keys edit again";
+  terminal.type(rubOut + "\x05, 4\r");
   EXPECT_TRUE(terminal.sees("value = 1 = 0x1"));
   terminal.type("exit\r");
   EXPECT_EQ(terminal.endStatus(), 0);
