@@ -467,6 +467,15 @@ TEST_F(Prompt, AFailingScriptLineLeavesThePromptAlive) {
   EXPECT_EQ(terminal.endStatus(), 0);
 }
 
+TEST_F(Prompt, WhatIsNotAsTheScriptExpectsIsToldAndGivesTheStatus) {
+  write("script",
+        "cardInsert 0, \"build/samples/headend.ts\"\nexpectState 0, 101, \"descrambled\"\n");
+  Terminal terminal(folder_, {"--script", "script"});
+  EXPECT_TRUE(terminal.sees("error: script:2: expected expectState 0, 101, \"descrambled\""));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 1);
+}
+
 TEST_F(Prompt, AWrongScriptIsRefusedBeforeThereIsAPrompt) {
   write("script", "cardInsert 0, \"build/samples/headend.ts\"\nprogAssign 0, 9, 1\nexit\n");
   Terminal terminal(folder_, {"--script", "script", "--speed", "20"});

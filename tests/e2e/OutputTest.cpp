@@ -165,6 +165,13 @@ TEST_F(Output, WhoseReaderGoesEndsWhatHasNoEndOfItsOwn) {
   }
 }
 
+TEST_F(Output, LossDoesNotHideThatSomethingIsNotAsExpected) {
+  write("script", card + "wait 3\nexpectState 0, 101, \"descrambled\"\n");
+  const Result result = run("--script script --speed max >/dev/full");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(linesWith(result.err, "standard output is not whole").size(), 1U) << result.err;
+}
+
 TEST_F(Output, LossAndBadInputAreBothTold) {
   // too short for two clock references, which only shows when the whole file is read
   write("short.ts", Bytes(stream_.begin(), stream_.begin() + 20 * 188));

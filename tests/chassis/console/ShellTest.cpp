@@ -265,6 +265,11 @@ TEST_F(ShellTest, EventsAreTheLastLines) {
   EXPECT_TRUE(has(ask("events"), "one"));
   EXPECT_TRUE(isOneErrorLine(ask("events 0")));
   EXPECT_TRUE(isOneErrorLine(ask("events 1001")));
+  for (int i = 0; i < 25; ++i) {
+    ask("note \"another\"");
+  }
+  ask("events");
+  EXPECT_EQ(std::count(answer_.begin(), answer_.end(), '\n'), 20);
 }
 
 TEST_F(ShellTest, ExitEnds) {

@@ -122,6 +122,14 @@ TEST_F(Driver, AnswersNothingWithoutACard) {
   chassis::bindCard(MAX_BOARD_NUM, &card);
 }
 
+TEST_F(Driver, AnswersNothingForASlotThatIsNone) {
+  insert();
+  for (const std::uint32_t none : {std::uint32_t{MAX_BOARD_NUM}, 0xFFFFFFFFu}) {
+    EXPECT_EQ(record->GetCardOnline(none), 0U);
+    EXPECT_EQ(record->GetCardReady(none), 0U);
+  }
+}
+
 TEST_F(Driver, AnswersWithTheFiguresOfTheCard) {
   insert();
   EXPECT_EQ(allFigures(*record), (std::vector<std::uint64_t>{1, 1, 0, 1, 1, 150, kbit, 153, 0, 1,
