@@ -193,10 +193,10 @@ TEST_F(StatusJsonTest, HasTheAlarmsThatStandWithTheirPlace) {
   record.pairs[1].id = 0x705;
   AlarmAdd(&record);
   AlarmDel(0, 0);
-  const auto status = nlohmann::json::parse(statusJson(chassis_, {}, wallMs));
+  const auto status = nlohmann::ordered_json::parse(statusJson(chassis_, {}, wallMs));
   EXPECT_EQ(status["alarms"].dump(),
-            R"([{"alarm":1,"cam":0,"fault":"CAM absent","identifiers":"1 (2), 0x705, 0x703",)"
-            R"("object":"slot 1, CAM 0","raised_ms":0,"slot":1}])");
+            R"([{"alarm":1,"slot":1,"cam":0,"object":"slot 1, CAM 0","fault":"CAM absent",)"
+            R"("identifiers":"1 (2), 0x705, 0x703","raised_ms":0}])");
 }
 
 TEST_F(StatusJsonTest, AProgramThatNoCamHasHasNoStatus) {

@@ -37,6 +37,14 @@ std::vector<TsPacket> packetsOf(const testing_streams::StreamWriter &writer) {
   return packets;
 }
 
+TEST(Section, ItsSealOverwritesWhateverLengthItHad) {
+  Section section = {0x80, 0xFF, 0xFF, 0x12, 0x34, 0xC1, 0, 0, 7};
+  sealSection(section);
+  EXPECT_EQ(section[1], 0xF0);
+  EXPECT_EQ(section[2], 10);
+  EXPECT_TRUE(soundLongSection(section.data(), section.size()));
+}
+
 TEST(Section, CrcIsTheOneOfTheStandard) {
   const std::uint8_t digits[] = {'1', '2', '3', '4', '5', '6', '7', '8', '9'};
   EXPECT_EQ(crc32(digits, sizeof digits), 0x0376E6E7u);
