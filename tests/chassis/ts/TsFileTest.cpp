@@ -100,6 +100,19 @@ TEST(TsFile, SkipsBytesBeforeTheFirstPacket) {
   EXPECT_EQ(reader.skippedBytes(), 1000U);
 }
 
+TEST(TsFile, AStraySyncByteHidesNoPacketBehindIt) {
+  const StreamWriter stream = packetsOf(0x100, 20);
+  for (const std::size_t strays : {1u, 2u, 3u}) {
+    Bytes all(strays, 0x47);
+    const Bytes packets = stream.bytes();
+    all.insert(all.end(), packets.begin(), packets.end());
+    const TemporaryFile temporary(all);
+    TsFile file(temporary.path());
+    EXPECT_EQ(readAll(file).size(), 20U) << strays;
+    EXPECT_EQ(file.skippedBytes(), strays);
+  }
+}
+
 TEST(TsFile, SkipsMoreNoiseThanItBuffers) {
   StreamWriter stream;
   stream.raw(Bytes(1000000, 0x00));
@@ -199,6 +212,15 @@ TEST(TsFile, SaysThatAFileHoldsNoTransportStream) {
       text[i] = static_cast<std::uint8_t>("GNU GENERAL TEXT\n"[i % 17]);
     }
     const TemporaryFile file(text);
+    expectError(file.path(), "holds no transport stream");
+  }
+}
+
+TEST(TsFile, OneSyncByteBehindTheFirstByteIsNoTransportStream) {
+  for (std::size_t size = 189; size <= 10 * 188; ++size) {
+    Bytes bytes(size, 1);
+    bytes[1] = 0x47;
+    const TemporaryFile file(bytes);
     expectError(file.path(), "holds no transport stream");
   }
 }
