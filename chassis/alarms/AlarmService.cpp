@@ -1,10 +1,10 @@
 #include "alarms/AlarmService.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <limits>
 
 #include "alarms/AlarmText.h"
+#include "base/Text.h"
 
 namespace {
 
@@ -37,12 +37,6 @@ std::vector<Fact> factsOf(const AlarmService::Alarm &alarm) {
   std::vector<Fact> facts = factsOf(alarm.record);
   facts.push_back({"alarm", static_cast<std::uint64_t>(alarm.index)});
   return facts;
-}
-
-std::string secondsText(std::uint64_t ms) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(ms) / 1000);
-  return text;
 }
 
 }  // namespace

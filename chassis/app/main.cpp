@@ -48,6 +48,7 @@ struct Options {
   std::string statusFile;
 };
 
+constexpr const char *programName = "ci-chassis";
 constexpr double slowest = 0.001;
 constexpr double fastest = 1e6;
 constexpr double longest = 1e6;  // seconds of chassis time
@@ -118,9 +119,8 @@ void tellUnusedOutputs(const Options &options) {
   for (const std::string &text : options.outputs) {
     const std::uint32_t slot = readOutput(text).slot;
     if (pCiData[slot] == nullptr) {
-      std::fprintf(stderr,
-                   "ci-chassis: --output %s: no card was in slot %u, so nothing was written\n",
-                   text.c_str(), slot);
+      complainLines(programName, "--output " + text + ": no card was in slot " +
+                                     std::to_string(slot) + ", so nothing was written");
     }
   }
 }
@@ -275,7 +275,7 @@ int tellStatus(Operation &operation, const Options &options, int ended) {
     writeStatus(operation, options);
     return ended;
   } catch (const OutputLost &error) {
-    std::fprintf(stderr, "ci-chassis: %s\n", error.what());
+    complainLines(programName, error.what());
     return ended == exitDone ? exitLost : ended;
   }
 }
@@ -286,7 +286,7 @@ int runToEnd(Operation &operation) {
     explicit TellLosses(const Operation &ended) : operation(ended) {}
     ~TellLosses() {
       for (const std::string &loss : operation.losses()) {
-        std::fprintf(stderr, "ci-chassis: %s\n", loss.c_str());
+        complainLines(programName, loss);
       }
     }
     const Operation &operation;
@@ -354,7 +354,7 @@ void describe(CLI::App &app, Options &options) {
 int run(int argc, char **argv) {
   Options options;
   CLI::App app("A software chassis that runs the Common Interface supervision module.",
-               "ci-chassis");
+               programName);
   describe(app, options);
   return parsed(app, argc, argv, [&] { return play(options); });
 }
@@ -371,5 +371,5 @@ void setCharacters() {
 
 int main(int argc, char **argv) {
   setCharacters();
-  return runProgram("ci-chassis", [&] { return run(argc, argv); });
+  return runProgram(programName, [&] { return run(argc, argv); });
 }

@@ -15,6 +15,13 @@ inline std::string hex(std::uint32_t value, int digits) {
   return text;
 }
 
+// "1.2 s"
+inline std::string secondsText(std::uint64_t ms) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(ms) / 1000);
+  return text;
+}
+
 // "a, b, c"
 inline std::string joined(const std::vector<std::string> &parts,
                           const std::string &separator = ", ") {

@@ -67,15 +67,12 @@ void Timeline::write(const Line &line) {
   const std::size_t width = config_.width ? config_.width() : anyWidth;
   const std::size_t room = remaining(width, head.size());
   const std::vector<std::string> rows = paired(line.what, line.why, reasonColumn(room), room);
-  std::string before = head;
-  if (indentFor(rows.front(), width, head.size()) < head.size()) {
-    out_ << head.substr(0, head.find_last_not_of(' ') + 1) << "\n";
-    before.clear();
-  }
+  const bool beside = indentFor(rows.front(), width, head.size()) == head.size();
+  out_ << (beside ? head : head.substr(0, head.find_last_not_of(' ') + 1) + "\n");
   for (const std::string &row : rows) {
-    before.resize(before == head ? head.size() : indentFor(row, width, head.size()), ' ');
-    out_ << before << toned(row, line.tone, config_.colour) << "\n";
-    before.clear();
+    const bool behindHead = beside && &row == &rows.front();
+    out_ << std::string(behindHead ? 0 : indentFor(row, width, head.size()), ' ')
+         << toned(row, line.tone, config_.colour) << "\n";
   }
   out_ << std::flush;
 }

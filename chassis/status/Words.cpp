@@ -88,10 +88,6 @@ std::string bitrateText(std::uint64_t bitrate) {
   return formatted("%.2f Mbit/s", static_cast<double>(bitrate) / 1e6);
 }
 
-std::string secondsText(std::uint64_t ms) {
-  return formatted("%.1f s", static_cast<double>(ms) / 1000);
-}
-
 std::string countText(std::uint64_t count, const std::string &one, const std::string &many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }

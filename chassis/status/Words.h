@@ -26,7 +26,6 @@ std::string camText(int camSlot);                // 0, 1
 std::string camMaskText(std::uint8_t camMask);   // none, 0, 1, 0+1
 std::string placeText(int slot, int camSlot);    // "slot 0  CAM 1"
 std::string bitrateText(std::uint64_t bitrate);  // 3.2 Mbit/s
-std::string secondsText(std::uint64_t ms);       // 1.2 s
 std::string countText(std::uint64_t count, const std::string &one, const std::string &many);
 
 }  // namespace chassis

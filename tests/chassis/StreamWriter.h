@@ -208,6 +208,20 @@ class StreamWriter {
   std::map<unsigned, unsigned> counter_;
 };
 
+// A second at 1504000 bit/s: program 101 with CA descriptors, clear all the same.
+inline Bytes oneProgram() {
+  StreamWriter writer;
+  const ProgramMap map{
+      101, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(0x0500, 0x300), 0};
+  for (int i = 0; i < 16; ++i) {
+    writer.psi({map}).pes(0x201).pes(0x202).payload(0x300);
+  }
+  while (writer.packets() < 1000) {
+    writer.null();
+  }
+  return writer.bytes();
+}
+
 // A file of its own for one test case, gone when it ends.
 class TemporaryFile {
  public:

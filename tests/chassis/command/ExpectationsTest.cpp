@@ -25,19 +25,6 @@ class Notes : public Events {
   std::vector<std::string> lines;
 };
 
-Bytes clearProgram() {
-  StreamWriter writer;
-  const ProgramMap map{
-      101, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(0x0500, 0x300), 0};
-  for (int i = 0; i < 16; ++i) {
-    writer.psi({map}).pes(0x201).pes(0x202).payload(0x300);
-  }
-  while (writer.packets() < 1000) {
-    writer.null();
-  }
-  return writer.bytes();
-}
-
 // A card with a program for a CAM that is there or not; the module checks it at 2 s, 3 s and so on.
 class ExpectationsTest : public testing::Test {
  protected:
@@ -57,7 +44,7 @@ class ExpectationsTest : public testing::Test {
     return "";
   }
 
-  TemporaryFile file_{clearProgram()};
+  TemporaryFile file_{oneProgram()};
   Notes notes_;
   Clock clock_;
   Chassis chassis_{clock_, notes_};

@@ -16,20 +16,6 @@
 
 namespace chassis {
 
-inline testing_streams::Bytes oneProgram() {
-  using namespace testing_streams;
-  StreamWriter writer;
-  const ProgramMap map{
-      101, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(0x0500, 0x300), 0};
-  for (int i = 0; i < 16; ++i) {
-    writer.psi({map}).pes(0x201).pes(0x202).payload(0x300);
-  }
-  while (writer.packets() < 1000) {
-    writer.null();
-  }
-  return writer.bytes();
-}
-
 class ConsoleRig : public testing::Test {
  protected:
   ConsoleRig()
@@ -64,7 +50,7 @@ class ConsoleRig : public testing::Test {
   void insertCard() { ASSERT_EQ(ask("cardInsert 0, \"" + file_.path() + "\", 1504000"), ""); }
   void runFor(std::uint64_t ms) { chassis_.run(clock_.elapsedMs() + ms, session_); }
 
-  testing_streams::TemporaryFile file_{oneProgram()};
+  testing_streams::TemporaryFile file_{testing_streams::oneProgram()};
   Clock clock_;
   Journal journal_;
   std::ostream stream_;

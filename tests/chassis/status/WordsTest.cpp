@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "base/Text.h"
+
 #include <map>
 #include <set>
 
