@@ -35,7 +35,7 @@ Progress progressOf(std::uint64_t nowMs, std::uint64_t endMs, std::chrono::durat
 
 Operation::Operation(const Config &config, Script script)
     : config_(config),
-      desk_(std::make_unique<Desk>(config.mode, config.historyPath, Shell::names())),
+      desk_(std::make_unique<Desk>(loop_, config.mode, config.historyPath, Shell::names())),
       clock_(config.clockStart),
       journal_(showAt(desk_)),
       stream_(&journal_),

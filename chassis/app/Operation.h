@@ -75,6 +75,7 @@ class Operation {
   void complain(const std::string &what);
 
   const Config config_;
+  Loop loop_;
   std::unique_ptr<Desk> desk_;
   Clock clock_;
   Journal journal_;

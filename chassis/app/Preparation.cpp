@@ -44,7 +44,8 @@ class Work {
   }
 
   int &status_;
-  Inlet inlet_{true};
+  Loop loop_;
+  Inlet inlet_{loop_, true};
   ProgressLine progress_{STDERR_FILENO};
 };
 

@@ -22,9 +22,10 @@ constexpr const char *brokenOff = "broken off, and anything typed behind it\n";
 
 }  // namespace
 
-Desk::Desk(DeskMode mode, const std::string &historyPath, const std::vector<std::string> &names)
+Desk::Desk(Loop &loop, DeskMode mode, const std::string &historyPath,
+           const std::vector<std::string> &names)
     : mode_(mode),
-      inlet_(mode != DeskMode::Terminal),
+      inlet_(loop, mode != DeskMode::Terminal),
       progress_(mode == DeskMode::Terminal ? -1 : STDERR_FILENO),
       progressAtPrompt_(std::chrono::seconds(1), std::chrono::seconds(2)) {
   inlet_.onSignal([this](int signal) { takeSignal(signal); });

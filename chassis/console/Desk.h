@@ -26,7 +26,9 @@ enum class DeskMode {
 class Desk {
  public:
   // historyPath and names: as Editor's, for a terminal.
-  Desk(DeskMode mode, const std::string &historyPath, const std::vector<std::string> &names);
+  // Waits in the loop, which outlives it.
+  Desk(Loop &loop, DeskMode mode, const std::string &historyPath,
+       const std::vector<std::string> &names);
 
   // Whole lines with their ends; what is too wide for a terminal is wrapped.
   void show(const std::string &text);

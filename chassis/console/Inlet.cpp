@@ -1,21 +1,17 @@
 #include "console/Inlet.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <ctime>
 #include <stdexcept>
 
 #include "console/EndDeadline.h"
 
 namespace chassis {
 namespace {
-
-constexpr std::uint64_t nsPerSecond = 1000000000;
 
 constexpr int takenSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP, SIGWINCH};
 
@@ -52,25 +48,9 @@ void handleSignals(void (*handler)(int)) {
   }
 }
 
-std::uint64_t nowNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond +
-         static_cast<std::uint64_t>(now.tv_nsec);
-}
-
-timespec timeLeft(std::uint64_t dueNs) {
-  const std::uint64_t now = nowNs();
-  const std::uint64_t left = dueNs > now ? dueNs - now : 0;
-  timespec time{};
-  time.tv_sec = static_cast<time_t>(left / nsPerSecond);
-  time.tv_nsec = static_cast<long>(left % nsPerSecond);
-  return time;
-}
-
 }  // namespace
 
-Inlet::Inlet(bool interruptEnds) {
+Inlet::Inlet(Loop &loop, bool interruptEnds) : loop_(loop) {
   int ends[2] = {-1, -1};
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     throw std::runtime_error("signals cannot be read");
@@ -80,6 +60,10 @@ Inlet::Inlet(bool interruptEnds) {
   endsAtInterrupt = interruptEnds ? 1 : 0;
   prepareEndDeadline();
   handleSignals(noteSignal);
+  watchings_ = {
+      loop_.watch(signals_, [this] { readSignal(); }),
+      loop_.watch(
+          STDIN_FILENO, [this] { readBytes(); }, [this] { return open_ && reading_ && take_; })};
 }
 
 Inlet::~Inlet() {
@@ -90,27 +74,12 @@ Inlet::~Inlet() {
 
 void Inlet::waitUntil(std::uint64_t dueNs, const std::function<bool()> &cut) {
   do {
-    poll(dueNs);
-  } while (!cut() && nowNs() < dueNs);
+    loop_.wait(dueNs);
+  } while (!cut() && Loop::nowNs() < dueNs);
 }
 
 void Inlet::waitForNext() {
-  poll(std::nullopt);
-}
-
-void Inlet::poll(std::optional<std::uint64_t> dueNs) {
-  const bool reads = open_ && reading_ && take_;
-  std::array<pollfd, 2> sources{{{signals_, POLLIN, 0}, {reads ? STDIN_FILENO : -1, POLLIN, 0}}};
-  const timespec left = dueNs ? timeLeft(*dueNs) : timespec{};
-  if (ppoll(sources.data(), sources.size(), dueNs ? &left : nullptr, nullptr) <= 0) {
-    return;
-  }
-  if (sources[0].revents != 0) {
-    readSignal();
-  }
-  if (sources[1].revents != 0) {
-    readBytes();
-  }
+  loop_.wait(std::nullopt);
 }
 
 void Inlet::readBytes() {

@@ -2,10 +2,12 @@
 // takes have their usual effect again when it is gone. One at a time.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
+
+#include "kernel/Loop.h"
 
 namespace chassis {
 
@@ -13,7 +15,8 @@ class Inlet {
  public:
   // interruptEnds: SIGINT ends the program, as SIGTERM, SIGHUP and SIGQUIT do; then the program
   // ends even if nobody waits here any more (EndDeadline).
-  explicit Inlet(bool interruptEnds);
+  // It waits in the loop, which outlives it.
+  Inlet(Loop &loop, bool interruptEnds);
   ~Inlet();
   Inlet(const Inlet &) = delete;
   Inlet &operator=(const Inlet &) = delete;
@@ -30,10 +33,11 @@ class Inlet {
   void waitForNext();
 
  private:
-  void poll(std::optional<std::uint64_t> dueNs);
   void readBytes();
   void readSignal();
 
+  Loop &loop_;
+  std::array<Loop::Watching, 2> watchings_;
   int signals_ = -1;  // a byte for each
   std::function<void(const std::string &)> take_;
   std::function<void(int)> takeSignal_;

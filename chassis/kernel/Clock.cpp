@@ -7,18 +7,14 @@
 #include <ctime>
 #include <utility>
 
+#include "kernel/Loop.h"
+
 namespace chassis {
 
 namespace {
 
 constexpr std::uint64_t nsPerSecond = 1000000000;
-
-std::uint64_t realNowNs() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint64_t>(now.tv_sec) * nsPerSecond +
-         static_cast<std::uint64_t>(now.tv_nsec);
-}
+constexpr std::uint64_t nsPerMs = 1000000;
 
 void sleepUntilNs(std::uint64_t ns) {
   timespec until{};
@@ -75,10 +71,25 @@ void Clock::setSpeed(double speed) {
   paceFromNs_ = 0;
 }
 
-std::uint64_t Clock::dueNs() {
+void Clock::beginPace() {
   if (paceFromNs_ == 0) {
-    paceFromNs_ = realNowNs();
+    paceFromNs_ = Loop::nowNs();
   }
+}
+
+std::uint64_t Clock::chassisNs(std::uint64_t realNs) {
+  beginPace();
+  return paceFromMs_ * nsPerMs + (realNs - std::min(realNs, paceFromNs_));
+}
+
+std::uint64_t Clock::realNs(std::uint64_t chassisNs) {
+  beginPace();
+  const std::uint64_t from = paceFromMs_ * nsPerMs;
+  return paceFromNs_ + (chassisNs - std::min(chassisNs, from));
+}
+
+std::uint64_t Clock::dueNs() {
+  beginPace();
   const double realMs = static_cast<double>(elapsedMs_ + msPerTick - paceFromMs_) / speed_;
   return paceFromNs_ + static_cast<std::uint64_t>(realMs * 1e6);
 }

@@ -39,6 +39,11 @@ class Clock {
   using Wait = std::function<void(std::uint64_t dueNs)>;
   void setWait(Wait wait) { wait_ = std::move(wait); }
 
+  // At speed 1: the chassis time in ns at a real time in ns of CLOCK_MONOTONIC, and back. What lies
+  // before the pace began is at its begin.
+  std::uint64_t chassisNs(std::uint64_t realNs);
+  std::uint64_t realNs(std::uint64_t chassisNs);
+
   // Lets a number of ticks pass; at a speed above 0 it keeps the pace of the real clock.
   // Reentrant calls (a listener that delays) are a programming error and abort.
   void advance(std::uint32_t ticks);
@@ -52,6 +57,7 @@ class Clock {
   void keepPace();
   void tellListeners();
   std::uint64_t dueNs();
+  void beginPace();
 
   std::uint32_t startStamp_;
   double speed_;

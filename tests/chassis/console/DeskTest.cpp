@@ -75,7 +75,7 @@ class DeskAtATerminal : public ConsoleRig {
 
   void open() {
     desk_.reset();
-    desk_ = std::make_unique<Desk>(DeskMode::Terminal, history_, Shell::names());
+    desk_ = std::make_unique<Desk>(loop_, DeskMode::Terminal, history_, Shell::names());
     desk_->serve(clock_, session_);
   }
 
@@ -106,6 +106,7 @@ class DeskAtATerminal : public ConsoleRig {
   const testing_files::Folder folder_;
   std::string history_ = folder_.at("history");
   const Terminal terminal_;
+  Loop loop_;
   std::unique_ptr<Desk> desk_;
   std::string screen_;
 };
