@@ -7,6 +7,7 @@
 #include "card/CardState.h"
 #include "card/StreamScan.h"
 #include "card/StreamType.h"
+#include "io/FileSink.h"
 
 namespace chassis {
 
@@ -42,7 +43,8 @@ Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
       events(receiver),
       files(filesOfAll),
       streamName("the stream of slot " + std::to_string(slotNo)),
-      outputName("the output of slot " + std::to_string(slotNo)) {}
+      outputName("the output of slot " + std::to_string(slotNo)),
+      chain(fpga, [this](const PacketSink &output) { tellTrouble(output); }) {}
 
 void Card::State::tell(EventKind kind, const std::string &what, const std::string &why,
                        std::vector<Fact> facts) {
@@ -50,8 +52,8 @@ void Card::State::tell(EventKind kind, const std::string &what, const std::strin
 }
 
 void Card::State::remove() {
-  settle();
-  player.reset();
+  chain.settle();
+  source.reset();
   psi.reset();
   masks.clear();
   programs.clear();
@@ -120,12 +122,13 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   state.files.checkReading(state.streamName, path);
   const GoOn goOn = [&state](const Progress &progress) { return state.files.goesOn(progress); };
   StreamScan scan = scanStream(path, bitrate, goOn);
-  auto player = std::make_unique<StreamPlayer>(path, scan.bitrate, scan.ccStep, nowMs, goOn);
+  auto source = std::make_unique<FileSource>(
+      path, FileSource::Pace{scan.bitrate, scan.ccStep, nowMs, FileSource::Repeat::InALoop}, goOn);
   if (inserted()) {
     remove();
   }
   ++state.insertions;
-  state.player = std::move(player);
+  state.source = std::move(source);
   state.psi = std::move(scan.psi);
   state.files.read(state.streamName, path);
   state.streamPids = scan.pids;
@@ -146,7 +149,7 @@ void Card::remove() {
 }
 
 bool Card::inserted() const {
-  return state_->player != nullptr;
+  return state_->source != nullptr;
 }
 
 std::uint32_t Card::insertions() const {
@@ -205,21 +208,25 @@ void Card::setPidFault(PidFault fault, std::uint16_t pid, bool on) {
 
 void Card::setCam(std::uint32_t camSlot, Cam *cam) {
   if (camSlot < MAX_CAM_NUM) {
-    state_->settle();
-    state_->cams[camSlot] = cam;
+    state_->chain.setCam(camSlot, cam);
   }
 }
 
 void Card::setOutput(const std::string &path) {
+  endOutput();
   State &state = *state_;
-  state.settle();
-  state.endOutput();
-  state.output = state.files.openOutput(state.outputName, path);
+  state.chain.setOutput(std::make_unique<FileSink>(state.files.openOutput(state.outputName, path)));
 }
 
 std::string Card::endOutput() {
-  state_->settle();
-  return state_->endOutput();
+  State &state = *state_;
+  const auto ended = state.chain.endOutput();
+  if (ended == nullptr) {
+    return "";
+  }
+  state.files.forget(state.outputName);
+  return lossText(ended->name(), state.outputName,
+                  std::to_string(ended->lostPackets()) + " packets", ended->trouble());
 }
 
 void Card::onProgramsChanged(std::function<void(std::uint32_t)> listener) {
@@ -251,7 +258,7 @@ const PidEvidence &Card::before(std::uint16_t pid) const {
 }
 
 const PidEvidence &Card::behind(std::uint16_t pid) const {
-  state_->settle();
+  state_->chain.settle();
   return state_->fpga.behind.evidence(pid);
 }
 
@@ -268,7 +275,7 @@ MuxCardForm *Card::muxForm() {
 }
 
 Card::Fpga &Card::fpga() {
-  state_->settle();
+  state_->chain.settle();
   return state_->fpga;
 }
 

@@ -1,20 +1,19 @@
 // The parts of a card; private to Card.cpp and CardFlow.cpp.
 #pragma once
 
-#include <array>
 #include <bitset>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "card/CamChain.h"
 #include "card/Card.h"
 #include "card/Fpga.h"
 #include "card/MuxCardForm.h"
 #include "card/PidFaults.h"
-#include "card/StreamPlayer.h"
 #include "card/Tables.h"
-#include "io/LiveOutput.h"
+#include "io/FileSource.h"
 #include "ts/Psi.h"
 
 namespace chassis {
@@ -34,16 +33,10 @@ struct Card::State {
 
   // CardFlow.cpp: the packets
   void step(std::uint64_t nowMs);
-  void makeRoom(std::size_t packets);
   void takeDuePackets();
-  void takeBroken(const TsPacket &packet);
-  void passThroughCams();
-  void passThrough(Cam &cam, const Cam *next);
-  void deliver();
-  void settle();
-  void write();
-  std::string endOutput();
-  void tellTrouble();
+  bool takeOne();
+  void tellBroken();
+  void tellTrouble(const PacketSink &output);
   void followPsi();
 
   const std::uint32_t slot;
@@ -53,15 +46,13 @@ struct Card::State {
   const std::string outputName;
   Fpga fpga;
   PidFaults pidFaults;
-  std::array<Cam *, MAX_CAM_NUM> cams{};
+  CamChain chain;
   std::function<void(std::uint32_t)> listener;
 
   std::uint32_t insertions = 0;
-  std::unique_ptr<LiveOutput> output;
-  bool troubleTold = false;
 
   // while a card is in
-  std::unique_ptr<StreamPlayer> player;
+  std::unique_ptr<FileSource> source;
   std::unique_ptr<PsiReader> psi;
   std::uint32_t psiChanges = 0;  // of psi, when the tables were built
   Psi builtFrom;                 // what it told then
@@ -73,13 +64,6 @@ struct Card::State {
   std::vector<ProgramInfo> programs;
   CardTables nextTables{};  // follow the programs at once
   CardTables tables{};      // those that were published
-
-  // Packets that the CAMs may still be descrambling: those of the steps since anybody looked behind
-  // the CAMs. They never move.
-  std::vector<TsPacket> held;
-  std::size_t stepBegin = 0;                // the first packet of this step
-  std::vector<const TsPacket *> pesStarts;  // held ones that the meter behind the CAMs is to read
-  std::vector<TsPacket *> throughCams;
 };
 
 }  // namespace chassis

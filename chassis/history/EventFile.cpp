@@ -36,7 +36,8 @@ std::optional<Event> EventFile::newTrouble() {
 
 std::string EventFile::end() {
   output_->end();
-  return output_->lossText(user, std::to_string(output_->lostBytes()) + " bytes");
+  return lossText(output_->path(), user, std::to_string(output_->lostBytes()) + " bytes",
+                  output_->trouble());
 }
 
 }  // namespace chassis

@@ -74,6 +74,13 @@ void requireWritable(const std::string &path) {
   }
 }
 
+std::string lossText(const std::string &path, const std::string &user, const std::string &lost,
+                     const std::string &trouble) {
+  return trouble.empty()
+             ? ""
+             : "'" + path + "', " + user + ", is not whole: " + lost + " lost: " + trouble;
+}
+
 LiveOutput::LiveOutput(std::string path, Objection objection, GoOn goOn)
     : path_(std::move(path)), objection_(std::move(objection)), goOn_(std::move(goOn)) {
   requireWritable(path_);
@@ -215,12 +222,6 @@ void LiveOutput::write(const std::uint8_t *bytes, std::size_t size, std::size_t 
   if (taken < size) {
     lose(size - taken, file_ < 0 ? noReader : "its reader does not keep up");
   }
-}
-
-std::string LiveOutput::lossText(const std::string &user, const std::string &lost) const {
-  return trouble_.empty()
-             ? ""
-             : "'" + path_ + "', " + user + ", is not whole: " + lost + " lost: " + trouble_;
 }
 
 void LiveOutput::end() {

@@ -19,6 +19,11 @@ namespace chassis {
 // not be written, no folder to put it in.
 void requireWritable(const std::string &path);
 
+// What an output has lost in a sentence, with whose it is, how much was lost and why; empty:
+// nothing is lost, so there is no reason.
+std::string lossText(const std::string &path, const std::string &user, const std::string &lost,
+                     const std::string &trouble);
+
 class LiveOutput {
  public:
   static constexpr std::size_t heldBackMost = 4 << 20;  // bytes that wait for a reader
@@ -45,8 +50,6 @@ class LiveOutput {
   std::uint64_t lostBytes() const { return lost_; }
   // What the first loss is due to; empty while nothing is lost.
   const std::string &trouble() const { return trouble_; }
-  // The loss in a sentence, with whose output it is and how much was lost; empty: nothing is lost.
-  std::string lossText(const std::string &user, const std::string &lost) const;
 
  private:
   bool open();

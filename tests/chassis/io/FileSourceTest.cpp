@@ -1,4 +1,4 @@
-#include "card/StreamPlayer.h"
+#include "io/FileSource.h"
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -13,9 +13,9 @@
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;
+using chassis::FileSource;
 using chassis::PidFault;
 using chassis::PidFaults;
-using chassis::StreamPlayer;
 using chassis::TsPacket;
 
 namespace {
@@ -24,21 +24,48 @@ const ProgramMap program{1, 0x1000, 0x100, {{0x1B, 0x100, {}}}, {}, 0};
 
 off_t readable = std::numeric_limits<off_t>::max();  // of every file
 
+FileSource::Pace pace(std::uint64_t bitrate, const FileSource::CcSteps &ccStep = {}) {
+  FileSource::Pace pace;
+  pace.bitrate = bitrate;
+  pace.ccStep = ccStep;
+  return pace;
+}
+
+// Takes all that are due; how many those were.
+std::size_t taken(FileSource &player, std::uint64_t nowMs) {
+  const std::size_t due = player.due(nowMs);
+  TsPacket packet;
+  std::uint64_t cameNs = 0;
+  for (std::size_t i = 0; i < due; ++i) {
+    EXPECT_TRUE(player.next(packet, cameNs));
+  }
+  EXPECT_FALSE(player.next(packet, cameNs)) << "none is due";
+  return due;
+}
+
 struct Playing {
   explicit Playing(const StreamWriter &written)
       : stream(written),
         file(written.bytes()),
-        player(file.path(), 1000000, chassis::scanStream(file.path(), 1000000).ccStep, 0) {}
+        player(file.path(),
+               pace(chassis::maxBitrate, chassis::scanStream(file.path(), 1000000).ccStep)) {}
 
+  // As soon as it is due.
+  bool next(TsPacket &packet) {
+    player.due(++nowMs);
+    return player.next(packet, cameNs);
+  }
   TsPacket next() {
     TsPacket packet{};
-    EXPECT_TRUE(player.next(packet));
+    EXPECT_TRUE(next(packet));
     return packet;
   }
 
   StreamWriter stream;
   TemporaryFile file;
-  StreamPlayer player;
+  FileSource player;
+  std::uint64_t nowMs = 0;
+  std::uint64_t cameNs = 0;
 };
 
 }  // namespace
@@ -52,43 +79,76 @@ extern "C" ssize_t read(int file, void *to, std::size_t size) {
   return syscall(SYS_read, file, to, size);
 }
 
-TEST(StreamPlayer, KeepsItsBitrateForHours) {
+TEST(FileSource, KeepsItsBitrateForHours) {
   const TemporaryFile file(StreamWriter().psi({program}).bytes());
   const std::uint64_t bitrate = 38014706;  // nothing divides it
-  StreamPlayer player(file.path(), bitrate, {}, 123);
+  FileSource::Pace slow = pace(bitrate);
+  slow.startMs = 123;
+  FileSource player(file.path(), slow);
   std::uint64_t packets = 0;
-  const std::uint64_t hours = 10 * 3600 * 1000;
-  for (std::uint64_t ms = 10; ms <= hours; ms += 10) {
-    packets += player.due(123 + ms);
+  const std::uint64_t hours = 36000000;
+  for (std::uint64_t ms = 10000; ms <= hours; ms += 10000) {
+    packets = player.due(123 + ms);
     if (ms % 3600000 == 0) {
       EXPECT_EQ(packets, ms * bitrate / (1504 * 1000));
     }
   }
 }
 
-TEST(StreamPlayer, TheSizeOfTheStepsIsNoMatter) {
+TEST(FileSource, TheSizeOfTheStepsIsNoMatter) {
   const TemporaryFile file(StreamWriter().psi({program}).bytes());
-  StreamPlayer fine(file.path(), 999983, {}, 0);
-  StreamPlayer coarse(file.path(), 999983, {}, 0);
-  std::uint64_t packets = 0;
+  FileSource fine(file.path(), pace(999983));
+  FileSource coarse(file.path(), pace(999983));
+  std::size_t packets = 0;
   for (std::uint64_t ms = 1; ms <= 7777; ++ms) {
-    packets += fine.due(ms);
+    packets += taken(fine, ms);
   }
-  EXPECT_EQ(packets, coarse.due(7777));
+  EXPECT_EQ(packets, taken(coarse, 7777));
   EXPECT_EQ(coarse.due(7777), 0U);
+  EXPECT_EQ(fine.counters().packets, packets);
 }
 
-TEST(StreamPlayer, APacketIsDueWithItsLastBit) {
+TEST(FileSource, APacketIsDueWithItsLastBit) {
   const TemporaryFile file(StreamWriter().psi({program}).bytes());
   const std::uint64_t packetPerMs = 1504 * 1000;
-  StreamPlayer exact(file.path(), packetPerMs, {}, 0);
-  StreamPlayer slower(file.path(), packetPerMs - 1, {}, 0);
+  FileSource exact(file.path(), pace(packetPerMs));
+  FileSource slower(file.path(), pace(packetPerMs - 1));
   EXPECT_EQ(exact.due(1), 1U);
   EXPECT_EQ(slower.due(1), 0U);
   EXPECT_EQ(slower.due(2), 1U);
 }
 
-TEST(StreamPlayer, LoopsWithoutContinuityErrors) {
+TEST(FileSource, PacketsComeWhereTheyLieInTime) {
+  const TemporaryFile file(StreamWriter().psi({program}).payload(0x100).bytes());
+  FileSource player(file.path(), pace(1504 * 400));  // one in 2.5 ms
+  EXPECT_EQ(player.due(11), 4U);
+  TsPacket packet;
+  for (const std::uint64_t ns : {2500000, 5000000, 7500000, 10000000}) {
+    std::uint64_t cameNs = 0;
+    EXPECT_TRUE(player.next(packet, cameNs));
+    EXPECT_EQ(cameNs, ns);
+  }
+}
+
+TEST(FileSource, OnceEndsWithTheFile) {
+  const StreamWriter stream = StreamWriter().psi({program}).payload(0x100);
+  const TemporaryFile file(stream.bytes());
+  FileSource::Pace once = pace(chassis::maxBitrate);
+  once.repeat = FileSource::Repeat::Once;
+  FileSource player(file.path(), once);
+  player.due(100);
+  TsPacket packet;
+  std::uint64_t cameNs = 0;
+  for (std::size_t i = 0; i < stream.packets(); ++i) {
+    EXPECT_TRUE(player.next(packet, cameNs));
+    EXPECT_FALSE(player.ended());
+  }
+  EXPECT_FALSE(player.next(packet, cameNs));
+  EXPECT_TRUE(player.ended());
+  EXPECT_FALSE(player.unreadable());
+}
+
+TEST(FileSource, LoopsWithoutContinuityErrors) {
   StreamWriter stream;
   stream.psi({program}).counter(0x100, 11);
   for (int i = 0; i < 7; ++i) {
@@ -106,7 +166,7 @@ TEST(StreamPlayer, LoopsWithoutContinuityErrors) {
   }
 }
 
-TEST(StreamPlayer, ALoopOfSixteenComesOutUnchanged) {
+TEST(FileSource, ALoopOfSixteenComesOutUnchanged) {
   StreamWriter stream;
   for (int i = 0; i < 16; ++i) {
     stream.psi({program});
@@ -121,7 +181,7 @@ TEST(StreamPlayer, ALoopOfSixteenComesOutUnchanged) {
   }
 }
 
-TEST(StreamPlayer, ChangesNothingButTheCounter) {
+TEST(FileSource, ChangesNothingButTheCounter) {
   StreamWriter stream;
   stream.psi({program}).payload(0x100, {1, 2, 3}, true, 2);
   Playing playing(stream);
@@ -132,7 +192,7 @@ TEST(StreamPlayer, ChangesNothingButTheCounter) {
   }
 }
 
-TEST(StreamPlayer, TheFirstClockOfAPidTellsThatTimeHasJumped) {
+TEST(FileSource, TheFirstClockOfAPidTellsThatTimeHasJumped) {
   StreamWriter stream;
   stream.psi({program}).payload(0x100).pcr(0x100, 5).pcr(0x100, 6).pcr(0x101, 7);
   Playing playing(stream);
@@ -151,7 +211,7 @@ TEST(StreamPlayer, TheFirstClockOfAPidTellsThatTimeHasJumped) {
   }
 }
 
-TEST(StreamPlayer, LeavesBrokenPacketsAsTheyAre) {
+TEST(FileSource, LeavesBrokenPacketsAsTheyAre) {
   StreamWriter stream;
   stream.psi({program}).payload(0x100);
   TsPacket broken = StreamWriter().pcr(0x100, 5).packet(0);
@@ -166,18 +226,18 @@ TEST(StreamPlayer, LeavesBrokenPacketsAsTheyAre) {
   }
 }
 
-TEST(StreamPlayer, EndsWhenTheFileIsGone) {
+TEST(FileSource, EndsWhenTheFileIsGone) {
   Playing playing(StreamWriter().psi({program}));
   playing.next();
   playing.next();
   playing.file.write({});
   TsPacket packet;
-  EXPECT_FALSE(playing.player.next(packet));
-  EXPECT_FALSE(playing.player.next(packet));
+  EXPECT_FALSE(playing.next(packet));
+  EXPECT_FALSE(playing.next(packet));
 }
 
 // Whose first part is not played for the whole.
-TEST(StreamPlayer, EndsWhereTheFileCannotBeRead) {
+TEST(FileSource, EndsWhereTheFileCannotBeRead) {
   StreamWriter stream;
   stream.psi({program});
   while (stream.packets() < 3000) {
@@ -187,12 +247,12 @@ TEST(StreamPlayer, EndsWhereTheFileCannotBeRead) {
   readable = 188 * 1000;
   TsPacket packet;
   std::size_t played = 0;
-  while (played < stream.packets() && playing.player.next(packet)) {
+  while (played < stream.packets() && playing.next(packet)) {
     EXPECT_EQ(packet, stream.packet(played++));
   }
   EXPECT_GE(played, 1000U);
   EXPECT_LT(played, stream.packets());
-  EXPECT_FALSE(playing.player.next(packet));
+  EXPECT_FALSE(playing.next(packet));
   readable = std::numeric_limits<off_t>::max();
 }
 

@@ -1,0 +1,127 @@
+#include "card/CamChain.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "ts/PacketView.h"
+
+namespace chassis {
+
+namespace {
+
+// So many packets fill most of the batches; more hardly help, but leave a processor's cache.
+constexpr std::size_t heldMax = 8192;
+constexpr std::uint64_t nsPerMs = 1000000;
+
+}  // namespace
+
+void CamChain::setCam(std::uint32_t camSlot, Cam *cam) {
+  settle();
+  cams_[camSlot] = cam;
+}
+
+void CamChain::setOutput(std::unique_ptr<PacketSink> output) {
+  settle();
+  output_ = std::move(output);
+  troubleTold_ = false;
+}
+
+std::unique_ptr<PacketSink> CamChain::endOutput() {
+  settle();
+  if (output_ != nullptr) {
+    output_->end();
+    tellTrouble();
+  }
+  return std::move(output_);
+}
+
+void CamChain::begin(std::size_t packets) {
+  if (held_.size() + packets > held_.capacity()) {
+    settle();
+    held_.reserve(std::max(packets, heldMax));
+  }
+  stepBegin_ = held_.size();
+}
+
+void CamChain::take(const TsPacket &packet, std::uint64_t cameNs) {
+  held_.push_back(packet);
+  cameNs_.push_back(cameNs);
+}
+
+void CamChain::finish() {
+  passThroughCams();
+  deliver();
+}
+
+// The CAMs work on the packets in their places, so those that go around them rejoin in order.
+void CamChain::passThroughCams() {
+  throughCams_.clear();
+  for (std::size_t i = stepBegin_; i < held_.size(); ++i) {
+    const PacketView view(held_[i]);
+    if (!view.transportError() && fpga_.passing.test(view.pid())) {
+      throughCams_.push_back(&held_[i]);
+    }
+  }
+  for (std::size_t i = 0; i < cams_.size(); ++i) {
+    if (cams_[i] != nullptr) {
+      passThrough(*cams_[i], i + 1 < cams_.size() ? cams_[i + 1] : nullptr);
+    }
+  }
+}
+
+void CamChain::passThrough(Cam &cam, const Cam *next) {
+  cam.process(throughCams_.data(), throughCams_.size(), fpga_.nowMs);
+  if (next != nullptr && cam.mustFinishBefore(*next)) {
+    cam.finish();
+  }
+}
+
+void CamChain::deliver() {
+  for (std::size_t i = stepBegin_; i < held_.size(); ++i) {
+    const bool read = !PacketView(held_[i]).transportError();
+    if (read && fpga_.behind.countHeader(held_[i], fpga_.nowMs)) {
+      pesStarts_.push_back(&held_[i]);
+    }
+  }
+  if (outputWaits()) {
+    settle();
+  }
+}
+
+bool CamChain::outputWaits() const {
+  return output_ != nullptr && !held_.empty() &&
+         cameNs_.front() + output_->patienceMs() * nsPerMs <= fpga_.nowMs * nsPerMs;
+}
+
+void CamChain::settle() {
+  if (held_.empty()) {
+    return;
+  }
+  for (Cam *cam : cams_) {
+    if (cam != nullptr) {
+      cam->finish();
+    }
+  }
+  for (const TsPacket *packet : pesStarts_) {
+    fpga_.behind.readPesStart(*packet);
+  }
+  write();
+  pesStarts_.clear();
+  held_.clear();
+  cameNs_.clear();
+}
+
+void CamChain::write() {
+  if (output_ != nullptr) {
+    output_->write(held_.data(), cameNs_.data(), held_.size());
+    tellTrouble();
+  }
+}
+
+void CamChain::tellTrouble() {
+  if (!output_->trouble().empty() && !std::exchange(troubleTold_, true)) {
+    onTrouble_(*output_);
+  }
+}
+
+}  // namespace chassis

@@ -1,0 +1,64 @@
+// The CAMs of a card, one behind the other, with the switch in front of them: what they pass comes
+// out to the meter behind, and to an output.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "CiIf.h"
+#include "cam/Cam.h"
+#include "card/Fpga.h"
+#include "card/Path.h"
+#include "io/PacketSink.h"
+
+namespace chassis {
+
+class CamChain : public Path {
+ public:
+  // onTrouble: the output has lost something; told once of each output.
+  CamChain(Card::Fpga &fpga, std::function<void(const PacketSink &)> onTrouble)
+      : fpga_(fpga), onTrouble_(std::move(onTrouble)) {}
+
+  // The CAM in a slot, null for none.
+  void setCam(std::uint32_t camSlot, Cam *cam);
+
+  void setOutput(std::unique_ptr<PacketSink> output);  // null: none; the one before must have ended
+  const PacketSink *output() const { return output_.get(); }
+  // Ends the output and hands it back; null: there was none.
+  std::unique_ptr<PacketSink> endOutput();
+
+  void begin(std::size_t packets) override;
+  void take(const TsPacket &packet, std::uint64_t cameNs) override;
+  void finish() override;
+  // Everything behind the CAMs becomes what it is when each step ends with this. It is put off
+  // until somebody looks, since few large batches cost the CAMs much less than many small ones.
+  void settle() override;
+
+ private:
+  void passThroughCams();
+  void passThrough(Cam &cam, const Cam *next);
+  void deliver();
+  bool outputWaits() const;
+  void write();
+  void tellTrouble();
+
+  Card::Fpga &fpga_;
+  const std::function<void(const PacketSink &)> onTrouble_;
+  std::array<Cam *, MAX_CAM_NUM> cams_{};
+  std::unique_ptr<PacketSink> output_;
+  bool troubleTold_ = false;
+
+  // Packets that the CAMs may still be descrambling: those of the steps since anybody looked behind
+  // the CAMs. They never move.
+  std::vector<TsPacket> held_;
+  std::vector<std::uint64_t> cameNs_;        // of the held ones
+  std::size_t stepBegin_ = 0;                // the first packet of this step
+  std::vector<const TsPacket *> pesStarts_;  // held ones that the meter behind the CAMs is to read
+  std::vector<TsPacket *> throughCams_;
+};
+
+}  // namespace chassis

@@ -1,0 +1,29 @@
+// Writes packets to a file, a FIFO or a device, as they come.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "io/LiveOutput.h"
+#include "io/PacketSink.h"
+
+namespace chassis {
+
+class FileSink : public PacketSink {
+ public:
+  explicit FileSink(std::unique_ptr<LiveOutput> output) : output_(std::move(output)) {}
+
+  void write(const TsPacket *packets, const std::uint64_t *cameNs, std::size_t count) override;
+  void end() override { output_->end(); }
+  std::uint64_t patienceMs() const override { return 0; }
+  const std::string &name() const override { return output_->path(); }
+  std::uint64_t writtenPackets() const override { return given_ - lostPackets(); }
+  std::uint64_t lostPackets() const override { return output_->lostBytes() / tsPacketSize; }
+  const std::string &trouble() const override { return output_->trouble(); }
+
+ private:
+  std::unique_ptr<LiveOutput> output_;
+  std::uint64_t given_ = 0;
+};
+
+}  // namespace chassis
