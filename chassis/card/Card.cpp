@@ -8,6 +8,7 @@
 #include "card/StreamScan.h"
 #include "card/StreamType.h"
 #include "io/FileSink.h"
+#include "io/FileSource.h"
 
 namespace chassis {
 
@@ -56,6 +57,9 @@ void Card::State::remove() {
   source.reset();
   psi.reset();
   masks.clear();
+  othersMask = 0;
+  live = false;
+  sourceName.clear();
   programs.clear();
   files.forget(streamName);
   streamPids.reset();
@@ -64,18 +68,29 @@ void Card::State::remove() {
   bitrate = 0;
 }
 
+// The programs of the stream that CAMs have.
+CamMasks Card::State::masksOf(const Psi &stream) const {
+  CamMasks known;
+  for (const PsiProgram &program : stream.programs) {
+    const auto mask = masks.find(program.number);
+    known[program.number] = mask == masks.end() ? othersMask : mask->second;
+  }
+  return known;
+}
+
 void Card::State::rebuildTables() {
   const Psi &stream = psi->psi();
   psiChanges = psi->changes();
   builtFrom = stream;
   programs.clear();
+  const CamMasks assigned = masksOf(stream);
   for (const PsiProgram &program : stream.programs) {
-    programs.push_back(infoOf(program, masks));
+    programs.push_back(infoOf(program, assigned));
   }
   fpga.setAvPids(avPidsOf(stream));
-  for (const LeftOut &leftOut :
-       {buildDescTable(stream, masks, nextTables.desc), buildInPortForm(stream, nextTables.inPort),
-        buildMuxForm(stream, masks, nextTables.mux)}) {
+  for (const LeftOut &leftOut : {buildDescTable(stream, assigned, nextTables.desc),
+                                 buildInPortForm(stream, nextTables.inPort),
+                                 buildMuxForm(stream, assigned, nextTables.mux)}) {
     for (const std::string &item : leftOut) {
       tell(EventKind::TablesCut, "left out of the card's tables", item);
     }
@@ -117,6 +132,19 @@ Card::~Card() {
   state_->files.forget(state_->outputName);
 }
 
+void Card::State::begin(std::unique_ptr<PacketSource> packets, const std::string &name,
+                        std::uint64_t nowMs) {
+  if (source != nullptr) {
+    remove();
+  }
+  ++insertions;
+  source = std::move(packets);
+  sourceName = name;
+  unreadable = false;
+  transportErrors = 0;
+  fpga.start(nowMs);
+}
+
 void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs) {
   State &state = *state_;
   state.files.checkReading(state.streamName, path);
@@ -124,24 +152,33 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   StreamScan scan = scanStream(path, bitrate, goOn);
   auto source = std::make_unique<FileSource>(
       path, FileSource::Pace{scan.bitrate, scan.ccStep, nowMs, FileSource::Repeat::InALoop}, goOn);
-  if (inserted()) {
-    remove();
-  }
-  ++state.insertions;
-  state.source = std::move(source);
+  state.begin(std::move(source), path, nowMs);
   state.psi = std::move(scan.psi);
   state.files.read(state.streamName, path);
   state.streamPids = scan.pids;
   state.bitrate = scan.bitrate;
-  state.unreadable = false;
-  state.transportErrors = 0;
-  state.fpga.start(nowMs);
   state.rebuildTables();
   if (scan.skippedBytes > 0) {
     state.tell(EventKind::StreamDamaged, "the stream is damaged",
                std::to_string(scan.skippedBytes) + " bytes of '" + path + "' are in no packet",
                {{"path", path}, {"bytes", scan.skippedBytes}});
   }
+}
+
+void Card::insertLive(std::unique_ptr<PacketSource> source, const std::string &name,
+                      std::uint64_t nowMs) {
+  State &state = *state_;
+  state.begin(std::move(source), name, nowMs);
+  state.psi = std::make_unique<PsiReader>();
+  state.live = true;
+  state.liveSinceMs = nowMs;
+  state.watch.start(nowMs);
+  state.losses.start(nowMs);
+  state.rebuildTables();
+}
+
+Tell Card::teller() {
+  return [this](const Event &event) { state_->tellAtCard(event); };
 }
 
 void Card::remove() {
@@ -156,36 +193,65 @@ std::uint32_t Card::insertions() const {
   return state_->insertions;
 }
 
-void Card::assign(std::uint16_t program, std::uint8_t camMask) {
-  State &state = *state_;
+namespace {
+
+void requireMask(const std::string &name, std::uint8_t camMask) {
   constexpr std::uint8_t allCams = (1U << MAX_CAM_NUM) - 1;
-  const std::string name = "program " + std::to_string(program);
-  if (!inserted()) {
-    throw InputError(name + ": no card is in slot " + std::to_string(state.slot));
-  }
-  const ProgramInfo &known = this->program(program);
   if (camMask > allCams) {
     throw InputError(name + ": CAM mask " + std::to_string(camMask) + " is not 0 to " +
                      std::to_string(allCams));
   }
-  if (known.camMask == camMask) {
-    return;
+}
+
+void requireCard(const Card &card, const std::string &name, std::uint32_t slot) {
+  if (!card.inserted()) {
+    throw InputError(name + ": no card is in slot " + std::to_string(slot));
+  }
+}
+
+}  // namespace
+
+bool Card::assign(std::uint16_t program, std::uint8_t camMask) {
+  State &state = *state_;
+  const std::string name = "program " + std::to_string(program);
+  requireCard(*this, name, state.slot);
+  const ProgramInfo *known = this->program(program);
+  requireMask(name, camMask);
+  if (known != nullptr && known->camMask == camMask) {
+    state.masks[program] = camMask;
+    return true;
   }
   state.masks[program] = camMask;
+  if (known != nullptr) {
+    state.rebuildTables();
+    state.tellProgramsChanged();
+  }
+  return known != nullptr;
+}
+
+void Card::assignAll(std::uint8_t camMask) {
+  State &state = *state_;
+  requireCard(*this, "program *", state.slot);
+  requireMask("program *", camMask);
+  state.masks.clear();
+  state.othersMask = camMask;
   state.rebuildTables();
   state.tellProgramsChanged();
 }
 
-const ProgramInfo &Card::program(std::uint16_t number) const {
+const ProgramInfo *Card::program(std::uint16_t number) const {
   const auto known =
       std::find_if(state_->programs.begin(), state_->programs.end(),
                    [number](const ProgramInfo &info) { return info.number == number; });
-  if (known == state_->programs.end()) {
-    throw InputError("program " + std::to_string(number) + " is not in the stream of slot " +
-                     std::to_string(state_->slot) + ", which carries " +
-                     listOf(state_->programNumbers()));
+  if (known != state_->programs.end()) {
+    return &*known;
   }
-  return *known;
+  if (state_->live) {
+    return nullptr;
+  }
+  throw InputError("program " + std::to_string(number) + " is not in the stream of slot " +
+                   std::to_string(state_->slot) + ", which carries " +
+                   listOf(state_->programNumbers()));
 }
 
 void Card::setFault(CardFault fault, bool on) {
@@ -242,11 +308,33 @@ const std::vector<ProgramInfo> &Card::programs() const {
 }
 
 std::uint64_t Card::bitrate() const {
-  return state_->bitrate;
+  return state_->live ? std::uint64_t{state_->fpga.before.rateOfAll()} * 1000 : state_->bitrate;
+}
+
+bool Card::live() const {
+  return state_->live;
+}
+
+bool Card::silent() const {
+  return state_->live && state_->watch.silent();
+}
+
+const std::string &Card::streamName() const {
+  return state_->sourceName;
+}
+
+const SourceCounters &Card::counters() const {
+  static const SourceCounters none;
+  return inserted() ? state_->source->counters() : none;
+}
+
+const PacketSink *Card::output() const {
+  return state_->chain.output();
 }
 
 bool Card::carries(std::uint16_t pid) const {
-  return state_->streamPids.test(pid);
+  return state_->live ? state_->fpga.before.evidence(pid).packets > 0
+                      : state_->streamPids.test(pid);
 }
 
 std::uint64_t Card::transportErrors() const {

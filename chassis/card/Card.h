@@ -16,6 +16,8 @@
 #include "card/MuxCardForm.h"
 #include "event/Event.h"
 #include "io/Files.h"
+#include "io/PacketSink.h"
+#include "io/PacketSource.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -74,14 +76,23 @@ class Card {
   // stream, no PAT, no program with a PMT, no PCR and no bitrate. A card that was in is replaced,
   // unless this throws. Also: somebody writes the file.
   void insert(const std::string &path, std::uint64_t bitrate, std::uint64_t nowMs);
+  // The same with a stream that is found out while it flows: the card starts without tables. The
+  // name is as a person wrote it. What the source tells, it tells through tell.
+  void insertLive(std::unique_ptr<PacketSource> source, const std::string &name,
+                  std::uint64_t nowMs);
+  // For a source that is being made: tells as the card.
+  Tell teller();
   // Takes the card out; faults, masks and assignments go with it.
   void remove();
   bool inserted() const;
   std::uint32_t insertions() const;  // so many cards have been put in
 
   // Gives a program of the stream to CAMs by mask 0..3 (0: to none). Throws InputError that names
-  // the program and lists those that there are.
-  void assign(std::uint16_t program, std::uint8_t camMask);
+  // the program and lists those that there are; a live stream may carry it later. False: it does
+  // not carry it yet.
+  bool assign(std::uint16_t program, std::uint8_t camMask);
+  // All programs, also those that come later.
+  void assignAll(std::uint8_t camMask);
 
   void setFault(CardFault fault, bool on);
   void setAlarmMask(std::uint32_t camSlot, bool on);  // camSlot 0..1
@@ -94,6 +105,7 @@ class Card {
   // emptied when the first packet is written. Throws InputError: the file cannot be written, or
   // somebody reads or writes it.
   void setOutput(const std::string &path);
+  void setOutput(std::unique_ptr<PacketSink> output);
   // Ends the output. What it has lost, in a sentence; empty: nothing.
   std::string endOutput();
 
@@ -108,9 +120,14 @@ class Card {
 
   // For people: what the stream carries, and evidence.
   const std::vector<ProgramInfo> &programs() const;
-  // Throws InputError: the stream does not carry it.
-  const ProgramInfo &program(std::uint16_t number) const;
-  std::uint64_t bitrate() const;
+  // Throws InputError: the stream does not carry it. Null: a live one does not carry it now.
+  const ProgramInfo *program(std::uint16_t number) const;
+  std::uint64_t bitrate() const;  // bit/s; of a live stream over the last full second
+  bool live() const;
+  bool silent() const;                    // a live stream from which nothing comes
+  const std::string &streamName() const;  // as a person wrote it; empty while no card is in
+  const SourceCounters &counters() const;
+  const PacketSink *output() const;       // null: none
   bool carries(std::uint16_t pid) const;  // anywhere in the stream, before any fault
   // Packets with transport_error_indicator since the card was put in. They come out as they went in
   // and count nowhere else, since nothing in their headers can be trusted.

@@ -16,22 +16,45 @@ void Card::tick(std::uint64_t nowMs) {
 
 void Card::State::step(std::uint64_t nowMs) {
   fpga.nowMs = nowMs;
-  takeDuePackets();
+  const std::size_t came = takeDuePackets();
   chain.finish();
   fpga.before.tick(nowMs);
   fpga.behind.tick(nowMs);
+  watchLive(came);
   followPsi();
 }
 
-void Card::State::takeDuePackets() {
-  std::size_t due = source->due(fpga.nowMs);
+std::size_t Card::State::takeDuePackets() {
+  const std::size_t due = source->due(fpga.nowMs);
   chain.begin(due);
-  while (due > 0 && takeOne()) {
-    --due;
+  std::size_t taken = 0;
+  while (taken < due && takeOne()) {
+    ++taken;
   }
-  if (source->ended() && !std::exchange(unreadable, true)) {
+  if (!live && source->ended() && !std::exchange(unreadable, true)) {
     tell(EventKind::StreamEnded, "the stream ended", "its file can no longer be read");
   }
+  return taken;
+}
+
+void Card::State::watchLive(std::size_t came) {
+  if (live) {
+    tellAtCard(watch.step(fpga.nowMs, came > 0));
+    tellAtCard(losses.step(fpga.nowMs, source->counters()));
+  }
+}
+
+void Card::State::tellAtCard(std::optional<Event> event) {
+  if (event) {
+    event->place = {static_cast<int>(slot), -1};
+    events.tell(*event);
+  }
+}
+
+// The PMTs of a live stream come one after the other.
+bool Card::State::stillLearning() const {
+  constexpr std::uint64_t learningMs = 2000;
+  return live && !psi->complete() && fpga.nowMs - liveSinceMs < learningMs;
 }
 
 // Whose packet a broken one is cannot be known: it goes through in its place, and nobody reads it.
@@ -66,7 +89,7 @@ void Card::State::tellTrouble(const PacketSink &output) {
 }
 
 void Card::State::followPsi() {
-  if (psi->changes() == psiChanges) {
+  if (psi->changes() == psiChanges || stillLearning()) {
     return;
   }
   const Psi before = builtFrom;

@@ -10,10 +10,12 @@
 #include "card/CamChain.h"
 #include "card/Card.h"
 #include "card/Fpga.h"
+#include "card/LossWatch.h"
 #include "card/MuxCardForm.h"
 #include "card/PidFaults.h"
+#include "card/StreamWatch.h"
 #include "card/Tables.h"
-#include "io/FileSource.h"
+#include "io/PacketSource.h"
 #include "ts/Psi.h"
 
 namespace chassis {
@@ -27,16 +29,21 @@ struct Card::State {
 
   // Card.cpp: the tables of the stream's programs
   void rebuildTables();
+  CamMasks masksOf(const Psi &stream) const;
   void tellProgramsChanged();
   std::string changedPrograms(const Psi &before) const;
   std::vector<std::uint16_t> programNumbers() const;
 
   // CardFlow.cpp: the packets
   void step(std::uint64_t nowMs);
-  void takeDuePackets();
+  std::size_t takeDuePackets();
   bool takeOne();
   void tellBroken();
   void tellTrouble(const PacketSink &output);
+  void begin(std::unique_ptr<PacketSource> packets, const std::string &name, std::uint64_t nowMs);
+  void watchLive(std::size_t came);
+  void tellAtCard(std::optional<Event> event);
+  bool stillLearning() const;
   void followPsi();
 
   const std::uint32_t slot;
@@ -52,7 +59,12 @@ struct Card::State {
   std::uint32_t insertions = 0;
 
   // while a card is in
-  std::unique_ptr<FileSource> source;
+  std::unique_ptr<PacketSource> source;
+  std::string sourceName;  // as a person wrote it
+  bool live = false;       // what the stream carries is found out while it flows
+  StreamWatch watch;       // of a live stream
+  LossWatch losses;
+  std::uint64_t liveSinceMs = 0;
   std::unique_ptr<PsiReader> psi;
   std::uint32_t psiChanges = 0;  // of psi, when the tables were built
   Psi builtFrom;                 // what it told then
@@ -60,7 +72,8 @@ struct Card::State {
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets with transport_error_indicator
   bool unreadable = false;            // the stream's file went bad and that was told
-  CamMasks masks;
+  CamMasks masks;                     // as people gave them
+  std::uint8_t othersMask = 0;        // of programs that are not among those
   std::vector<ProgramInfo> programs;
   CardTables nextTables{};  // follow the programs at once
   CardTables tables{};      // those that were published

@@ -54,19 +54,32 @@ void Clock::advance(std::uint32_t ticks) {
     std::abort();
   }
   advancing_ = true;
-  for (std::uint32_t tick = 0; tick < ticks && !stopped_; ++tick) {
+  for (std::uint32_t tick = 0; tick < ticks && !stopped_;) {
     keepPace();
     // Who waits for the real time may have found that the run is over.
     if (!stopped_) {
-      elapsedMs_ += msPerTick;
+      const std::uint32_t due = ticksDue();
+      tick += due;
+      elapsedMs_ += std::uint64_t{due} * msPerTick;
       tellListeners();
     }
   }
   advancing_ = false;
 }
 
+void Clock::goLive() {
+  live_ = true;
+  setSpeed(1);
+}
+
+std::uint32_t Clock::ticksDue() {
+  const std::uint64_t lateMs =
+      live_ ? (Loop::nowNs() - std::min(Loop::nowNs(), dueNs())) / nsPerMs : 0;
+  return lateMs < stallMs ? 1 : static_cast<std::uint32_t>(lateMs / msPerTick) + 1;
+}
+
 void Clock::setSpeed(double speed) {
-  speed_ = speed;
+  speed_ = live_ ? 1 : speed;
   paceFromMs_ = elapsedMs_;
   paceFromNs_ = 0;
 }

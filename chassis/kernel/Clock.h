@@ -33,6 +33,13 @@ class Clock {
   void setSpeed(double speed);
   void forgetDelay() { setSpeed(speed_); }  // the same at the same speed
 
+  // From now on chassis time is real time, at speed 1: after a stall it jumps, in one tick, and
+  // what was due meanwhile is due then. For good.
+  void goLive();
+  bool live() const { return live_; }
+  static constexpr std::uint64_t stallMs =
+      200;  // what is later than this is not caught up in steps
+
   // What waits for the real time, in ns of CLOCK_MONOTONIC, at which a tick is due: called before
   // each tick, with 0 when the clock goes as fast as it can. It may return early: the tick then
   // comes early. Null, as at the start: sleeps.
@@ -55,6 +62,7 @@ class Clock {
 
  private:
   void keepPace();
+  std::uint32_t ticksDue();
   void tellListeners();
   std::uint64_t dueNs();
   void beginPace();
@@ -67,6 +75,7 @@ class Clock {
   std::uint64_t paceFromNs_ = 0;  // which was at this real time; 0: not begun
   bool advancing_ = false;
   bool stopped_ = false;
+  bool live_ = false;
   std::vector<std::weak_ptr<const Listener>> listeners_;
 };
 

@@ -141,7 +141,8 @@ Cam &Chassis::cam(std::uint32_t slot, std::uint32_t camSlot) {
 
 // A CAM keeps what it is told of a program that it does not have.
 void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
-  if ((card(slot).program(program).camMask >> camSlot & 1) == 0) {
+  const ProgramInfo *info = card(slot).program(program);
+  if (info == nullptr || (info->camMask >> camSlot & 1) == 0) {
     events_.tell(
         {EventKind::NoEffect,
          {static_cast<int>(slot), static_cast<int>(camSlot)},
@@ -152,7 +153,18 @@ void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uin
 }
 
 void Chassis::progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t camMask) {
-  card(slot).assign(program, camMask);
+  if (!card(slot).assign(program, camMask)) {
+    events_.tell(
+        {EventKind::NoEffect,
+         {static_cast<int>(slot), -1},
+         "nothing changes yet: program " + std::to_string(program) + " is not in the stream",
+         "kept for when it is",
+         {{"programs", std::vector{program}}}});
+  }
+}
+
+void Chassis::progAssignAll(std::uint32_t slot, std::uint8_t camMask) {
+  card(slot).assignAll(camMask);
 }
 
 void Chassis::camEntitle(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program,

@@ -53,6 +53,7 @@ class Chassis {
   void camInsert(std::uint32_t slot, std::uint32_t cam, const std::vector<std::uint16_t> &casids);
   void camRemove(std::uint32_t slot, std::uint32_t cam);
   void progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t camMask);
+  void progAssignAll(std::uint32_t slot, std::uint8_t camMask);  // also programs that come later
   void camEntitle(std::uint32_t slot, std::uint32_t cam, std::uint16_t program, bool on);
   void camRefuse(std::uint32_t slot, std::uint32_t cam, std::uint16_t program, bool on);
   void camFault(std::uint32_t slot, std::uint32_t cam, CamFault fault, bool on);

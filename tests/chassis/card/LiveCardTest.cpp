@@ -1,0 +1,192 @@
+// A card whose stream is found out while it flows.
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <memory>
+
+#include "base/InputError.h"
+#include "card/Card.h"
+#include "card/Fpga.h"
+#include "chassis/StreamWriter.h"
+
+using namespace testing_streams;
+using chassis::Card;
+using chassis::Event;
+using chassis::EventKind;
+using chassis::TsPacket;
+
+namespace {
+
+class RecordedEvents : public chassis::Events {
+ public:
+  void tell(const Event &event) override {
+    EXPECT_EQ(event.place.slot, 3);
+    lines.push_back(event.what + ": " + event.why);
+  }
+  std::vector<std::string> lines;
+};
+
+// Gives what a test puts in.
+class FakeSource : public chassis::PacketSource {
+ public:
+  explicit FakeSource(std::deque<TsPacket> &packets) : packets_(packets) {}
+  std::size_t due(std::uint64_t nowMs) override {
+    nowMs_ = nowMs;
+    return packets_.size();
+  }
+  bool next(TsPacket &packet, std::uint64_t &cameNs) override {
+    if (packets_.empty()) {
+      return false;
+    }
+    packet = packets_.front();
+    packets_.pop_front();
+    cameNs = nowMs_ * 1000000;
+    ++counters_.packets;
+    return true;
+  }
+  bool ended() const override { return false; }
+  const chassis::SourceCounters &counters() const override { return counters_; }
+
+ private:
+  std::deque<TsPacket> &packets_;
+  std::uint64_t nowMs_ = 0;
+  chassis::SourceCounters counters_;
+};
+
+const ProgramMap video{1, 0x1001, 0x100, {{0x1B, 0x100, {}}}, {}, 0};
+const ProgramMap radio{2, 0x1002, 0x200, {{0x03, 0x200, {}}}, {}, 0};
+
+class LiveCard : public testing::Test {
+ protected:
+  LiveCard() {
+    card.onProgramsChanged([this](std::uint32_t) { ++changes; });
+    card.insertLive(std::make_unique<FakeSource>(coming), "udp://239.0.0.1:1234", 0);
+  }
+
+  void come(const StreamWriter &stream) {
+    for (std::size_t i = 0; i < stream.packets(); ++i) {
+      coming.push_back(stream.packet(i));
+    }
+  }
+  std::vector<std::string> told() { return std::exchange(events.lines, {}); }
+
+  RecordedEvents events;
+  chassis::Files files;
+  std::deque<TsPacket> coming;
+  Card card{3, events, files};
+  int changes = 0;
+};
+
+using Lines = std::vector<std::string>;
+
+}  // namespace
+
+TEST_F(LiveCard, StartsWithoutTables) {
+  EXPECT_TRUE(card.inserted());
+  EXPECT_TRUE(card.live());
+  EXPECT_EQ(card.streamName(), "udp://239.0.0.1:1234");
+  ASSERT_NE(card.descTable(), nullptr);
+  EXPECT_EQ(card.descTable()->descProgCnt, 0U);
+  EXPECT_TRUE(card.programs().empty());
+  EXPECT_EQ(card.bitrate(), 0U);
+}
+
+TEST_F(LiveCard, TakesProgramsOverWhenTheyAppear) {
+  EXPECT_FALSE(card.assign(2, 1)) << "not there yet";
+  card.tick(100);
+  EXPECT_EQ(changes, 0);
+  come(StreamWriter().psi({video, radio}));
+  card.tick(200);
+  EXPECT_EQ(changes, 1);
+  EXPECT_EQ(told(), (Lines{"the stream has begun: after 0.1 s",
+                           "the stream's programs changed: 2 programs, new: PMT of program 1 "
+                           "version 0, PMT of program 2 version 0"}));
+  card.publishTables();
+  ASSERT_EQ(card.descTable()->descProgCnt, 1U);
+  EXPECT_EQ(card.descTable()->prog[0].prog_num, 2U);
+  EXPECT_EQ(card.program(1)->camMask, 0U);
+  EXPECT_EQ(card.program(3), nullptr);
+  EXPECT_TRUE(card.assign(1, 2));
+  EXPECT_EQ(changes, 2);
+}
+
+TEST_F(LiveCard, AllProgramsAreAlsoThoseThatComeLater) {
+  card.assign(2, 2);
+  card.assignAll(1);
+  come(StreamWriter().psi({video, radio}));
+  card.tick(10);
+  EXPECT_EQ(card.program(1)->camMask, 1U);
+  EXPECT_EQ(card.program(2)->camMask, 1U) << "what was said before is not said any more";
+  card.assign(2, 0);
+  EXPECT_EQ(card.program(2)->camMask, 0U);
+  EXPECT_THROW(card.assignAll(4), chassis::InputError);
+}
+
+// The PMTs come one after the other; what a person sees is the whole.
+TEST_F(LiveCard, ProgramsThatComeOneByOneAreToldTogether) {
+  StreamWriter stream;
+  stream.psi({video, radio});
+  std::deque<TsPacket> all;
+  for (std::size_t i = 0; i < stream.packets(); ++i) {
+    all.push_back(stream.packet(i));
+  }
+  for (std::size_t i = 0; i < all.size(); ++i) {
+    coming.push_back(all[i]);
+    card.tick((i + 1) * 100);
+    EXPECT_EQ(changes, i + 1 < all.size() ? 0 : 1) << i;
+  }
+}
+
+TEST_F(LiveCard, APmtThatNeverComesIsNotWaitedForLongerThanTwoSeconds) {
+  StreamWriter stream;
+  stream.psi({video, radio});
+  for (std::size_t i = 0; i + 1 < stream.packets(); ++i) {
+    coming.push_back(stream.packet(i));
+  }
+  card.tick(1990);
+  EXPECT_EQ(changes, 0);
+  card.tick(2000);
+  EXPECT_EQ(changes, 1);
+  EXPECT_EQ(card.programs().size(), 1U);
+}
+
+TEST_F(LiveCard, SilenceAndReturnAreTold) {
+  come(StreamWriter().psi({video}));
+  card.tick(10);
+  told();
+  card.tick(1000);
+  EXPECT_FALSE(card.silent());
+  card.tick(1010);
+  EXPECT_TRUE(card.silent());
+  EXPECT_EQ(told(), Lines{"the stream is silent: no packets for 1.0 s"});
+  come(StreamWriter().payload(0x100));
+  card.tick(1020);
+  EXPECT_FALSE(card.silent());
+  ASSERT_EQ(events.lines.size(), 1U);
+  EXPECT_EQ(events.lines[0], "the stream is back: after 1.0 s without packets");
+}
+
+TEST_F(LiveCard, EvidenceIsOfWhatHasCome) {
+  EXPECT_FALSE(card.carries(0x100));
+  come(StreamWriter().psi({video}).payload(0x100));
+  card.tick(10);
+  EXPECT_TRUE(card.carries(0x100));
+  EXPECT_EQ(card.before(0x100).packets, 1U);
+  EXPECT_EQ(card.behind(0x100).packets, 1U);
+  EXPECT_EQ(card.counters().packets, 3U);
+}
+
+TEST_F(LiveCard, PulledOutNothingIsLeftOfIt) {
+  card.assignAll(3);
+  come(StreamWriter().psi({video}));
+  card.tick(10);
+  card.remove();
+  EXPECT_FALSE(card.live());
+  EXPECT_FALSE(card.silent());
+  EXPECT_EQ(card.streamName(), "");
+  EXPECT_EQ(card.counters().packets, 0U);
+  card.insertLive(std::make_unique<FakeSource>(coming), "-", 20);
+  come(StreamWriter().psi({video}));
+  card.tick(30);
+  EXPECT_EQ(card.program(1)->camMask, 0U);
+}
