@@ -37,6 +37,12 @@ std::bitset<pidCount> avPidsOf(const Psi &psi) {
   return pids;
 }
 
+bool hasCa(const PsiProgram &program) {
+  return !program.ca.empty() ||
+         std::any_of(program.streams.begin(), program.streams.end(),
+                     [](const PsiStream &stream) { return !stream.ca.empty(); });
+}
+
 }  // namespace
 
 Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
@@ -58,6 +64,8 @@ void Card::State::remove() {
   psi.reset();
   masks.clear();
   othersMask = 0;
+  probe.reset();
+  probedPrograms.clear();
   live = false;
   sourceName.clear();
   programs.clear();
@@ -68,12 +76,44 @@ void Card::State::remove() {
   bitrate = 0;
 }
 
+Path &Card::State::path() {
+  return probe != nullptr ? static_cast<Path &>(*probe) : chain;
+}
+
+bool Card::State::isProbed(const PsiProgram &program) const {
+  const auto &wanted = probedPrograms;
+  return probe != nullptr && hasCa(program) &&
+         (wanted.empty() ||
+          std::find(wanted.begin(), wanted.end(), program.number) != wanted.end());
+}
+
+std::uint8_t Card::State::defaultMask(const PsiProgram &program) const {
+  return isProbed(program) ? 1 : othersMask;
+}
+
+ProbeState Card::State::probeStateOf(const PsiProgram &program) const {
+  if (!isProbed(program)) {
+    return ProbeState::None;
+  }
+  if (watch.silent() || probe->silent()) {
+    return !watch.silent()    ? ProbeState::SilentBehind
+           : !probe->silent() ? ProbeState::SilentBefore
+                              : ProbeState::SilentBoth;
+  }
+  if (!probe->known()) {
+    return ProbeState::Learning;
+  }
+  return probe->missing(program.number) ? ProbeState::MissingBehind : ProbeState::Judged;
+}
+
 // The programs of the stream that CAMs have.
 CamMasks Card::State::masksOf(const Psi &stream) const {
   CamMasks known;
   for (const PsiProgram &program : stream.programs) {
     const auto mask = masks.find(program.number);
-    known[program.number] = mask == masks.end() ? othersMask : mask->second;
+    const bool missing = probe != nullptr && probe->missing(program.number);
+    const std::uint8_t given = mask == masks.end() ? defaultMask(program) : mask->second;
+    known[program.number] = missing ? 0 : given;
   }
   return known;
 }
@@ -175,6 +215,30 @@ void Card::insertLive(std::unique_ptr<PacketSource> source, const std::string &n
   state.watch.start(nowMs);
   state.losses.start(nowMs);
   state.rebuildTables();
+}
+
+void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
+  State &state = *state_;
+  insertLive(std::move(inputs.before), inputs.name, nowMs);
+  state.watch = StreamWatch("what goes into the receiver");
+  state.watch.start(nowMs);
+  state.probe = std::make_unique<ProbePath>(state.fpga, std::move(inputs.behind),
+                                            std::move(inputs.numbers), teller());
+  state.probedPrograms = std::move(inputs.programs);
+  state.followProbe();
+}
+
+bool Card::probing() const {
+  return state_->probe != nullptr;
+}
+
+const SourceCounters &Card::countersBehind() const {
+  static const SourceCounters none;
+  return probing() ? state_->probe->source().counters() : none;
+}
+
+bool Card::ended() const {
+  return inserted() && (state_->source->ended() || (probing() && state_->probe->ended()));
 }
 
 Tell Card::teller() {

@@ -14,6 +14,7 @@
 #include "CiPlatform.h"
 #include "cam/Cam.h"
 #include "card/MuxCardForm.h"
+#include "card/PidMatch.h"
 #include "event/Event.h"
 #include "io/Files.h"
 #include "io/PacketSink.h"
@@ -40,6 +41,17 @@ enum class PidFault {
   Damage  // every packet's payload has bits flipped, and every fourth packet is lost
 };
 
+// Whether a program can be judged by what goes into somebody else's receiver and what comes out.
+enum class ProbeState {
+  None,           // no receiver is watched, or it is not asked for
+  Learning,       // the programs behind are not known yet
+  Judged,         // the module measures it
+  MissingBehind,  // it does not come out
+  SilentBefore,   // nothing goes in
+  SilentBehind,   // nothing comes out
+  SilentBoth
+};
+
 // One elementary stream or program as the stream's own PSI tells it.
 struct StreamInfo {
   std::uint8_t streamType = 0;
@@ -51,6 +63,7 @@ struct ProgramInfo {
   std::uint16_t pcrPid = nullPid;
   std::vector<StreamInfo> streams;
   std::uint8_t camMask = 0;  // bit n: assigned to CAM n
+  ProbeState probe = ProbeState::None;
 };
 
 // Evidence about one PID, on one side of the CAMs; never reset by the module.
@@ -80,6 +93,20 @@ class Card {
   // name is as a person wrote it. What the source tells, it tells through tell.
   void insertLive(std::unique_ptr<PacketSource> source, const std::string &name,
                   std::uint64_t nowMs);
+  // What goes into a receiver elsewhere and what comes out of it: live streams, or files that are
+  // played once. Programs with CA descriptors are given to CAM 0, but those that are not behind.
+  struct ProbeInputs {
+    std::unique_ptr<PacketSource> before;
+    std::unique_ptr<PacketSource> behind;
+    std::string name;                     // of both, as a person wrote them
+    ProgramNumbers numbers;               // behind, of those that the receiver renumbers
+    std::vector<std::uint16_t> programs;  // that are judged; empty: all
+  };
+  void insertProbe(ProbeInputs inputs, std::uint64_t nowMs);
+  bool probing() const;
+  // Of the probe, as of a card: what comes behind, and whether the streams are over.
+  const SourceCounters &countersBehind() const;
+  bool ended() const;
   // For a source that is being made: tells as the card.
   Tell teller();
   // Takes the card out; faults, masks and assignments go with it.

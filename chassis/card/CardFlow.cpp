@@ -17,16 +17,17 @@ void Card::tick(std::uint64_t nowMs) {
 void Card::State::step(std::uint64_t nowMs) {
   fpga.nowMs = nowMs;
   const std::size_t came = takeDuePackets();
-  chain.finish();
+  path().finish();
   fpga.before.tick(nowMs);
   fpga.behind.tick(nowMs);
   watchLive(came);
   followPsi();
+  followProbe();
 }
 
 std::size_t Card::State::takeDuePackets() {
   const std::size_t due = source->due(fpga.nowMs);
-  chain.begin(due);
+  path().begin(due);
   std::size_t taken = 0;
   while (taken < due && takeOne()) {
     ++taken;
@@ -66,11 +67,11 @@ bool Card::State::takeOne() {
   }
   if (PacketView(packet).transportError()) {
     tellBroken();
-    chain.take(packet, cameNs);
+    path().take(packet, cameNs);
   } else if (pidFaults.apply(packet)) {
     psi->push(packet);
     fpga.before.count(packet, fpga.nowMs);
-    chain.take(packet, cameNs);
+    path().take(packet, cameNs);
   }
   return true;
 }
@@ -88,11 +89,29 @@ void Card::State::tellTrouble(const PacketSink &output) {
        {{"path", output.name()}, {"trouble", output.trouble()}});
 }
 
+// Without one of its inputs nothing can be said of a receiver: the card is busy until it is back.
+void Card::State::followProbe() {
+  if (probe == nullptr) {
+    return;
+  }
+  fpga.inputLost = watch.silent() || probe->silent() || !probe->known();
+  if (probe->mustMatch() && probe->match(psi->psi())) {
+    rebuildTables();
+    tellProgramsChanged();
+  }
+  for (std::size_t i = 0; i < programs.size(); ++i) {
+    programs[i].probe = probeStateOf(builtFrom.programs[i]);
+  }
+}
+
 void Card::State::followPsi() {
   if (psi->changes() == psiChanges || stillLearning()) {
     return;
   }
   const Psi before = builtFrom;
+  if (probe != nullptr) {
+    probe->match(psi->psi());
+  }
   rebuildTables();
   tell(EventKind::StreamChanged, "the stream's programs changed", changedPrograms(before),
        {{"programs", programNumbers()}});

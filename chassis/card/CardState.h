@@ -13,6 +13,7 @@
 #include "card/LossWatch.h"
 #include "card/MuxCardForm.h"
 #include "card/PidFaults.h"
+#include "card/ProbePath.h"
 #include "card/StreamWatch.h"
 #include "card/Tables.h"
 #include "io/PacketSource.h"
@@ -29,6 +30,11 @@ struct Card::State {
 
   // Card.cpp: the tables of the stream's programs
   void rebuildTables();
+  Path &path();
+  bool isProbed(const PsiProgram &program) const;
+  std::uint8_t defaultMask(const PsiProgram &program) const;
+  ProbeState probeStateOf(const PsiProgram &program) const;
+  void followProbe();
   CamMasks masksOf(const Psi &stream) const;
   void tellProgramsChanged();
   std::string changedPrograms(const Psi &before) const;
@@ -54,6 +60,8 @@ struct Card::State {
   Fpga fpga;
   PidFaults pidFaults;
   CamChain chain;
+  std::unique_ptr<ProbePath> probe;           // while a receiver elsewhere is watched
+  std::vector<std::uint16_t> probedPrograms;  // empty: all
   std::function<void(std::uint32_t)> listener;
 
   std::uint32_t insertions = 0;

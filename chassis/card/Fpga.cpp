@@ -30,7 +30,7 @@ void Card::Fpga::stop() {
   setAvPids({});
   faults.reset();
   alarmMask.fill(false);
-  inserted = false;
+  inserted = inputLost = false;
 }
 
 void Card::Fpga::setAvPids(const std::bitset<pidCount> &pids) {

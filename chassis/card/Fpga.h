@@ -19,6 +19,7 @@ struct Card::Fpga {
   std::bitset<8> faults;          // by CardFault, but Masked
   std::array<bool, MAX_CAM_NUM> alarmMask{};
   bool inserted = false;
+  bool inputLost = false;  // of a receiver that is watched
   std::uint64_t insertedMs = 0;
   std::uint64_t nowMs = 0;
 
@@ -30,7 +31,7 @@ struct Card::Fpga {
 
   // What the driver's functions of these names answer, but 0 while no card is in.
   std::uint32_t online() const { return answer(CardFault::Offline, 1); }
-  std::uint32_t busy() const { return inserted && has(CardFault::Busy) ? 1 : 0; }
+  std::uint32_t busy() const { return inserted && (has(CardFault::Busy) || inputLost) ? 1 : 0; }
   std::uint32_t ready() const { return answer(CardFault::NotReady, 1); }
   std::uint32_t syncOk() const { return answer(CardFault::NoSync, 1); }
   std::uint32_t pllLock() const { return answer(CardFault::PllLost, 1); }

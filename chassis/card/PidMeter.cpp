@@ -105,6 +105,12 @@ void PidMeter::setCcErrors(std::uint16_t pid, std::uint16_t value) {
   }
 }
 
+void PidMeter::forgetContinuity(std::uint16_t pid) {
+  if (pid < pidCount) {
+    pids_[pid].ccKnown = false;
+  }
+}
+
 const PidEvidence &PidMeter::evidence(std::uint16_t pid) const {
   static const PidEvidence none;
   return pid < pidCount ? pids_[pid].evidence : none;

@@ -36,6 +36,8 @@ class PidMeter {
   void clearPresence() { present_.reset(); }
   std::uint16_t ccErrors(std::uint16_t pid) const;  // stays at 0xFFFF
   void setCcErrors(std::uint16_t pid, std::uint16_t value);
+  // The next packet of a PID is not held against the ones before it.
+  void forgetContinuity(std::uint16_t pid);
   const PidEvidence &evidence(std::uint16_t pid) const;
 
   // kbit/s over the last full second, 0 before its end; PIDs first to last, both included.

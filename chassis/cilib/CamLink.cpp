@@ -80,7 +80,24 @@ void CamLink::insert(std::unique_ptr<CamPort> cam) {
   startUp("inserted");
 }
 
+void CamLink::observe(std::vector<std::uint16_t> caSystems, std::function<void()> onReset) {
+  if (phase_ != Phase::Observed) {
+    remove();
+    history_ = {};
+  }
+  forgetExchange();
+  phase_ = Phase::Observed;
+  caSystems_ = std::move(caSystems);
+  onReset_ = std::move(onReset);
+  flag_->give();
+}
+
 void CamLink::remove() {
+  if (phase_ == Phase::Observed) {
+    phase_ = Phase::Empty;
+    forgetExchange();
+    return;
+  }
   if (cam_ == nullptr) {
     return;
   }
@@ -90,15 +107,36 @@ void CamLink::remove() {
   tell(EventKind::CamRemoved, "CAM removed", "");
 }
 
+void CamLink::noteReset(std::uint64_t nowMs) {
+  history_.reset = true;
+  history_.resetMs = nowMs;
+  ++history_.resets;
+}
+
+bool CamLink::resetObserved(std::uint64_t nowMs) {
+  noteReset(nowMs);
+  events_.tell({EventKind::ResetAdvised,
+                place_,
+                "the CAM would be reset",
+                "time " + std::to_string(history_.resets) + "; it is only observed",
+                {{"resets", std::uint64_t{history_.resets}}},
+                Tone::Alarm});
+  if (onReset_) {
+    onReset_();
+  }
+  return true;
+}
+
 bool CamLink::reset(std::uint64_t nowMs) {
+  if (phase_ == Phase::Observed) {
+    return resetObserved(nowMs);
+  }
   if (cam_ == nullptr) {
     tell(EventKind::NoCamToReset, "no CAM to reset", "");
     return false;
   }
   cam_->reset(nowMs);
-  history_.reset = true;
-  history_.resetMs = nowMs;
-  ++history_.resets;
+  noteReset(nowMs);
   events_.tell({EventKind::CamReset,
                 place_,
                 "RESET of the CAM",
@@ -126,6 +164,9 @@ void CamLink::forgetExchange() {
 }
 
 void CamLink::forgetCaSystems() {
+  if (phase_ == Phase::Observed) {
+    return;
+  }
   caSystems_.clear();
   if (phase_ == Phase::Usable) {
     phase_ = Phase::StartingUp;
@@ -140,7 +181,7 @@ std::uint32_t CamLink::insertStatus() const {
   if (phase_ == Phase::Empty) {
     return 0;
   }
-  return phase_ == Phase::Usable ? 1 : 2;
+  return usable() ? 1 : 2;
 }
 
 bool CamLink::supports(std::uint16_t caSystem) const {
@@ -148,7 +189,7 @@ bool CamLink::supports(std::uint16_t caSystem) const {
 }
 
 void CamLink::programsChanged() {
-  if (phase_ == Phase::Usable) {
+  if (usable()) {
     flag_->give();
   }
 }

@@ -3,6 +3,7 @@
 
 #include <bitset>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -23,6 +24,9 @@ class CamLink {
   CamLink(Place place, Events &events, SEM_ID flag, CaPmtReply &answers);
 
   void insert(std::unique_ptr<CamPort> cam);  // replaces the CAM that was there
+  // A CAM of somebody else's receiver, which descrambles by these CA systems: nothing is sent to it,
+  // nothing comes from it, and a reset is only told to who asks for it.
+  void observe(std::vector<std::uint16_t> caSystems, std::function<void()> onReset);
   void remove();
   void tick(std::uint64_t nowMs);
   void programsChanged();
@@ -39,7 +43,7 @@ class CamLink {
   const std::vector<std::uint16_t> &caSystems() const { return caSystems_; }
 
  private:
-  enum class Phase { Empty, StartingUp, Asked, Usable };
+  enum class Phase { Empty, StartingUp, Asked, Usable, Observed };
   // A CAM can make the same trouble with every APDU: each kind is told once until it starts again.
   enum Trouble {
     Silent,
@@ -58,6 +62,9 @@ class CamLink {
   };
   struct Batch;
 
+  bool usable() const { return phase_ == Phase::Usable || phase_ == Phase::Observed; }
+  bool resetObserved(std::uint64_t nowMs);
+  void noteReset(std::uint64_t nowMs);
   void tell(EventKind kind, const std::string &what, const std::string &why,
             std::vector<Fact> facts = {});
   void trouble(Trouble kind, const std::string &why);
@@ -80,6 +87,7 @@ class CamLink {
   SEM_ID flag_;
   CaPmtReply &answers_;
   std::unique_ptr<CamPort> cam_;  // null: none
+  std::function<void()> onReset_;  // of an observed one
   Phase phase_ = Phase::Empty;
   std::uint64_t nowMs_ = 0;  // of the last tick
   std::uint64_t askedMs_ = 0;

@@ -137,6 +137,13 @@ void CiLibrary::remove(std::uint32_t slot, std::uint32_t camSlot) {
   }
 }
 
+void CiLibrary::observe(std::uint32_t slot, std::uint32_t camSlot,
+                        std::vector<std::uint16_t> caSystems, std::function<void()> onReset) {
+  if (auto *link = state_->host.at(indexOf(slot, camSlot))) {
+    link->observe(std::move(caSystems), std::move(onReset));
+  }
+}
+
 void CiLibrary::programsChanged(std::uint32_t slot) {
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     if (auto *link = state_->host.at(indexOf(slot, camSlot))) {

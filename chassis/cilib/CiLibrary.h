@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -33,6 +34,9 @@ class CiLibrary {
   // outside the chassis are ignored.
   void insert(std::uint32_t slot, std::uint32_t camSlot, Cam *cam);
   void remove(std::uint32_t slot, std::uint32_t camSlot);
+  // The CAM of a receiver elsewhere: as CamLink's. It is replaced as any other.
+  void observe(std::uint32_t slot, std::uint32_t camSlot, std::vector<std::uint16_t> caSystems,
+               std::function<void()> onReset);
 
   // The programs of a card changed: each of its usable CAMs needs a fresh CA PMT.
   void programsChanged(std::uint32_t slot);

@@ -1,0 +1,90 @@
+#include "card/ProbePath.h"
+
+#include <bitstream/mpeg/ts.h>
+
+#include <utility>
+
+#include "base/Text.h"
+#include "ts/PacketView.h"
+
+namespace chassis {
+
+ProbePath::ProbePath(Card::Fpga &fpga, std::unique_ptr<PacketSource> behind, ProgramNumbers numbers,
+                     Tell tell)
+    : fpga_(fpga),
+      source_(std::move(behind)),
+      numbers_(std::move(numbers)),
+      tell_(std::move(tell)) {
+  watch_.start(fpga.nowMs);
+  losses_.start(fpga.nowMs);
+}
+
+void ProbePath::finish() {
+  std::size_t left = source_->due(fpga_.nowMs);
+  TsPacket packet;
+  std::uint64_t cameNs = 0;
+  bool came = false;
+  for (; left > 0 && source_->next(packet, cameNs); --left) {
+    came = true;
+    takeOne(packet);
+  }
+  if (came && !std::exchange(begun_, true)) {
+    begunMs_ = fpga_.nowMs;
+  }
+  learn();
+  for (const auto &event :
+       {watch_.step(fpga_.nowMs, came), losses_.step(fpga_.nowMs, source_->counters())}) {
+    if (event) {
+      tell_(*event);
+    }
+  }
+}
+
+// What is nothing of the programs before counts as null packets: its rate alone matters.
+void ProbePath::takeOne(TsPacket &packet) {
+  const PacketView view(packet);
+  if (view.transportError()) {
+    ++transportErrors_;
+    return;
+  }
+  psi_.push(packet);
+  ts_set_pid(packet.data(), match_.before[view.pid()]);
+  fpga_.behind.count(packet, fpga_.nowMs);
+}
+
+void ProbePath::learn() {
+  known_ = known_ || psi_.complete() ||
+           (begun_ && psi_.patSeen() && fpga_.nowMs - begunMs_ >= learningMs);
+}
+
+bool ProbePath::match(const Psi &before) {
+  if (!known_) {
+    return false;
+  }
+  psiChanges_ = psi_.changes();
+  matched_ = true;
+  const PidMatch old = std::exchange(match_, matchPids(before, psi_.psi(), numbers_));
+  forgetMoved(old);
+  tellUnmatched(old);
+  return match_.missing != old.missing;
+}
+
+// A PID that is another one now begins anew: its counters do not go on.
+void ProbePath::forgetMoved(const PidMatch &before) {
+  for (std::uint16_t pid = 0; pid < pidCount; ++pid) {
+    if (match_.before[pid] != before.before[pid] && match_.before[pid] != nullPid) {
+      fpga_.behind.forgetContinuity(match_.before[pid]);
+    }
+  }
+}
+
+void ProbePath::tellUnmatched(const PidMatch &before) {
+  if (!match_.unmatched.empty() && match_.unmatched != before.unmatched) {
+    tell_({EventKind::StreamsUnmatched,
+           {},
+           "streams that are not behind the receiver",
+           joined(match_.unmatched, "; ")});
+  }
+}
+
+}  // namespace chassis
