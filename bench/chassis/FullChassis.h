@@ -19,5 +19,6 @@ class FullChassis : private chassis::Agenda {
 
   chassis::EventFan events_;
   chassis::Clock clock_;
-  chassis::Chassis chassis_{clock_, events_};
+  chassis::Loop loop_;
+  chassis::Chassis chassis_{clock_, events_, loop_};
 };

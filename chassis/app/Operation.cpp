@@ -42,7 +42,7 @@ Operation::Operation(const Config &config, Script script)
       timeline_(stream_, {config.colour, outputWidth}, [this] { return clock_.elapsedMs(); }),
       eventLines_([this](const std::string &line) { desk_->showWhole(line); },
                   [this] { return clock_.elapsedMs(); }),
-      chassis_(clock_, events_),
+      chassis_(clock_, events_, loop_),
       watch_(chassis_, events_),
       shell_(chassis_, watch_, journal_, showAt(desk_), config.colour, outputWidth),
       player_(std::move(script), chassis_),
@@ -72,12 +72,11 @@ Operation::Operation(const Config &config, Script script)
 
 // A stream is nobody's output, also before its card is in.
 void Operation::readStreams() {
-  for (const Call *call : streamCalls(player_.script())) {
+  for (const PlayedFile &file : playedFiles(player_.script())) {
     try {
-      chassis_.files().read("the stream of script line " + std::to_string(call->line),
-                            call->values[1].text);
+      chassis_.files().read("the stream of script line " + std::to_string(file.line), file.path);
     } catch (const InputError &error) {
-      throw InputError(atLine(player_.script(), call->line, error.what()));
+      throw InputError(atLine(player_.script(), file.line, error.what()));
     }
   }
 }

@@ -7,7 +7,6 @@
 #include "card/CardState.h"
 #include "card/StreamScan.h"
 #include "card/StreamType.h"
-#include "io/FileSink.h"
 #include "io/FileSource.h"
 
 namespace chassis {
@@ -228,6 +227,25 @@ void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
   state.followProbe();
 }
 
+std::vector<std::uint16_t> Card::probedCaSystems() const {
+  std::vector<std::uint16_t> casids;
+  const auto add = [&casids](const std::vector<PsiCa> &descriptors) {
+    for (const PsiCa &ca : descriptors) {
+      if (std::find(casids.begin(), casids.end(), ca.casid) == casids.end()) {
+        casids.push_back(ca.casid);
+      }
+    }
+  };
+  for (const PsiProgram &program : state_->builtFrom.programs) {
+    if (state_->isProbed(program)) {
+      add(program.ca);
+      std::for_each(program.streams.begin(), program.streams.end(),
+                    [&add](const PsiStream &stream) { add(stream.ca); });
+    }
+  }
+  return casids;
+}
+
 bool Card::probing() const {
   return state_->probe != nullptr;
 }
@@ -342,10 +360,12 @@ void Card::setCam(std::uint32_t camSlot, Cam *cam) {
   }
 }
 
-void Card::setOutput(const std::string &path) {
-  endOutput();
-  State &state = *state_;
-  state.chain.setOutput(std::make_unique<FileSink>(state.files.openOutput(state.outputName, path)));
+void Card::setOutput(std::unique_ptr<PacketSink> output) {
+  state_->chain.setOutput(std::move(output));
+}
+
+const std::string &Card::outputName() const {
+  return state_->outputName;
 }
 
 std::string Card::endOutput() {

@@ -104,6 +104,7 @@ class Card {
   };
   void insertProbe(ProbeInputs inputs, std::uint64_t nowMs);
   bool probing() const;
+  std::vector<std::uint16_t> probedCaSystems() const;  // of the programs that are judged, in order
   // Of the probe, as of a card: what comes behind, and whether the streams are over.
   const SourceCounters &countersBehind() const;
   bool ended() const;
@@ -128,11 +129,10 @@ class Card {
   // The CAM in a slot, null for none; the card does not own it and uses it until the next call.
   void setCam(std::uint32_t camSlot, Cam *cam);
 
-  // Writes the stream behind the CAMs to a file from now on. A file that is there is
-  // emptied when the first packet is written. Throws InputError: the file cannot be written, or
-  // somebody reads or writes it.
-  void setOutput(const std::string &path);
+  // Where the stream behind the CAMs goes from now on, when the output before it has ended; the user
+  // of the files is outputName.
   void setOutput(std::unique_ptr<PacketSink> output);
+  const std::string &outputName() const;  // "the output of slot 0"
   // Ends the output. What it has lost, in a sentence; empty: nothing.
   std::string endOutput();
 

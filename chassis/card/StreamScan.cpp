@@ -165,6 +165,7 @@ StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn
     scan.pids.set(view.pid());
     ccEnds->add(view);
     if (const auto pcr = view.pcr()) {
+      scan.firstPcrs.emplace(view.pid(), StreamScan::PcrMark{*pcr, file.packets() - 1});
       rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());
     }
   }

@@ -4,6 +4,7 @@
 #include <array>
 #include <bitset>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -19,6 +20,11 @@ struct StreamScan {
   std::uint64_t packets = 0;
   std::uint64_t skippedBytes = 0;
   std::bitset<pidCount> pids;  // of all packets
+  struct PcrMark {
+    std::uint64_t pcr = 0;     // in units of 27 MHz
+    std::uint64_t packet = 0;  // so many packets before it
+  };
+  std::map<std::uint16_t, PcrMark> firstPcrs;  // by PID
   // What must be added to a PID's continuity_counter when the file starts again, so that it goes
   // on from where the file ended.
   std::array<std::uint8_t, pidCount> ccStep{};

@@ -8,6 +8,7 @@
 #include "base/Text.h"
 #include "command/Expectations.h"
 #include "command/Nearest.h"
+#include "io/Url.h"
 
 namespace chassis {
 namespace {
@@ -19,11 +20,14 @@ constexpr std::uint64_t maxSeconds = 1000000;
 
 const Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
 const Param cam{"cam", Form::Number, 0, MAX_CAM_NUM - 1, true};
-const Param file{"\"file\"", Form::Text, 1, 0, false};
+const Param file{"\"file\"", Form::Stream, 1, 0, false};
+const Param before{"\"before\"", Form::Stream, 1, 0, false};
+const Param behind{"\"behind\"", Form::Stream, 1, 0, false};
 const Param text{"\"text\"", Form::Text, 0, 0, false};
 const Param bitrate{"bitrate", Form::Number, 1, maxBitrate, false};
 const Param casid{"casid", Form::Number, 1, 0xFFFF, false};
 const Param program{"program", Form::Number, 1, 0xFFFF, false};
+const Param programOrAll{"program", Form::NumberOrAll, 1, 0xFFFF, false};
 const Param camMask{"camMask", Form::Number, 0, 3, false};
 const Param pid{"pid", Form::Number, 0, nullPid, false};
 const Param on{"on", Form::Number, 0, 1, false};
@@ -31,6 +35,8 @@ const Param seconds{"seconds", Form::Seconds, 0, maxSeconds, false};
 const Param state{"\"state\"", Form::Text, 0, 0, false, stateNames};
 const Param fault{"\"fault\"", Form::Text, 0, 0, false, alarmNames};
 const Param resets{"count", Form::Number, 0, 0xFFFFFFFF, false};
+
+constexpr const char *allPrograms = "*";
 
 std::uint32_t u32(const Value &value) {
   return static_cast<std::uint32_t>(value.number);
@@ -55,6 +61,21 @@ void runCamInsert(Chassis &chassis, const Values &v) {
   chassis.camInsert(u32(v[0]), u32(v[1]), caSystems);
 }
 
+void runProbeInsert(Chassis &chassis, const Values &v) {
+  Chassis::Probe probe;
+  probe.before = v[1].text;
+  probe.behind = v[2].text;
+  chassis.probeInsert(u32(v[0]), probe);
+}
+
+void runProgAssign(Chassis &chassis, const Values &v) {
+  if (v[1].text == allPrograms) {
+    chassis.progAssignAll(u32(v[0]), u8(v[2]));
+  } else {
+    chassis.progAssign(u32(v[0]), u16(v[1]), u8(v[2]));
+  }
+}
+
 template <CamFault fault>
 void runCamFault(Chassis &chassis, const Values &v) {
   chassis.camFault(u32(v[0]), u32(v[1]), fault, flag(v[2]));
@@ -74,7 +95,9 @@ void runCardFault(Chassis &chassis, const Values &v) {
 // clang-format off
 const std::vector<Function> table = {
     {"cardInsert", {&slot, &file, &bitrate}, 2, false, Need::Nothing, Effect::CardIn,
-     "puts a card in, with a transport stream in a loop", runCardInsert},
+     "puts a card in, with a file in a loop, a pipe, or udp:// or rtp://", runCardInsert},
+    {"probeInsert", {&slot, &before, &behind}, 3, false, Need::Nothing, Effect::CardIn,
+     "judges a receiver elsewhere by what goes in and what comes out", runProbeInsert},
     {"cardRemove", {&slot}, 1, false, Need::Card, Effect::CardOut,
      "pulls a card out, and its CAMs with it",
      [](Chassis &chassis, const Values &v) { chassis.cardRemove(u32(v[0])); }},
@@ -83,9 +106,9 @@ const std::vector<Function> table = {
     {"camRemove", {&slot, &cam}, 2, false, Need::Cam, Effect::CamOut,
      "pulls a CAM out",
      [](Chassis &chassis, const Values &v) { chassis.camRemove(u32(v[0]), u32(v[1])); }},
-    {"progAssign", {&slot, &program, &camMask}, 3, false, Need::Card, Effect::None,
-     "gives a program to CAM 0 (mask 1), CAM 1 (mask 2), both (3) or none (0)",
-     [](Chassis &chassis, const Values &v) { chassis.progAssign(u32(v[0]), u16(v[1]), u8(v[2])); }},
+    {"progAssign", {&slot, &programOrAll, &camMask}, 3, false, Need::Card, Effect::None,
+     "gives a program, or all (*), to CAM 0 (mask 1), CAM 1 (2), both (3) or none (0)",
+     runProgAssign},
     {"wait", {&seconds}, 1, false, Need::Nothing, Effect::None,
      "lets chassis time pass before the next line", nullptr},
     {"note", {&text}, 1, false, Need::Nothing, Effect::None,
@@ -218,7 +241,15 @@ Value textValue(const Param &param, const Word &word) {
   if (param.choices != nullptr) {
     requireChoice(param, word.text);
   }
+  if (param.form == Form::Stream) {
+    readUrl(word.text, Url::Use::Input);
+  }
   return Value{0, word.text};
+}
+
+Value numberOrAllValue(const Param &param, const Word &word) {
+  const bool all = !word.quoted && word.text == allPrograms;
+  return all ? Value{0, word.text} : numberValue(param, word);
 }
 
 std::string takes(const Function &function) {
@@ -281,13 +312,20 @@ Place placeOf(const Function &function, const Values &values) {
 }
 
 std::optional<std::uint16_t> programOf(const Function &function, const Values &values) {
-  const std::size_t at = indexOf(function, program, values);
-  return at < values.size() ? std::optional<std::uint16_t>(u16(values[at])) : std::nullopt;
+  const std::size_t at =
+      std::min(indexOf(function, program, values), indexOf(function, programOrAll, values));
+  const bool named = at < values.size() && values[at].text != allPrograms;
+  return named ? std::optional<std::uint16_t>(u16(values[at])) : std::nullopt;
 }
 
-std::string *fileOf(const Function &function, Values &values) {
-  const std::size_t at = indexOf(function, file, values);
-  return at < values.size() ? &values[at].text : nullptr;
+std::vector<std::string *> streamsOf(const Function &function, Values &values) {
+  std::vector<std::string *> streams;
+  for (std::size_t i = 0; i < std::min(function.params.size(), values.size()); ++i) {
+    if (function.params[i]->form == Form::Stream) {
+      streams.push_back(&values[i].text);
+    }
+  }
+  return streams;
 }
 
 bool speaksForItself(const Function &function) {
@@ -329,7 +367,10 @@ Value checkArg(const Param &param, const Word &word) {
       return numberValue(param, word);
     case Form::Seconds:
       return secondsValue(param, word);
+    case Form::NumberOrAll:
+      return numberOrAllValue(param, word);
     case Form::Text:
+    case Form::Stream:
       break;
   }
   return textValue(param, word);

@@ -21,7 +21,8 @@ using Values = std::vector<Value>;
 
 // What a kind of argument takes; `name` is how signatures and messages call it.
 struct Param {
-  enum class Form { Number, Text, Seconds };
+  // NumberOrAll: or *, which stands in the text then. Stream: a file, or what readUrl takes.
+  enum class Form { Number, NumberOrAll, Text, Stream, Seconds };
   const char *name;
   Form form;
   std::uint64_t min;  // of a text: its least length
@@ -58,9 +59,10 @@ std::string signature(const Function &function);
 // The place that a call is about: its first parameters are a slot and a CAM where it has them.
 Place placeOf(const Function &function, const Values &values);
 
-// The program, and the file, that a call names; null: its function takes none.
+// The program that a call names; none: its function takes none, or it is for all.
 std::optional<std::uint16_t> programOf(const Function &function, const Values &values);
-std::string *fileOf(const Function &function, Values &values);
+// The streams that a call names.
+std::vector<std::string *> streamsOf(const Function &function, Values &values);
 
 // Its call is no news by itself: it writes its own line.
 bool speaksForItself(const Function &function);

@@ -2,6 +2,7 @@
 
 #include "base/InputError.h"
 #include "base/Text.h"
+#include "io/Ports.h"
 
 namespace chassis {
 void Rehearsal::play(const Function &function, const Values &values) {
@@ -44,7 +45,7 @@ void Rehearsal::follow(const Function &function, const Values &values) {
   Slot &slot = slots_[values[0].number];
   switch (function.effect) {
     case Effect::CardIn:
-      insertCard(values, slot);
+      insertCard(function, values, slot);
       break;
     case Effect::CardOut:
       slot = Slot{};
@@ -60,12 +61,18 @@ void Rehearsal::follow(const Function &function, const Values &values) {
   }
 }
 
-void Rehearsal::insertCard(const Values &values, Slot &slot) {
+// What a live stream carries is seen when it comes.
+void Rehearsal::insertCard(const Function &function, const Values &values, Slot &slot) {
   slot.card = Filled::Yes;
   slot.stream.clear();
-  if (streams_ != nullptr) {
-    streams_->require(values[1].text);
-    slot.stream = values[1].text;
+  Values named = values;
+  const std::vector<std::string *> streams = streamsOf(function, named);
+  for (const std::string *stream : streams) {
+    const Url url = readUrl(*stream, Url::Use::Input);
+    if (streams_ != nullptr && isPlayed(url)) {
+      streams_->require(url.path);
+      slot.stream = streams.size() == 1 ? url.path : "";
+    }
   }
 }
 

@@ -33,7 +33,7 @@ class Rehearsal {
   void require(const Function &function, const Values &values, Slot &slot) const;
   void requireProgram(const Function &function, const Values &values, const Slot &slot);
   void follow(const Function &function, const Values &values);
-  void insertCard(const Values &values, Slot &slot);
+  void insertCard(const Function &function, const Values &values, Slot &slot);
 
   StreamPrograms *const streams_;
   std::array<Slot, MAX_BOARD_NUM> slots_;

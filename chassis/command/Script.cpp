@@ -9,6 +9,7 @@
 #include "base/InputError.h"
 #include "base/Text.h"
 #include "command/Rehearsal.h"
+#include "io/Url.h"
 
 namespace chassis {
 namespace {
@@ -49,7 +50,8 @@ class Reader {
   void requireFunction(const std::string &name) const;
   bool isConsoleName(const std::string &name) const;
   void loseTrackAt(const std::string &name);
-  std::string findFile(Call &call) const;
+  std::string findFiles(Call &call) const;
+  std::string findFile(std::string &stream) const;
   void complain(std::size_t number, const std::string &what);
 
   Script script_;
@@ -87,7 +89,7 @@ void Reader::readLine(const std::string &text, std::size_t number) {
   if (call.function == nullptr) {
     return;
   }
-  const std::string whereLooked = findFile(call);
+  const std::string whereLooked = findFiles(call);
   try {
     rehearsal_.play(*call.function, call.values);
   } catch (const Interrupted &) {
@@ -140,21 +142,31 @@ bool isMissing(const fs::path &path) {
   return fs::status(path, failure).type() == fs::file_type::not_found;
 }
 
-// Puts in the path that leads to the call's file. Returns where it was looked for in vain.
-std::string Reader::findFile(Call &call) const {
-  std::string *file = fileOf(*call.function, call.values);
-  if (file == nullptr || folder_.empty()) {
+// Puts in the paths that lead to the call's files. Returns where one was looked for in vain.
+std::string Reader::findFiles(Call &call) const {
+  std::string whereLooked;
+  for (std::string *stream : streamsOf(*call.function, call.values)) {
+    if (readUrl(*stream, Url::Use::Input).scheme == Url::Scheme::File) {
+      whereLooked = findFile(*stream);
+    }
+  }
+  return whereLooked;
+}
+
+std::string Reader::findFile(std::string &stream) const {
+  const fs::path path = readUrl(stream, Url::Use::Input).path;
+  if (folder_.empty()) {
     return "";
   }
   std::error_code failure;
-  const fs::path beside = fs::path(folder_) / *file;
+  const fs::path beside = fs::path(folder_) / path;
   const bool missing = isMissing(beside);
-  const bool missingHere = isMissing(*file);
+  const bool missingHere = isMissing(path);
   if (!missing && (missingHere || !fs::is_directory(beside, failure))) {
-    *file = beside.string();
+    stream = (path == stream ? "" : "file:") + beside.string();
     return "";
   }
-  const bool looked = missing && missingHere && !fs::path(*file).is_absolute();
+  const bool looked = missing && missingHere && !path.is_absolute();
   return looked ? "; it was looked for in '" + folder_ + "' and in the working directory" : "";
 }
 
@@ -164,14 +176,18 @@ void Reader::complain(std::size_t number, const std::string &what) {
 
 }  // namespace
 
-std::vector<const Call *> streamCalls(const Script &script) {
-  std::vector<const Call *> calls;
+std::vector<PlayedFile> playedFiles(const Script &script) {
+  std::vector<PlayedFile> files;
   for (const Call &call : script.calls) {
-    if (call.function->effect == Effect::CardIn) {
-      calls.push_back(&call);
+    Values values = call.values;
+    for (const std::string *stream : streamsOf(*call.function, values)) {
+      const Url url = readUrl(*stream, Url::Use::Input);
+      if (url.scheme == Url::Scheme::File) {
+        files.push_back({call.line, url.path});
+      }
     }
   }
-  return calls;
+  return files;
 }
 
 std::string atLine(const Script &script, std::size_t line, const std::string &what) {

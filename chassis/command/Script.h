@@ -14,7 +14,7 @@ struct Call {
   std::size_t line = 0;  // in the file, from 1
   std::string text;      // as a person would write it
   const Function *function = nullptr;
-  Values values;  // a stream file by the path that leads to it
+  Values values;  // a file by the path that leads to it
 };
 
 struct Script {
@@ -36,8 +36,12 @@ struct ScriptSetting {
 Script readScript(const std::string &path, const ScriptSetting &setting = {});
 Script readScript(const std::string &name, std::istream &lines, const ScriptSetting &setting = {});
 
-// The calls that put a card with a stream in.
-std::vector<const Call *> streamCalls(const Script &script);
+// The files that the calls of a script read, by the paths that lead to them.
+struct PlayedFile {
+  std::size_t line;
+  std::string path;
+};
+std::vector<PlayedFile> playedFiles(const Script &script);
 
 // "FILE:LINE: what"
 std::string atLine(const Script &script, std::size_t line, const std::string &what);

@@ -65,7 +65,7 @@ std::string replyCell(const PidFinding &pid) {
 
 std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
                          std::uint64_t nowMs) {
-  const bool supervised = program.camMask != 0;
+  const bool supervised = isSupervised(program);
   const Verdict verdict =
       supervised ? verdictOf(program, pid) : Verdict{"not supervised", "", "", Tone::Faint};
   return {{std::to_string(program.number)},

@@ -26,6 +26,8 @@ constexpr KindName names[] = {
     {EventKind::StreamBack, "stream_back"},
     {EventKind::InputLost, "input_lost"},
     {EventKind::StreamsUnmatched, "streams_unmatched"},
+    {EventKind::ProbeUnaligned, "probe_unaligned"},
+    {EventKind::ProbeBegun, "probe_begun"},
     {EventKind::WentLive, "went_live"},
     {EventKind::TransportErrors, "transport_errors"},
     {EventKind::TablesCut, "tables_cut"},

@@ -36,6 +36,8 @@ enum class EventKind : std::uint8_t {
   StreamBack,
   InputLost,
   StreamsUnmatched,
+  ProbeUnaligned,
+  ProbeBegun,
   WentLive,
   TransportErrors,
   TablesCut,

@@ -20,6 +20,9 @@ FileSource::FileSource(const std::string &path, const Pace &pace, GoOn goOn)
     : file_(path, std::move(goOn)), pace_(pace), nowMs_(pace.startMs) {}
 
 std::size_t FileSource::due(std::uint64_t nowMs) {
+  if (nowMs <= nowMs_) {
+    return waiting_;
+  }
   credit_ += (nowMs - nowMs_) * pace_.bitrate;
   nowMs_ = nowMs;
   waiting_ += credit_ / packetCost;

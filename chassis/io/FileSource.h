@@ -22,7 +22,7 @@ class FileSource : public PacketSource {
   struct Pace {
     std::uint64_t bitrate = 1;  // bit/s, 1..10^9
     CcSteps ccStep{};           // by PID: what a further loop adds to the continuity_counter
-    std::uint64_t startMs = 0;
+    std::uint64_t startMs = 0;  // chassis time, which may be to come
     Repeat repeat = Repeat::InALoop;
   };
 

@@ -31,6 +31,7 @@ class Clock {
 
   // From now on; time that the run has fallen behind the real clock is not caught up.
   void setSpeed(double speed);
+  double speed() const { return speed_; }
   void forgetDelay() { setSpeed(speed_); }  // the same at the same speed
 
   // From now on chassis time is real time, at speed 1: after a stall it jumps, in one tick, and

@@ -237,6 +237,9 @@ Event groupChange(std::uint32_t slot, const ProgramGroup &group) {
 
 // A CAM that is not checked any more says so for its programs too.
 bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
+  if (program.probe == ProbeState::MissingBehind) {
+    return false;
+  }
   for (std::size_t camSlot = 0; camSlot < card.cams.size(); ++camSlot) {
     const bool own = (program.camMask >> camSlot & 1) != 0;
     if (own && card.cams[camSlot].descrambling != fieldNotChecked) {
@@ -253,7 +256,7 @@ void addProgramChanges(const CardFinding &before, const CardFinding &now,
     const ProgramFinding *old = findProgram(before, program.number);
     const ProgramState state = stateOf(program, now.takenMs);
     const ProgramState oldState = stateOf(old == nullptr ? ProgramFinding{} : *old, before.takenMs);
-    const bool told = program.camMask == 0 || lapsedWithCams(program, now);
+    const bool told = !isSupervised(program) || lapsedWithCams(program, now);
     if (!(state == oldState) && !told) {
       addToGroup(program, state, groups);
     }

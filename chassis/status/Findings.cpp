@@ -108,6 +108,7 @@ ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const Progra
   const CiDesc &table = *card.descTable();
   ProgramFinding finding;
   finding.number = info.number;
+  finding.probe = info.probe;
   for (const StreamInfo &stream : info.streams) {
     finding.pids.push_back(examineStream(card, stream));
   }
@@ -152,6 +153,16 @@ void relate(ProgramFinding &program, std::array<CamFinding, MAX_CAM_NUM> &cams) 
   }
 }
 
+void addStreams(const Card &card, CardFinding &finding) {
+  finding.input = {card.streamName(), card.live(), card.silent(), card.counters()};
+  if (card.probing()) {
+    finding.countersBehind = card.countersBehind();
+  }
+  if (const PacketSink *output = card.output()) {
+    finding.output = {output->name(), output->writtenPackets(), output->lostPackets()};
+  }
+}
+
 }  // namespace
 
 CardFinding examine(Chassis &chassis, std::uint32_t slot) {
@@ -162,6 +173,7 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
   if (pCiData[slot] == nullptr || card.descTable() == nullptr) {
     return finding;
   }
+  addStreams(card, finding);
   finding.bitrate = card.bitrate();
   finding.transportErrors = card.transportErrors();
   finding.controller = pCiData[slot]->cimaxStat;

@@ -44,6 +44,7 @@ struct ProgramFinding {
   std::uint8_t camMask = 0;
   std::uint8_t status = DESC_STAT_UNKNOWN;
   std::vector<PidFinding> pids;
+  ProbeState probe = ProbeState::None;
   bool clear = false;                    // a CAM has it, though it has no CA descriptors
   CaPmtAgeMs caPmtAgeMs = std::nullopt;  // of the CAMs that have it
 };
@@ -58,8 +59,24 @@ struct CamFinding {
   std::uint32_t clearPrograms = 0;  // among them
 };
 
+// Where a card's packets come from or go to.
+struct StreamFinding {
+  std::string name;  // as a person wrote it; empty: there is none
+  bool live = false;
+  bool silent = false;
+  SourceCounters counters;
+};
+struct OutputFinding {
+  std::string name;
+  std::uint64_t written = 0;  // packets
+  std::uint64_t lost = 0;
+};
+
 struct CardFinding {
   std::uint32_t slot = 0;
+  StreamFinding input;
+  std::optional<SourceCounters> countersBehind;  // of a probe
+  OutputFinding output;
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets that were not read for that reason
   std::uint64_t takenMs = 0;

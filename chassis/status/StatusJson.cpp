@@ -64,7 +64,7 @@ Json pidJson(const ProgramFinding &program, const PidFinding &pid) {
   Json json{{"pid", pid.pid},
             {"stream_type", pid.streamType},
             {"stream", streamTypeText(pid.streamType)}};
-  addVerdict(json, program.camMask != 0, pid.status, verdictOf(program, pid));
+  addVerdict(json, isSupervised(program), pid.status, verdictOf(program, pid));
   if (pid.reply != 0) {
     json["ca_enable"] = pid.reply;
     json["ca_enable_old"] = pid.replyOld;
@@ -90,7 +90,7 @@ Json camsOf(std::uint8_t camMask) {
 
 Json programJson(const ProgramFinding &program) {
   Json json{{"program", program.number}, {"cams", camsOf(program.camMask)}};
-  addVerdict(json, program.camMask != 0, program.status, verdictOf(program));
+  addVerdict(json, isSupervised(program), program.status, verdictOf(program));
   json["pids"] = Json::array();
   for (const PidFinding &pid : program.pids) {
     json["pids"].push_back(pidJson(program, pid));

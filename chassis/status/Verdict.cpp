@@ -1,6 +1,7 @@
 #include "status/Verdict.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "base/Text.h"
 
@@ -11,7 +12,39 @@ bool isSilent(const PidFinding &pid) {
   return pid.behind.packets == 0;
 }
 
+// What is said of a program that somebody else's receiver is to descramble, in the order of
+// ProbeState. Where an input is lost, nothing is said of its CAM.
+struct ProbeWords {
+  ProbeState state;
+  const char *words;
+  const char *note;
+  Tone tone;
+};
+constexpr ProbeWords probeWords[] = {
+    {ProbeState::None, "", "", Tone::Plain},
+    {ProbeState::Learning, "not judged yet", "what comes out is not known yet", Tone::Faint},
+    {ProbeState::Judged, "", "", Tone::Plain},
+    {ProbeState::MissingBehind, "missing behind", "it goes in, but does not come out", Tone::Bad},
+    {ProbeState::SilentBefore, "not judged", "nothing goes into the receiver", Tone::Faint},
+    {ProbeState::SilentBehind, "not judged", "nothing comes out of the receiver", Tone::Faint},
+    {ProbeState::SilentBoth, "not judged", "nothing goes in, and nothing comes out", Tone::Faint},
+};
+
+constexpr bool inOrder() {
+  for (std::size_t i = 0; i < std::size(probeWords); ++i) {
+    if (probeWords[i].state != static_cast<ProbeState>(i)) {
+      return false;
+    }
+  }
+  return std::size(probeWords) == static_cast<std::size_t>(ProbeState::SilentBoth) + 1;
+}
+static_assert(inOrder());
+
 Verdict verdictOf(const ProgramFinding &program, std::uint8_t status, bool silent) {
+  const ProbeWords &probed = probeWords[static_cast<std::size_t>(program.probe)];
+  if (*probed.words != '\0') {
+    return {probed.words, "", probed.note, probed.tone};
+  }
   if (status == DESC_STAT_OK && silent) {
     return {"without packets", "", "counted as descrambled", Tone::Faint};
   }
@@ -25,6 +58,10 @@ Verdict verdictOf(const ProgramFinding &program, std::uint8_t status, bool silen
 }
 
 }  // namespace
+
+bool isSupervised(const ProgramFinding &program) {
+  return program.camMask != 0 || program.probe != ProbeState::None;
+}
 
 Verdict verdictOf(const ProgramFinding &program) {
   const bool silent = std::all_of(program.pids.begin(), program.pids.end(), isSilent);

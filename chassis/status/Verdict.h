@@ -17,6 +17,9 @@ struct Verdict {
   Tone tone = Tone::Plain;
 };
 
+// A CAM has the program, or a receiver that is judged.
+bool isSupervised(const ProgramFinding &program);
+
 Verdict verdictOf(const ProgramFinding &program);
 Verdict verdictOf(const ProgramFinding &program, const PidFinding &pid);
 

@@ -1,12 +1,15 @@
 #include "supervision/Chassis.h"
 
 #include <algorithm>
+#include <array>
+#include <iterator>
 #include <utility>
 
 #include "CiPlatform.h"
 #include "base/InputError.h"
 #include "base/Raised.h"
 #include "base/Text.h"
+#include "card/FilePair.h"
 #include "platform/CardDriver.h"
 
 namespace {
@@ -38,8 +41,25 @@ MuxCardForm *GetMuxCardFormList(std::uint32_t slotNo) {
 
 namespace chassis {
 
-Chassis::Chassis(Clock &clock, Events &events)
-    : clock_(clock), events_(events), library_(events), alarms_(clock, events) {
+namespace {
+
+std::string caSystemList(const std::vector<std::uint16_t> &casids) {
+  std::vector<std::string> names;
+  names.reserve(casids.size());
+  for (const std::uint16_t casid : casids) {
+    names.push_back(hex(casid, 4));
+  }
+  return joined(names);
+}
+
+}  // namespace
+
+Chassis::Chassis(Clock &clock, Events &events, Loop &loop)
+    : clock_(clock),
+      events_(events),
+      ports_(loop, clock, files_),
+      library_(events),
+      alarms_(clock, events) {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     slots_[slot].card = std::make_unique<Card>(slot, events, files_);
     slots_[slot].card->onProgramsChanged(
@@ -91,10 +111,113 @@ void Chassis::letHappen() {
   }
 }
 
-void Chassis::cardInsert(std::uint32_t slot, const std::string &path, std::uint64_t bitrate) {
-  card(slot).insert(path, bitrate, clock_.elapsedMs());
+void Chassis::cardInsert(std::uint32_t slot, const std::string &stream, std::uint64_t bitrate) {
+  const Url url = readUrl(stream, Url::Use::Input);
+  if (isPlayed(url)) {
+    card(slot).insert(url.path, bitrate, clock_.elapsedMs());
+  } else if (bitrate != 0) {
+    throw InputError("'" + stream + "' comes at a bitrate of its own; leave the bitrate out");
+  } else {
+    auto source = ports_.openInput(url, card(slot).teller());
+    goLive(stream);
+    card(slot).insertLive(std::move(source), url.text, clock_.elapsedMs());
+  }
   registerCard(slot);
   slots_[slot].programsChanged = true;
+}
+
+void Chassis::goLive(const std::string &stream) {
+  if (!clock_.live() && clock_.speed() != 1) {
+    events_.tell({EventKind::WentLive,
+                  {},
+                  "chassis time goes at the machine's clock from now on",
+                  "'" + stream + "' is live"});
+  }
+  clock_.goLive();
+}
+
+// A file is played, a stream that is live is opened.
+Card::ProbeInputs Chassis::probeInputs(std::uint32_t slot, const Probe &probe) {
+  const std::array<Url, 2> urls{readUrl(probe.before, Url::Use::Input),
+                                readUrl(probe.behind, Url::Use::Input)};
+  FilePair files([this](const Progress &progress) { return files_.goesOn(progress); });
+  std::array<std::unique_ptr<PacketSource>, 2> sources;
+  for (std::size_t i = 0; i < urls.size(); ++i) {
+    if (isPlayed(urls[i])) {
+      files.add(i, urls[i].path);
+    } else {
+      sources[i] = ports_.openInput(urls[i], card(slot).teller());
+    }
+  }
+  for (std::size_t i = 0; i < urls.size(); ++i) {
+    if (sources[i] == nullptr) {
+      sources[i] = files.play(i, clock_.elapsedMs());
+    } else {
+      goLive(urls[i].text);
+    }
+  }
+  Card::ProbeInputs inputs{std::move(sources[0]), std::move(sources[1]),
+                           urls[0].text + " and " + urls[1].text, probe.numbers, probe.programs};
+  if (files.unaligned()) {
+    tell({EventKind::ProbeUnaligned,
+          {static_cast<int>(slot), -1},
+          "the two files have no time in common",
+          "their PCRs do not overlap; both are played from their begin",
+          {},
+          Tone::Bad});
+  }
+  return inputs;
+}
+
+void Chassis::probeInsert(std::uint32_t slot, const Probe &probe) {
+  Card::ProbeInputs inputs = probeInputs(slot, probe);
+  cardRemove(slot);
+  card(slot).insertProbe(std::move(inputs), clock_.elapsedMs());
+  registerCard(slot);
+  slots_[slot].probe = probe;
+  slots_[slot].probedBy = 0;
+  library_.observe(slot, 0, probe.caSystems, probe.onReset);
+  slots_[slot].programsChanged = true;
+}
+
+// By which CA system a receiver's CAM is judged is known once its programs are. One that none of
+// them carries any more gives way.
+void Chassis::observe(std::uint32_t slot) {
+  const std::vector<std::uint16_t> carried = card(slot).probedCaSystems();
+  Slot &probed = slots_[slot];
+  const auto carries = [&carried](std::uint16_t casid) {
+    return std::find(carried.begin(), carried.end(), casid) != carried.end();
+  };
+  if (carried.empty() || carries(probed.probedBy)) {
+    return;
+  }
+  const std::vector<std::uint16_t> &wanted = probed.probe.caSystems;
+  const auto found = std::find_if(wanted.begin(), wanted.end(), carries);
+  const std::uint16_t asked = found == wanted.end() ? 0 : *found;
+  probed.probedBy = wanted.empty() ? carried.front() : asked;
+  if (wanted.empty()) {
+    library_.observe(slot, 0, {probed.probedBy}, probed.probe.onReset);
+  }
+  tellObserved(slot, carried);
+}
+
+void Chassis::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &carried) {
+  const std::uint16_t by = slots_[slot].probedBy;
+  std::vector<std::uint16_t> others;
+  std::copy_if(carried.begin(), carried.end(), std::back_inserter(others),
+               [by](std::uint16_t casid) { return casid != by; });
+  const std::string rest = others.empty() ? "the programs carry no other"
+                                          : "the programs also carry " + caSystemList(others);
+  const Place place{static_cast<int>(slot), 0};
+  if (by != 0) {
+    events_.tell({EventKind::ProbeBegun, place,
+                  "the receiver is judged by CA system " + hex(by, 4), rest,
+                  {{"ca_systems", carried}}});
+  } else {
+    events_.tell({EventKind::ProbeBegun, place,
+                  "no program carries CA system " + caSystemList(slots_[slot].probe.caSystems),
+                  "they carry " + caSystemList(carried), {{"ca_systems", carried}}, Tone::Bad});
+  }
 }
 
 void Chassis::cardRemove(std::uint32_t slot) {
@@ -207,8 +330,13 @@ void Chassis::alarmFail(bool on) {
   alarms_.setFailing(on);
 }
 
-void Chassis::output(std::uint32_t slot, const std::string &path) {
-  card(slot).setOutput(path);
+void Chassis::output(std::uint32_t slot, const std::string &stream) {
+  const Url url = readUrl(stream, Url::Use::Output);
+  card(slot).endOutput();
+  card(slot).setOutput(ports_.openOutput(url, card(slot).outputName()));
+  if (url.isNetwork()) {
+    goLive(stream);
+  }
 }
 
 std::vector<std::string> Chassis::endOutputs() {
@@ -302,6 +430,9 @@ void Chassis::takeOverPrograms(std::uint32_t slot) {
     return;
   }
   slots_[slot].programsChanged = false;
+  if (card(slot).probing()) {
+    observe(slot);
+  }
   card(slot).publishTables();
   getSlotDescPidInfo(slot);
   filter(slot);

@@ -17,7 +17,9 @@
 #include "cilib/CiLibrary.h"
 #include "event/Event.h"
 #include "io/Files.h"
+#include "io/Ports.h"
 #include "kernel/Clock.h"
+#include "kernel/Loop.h"
 
 namespace chassis {
 
@@ -41,14 +43,28 @@ class Chassis {
   static constexpr std::uint64_t loadMs = 2000;   // until all cards are loaded
   static constexpr std::uint64_t cycleMs = 1000;  // between the starts of two short cycles
 
-  Chassis(Clock &clock, Events &events);
+  // The loop: where outputs into networks wait for their time.
+  Chassis(Clock &clock, Events &events, Loop &loop);
   ~Chassis();
   Chassis(const Chassis &) = delete;
   Chassis &operator=(const Chassis &) = delete;
 
   // What people do to a chassis. A card or CAM that is there already is replaced. A CAM that is
   // named must be there, and so must a program: these throw InputError.
-  void cardInsert(std::uint32_t slot, const std::string &path, std::uint64_t bitrate);
+  // stream: a file, which is played in a loop (bitrate in bit/s, 0: from its PCRs), or an URL or a
+  // pipe, which comes at its own and has chassis time go at the machine's clock.
+  void cardInsert(std::uint32_t slot, const std::string &stream, std::uint64_t bitrate);
+  // A receiver elsewhere: what goes into it and what comes out of it are streams. Two files are
+  // played once, aligned by their PCRs.
+  struct Probe {
+    std::string before;
+    std::string behind;
+    ProgramNumbers numbers;                // behind, of programs that the receiver renumbers
+    std::vector<std::uint16_t> programs;   // that are judged; empty: all that have CA descriptors
+    std::vector<std::uint16_t> caSystems;  // of its CAM; empty: the first that the programs carry
+    std::function<void()> onReset;         // the module would reset its CAM
+  };
+  void probeInsert(std::uint32_t slot, const Probe &probe);
   void cardRemove(std::uint32_t slot);  // with its CAMs
   void camInsert(std::uint32_t slot, std::uint32_t cam, const std::vector<std::uint16_t> &casids);
   void camRemove(std::uint32_t slot, std::uint32_t cam);
@@ -62,7 +78,7 @@ class Chassis {
   void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
   void alarmFail(bool on);                                // the alarm service
   void tell(const Event &event) { events_.tell(event); }  // as one of the chassis's own
-  void output(std::uint32_t slot, const std::string &path);
+  void output(std::uint32_t slot, const std::string &stream);  // a file, a pipe or an URL
   std::vector<std::string> endOutputs();  // what they have lost, a sentence each
 
   // Boots on the first call: the agenda's first work, the start-up task, then the cycles, until
@@ -81,6 +97,7 @@ class Chassis {
 
   const Clock &clock() const { return clock_; }
   Files &files() { return files_; }
+  Ports &ports() { return ports_; }
   Card &card(std::uint32_t slot) { return *slots_[slot].card; }
   const CiLibrary &library() const { return library_; }
   const AlarmService &alarms() const { return alarms_; }
@@ -90,10 +107,16 @@ class Chassis {
     std::unique_ptr<Card> card;
     std::array<std::unique_ptr<Cam>, MAX_CAM_NUM> cams;
     bool programsChanged = false;
+    Probe probe;
+    std::uint16_t probedBy = 0;  // CA system; 0: none is known yet
     bool keepsAllFromCams = false;  // the pre-CAM switch, as it was last programmed
   };
 
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
+  void goLive(const std::string &stream);
+  Card::ProbeInputs probeInputs(std::uint32_t slot, const Probe &probe);
+  void observe(std::uint32_t slot);
+  void tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &carried);
   void tellUnassigned(std::uint32_t slot, std::uint32_t cam, std::uint16_t program);
   void tick(std::uint64_t nowMs);
   void boot();
@@ -108,6 +131,7 @@ class Chassis {
   Clock &clock_;
   Events &events_;
   Files files_;
+  Ports ports_;
   CiLibrary library_;
   AlarmService alarms_;
   std::array<Slot, MAX_BOARD_NUM> slots_;

@@ -47,7 +47,8 @@ class ExpectationsTest : public testing::Test {
   TemporaryFile file_{oneProgram()};
   Notes notes_;
   Clock clock_;
-  Chassis chassis_{clock_, notes_};
+  Loop loop_;
+  Chassis chassis_{clock_, notes_, loop_};
 };
 
 TEST_F(ExpectationsTest, WhatIsSoIsTold) {

@@ -27,7 +27,8 @@ class PlayerTest : public testing::Test {
 
   RecordedEvents events_;
   Clock clock_;
-  Chassis chassis_{clock_, events_};
+  Loop loop_;
+  Chassis chassis_{clock_, events_, loop_};
 };
 
 using Lines = std::vector<std::string>;

@@ -22,7 +22,7 @@ class ConsoleRig : public testing::Test {
       : journal_([](const std::string &) {}),
         stream_(&journal_),
         timeline_(stream_, {}, [this] { return clock_.elapsedMs(); }),
-        chassis_(clock_, timeline_),
+        chassis_(clock_, timeline_, loop_),
         watch_(chassis_, timeline_),
         shell_(
             chassis_, watch_, journal_, [this](const std::string &text) { answer_ += text; },
@@ -55,6 +55,7 @@ class ConsoleRig : public testing::Test {
   Journal journal_;
   std::ostream stream_;
   Timeline timeline_;
+  Loop loop_;
   Chassis chassis_;
   StatusWatch watch_;
   std::string answer_;

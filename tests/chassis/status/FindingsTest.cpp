@@ -77,7 +77,8 @@ class FindingsTest : public testing::Test {
   TemporaryFile file_{stream()};
   EventFan events_;
   Clock clock_;
-  Chassis chassis_{clock_, events_};
+  Loop loop_;
+  Chassis chassis_{clock_, events_, loop_};
 };
 
 TEST_F(FindingsTest, ACardThatNeverWasHasNothing) {

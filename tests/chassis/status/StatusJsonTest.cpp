@@ -41,7 +41,8 @@ class StatusJsonTest : public testing::Test {
   TemporaryFile file_{clearProgram()};
   Clock clock_;
   EventFan events_;
-  Chassis chassis_{clock_, events_};
+  Loop loop_;
+  Chassis chassis_{clock_, events_, loop_};
   Idle agenda_;
 };
 

@@ -102,7 +102,8 @@ class ChassisTest : public testing::Test {
   TemporaryFile file_{stream()};
   RecordedEvents events_;
   Clock clock_;
-  Chassis chassis_{clock_, events_};
+  Loop loop_;
+  Chassis chassis_{clock_, events_, loop_};
   Works works_;
   Checks checks_;
 };
@@ -217,7 +218,10 @@ TEST(ChassisClock, GoesOnWithoutItsChassis) {
   RecordedEvents events;
   Clock clock;
   std::uint32_t loaded = 0;
-  { const Chassis chassis(clock, events); }
+  {
+    Loop loop;
+    const Chassis chassis(clock, events, loop);
+  }
   clock.advance(300);
   loaded = is_all_card_loaded;
   EXPECT_EQ(loaded, 0U);

@@ -1,0 +1,67 @@
+#include "card/FilePair.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "io/FileSource.h"
+#include "ts/PacketView.h"
+
+namespace chassis {
+
+namespace {
+
+constexpr std::int64_t ticksPerMs = pcrHz / 1000;
+
+std::int64_t msOf(const StreamScan &scan, std::uint64_t packets) {
+  return static_cast<std::int64_t>(packets * tsPacketSize * 8 * 1000 / scan.bitrate);
+}
+
+// The shorter way around the wrap.
+std::int64_t pcrStep(std::uint64_t from, std::uint64_t to) {
+  const std::uint64_t forward = (to + pcrRange - from) % pcrRange;
+  return forward < pcrRange / 2
+             ? static_cast<std::int64_t>(forward)
+             : static_cast<std::int64_t>(forward) - static_cast<std::int64_t>(pcrRange);
+}
+
+}  // namespace
+
+std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second) {
+  for (const auto &[pid, mark] : first.firstPcrs) {
+    const auto other = second.firstPcrs.find(pid);
+    if (other == second.firstPcrs.end()) {
+      continue;
+    }
+    const std::int64_t later = pcrStep(mark.pcr, other->second.pcr) / ticksPerMs +
+                               msOf(first, mark.packet) - msOf(second, other->second.packet);
+    const std::int64_t length = msOf(later > 0 ? first : second, later > 0 ? first.packets : second.packets);
+    return std::abs(later) < length ? std::optional<std::int64_t>(later) : std::nullopt;
+  }
+  return std::nullopt;
+}
+
+void FilePair::add(std::size_t which, const std::string &path) {
+  files_[which].emplace(File{path, scanStream(path, 0, goOn_)});
+}
+
+std::optional<std::int64_t> FilePair::behindLaterMs() const {
+  return beginsLaterMs(files_[Before]->scan, files_[Behind]->scan);
+}
+
+bool FilePair::unaligned() const {
+  return files_[Before] && files_[Behind] && !behindLaterMs();
+}
+
+std::unique_ptr<PacketSource> FilePair::play(std::size_t which, std::uint64_t nowMs) const {
+  const File &file = *files_[which];
+  const bool both = files_[Before] && files_[Behind];
+  const std::int64_t later = both ? behindLaterMs().value_or(0) : 0;
+  const std::int64_t delay = std::max<std::int64_t>(0, which == Behind ? later : -later);
+  FileSource::Pace pace;
+  pace.bitrate = file.scan.bitrate;
+  pace.startMs = nowMs + static_cast<std::uint64_t>(delay);
+  pace.repeat = FileSource::Repeat::Once;
+  return std::make_unique<FileSource>(file.path, pace, goOn_);
+}
+
+}  // namespace chassis

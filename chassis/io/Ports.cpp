@@ -1,0 +1,53 @@
+#include "io/Ports.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/InputError.h"
+#include "io/DatagramSink.h"
+#include "io/DatagramSource.h"
+#include "io/FileSink.h"
+#include "io/PipeSource.h"
+
+namespace chassis {
+
+namespace {
+
+constexpr std::uint64_t nsPerMs = 1000000;
+
+}  // namespace
+
+bool isPlayed(const Url &url) {
+  struct stat status {};
+  const bool pipe = stat(url.path.c_str(), &status) == 0 &&
+                    (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+  return url.scheme == Url::Scheme::File && !pipe;
+}
+
+std::unique_ptr<PacketSource> Ports::openInput(const Url &url, const Tell &tell) {
+  const auto now = [this] { return clock_.elapsedMs() * nsPerMs; };
+  if (url.isNetwork()) {
+    return std::make_unique<DatagramSource>(
+        url, [this](std::uint64_t realNs) { return clock_.chassisNs(realNs); }, tell);
+  }
+  if (url.scheme == Url::Scheme::File) {
+    return std::make_unique<PipeSource>(url.path, now, tell);
+  }
+  if (!inputUser_.empty()) {
+    throw InputError("'-' is standard input, which is read as " + inputUser_ +
+                     "; give a file, a FIFO or an URL");
+  }
+  return std::make_unique<PipeSource>(STDIN_FILENO, "standard input", now, tell);
+}
+
+std::unique_ptr<PacketSink> Ports::openOutput(const Url &url, const std::string &user) {
+  if (url.isNetwork()) {
+    return std::make_unique<DatagramSink>(
+        url, [this](std::uint64_t chassisNs) { return clock_.realNs(chassisNs); }, loop_);
+  }
+  const bool standard = url.scheme == Url::Scheme::StandardStream;
+  return std::make_unique<FileSink>(
+      files_.openOutput(user, standard ? "/dev/stdout" : url.path));
+}
+
+}  // namespace chassis
