@@ -168,7 +168,8 @@ TsFile::TsFile(const std::string &path, GoOn goOn)
   if (!found) {
     state_->requireReadable();
     throw InputError("'" + path +
-                     "' holds no transport stream: no 188-byte packets with sync byte 0x47");
+                     "' holds no transport stream: no packets of 188, 192 or 204 bytes with sync "
+                     "byte 0x47");
   }
   state_->restart();
 }
