@@ -8,41 +8,12 @@
 #include "base/InputError.h"
 #include "base/Text.h"
 #include "ts/PacketView.h"
+#include "ts/PcrRuler.h"
 #include "ts/TsFile.h"
 
 namespace chassis {
 
 namespace {
-
-// Sums up how many packets take how long by the PCRs of one PID, leaving out the jumps.
-class PcrRuler {
- public:
-  void add(std::uint64_t pcr, std::uint64_t packet, bool jump) {
-    const std::uint64_t step = (pcr + pcrRange - pcr_) % pcrRange;
-    if (known_ && !jump && step > 0 && step <= longestStep) {
-      ticks_ += step;
-      packets_ += packet - packet_;
-    }
-    known_ = true;
-    pcr_ = pcr;
-    packet_ = packet;
-  }
-
-  // bit/s, 0 when there are too few PCRs
-  double bitrate() const {
-    constexpr double bitHz = static_cast<double>(tsPacketSize * 8 * pcrHz);
-    return ticks_ == 0 ? 0 : static_cast<double>(packets_) * bitHz / static_cast<double>(ticks_);
-  }
-
- private:
-  static constexpr std::uint64_t longestStep = 10 * pcrHz;
-
-  bool known_ = false;
-  std::uint64_t pcr_ = 0;
-  std::uint64_t packet_ = 0;
-  std::uint64_t ticks_ = 0;
-  std::uint64_t packets_ = 0;
-};
 
 // The first and the last continuity_counter of every PID's packets with a payload.
 class CcEnds {

@@ -20,6 +20,8 @@ constexpr KindName names[] = {
     {EventKind::CardRemoved, "card_removed"},
     {EventKind::StreamDamaged, "stream_damaged"},
     {EventKind::StreamEnded, "stream_ended"},
+    {EventKind::WriterCame, "writer_came"},
+    {EventKind::WriterGone, "writer_gone"},
     {EventKind::StreamChanged, "stream_changed"},
     {EventKind::StreamBegun, "stream_begun"},
     {EventKind::StreamSilent, "stream_silent"},

@@ -30,6 +30,8 @@ enum class EventKind : std::uint8_t {
   CardRemoved,
   StreamDamaged,
   StreamEnded,
+  WriterCame,
+  WriterGone,
   StreamChanged,
   StreamBegun,
   StreamSilent,

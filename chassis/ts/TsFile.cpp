@@ -11,16 +11,12 @@
 #include <vector>
 
 #include "base/InputError.h"
+#include "ts/Resync.h"
 
 namespace chassis {
 
 namespace {
 
-constexpr std::uint8_t syncByte = 0x47;
-constexpr std::size_t syncsInARow = 5;
-// At the end of the file fewer must do, but less than these stand by chance in any other file.
-constexpr std::size_t fewSyncs = 3;
-constexpr std::size_t window = syncsInARow * tsPacketSize;
 constexpr std::size_t bufferSize = 1024 * tsPacketSize;
 
 // goOn is asked whenever so much has been read.
@@ -89,13 +85,10 @@ struct TsFile::State {
       : file(path), goOn(std::move(asked)), name("'" + path + "'"), buffer(bufferSize) {}
 
   std::size_t left() const { return end - begin; }
-  const std::uint8_t *at(std::size_t offset) const { return buffer.data() + begin + offset; }
+  const std::uint8_t *front() const { return buffer.data() + begin; }
 
   bool fill(std::size_t wanted);
   void ask();
-  bool startsPacket(std::size_t offset) const;
-  std::size_t nextSync(std::size_t offset, std::size_t last) const;
-  void skip(std::size_t bytes);
   bool findPacket();
   void restart();
   void requireReadable() const;
@@ -108,9 +101,8 @@ struct TsFile::State {
   std::vector<std::uint8_t> buffer;
   std::size_t begin = 0;
   std::size_t end = 0;
-  bool atStart = true;
+  Resync resync;
   std::uint64_t packets = 0;
-  std::uint64_t skipped = 0;
 };
 
 // Makes a number of bytes available, fewer only at the end of the file.
@@ -133,56 +125,20 @@ void TsFile::State::ask() {
   }
 }
 
-// Whether packets in a row start here; the window from here on must be filled.
-bool TsFile::State::startsPacket(std::size_t offset) const {
-  const std::size_t rest = left() - offset;
-  if (rest < tsPacketSize) {
-    return false;
-  }
-  std::size_t syncs = 0;
-  for (std::size_t pos = 0; pos < rest && syncs < syncsInARow; pos += tsPacketSize, ++syncs) {
-    if (*at(offset + pos) != syncByte) {
-      return false;
-    }
-  }
-  const bool wholeFile = atStart && offset == 0;
-  const bool lastPackets = packets > 0 && rest % tsPacketSize == 0;
-  return syncs >= fewSyncs || wholeFile || lastPackets;
-}
-
-void TsFile::State::skip(std::size_t bytes) {
-  begin += bytes;
-  skipped += bytes;
-  atStart = atStart && bytes == 0;
-}
-
-// The next sync byte from an offset on; last + 1 when there is none up to the last one.
-std::size_t TsFile::State::nextSync(std::size_t offset, std::size_t last) const {
-  const void *found =
-      offset > last ? nullptr : std::memchr(at(offset), syncByte, last + 1 - offset);
-  return found == nullptr
-             ? last + 1
-             : static_cast<std::size_t>(static_cast<const std::uint8_t *>(found) - at(0));
-}
-
-// Skips to the next place where packets in a row start.
+// Goes to the next packet.
 bool TsFile::State::findPacket() {
-  const std::uint64_t before = skipped;
-  while (fill(window) || left() >= tsPacketSize) {
-    if (skipped - before >= askedEvery) {
+  const std::uint64_t before = resync.skippedBytes();
+  for (bool more = true; more;) {
+    if (resync.skippedBytes() - before >= askedEvery) {
       ask();
     }
-    const std::size_t last = left() >= window ? left() - window : left() - tsPacketSize;
-    std::size_t offset = nextSync(0, last);
-    while (offset <= last && !startsPacket(offset)) {
-      offset = nextSync(offset + 1, last);
-    }
-    skip(offset);
-    if (offset <= last) {
+    more = fill(Resync::window);
+    const Resync::Step step = resync.next(front(), left(), !more);
+    begin += step.passed;
+    if (step.packet) {
       return true;
     }
   }
-  skip(left());
   return false;
 }
 
@@ -197,8 +153,8 @@ void TsFile::State::restart() {
   askAt = askedEvery;
   interrupted = false;
   begin = end = 0;
-  atStart = true;
-  packets = skipped = 0;
+  resync = {};
+  packets = 0;
 }
 
 TsFile::TsFile(const std::string &path, GoOn goOn)
@@ -212,7 +168,8 @@ TsFile::TsFile(const std::string &path, GoOn goOn)
   if (!found) {
     state_->requireReadable();
     throw InputError("'" + path +
-                     "' holds no transport stream: no 188-byte packets with sync byte 0x47");
+                     "' holds no transport stream: no packets of 188, 192 or 204 bytes with sync "
+                     "byte 0x47");
   }
   state_->restart();
 }
@@ -221,15 +178,12 @@ TsFile::~TsFile() = default;
 
 bool TsFile::next(TsPacket &packet) {
   State &state = *state_;
-  const bool whole = state.fill(tsPacketSize);
-  const bool inSync = whole && !state.atStart && *state.at(0) == syncByte;
-  if (!inSync && !state.findPacket()) {
+  if (!state.findPacket()) {
     state.requireReadable();
     return false;
   }
-  std::copy_n(state.at(0), tsPacketSize, packet.begin());
+  std::copy_n(state.front(), tsPacketSize, packet.begin());
   state.begin += tsPacketSize;
-  state.atStart = false;
   ++state.packets;
   return true;
 }
@@ -254,7 +208,7 @@ std::uint64_t TsFile::packets() const {
 }
 
 std::uint64_t TsFile::skippedBytes() const {
-  return state_->skipped;
+  return state_->resync.skippedBytes();
 }
 
 }  // namespace chassis

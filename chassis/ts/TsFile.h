@@ -10,9 +10,11 @@
 
 namespace chassis {
 
-// Reads 188-byte packets one by one. Where the sync byte is missing it looks for the next place
-// from which several packets in a row begin with one, and goes on there. Bytes before the first
-// packet, between packets and after the last whole one are skipped and counted.
+// Reads packets one by one, of 188 bytes, of 192 (a time stamp before each) or of 204 (check bytes
+// behind each), and hands on the 188. Where a sync byte is missing it looks for the next place from
+// which several packets in a row have one, of whatever size (Resync), and goes on there. Bytes
+// before the first packet, between packets and after the last whole one are skipped and counted;
+// those that the larger sizes have around a packet belong to it.
 class TsFile {
  public:
   // Throws InputError that names the file: cannot be opened or read, empty, holds no transport

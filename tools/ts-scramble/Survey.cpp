@@ -9,6 +9,7 @@
 #include "PsiEdit.h"
 #include "base/InputError.h"
 #include "ts/PacketView.h"
+#include "ts/PcrRuler.h"
 
 namespace tsscramble {
 
@@ -22,38 +23,22 @@ namespace {
 
 constexpr double bitsPerPacket = 8.0 * chassis::tsPacketSize;
 
-// Measures the packet rate on the first PID that carries PCRs; gaps and jumps do not count.
+// Measures the packet rate on the first PID that carries PCRs.
 class RateMeter {
  public:
   void push(const PacketView &view, std::uint64_t index) {
     const std::optional<std::uint64_t> pcr = view.pcr();
-    if (!pcr || (pid_ && *pid_ != view.pid())) {
-      return;
+    if (pcr && view.pid() == pid_.value_or(view.pid())) {
+      pid_ = view.pid();
+      ruler_.add(*pcr, index, view.discontinuity());
     }
-    const std::uint64_t passed = (*pcr + chassis::pcrRange - lastPcr_) % chassis::pcrRange;
-    if (pid_ && !view.discontinuity() && passed > 0 && passed <= longestGap) {
-      ticks_ += passed;
-      packets_ += index - lastIndex_;
-    }
-    pid_ = view.pid();
-    lastPcr_ = *pcr;
-    lastIndex_ = index;
   }
 
-  double packetsPerSecond() const {
-    return ticks_ == 0 ? 0
-                       : static_cast<double>(packets_) * static_cast<double>(chassis::pcrHz) /
-                             static_cast<double>(ticks_);
-  }
+  double packetsPerSecond() const { return ruler_.packetsPerSecond(); }
 
  private:
-  static constexpr std::uint64_t longestGap = chassis::pcrHz;
-
   std::optional<std::uint16_t> pid_;
-  std::uint64_t lastPcr_ = 0;
-  std::uint64_t lastIndex_ = 0;
-  std::uint64_t ticks_ = 0;
-  std::uint64_t packets_ = 0;
+  chassis::PcrRuler ruler_;
 };
 
 // Keeps the first section of each kind from the PIDs of PAT, CAT and PMTs.

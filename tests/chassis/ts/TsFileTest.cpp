@@ -189,6 +189,56 @@ TEST(TsFile, TakesNoStraySyncByteAtTheEndForAPacket) {
   EXPECT_EQ(reader.skippedBytes(), 400U);
 }
 
+namespace {
+
+// The same packets with bytes before and behind each.
+Bytes spread(const StreamWriter &stream, std::size_t before, std::size_t behind) {
+  Bytes bytes;
+  for (std::size_t i = 0; i < stream.packets(); ++i) {
+    const TsPacket packet = stream.packet(i);
+    bytes.insert(bytes.end(), before, static_cast<std::uint8_t>(i));
+    bytes.insert(bytes.end(), packet.begin(), packet.end());
+    bytes.insert(bytes.end(), behind, static_cast<std::uint8_t>(i));
+  }
+  return bytes;
+}
+
+}  // namespace
+
+TEST(TsFile, HandsOnTheSamePacketsOfEachSize) {
+  const StreamWriter stream = packetsOf(0x100, 3000);
+  for (const auto &[before, behind] : {std::pair{4U, 0U}, std::pair{0U, 16U}}) {
+    const TemporaryFile file(spread(stream, before, behind));
+    TsFile reader(file.path());
+    for (int time = 0; time < 2; ++time) {
+      const auto packets = readAll(reader);
+      ASSERT_EQ(packets.size(), 3000U);
+      for (std::size_t i = 0; i < packets.size(); ++i) {
+        ASSERT_EQ(packets[i], stream.packet(i)) << i;
+      }
+      EXPECT_EQ(reader.packets(), 3000U);
+      EXPECT_EQ(reader.skippedBytes(), 0U);
+      reader.rewind();
+    }
+  }
+}
+
+TEST(TsFile, ReadsOnThroughAllSizesAndNoiseBetweenThem) {
+  const StreamWriter stream = packetsOf(0x100, 1500);
+  Bytes bytes = spread(stream, 4, 0);
+  append(bytes, stream.bytes());
+  append(bytes, Bytes(1000, 0x00));
+  append(bytes, spread(stream, 0, 16));
+  const TemporaryFile file(bytes);
+  TsFile reader(file.path());
+  const auto packets = readAll(reader);
+  ASSERT_EQ(packets.size(), 4500U);
+  for (std::size_t i = 0; i < packets.size(); ++i) {
+    ASSERT_EQ(packets[i], stream.packet(i % 1500)) << i;
+  }
+  EXPECT_EQ(reader.skippedBytes(), 1000U);
+}
+
 TEST(TsFile, SaysThatAFileIsMissing) {
   expectError("/nonexistent/stream.ts", "cannot be opened");
 }
@@ -214,7 +264,9 @@ TEST(TsFile, SaysThatAFileHoldsNoTransportStream) {
       text[i] = static_cast<std::uint8_t>("GNU GENERAL TEXT\n"[i % 17]);
     }
     const TemporaryFile file(text);
-    expectError(file.path(), "holds no transport stream");
+    expectError(
+        file.path(),
+        "holds no transport stream: no packets of 188, 192 or 204 bytes with sync byte 0x47");
   }
 }
 

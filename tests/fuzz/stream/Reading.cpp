@@ -1,11 +1,61 @@
 #include "Reading.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace reading {
 namespace {
 
 using View = std::basic_string_view<uint8_t>;
+
+constexpr size_t plain = 188;
+constexpr size_t stamped = 192;
+constexpr size_t checked = 204;
+constexpr size_t stampSize = stamped - plain;
+constexpr size_t checkSize = checked - plain;
+
+// Sync bytes at every stride from here on: five, or all that the file has room for; else none.
+size_t syncs(View file, size_t at, size_t stride) {
+  size_t count = 0;
+  while (count < 5 && at + count * stride < file.size()) {
+    if (file[at + count++ * stride] != 0x47) {
+      return 0;
+    }
+  }
+  return count;
+}
+
+// A byte of a stamp in front of the sync byte, or what comes again several times within a stride.
+bool looksLikeOther(View file, size_t at, size_t stride) {
+  bool other = false;
+  for (size_t step = 2; step < stride && stride != plain; ++step) {
+    const bool again = step * 2 == stride || step * 3 == stride || step * 17 == stride;
+    const bool stamp = stride == stamped && (step == 3 || step == 4);
+    other = other || ((again || stamp) && syncs(file, at + step, stride) > 1);
+  }
+  return other;
+}
+
+bool resumesAt(View file, size_t at, size_t stride, const std::vector<Place> &before) {
+  const size_t count = syncs(file, at, stride);
+  if (at + plain > file.size() || count == 0) {
+    return false;
+  }
+  if (count > 2) {
+    return !looksLikeOther(file, at, stride);
+  }
+  const size_t head = stride == stamped ? stampSize : 0;
+  const bool fits = (file.size() - at + head) % stride == 0;
+  if (before.empty()) {
+    return at == head && (fits || stride == plain);
+  }
+  return fits && (stride == plain || stride == before.back().stride);
+}
+
+bool follows(View file, const std::vector<Place> &before) {
+  const size_t at = before.empty() ? 0 : before.back().at + before.back().stride;
+  return !before.empty() && at + plain <= file.size() && file[at] == 0x47;
+}
 
 uint16_t word(View bytes, size_t at) {
   return static_cast<uint16_t>(bits(bytes.data(), at * 8, 16));
@@ -79,6 +129,45 @@ bool discontinued(const chassis::TsPacket &packet) {
 }
 
 }  // namespace
+
+std::vector<Place> places(const std::vector<uint8_t> &file) {
+  const View view(file.data(), file.size());
+  std::vector<Place> found;
+  for (size_t at = 0; at < file.size();) {
+    const size_t known = found.size();
+    if (follows(view, found)) {
+      found.push_back({found.back().at + found.back().stride, found.back().stride});
+    } else {
+      for (; at < file.size() && found.size() == known; ++at) {
+        for (const size_t stride : {plain, stamped, checked}) {
+          if (found.size() == known && resumesAt(view, at, stride, found)) {
+            found.push_back({at, stride});
+          }
+        }
+      }
+    }
+    at = found.size() > known ? found.back().at + plain : at;
+  }
+  return found;
+}
+
+size_t strayBytes(const std::vector<uint8_t> &file, const std::vector<Place> &places) {
+  std::vector<bool> stray(file.size(), true);
+  const auto claim = [&stray](size_t from, size_t to) {
+    std::fill(stray.begin() + static_cast<ptrdiff_t>(from),
+              stray.begin() + static_cast<ptrdiff_t>(std::min(to, stray.size())), false);
+  };
+  for (size_t k = 0; k < places.size(); ++k) {
+    const size_t end = places[k].at + plain;
+    const bool nextChecked = k + 1 < places.size() && places[k + 1].stride == checked &&
+                             places[k + 1].at == places[k].at + checked;
+    claim(places[k].at, end);
+    claim(end, end + (places[k].stride == checked || nextChecked ? checkSize : 0));
+    claim(places[k].at - (places[k].stride == stamped ? std::min(places[k].at, stampSize) : 0),
+          places[k].at);
+  }
+  return static_cast<size_t>(std::count(stray.begin(), stray.end(), true));
+}
 
 uint64_t bits(const uint8_t *bytes, size_t first, size_t count) {
   uint64_t value = 0;

@@ -13,6 +13,16 @@
 
 namespace reading {
 
+// Where the packets of a file stand, and from sync byte to sync byte how far it is there: 188, 192
+// or 204 bytes.
+struct Place {
+  size_t at;
+  size_t stride;
+};
+std::vector<Place> places(const std::vector<uint8_t> &file);
+// The bytes of the file that are in none of them, nor around them as their size has it.
+size_t strayBytes(const std::vector<uint8_t> &file, const std::vector<Place> &places);
+
 // The bits of a packet or section, counted from its first one.
 uint64_t bits(const uint8_t *bytes, size_t first, size_t count);
 

@@ -23,6 +23,7 @@
 #include "ts/TsFile.h"
 
 using fuzz::Input;
+using fuzz::Noise;
 using fuzz::require;
 using Bytes = std::vector<uint8_t>;
 
@@ -57,7 +58,8 @@ void damage(chassis::TsPacket &packet, Input &input) {
 
 class StreamMaker {
  public:
-  explicit StreamMaker(Input &input) : input_(input) {}
+  // form: how packets stand in it, 0 with nothing between them.
+  StreamMaker(Input &input, uint8_t form) : input_(input), form_(form) {}
 
   Bytes make() {
     while (input_.left() > 0 && bytes_.size() < 400 * chassis::tsPacketSize) {
@@ -149,10 +151,25 @@ class StreamMaker {
     if (damaged) {
       damage(packet, input_);
     }
+    const uint32_t form = form_ == 3 ? added_ / 8 % 3 : form_;
+    ++added_;
+    between(form == 1 ? 4 : 0);
     bytes_.insert(bytes_.end(), packet.begin(), packet.end());
+    between(form == 2 ? 16 : 0);
+  }
+
+  // Of a stamp or check bytes; some look like sync bytes for a while.
+  void between(size_t count) {
+    for (; count > 0; --count) {
+      const uint32_t value = noise_.below(8);
+      bytes_.push_back(value == 0 ? 0x47 : static_cast<uint8_t>(added_ >> 4 ^ value << 4));
+    }
   }
 
   Input &input_;
+  uint8_t form_;  // 0: plain, 1: stamped, 2: with check bytes, 3: in turn
+  uint32_t added_ = 0;
+  Noise noise_;
   Bytes bytes_;
   std::vector<chassis::Section> programMaps_;
   uint8_t continuity_[chassis::pidCount] = {};
@@ -189,9 +206,9 @@ void checkSection(const chassis::Section &section) {
           "damaged section taken");
 }
 
-bool syncsAt(const Bytes &bytes, size_t at, size_t count) {
+bool syncsAt(const Bytes &bytes, size_t at, size_t count, size_t stride) {
   for (size_t k = 0; k < count; ++k) {
-    const size_t pos = at + k * chassis::tsPacketSize;
+    const size_t pos = at + k * stride;
     if (pos + chassis::tsPacketSize > bytes.size() || bytes[pos] != 0x47) {
       return false;
     }
@@ -199,21 +216,44 @@ bool syncsAt(const Bytes &bytes, size_t at, size_t count) {
   return true;
 }
 
-// The packets stand in the file where the count of skipped bytes says, and nothing that was skipped
-// is the first of five packets in a row.
-void checkPlace(const Bytes &bytes, size_t expected, size_t at, const chassis::TsPacket &packet) {
+// Whether other bytes of the packets might be their sync bytes as well.
+bool twin(const Bytes &bytes, size_t at, size_t stride) {
+  size_t rows = 0;
+  for (size_t further = 1; further < stride; ++further) {
+    bool row = true;
+    for (size_t k = 0; k < 5; ++k) {
+      const size_t pos = at + further + k * stride;
+      row = row && (pos >= bytes.size() || bytes[pos] == 0x47);
+    }
+    rows += row ? 1 : 0;
+  }
+  return rows > 0;
+}
+
+// Where a second reading has a packet there is one, and nothing that was skipped is the first of
+// five packets in a row.
+void checkPlace(const Bytes &bytes, const reading::Place *before, const reading::Place &place,
+                const chassis::TsPacket &packet) {
+  const size_t at = place.at;
+  const bool inStep = before != nullptr && at == before->at + before->stride;
+  const size_t searched = before == nullptr ? 0 : before->at + chassis::tsPacketSize;
   require(
       at + packet.size() <= bytes.size() &&
           std::equal(packet.begin(), packet.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at)),
       "a packet is not where the file has it");
   size_t syncs = 0;
-  for (size_t pos = at; pos < bytes.size() && bytes[pos] == 0x47; pos += packet.size()) {
+  for (size_t pos = at; pos < bytes.size() && bytes[pos] == 0x47; pos += place.stride) {
     ++syncs;
   }
-  const bool tail = (bytes.size() - at) % packet.size() == 0;
-  require(at == expected || tail || syncs >= 3, "a lone sync byte begins packets");
-  for (size_t skipped = expected; skipped < at; ++skipped) {
-    require(!syncsAt(bytes, skipped, 5), "packets in a row were skipped");
+  const size_t rest = (bytes.size() - at) % place.stride;
+  require(inStep || at == 0 || rest == 0 || rest == packet.size() || syncs >= 3,
+          "a lone sync byte begins packets");
+  for (size_t skipped = searched; skipped < at && !inStep; ++skipped) {
+    require(!syncsAt(bytes, skipped, 5, 188), "packets in a row were skipped");
+    for (const size_t stride : {192, 204}) {
+      require(!syncsAt(bytes, skipped, 5, stride) || twin(bytes, skipped, stride),
+              "larger packets in a row were skipped");
+    }
   }
 }
 
@@ -237,21 +277,21 @@ chassis::Psi checkFile(const std::string &path, const Bytes &bytes) {
   chassis::PsiReader psi;
   chassis::SectionAssembler all;
   chassis::TsPacket packet;
-  size_t expected = 0;
+  const std::vector<reading::Place> places = reading::places(bytes);
   while (file.next(packet)) {
     require(packet[0] == 0x47, "packet without a sync byte");
     require(reading::agrees(packet, chassis::PacketView(packet)), "a packet is read wrongly");
-    const size_t at = file.skippedBytes() + (file.packets() - 1) * chassis::tsPacketSize;
-    checkPlace(bytes, expected, at, packet);
-    expected = at + chassis::tsPacketSize;
+    require(file.packets() <= places.size(), "more packets than the file has");
+    const reading::Place &place = places[file.packets() - 1];
+    checkPlace(bytes, file.packets() > 1 ? &place - 1 : nullptr, place, packet);
     psi.push(packet);
     all.push(packet, checkSection);
   }
   checkPsi(psi);
   const uint64_t packets = file.packets();
   require(packets > 0, "a stream without packets was opened");
-  require(packets * chassis::tsPacketSize + file.skippedBytes() == bytes.size(),
-          "bytes lost or doubled");
+  require(packets == places.size(), "fewer packets than the file has");
+  require(file.skippedBytes() == reading::strayBytes(bytes, places), "bytes lost or doubled");
   file.rewind();
   while (file.next(packet)) {
   }
@@ -353,10 +393,11 @@ void refusable(Check check) {
   }
 }
 
-void checkStream(Input &input, Input &choices, bool raw) {
+void checkStream(Input &input, Input &choices, uint8_t kind) {
   static MemoryFile file;
   static Rack rack;
-  StreamMaker maker(input);
+  const bool raw = kind == 0xFF;
+  StreamMaker maker(input, kind < 0x40 ? 0 : kind & 3);
   const Bytes bytes = raw ? input.bytes(input.left()) : maker.make();
   file.write(bytes);
   refusable([&] {
@@ -383,7 +424,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (kind >= 0x80 && kind != 0xFF) {
     checkMadeTables(input);
   } else {
-    checkStream(input, choices, kind == 0xFF);
+    checkStream(input, choices, kind);
   }
   return 0;
 }

@@ -167,4 +167,23 @@ TEST_F(Tools, JoinPassesBrokenPacketsOn) {
   EXPECT_EQ(joined.substr(clear.size() + at, 188), broken.substr(at, 188));
 }
 
+// With time stamps before each packet, or check bytes behind it.
+TEST_F(Tools, WritePlainPacketsOfAnySizeOfInput) {
+  for (const auto &[before, behind] : {std::pair{4, 0}, std::pair{0, 16}}) {
+    std::string larger;
+    for (std::size_t at = 0; at < clear.size(); at += 188) {
+      larger += std::string(static_cast<std::size_t>(before), static_cast<char>(at)) +
+                clear.substr(at, 188) +
+                std::string(static_cast<std::size_t>(behind), static_cast<char>(at));
+    }
+    folder.write("larger.ts", larger);
+    ASSERT_EQ(run(std::string(TS_JOIN) + " larger.ts out.ts"), 0) << errors();
+    EXPECT_TRUE(folder.read("out.ts") == clear);
+    EXPECT_EQ(errors(), "");
+    ASSERT_EQ(run(std::string(TS_SCRAMBLE) + " in.ts plain.ts"), 0) << errors();
+    ASSERT_EQ(run(std::string(TS_SCRAMBLE) + " larger.ts out.ts"), 0) << errors();
+    EXPECT_TRUE(folder.read("out.ts") == folder.read("plain.ts"));
+  }
+}
+
 }  // namespace
