@@ -89,6 +89,9 @@ void Card::State::tellTrouble(const PacketSink &output) {
 }
 
 void Card::State::followPsi() {
+  if (psi->services().changes() != nameChanges) {
+    takeNames();
+  }
   if (psi->changes() == psiChanges || stillLearning()) {
     return;
   }

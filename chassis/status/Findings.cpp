@@ -108,6 +108,7 @@ ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const Progra
   const CiDesc &table = *card.descTable();
   ProgramFinding finding;
   finding.number = info.number;
+  finding.service = info.service;
   for (const StreamInfo &stream : info.streams) {
     finding.pids.push_back(examineStream(card, stream));
   }

@@ -46,6 +46,7 @@ struct ProgramFinding {
   std::vector<PidFinding> pids;
   bool clear = false;                    // a CAM has it, though it has no CA descriptors
   CaPmtAgeMs caPmtAgeMs = std::nullopt;  // of the CAMs that have it
+  ServiceName service = {};              // as the stream names it
 };
 
 struct CamFinding {
