@@ -21,10 +21,12 @@ constexpr const char *stops = "stops descrambling ";
 
 }  // namespace
 
-CaClient::CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report)
+CaClient::CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report,
+                   ProgramNames names)
     : caSystems_(std::move(caSystems)),
       ecmTimeoutMs_(ecmTimeoutMs),
       report_(std::move(report)),
+      names_(std::move(names)),
       readerOfPid_(pidCount, nullptr) {}
 
 // The first descriptor of a CA system that this CAM has.
@@ -269,9 +271,9 @@ void CaClient::assign() {
   }
 }
 
-// A program is named by its number; the streams are named too where they do not share their ECMs.
+// The streams are named too where they do not share their ECMs.
 std::string CaClient::nameOf(const Feed &feed) const {
-  std::string name = "program " + std::to_string(feed.program);
+  std::string name = programText(feed.program, chassis::nameOf(names_, feed.program));
   const auto ofProgram = [&](const Feed &other) { return other.program == feed.program; };
   if (std::count_if(feeds_.begin(), feeds_.end(), ofProgram) > 1) {
     for (const std::uint16_t pid : feed.pids) {

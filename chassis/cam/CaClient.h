@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ProgramText.h"
 #include "cam/CaObjects.h"
 #include "cam/Descrambler.h"
 #include "cam/LabCa.h"
@@ -26,7 +27,8 @@ class CaClient {
   // The place of an event is the receiver's.
   using Report = std::function<void(Event event)>;
 
-  CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report);
+  CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report,
+           ProgramNames names);
 
   // The programs to descramble; words and states of those that stay are kept. Levels of a CA PMT
   // that carry another command than ok_descrambling are not descrambled.
@@ -91,6 +93,7 @@ class CaClient {
   std::vector<std::uint16_t> caSystems_;
   std::uint32_t ecmTimeoutMs_;
   Report report_;
+  ProgramNames names_;
   std::uint64_t nowMs_ = 0;
   bool spoilWords_ = false;
   std::set<std::uint16_t> revokedTiers_;

@@ -33,10 +33,13 @@ struct Cam::State {
       : config(std::move(configIn)),
         place(placeIn),
         events(eventsIn),
-        client(config.caSystems, config.ecmTimeoutMs, [this](Event event) {
-          event.place = place;
-          events.tell(event);
-        }) {
+        client(
+            config.caSystems, config.ecmTimeoutMs,
+            [this](Event event) {
+              event.place = place;
+              events.tell(event);
+            },
+            config.programNames) {
     start(startMs);
   }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/ProgramText.h"
 #include "cam/DescramblerWork.h"
 #include "event/Event.h"
 #include "ts/TsPacket.h"
@@ -29,6 +30,7 @@ class Cam {
     std::uint32_t startUpMs = 3000;        // from insertion or reset until it answers
     std::uint32_t answerMs = 200;          // from an APDU until its answer
     std::uint32_t ecmTimeoutMs = 4000;     // without a good ECM for this long: stops descrambling
+    ProgramNames programNames = nullptr;   // for people
   };
 
   Cam(Config config, Place place, Events &events, std::uint64_t nowMs);

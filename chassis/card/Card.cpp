@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "base/InputError.h"
+#include "base/ProgramText.h"
 #include "base/Text.h"
 #include "card/CardState.h"
 #include "card/StreamScan.h"
@@ -126,6 +127,7 @@ void Card::State::rebuildTables() {
   for (const PsiProgram &program : stream.programs) {
     programs.push_back(infoOf(program, assigned));
   }
+  takeNames();
   fpga.setAvPids(avPidsOf(stream));
   for (const LeftOut &leftOut : {buildDescTable(stream, assigned, nextTables.desc),
                                  buildInPortForm(stream, nextTables.inPort),
@@ -136,6 +138,21 @@ void Card::State::rebuildTables() {
   }
 }
 
+// Names stand beside the programs, and nothing depends on them.
+void Card::State::takeNames() {
+  nameChanges = psi->services().changes();
+  for (ProgramInfo &program : programs) {
+    program.service = psi->services().of(program.number);
+  }
+}
+
+const ProgramInfo *Card::State::find(std::uint16_t number) const {
+  const auto known =
+      std::find_if(programs.begin(), programs.end(),
+                   [number](const ProgramInfo &info) { return info.number == number; });
+  return known == programs.end() ? nullptr : &*known;
+}
+
 std::vector<std::uint16_t> Card::State::programNumbers() const {
   std::vector<std::uint16_t> numbers;
   for (const ProgramInfo &program : programs) {
@@ -144,12 +161,21 @@ std::vector<std::uint16_t> Card::State::programNumbers() const {
   return numbers;
 }
 
+std::string Card::State::programList() const {
+  std::vector<std::string> list;
+  for (const ProgramInfo &program : programs) {
+    list.push_back(namedNumber(program.number, program.service.name));
+  }
+  return joined(list);
+}
+
 std::string Card::State::changedPrograms(const Psi &before) const {
   std::vector<std::string> changed;
   for (const PsiProgram &program : builtFrom.programs) {
     const auto same = std::find(before.programs.begin(), before.programs.end(), program);
     if (same == before.programs.end()) {
-      changed.push_back("PMT of program " + std::to_string(program.number) + " version " +
+      const std::string name = psi->services().of(program.number).name;
+      changed.push_back("PMT of " + programText(program.number, name) + " version " +
                         std::to_string(program.version));
     }
   }
@@ -322,18 +348,17 @@ void Card::assignAll(std::uint8_t camMask) {
 }
 
 const ProgramInfo *Card::program(std::uint16_t number) const {
-  const auto known =
-      std::find_if(state_->programs.begin(), state_->programs.end(),
-                   [number](const ProgramInfo &info) { return info.number == number; });
-  if (known != state_->programs.end()) {
-    return &*known;
-  }
-  if (state_->live) {
-    return nullptr;
+  const ProgramInfo *known = state_->find(number);
+  if (known != nullptr || state_->live) {
+    return known;
   }
   throw InputError("program " + std::to_string(number) + " is not in the stream of slot " +
-                   std::to_string(state_->slot) + ", which carries " +
-                   listOf(state_->programNumbers()));
+                   std::to_string(state_->slot) + ", which carries " + state_->programList());
+}
+
+std::string Card::programName(std::uint16_t number) const {
+  const ProgramInfo *known = state_->find(number);
+  return known == nullptr ? "" : known->service.name;
 }
 
 void Card::setFault(CardFault fault, bool on) {

@@ -19,6 +19,7 @@
 #include "io/Files.h"
 #include "io/PacketSink.h"
 #include "io/PacketSource.h"
+#include "ts/ServiceNames.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -64,6 +65,7 @@ struct ProgramInfo {
   std::vector<StreamInfo> streams;
   std::uint8_t camMask = 0;  // bit n: assigned to CAM n
   ProbeState probe = ProbeState::None;
+  ServiceName service;       // as the stream names it by now
 };
 
 // Evidence about one PID, on one side of the CAMs; never reset by the module.
@@ -149,6 +151,8 @@ class Card {
   const std::vector<ProgramInfo> &programs() const;
   // Throws InputError: the stream does not carry it. Null: a live one does not carry it now.
   const ProgramInfo *program(std::uint16_t number) const;
+  // Empty: the stream does not carry the program, or tells no name.
+  std::string programName(std::uint16_t number) const;
   std::uint64_t bitrate() const;  // bit/s; of a live stream over the last full second
   bool live() const;
   bool silent() const;                    // a live stream from which nothing comes

@@ -105,6 +105,9 @@ void Card::State::followProbe() {
 }
 
 void Card::State::followPsi() {
+  if (psi->services().changes() != nameChanges) {
+    takeNames();
+  }
   if (psi->changes() == psiChanges || stillLearning()) {
     return;
   }

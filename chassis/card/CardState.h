@@ -35,10 +35,13 @@ struct Card::State {
   std::uint8_t defaultMask(const PsiProgram &program) const;
   ProbeState probeStateOf(const PsiProgram &program) const;
   void followProbe();
+  void takeNames();
+  const ProgramInfo *find(std::uint16_t number) const;
   CamMasks masksOf(const Psi &stream) const;
   void tellProgramsChanged();
   std::string changedPrograms(const Psi &before) const;
   std::vector<std::uint16_t> programNumbers() const;
+  std::string programList() const;
 
   // CardFlow.cpp: the packets
   void step(std::uint64_t nowMs);
@@ -74,8 +77,9 @@ struct Card::State {
   LossWatch losses;
   std::uint64_t liveSinceMs = 0;
   std::unique_ptr<PsiReader> psi;
-  std::uint32_t psiChanges = 0;  // of psi, when the tables were built
-  Psi builtFrom;                 // what it told then
+  std::uint32_t psiChanges = 0;   // of psi, when the tables were built
+  Psi builtFrom;                  // what it told then
+  std::uint32_t nameChanges = 0;  // of psi, when the names were taken
   std::bitset<pidCount> streamPids;
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets with transport_error_indicator

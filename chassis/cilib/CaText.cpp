@@ -49,13 +49,6 @@ std::string caSystemsText(const std::vector<std::uint16_t> &systems) {
          listed(systems, [](std::uint16_t id) { return hex(id, 4); });
 }
 
-std::string programsText(const std::vector<std::uint16_t> &programs) {
-  std::vector<std::string> parts;
-  std::transform(programs.begin(), programs.end(), std::back_inserter(parts),
-                 [](std::uint16_t number) { return std::to_string(number); });
-  return (programs.size() == 1 ? "program " : "programs ") + joined(parts);
-}
-
 std::string listManagementText(std::uint8_t listManagement) {
   return listManagement < std::size(listManagementNames) ? listManagementNames[listManagement]
                                                          : hex(listManagement, 2);

@@ -10,7 +10,6 @@
 namespace chassis {
 
 std::string caSystemsText(const std::vector<std::uint16_t> &systems);  // "CA systems 0x0500, ..."
-std::string programsText(const std::vector<std::uint16_t> &programs);  // "programs 101, 102"
 
 // ca_pmt_list_management: "first", "only", ...
 std::string listManagementText(std::uint8_t listManagement);

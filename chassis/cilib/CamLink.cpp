@@ -4,6 +4,7 @@
 #include <iterator>
 #include <utility>
 
+#include "base/ProgramText.h"
 #include "base/Text.h"
 #include "cilib/CaText.h"
 #include "cilib/ReplyRecord.h"
@@ -61,6 +62,7 @@ std::string bytesText(const Apdu &apdu) {
 struct CamLink::Batch {
   std::vector<Apdu> apdus;
   std::vector<std::uint16_t> programs;
+  std::vector<std::string> names;  // theirs
   std::vector<std::string> listManagement;
   std::map<std::uint16_t, Query> queries;
   std::vector<std::string> leftOut;
@@ -73,9 +75,10 @@ CamLink::CamLink(Place place, Events &events, SEM_ID flag, CaPmtReply &answers)
 // Coming and going
 // ------------------------------------------------------------------------------------------------
 
-void CamLink::insert(std::unique_ptr<CamPort> cam) {
+void CamLink::insert(std::unique_ptr<CamPort> cam, ProgramNames names) {
   remove();
   cam_ = std::move(cam);
+  names_ = std::move(names);
   history_ = {};
   startUp("inserted");
 }
@@ -241,14 +244,19 @@ void CamLink::encode(const CaPmtProg *record, Batch &batch) {
   EncodedCaPmt encoded = encodeCaPmt(*record);
   batch.apdus.push_back(std::move(encoded.apdu));
   batch.programs.push_back(record->progNum);
+  batch.names.push_back(nameOf(names_, record->progNum));
   batch.listManagement.push_back(listManagementText(record->listMgmt));
   if (record->cmdId == cmdQuery) {
     batch.queries[record->progNum].caSystems = caSystemsOf(*record);
   }
-  const std::string program = "program " + std::to_string(record->progNum) + ": ";
+  const std::string program = textOf(record->progNum) + ": ";
   for (const std::string &clause : encoded.leftOut) {
     batch.leftOut.push_back(program + clause);
   }
+}
+
+std::string CamLink::textOf(std::uint16_t program) const {
+  return programText(program, nameOf(names_, program));
 }
 
 // Only the last query counts: the module cleared the record of the answers for it.
@@ -280,7 +288,7 @@ void CamLink::noteSent(const Batch &batch, std::uint64_t nowMs) {
     noteCaPmt(batch, nowMs);
     const bool query = !batch.queries.empty();
     tell(query ? EventKind::QuerySent : EventKind::CaPmtSent,
-         (query ? "query sent: " : "CA PMT sent: ") + programsText(batch.programs),
+         (query ? "query sent: " : "CA PMT sent: ") + programsText(batch.programs, batch.names),
          "list management " + joined(batch.listManagement),
          {{"programs", batch.programs}, {"list_management", batch.listManagement}});
   }
@@ -381,7 +389,7 @@ void CamLink::takeReply(const Apdu &apdu) {
   }
   const auto query = queries_.find(reply.object->program);
   if (query == queries_.end()) {
-    trouble(UnaskedReply, "program " + std::to_string(reply.object->program));
+    trouble(UnaskedReply, textOf(reply.object->program));
     return;
   }
   queriedMs_.reset();
@@ -391,8 +399,7 @@ void CamLink::takeReply(const Apdu &apdu) {
 
 void CamLink::fileAnswer(const CaReply &reply, Query &query) {
   const FiledReply result = fileReply(answers_, reply);
-  const std::string says =
-      "program " + std::to_string(reply.program) + ": " + caEnableText(verdict(reply));
+  const std::string says = textOf(reply.program) + ": " + caEnableText(verdict(reply));
   if (!result.filed || result.streamsLeftOut > 0) {
     trouble(CutReply, says + "; a record holds 32 programs of 32 streams");
   }

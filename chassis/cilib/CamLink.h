@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CiPlatform.h"
+#include "base/ProgramText.h"
 #include "cilib/ApduCodec.h"
 #include "cilib/CamPort.h"
 #include "cilib/CiLibrary.h"
@@ -23,7 +24,8 @@ class CamLink {
   // The flag is given whenever the CAM needs a fresh CA PMT; its replies go to `answers`.
   CamLink(Place place, Events &events, SEM_ID flag, CaPmtReply &answers);
 
-  void insert(std::unique_ptr<CamPort> cam);  // replaces the CAM that was there
+  // Replaces the CAM that was there. names: of the programs that it gets, for people.
+  void insert(std::unique_ptr<CamPort> cam, ProgramNames names = nullptr);
   // A CAM of somebody else's receiver, which descrambles by these CA systems: nothing is sent to it,
   // nothing comes from it, and a reset is only told to who asks for it.
   void observe(std::vector<std::uint16_t> caSystems, std::function<void()> onReset);
@@ -77,6 +79,7 @@ class CamLink {
   void takeCaInfo(const Apdu &apdu);
   void takeReply(const Apdu &apdu);
   void fileAnswer(const CaReply &reply, Query &query);
+  std::string textOf(std::uint16_t program) const;
   void encode(const CaPmtProg *record, Batch &batch);
   void startQuery(const Batch &batch, std::uint64_t nowMs);
   void noteCaPmt(const Batch &batch, std::uint64_t nowMs);
@@ -88,6 +91,7 @@ class CamLink {
   CaPmtReply &answers_;
   std::unique_ptr<CamPort> cam_;  // null: none
   std::function<void()> onReset_;  // of an observed one
+  ProgramNames names_;
   Phase phase_ = Phase::Empty;
   std::uint64_t nowMs_ = 0;  // of the last tick
   std::uint64_t askedMs_ = 0;

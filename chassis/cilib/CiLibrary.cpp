@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "cilib/CamLink.h"
@@ -123,11 +124,11 @@ CiLibrary::~CiLibrary() {
   }
 }
 
-void CiLibrary::insert(std::uint32_t slot, std::uint32_t camSlot, Cam *cam) {
+void CiLibrary::insert(std::uint32_t slot, std::uint32_t camSlot, Cam *cam, ProgramNames names) {
   if (cam == nullptr) {
     remove(slot, camSlot);
   } else if (auto *link = state_->host.at(indexOf(slot, camSlot))) {
-    link->insert(std::make_unique<SoftwareCamPort>(*cam));
+    link->insert(std::make_unique<SoftwareCamPort>(*cam), std::move(names));
   }
 }
 

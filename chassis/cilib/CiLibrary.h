@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "CiPlatform.h"
+#include "base/ProgramText.h"
 #include "cam/Cam.h"
 #include "event/Event.h"
 
@@ -31,8 +32,8 @@ class CiLibrary {
   CiLibrary &operator=(const CiLibrary &) = delete;
 
   // A CAM was put in or pulled out; the library does not own it, nor does it tick it. Places
-  // outside the chassis are ignored.
-  void insert(std::uint32_t slot, std::uint32_t camSlot, Cam *cam);
+  // outside the chassis are ignored. names: of the card's programs, for people.
+  void insert(std::uint32_t slot, std::uint32_t camSlot, Cam *cam, ProgramNames names = nullptr);
   void remove(std::uint32_t slot, std::uint32_t camSlot);
   // The CAM of a receiver elsewhere: as CamLink's. It is replaced as any other.
   void observe(std::uint32_t slot, std::uint32_t camSlot, std::vector<std::uint16_t> caSystems,

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "alarms/AlarmText.h"
+#include "base/ProgramText.h"
 #include "base/Text.h"
 #include "status/Findings.h"
 #include "status/Words.h"
@@ -90,8 +91,9 @@ std::vector<std::string> alarmNames() {
 std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values) {
   const CardFinding card = examine(chassis, slotOf(values));
   const ProgramFinding *program = programIn(card, values[1].number);
-  const std::string name = "program " + std::to_string(values[1].number) + " of slot " +
-                           std::to_string(values[0].number);
+  const std::string name = programText(static_cast<std::uint16_t>(values[1].number),
+                                       program == nullptr ? "" : program->service.name) +
+                           " of slot " + std::to_string(values[0].number);
   if (program == nullptr) {
     return name + " is not in the stream";
   }

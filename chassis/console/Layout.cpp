@@ -124,6 +124,18 @@ std::string padded(const std::string &text, std::size_t width) {
   return text + std::string(own < width ? width - own : 0, blank);
 }
 
+std::string shortened(const std::string &text, std::size_t width) {
+  if (displayWidth(text) <= width) {
+    return text;
+  }
+  const std::string ellipsis = "\u2026";
+  std::size_t end = 0;
+  while (displayWidth(text.substr(0, end + symbolAt(text, end).bytes)) < width) {
+    end += symbolAt(text, end).bytes;
+  }
+  return text.substr(0, end) + ellipsis;
+}
+
 std::size_t remaining(std::size_t width, std::size_t taken) {
   if (width == anyWidth) {
     return anyWidth;

@@ -23,6 +23,9 @@ std::size_t outputWidth();  // at standard output
 std::size_t displayWidth(const std::string &text);  // of one line
 std::string padded(const std::string &text, std::size_t width);
 
+// As much of one line as fits, with an ellipsis where something is missing.
+std::string shortened(const std::string &text, std::size_t width);
+
 // What is left of a width behind `taken` columns, but never so little that words stand in a pile.
 std::size_t remaining(std::size_t width, std::size_t taken);
 

@@ -5,6 +5,7 @@
 #include "CiPlatform.h"
 #include "alarms/AlarmText.h"
 #include "base/InputError.h"
+#include "base/ProgramText.h"
 #include "base/Text.h"
 #include "console/AlarmList.h"
 #include "console/StatusTable.h"
@@ -85,7 +86,7 @@ CardFinding known(const StatusWatch &watch, std::uint32_t slot) {
 std::string uncheckedText(const Card &card, std::uint32_t slot, std::size_t width) {
   std::vector<std::string> programs;
   for (const ProgramInfo &program : card.programs()) {
-    programs.push_back(std::to_string(program.number));
+    programs.push_back(namedNumber(program.number, program.service.name));
   }
   return fitted("slot " + std::to_string(slot) +
                     ": the module has not checked this card yet; its stream carries " +

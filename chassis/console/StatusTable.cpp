@@ -1,5 +1,7 @@
 #include "console/StatusTable.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <vector>
 
 #include "CiPlatform.h"
@@ -11,17 +13,11 @@
 namespace chassis {
 namespace {
 
-const std::vector<std::string> titles{"program",
-                                      "PID",
-                                      "stream",
-                                      "CAM",
-                                      "state",
-                                      "cause",
-                                      "reply",
-                                      "ECM PIDs",
-                                      "before",
-                                      "behind",
-                                      "seen behind the CAMs"};
+constexpr std::size_t nameColumns = 24;  // the state still fits beside it on a narrow terminal
+
+const std::vector<std::string> titles{"program",  "name",   "PID",    "stream",
+                                      "CAM",      "state",  "cause",  "reply",
+                                      "ECM PIDs", "before", "behind", "seen behind the CAMs"};
 
 std::string ecmCell(const PidFinding &pid, std::uint64_t nowMs) {
   std::vector<std::string> parts;
@@ -69,6 +65,7 @@ std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
   const Verdict verdict =
       supervised ? verdictOf(program, pid) : Verdict{"not supervised", "", "", Tone::Faint};
   return {{std::to_string(program.number)},
+          {shortened(program.service.name, nameColumns)},
           {hexText(pid.pid)},
           {streamTypeText(pid.streamType)},
           {camMaskText(program.camMask)},
@@ -79,6 +76,18 @@ std::vector<Cell> pidRow(const ProgramFinding &program, const PidFinding &pid,
           {countsCell(pid.before)},
           {countsCell(pid.behind)},
           {behindCell(pid.behind)}};
+}
+
+// A stream that names none of its programs has no column for that.
+void leaveOutNames(Table &table) {
+  constexpr std::ptrdiff_t column = 1;
+  const auto unnamed = [](const std::vector<Cell> &row) { return row[column].text.empty(); };
+  if (std::all_of(table.rows.begin(), table.rows.end(), unnamed)) {
+    table.titles.erase(table.titles.begin() + column);
+    for (std::vector<Cell> &row : table.rows) {
+      row.erase(row.begin() + column);
+    }
+  }
 }
 
 std::string brokenText(std::uint64_t packets) {
@@ -101,6 +110,7 @@ std::string statusTable(const CardFinding &card, bool colour, std::size_t width)
       table.rows.push_back(pidRow(program, pid, card.takenMs));
     }
   }
+  leaveOutNames(table);
   return fitted(headline(card), width) + tableText(table, colour, width) +
          fitted("before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n",
                 width);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/ProgramText.h"
 #include "base/Text.h"
 #include "status/FieldWords.h"
 #include "status/Verdict.h"
@@ -180,6 +181,7 @@ struct ProgramGroup {
   std::uint8_t camMask;
   ProgramState state;
   std::vector<std::uint16_t> programs;
+  std::vector<std::string> names;  // theirs
 };
 
 void addToGroup(const ProgramFinding &program, const ProgramState &state,
@@ -189,11 +191,12 @@ void addToGroup(const ProgramFinding &program, const ProgramState &state,
   };
   auto group = std::find_if(groups.begin(), groups.end(), fits);
   if (group == groups.end()) {
-    group = groups.insert(group, {program.camMask, state, {}});
+    group = groups.insert(group, {program.camMask, state, {}, {}});
   } else if (group->state.evidence != state.evidence) {
     group->state.evidence += "; " + state.evidence;
   }
   group->programs.push_back(program.number);
+  group->names.push_back(program.service.name);
 }
 
 // Programs of a group share the note.
@@ -203,11 +206,7 @@ std::string reasonOf(const ProgramState &state) {
 }
 
 std::string wordsOf(const ProgramGroup &group) {
-  std::vector<std::string> programs;
-  for (const std::uint16_t number : group.programs) {
-    programs.push_back(std::to_string(number));
-  }
-  std::string words = (programs.size() == 1 ? "program " : "programs ") + joined(programs, ", ");
+  std::string words = programsText(group.programs, group.names);
   for (const std::uint16_t pid : group.state.pids) {
     words += (pid == group.state.pids.front() ? " PID " : " ") + hexText(pid);
   }
@@ -215,10 +214,18 @@ std::string wordsOf(const ProgramGroup &group) {
   return words + " " + group.state.state + (cause.empty() ? "" : ", cause: " + cause);
 }
 
+bool anyNamed(const ProgramGroup &group) {
+  return std::any_of(group.names.begin(), group.names.end(),
+                     [](const std::string &name) { return !name.empty(); });
+}
+
 std::vector<Fact> factsOf(const ProgramGroup &group) {
   std::vector<Fact> facts{{"programs", group.programs},
                           {"status", std::uint64_t{group.state.status}},
                           {"state", group.state.state}};
+  if (anyNamed(group)) {
+    facts.push_back({"names", group.names});
+  }
   if (!group.state.cause.empty()) {
     facts.push_back({"cause", group.state.cause});
   }

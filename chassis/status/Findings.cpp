@@ -109,6 +109,7 @@ ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const Progra
   ProgramFinding finding;
   finding.number = info.number;
   finding.probe = info.probe;
+  finding.service = info.service;
   for (const StreamInfo &stream : info.streams) {
     finding.pids.push_back(examineStream(card, stream));
   }

@@ -47,6 +47,7 @@ struct ProgramFinding {
   ProbeState probe = ProbeState::None;
   bool clear = false;                    // a CAM has it, though it has no CA descriptors
   CaPmtAgeMs caPmtAgeMs = std::nullopt;  // of the CAMs that have it
+  ServiceName service = {};              // as the stream names it
 };
 
 struct CamFinding {

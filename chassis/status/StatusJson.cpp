@@ -45,6 +45,12 @@ Json ecmJson(const EcmFinding &ecm) {
   return json;
 }
 
+void addWords(Json &json, const char *name, const std::string &words) {
+  if (!words.empty()) {
+    json[name] = words;
+  }
+}
+
 void addVerdict(Json &json, bool supervised, std::uint8_t status, const Verdict &verdict) {
   if (!supervised) {
     json["state"] = "not supervised";
@@ -52,12 +58,8 @@ void addVerdict(Json &json, bool supervised, std::uint8_t status, const Verdict 
   }
   json["status"] = status;
   json["state"] = verdict.state;
-  if (!verdict.cause.empty()) {
-    json["cause"] = verdict.cause;
-  }
-  if (!verdict.note.empty()) {
-    json["note"] = verdict.note;
-  }
+  addWords(json, "cause", verdict.cause);
+  addWords(json, "note", verdict.note);
 }
 
 Json pidJson(const ProgramFinding &program, const PidFinding &pid) {
@@ -89,7 +91,10 @@ Json camsOf(std::uint8_t camMask) {
 }
 
 Json programJson(const ProgramFinding &program) {
-  Json json{{"program", program.number}, {"cams", camsOf(program.camMask)}};
+  Json json{{"program", program.number}};
+  addWords(json, "name", program.service.name);
+  addWords(json, "provider", program.service.provider);
+  json["cams"] = camsOf(program.camMask);
   addVerdict(json, isSupervised(program), program.status, verdictOf(program));
   json["pids"] = Json::array();
   for (const PidFinding &pid : program.pids) {

@@ -7,6 +7,7 @@
 
 #include "CiPlatform.h"
 #include "base/InputError.h"
+#include "base/ProgramText.h"
 #include "base/Raised.h"
 #include "base/Text.h"
 #include "card/FilePair.h"
@@ -238,11 +239,15 @@ void Chassis::camInsert(std::uint32_t slot, std::uint32_t camSlot,
   camRemove(slot, camSlot);
   Cam::Config config;
   config.caSystems = casids;
+  config.programNames = [&on = card(slot)](std::uint16_t program) {
+    return on.programName(program);
+  };
+  const ProgramNames names = config.programNames;
   const Place place{static_cast<int>(slot), static_cast<int>(camSlot)};
   std::unique_ptr<Cam> &module = slots_[slot].cams[camSlot];
   module = std::make_unique<Cam>(std::move(config), place, events_, clock_.elapsedMs());
   card(slot).setCam(camSlot, module.get());
-  library_.insert(slot, camSlot, module.get());
+  library_.insert(slot, camSlot, module.get(), names);
 }
 
 void Chassis::camRemove(std::uint32_t slot, std::uint32_t camSlot) {
@@ -266,12 +271,12 @@ Cam &Chassis::cam(std::uint32_t slot, std::uint32_t camSlot) {
 void Chassis::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
   const ProgramInfo *info = card(slot).program(program);
   if (info == nullptr || (info->camMask >> camSlot & 1) == 0) {
-    events_.tell(
-        {EventKind::NoEffect,
-         {static_cast<int>(slot), static_cast<int>(camSlot)},
-         "nothing changes yet: program " + std::to_string(program) + " is not assigned to this CAM",
-         "kept for when it is",
-         {{"programs", std::vector{program}}}});
+    events_.tell({EventKind::NoEffect,
+                  {static_cast<int>(slot), static_cast<int>(camSlot)},
+                  "nothing changes yet: " + programText(program, card(slot).programName(program)) +
+                      " is not assigned to this CAM",
+                  "kept for when it is",
+                  {{"programs", std::vector{program}}}});
   }
 }
 

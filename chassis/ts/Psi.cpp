@@ -268,6 +268,7 @@ struct PsiReader::State {
   std::map<std::uint16_t, std::vector<PmtTable *>> byPid;  // pmts by PMT PID
   Psi psi;
   std::uint32_t changes = 0;
+  ServiceNames services;
 };
 
 void PsiReader::State::pushTables(std::uint16_t pid, const TsPacket &packet) {
@@ -336,6 +337,9 @@ PsiReader::~PsiReader() = default;
 void PsiReader::push(const TsPacket &packet) {
   const PacketView view(packet);
   const std::uint16_t pid = view.pid();
+  if (pid == ServiceNames::pid) {
+    state_->services.push(packet);
+  }
   const bool table = pid == patPid || pid == catPid || state_->byPid.count(pid) != 0;
   if (!table || !carriesSections(view) || !pointerFits(packet, view)) {
     return;
@@ -362,6 +366,10 @@ bool PsiReader::complete() const {
 
 std::uint32_t PsiReader::changes() const {
   return state_->changes;
+}
+
+const ServiceNames &PsiReader::services() const {
+  return state_->services;
 }
 
 }  // namespace chassis

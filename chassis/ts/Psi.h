@@ -1,10 +1,12 @@
-// Follows the program specific information of a transport stream (ISO/IEC 13818-1: PAT, CAT, PMT).
+// Follows the program specific information of a transport stream (ISO/IEC 13818-1: PAT, CAT, PMT),
+// and the names of its services (EN 300 468: SDT).
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <vector>
 
+#include "ts/ServiceNames.h"
 #include "ts/TsPacket.h"
 
 namespace chassis {
@@ -54,6 +56,9 @@ class PsiReader {
   bool patSeen() const;
   bool complete() const;          // PAT seen, and the PMT of every program in it
   std::uint32_t changes() const;  // counts every change of psi()
+
+  // Names are no part of psi(): with another one, a program is the same.
+  const ServiceNames &services() const;
 
  private:
   struct State;

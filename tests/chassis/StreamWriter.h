@@ -39,6 +39,21 @@ inline std::uint32_t crc32(const Bytes &bytes) {
   return crc;
 }
 
+// The CRC over what stands before it.
+inline Bytes sealed(Bytes bytes) {
+  bytes.resize(bytes.size() - 4);
+  const std::uint32_t crc = crc32(bytes);
+  append16(bytes, crc >> 16);
+  append16(bytes, crc);
+  return bytes;
+}
+
+inline Bytes numbered(Bytes bytes, unsigned number, unsigned last) {
+  bytes[6] = static_cast<std::uint8_t>(number);
+  bytes[7] = static_cast<std::uint8_t>(last);
+  return sealed(bytes);
+}
+
 inline Bytes section(std::uint8_t tableId, unsigned extension, unsigned version,
                      const Bytes &body) {
   Bytes bytes{tableId};
@@ -46,10 +61,8 @@ inline Bytes section(std::uint8_t tableId, unsigned extension, unsigned version,
   append16(bytes, extension);
   append(bytes, {static_cast<std::uint8_t>(0xC1 | version << 1), 0, 0});
   append(bytes, body);
-  const std::uint32_t crc = crc32(bytes);
-  append16(bytes, crc >> 16);
-  append16(bytes, crc);
-  return bytes;
+  bytes.resize(bytes.size() + 4);
+  return sealed(bytes);
 }
 
 inline Bytes caDescriptor(unsigned casid, unsigned pid, const Bytes &privateData = {}) {
@@ -100,6 +113,52 @@ inline Bytes pmtSection(const ProgramMap &program) {
 
 inline Bytes catSection(const Bytes &descriptors, unsigned version = 0) {
   return section(0x01, 0xFFFF, version, descriptors);
+}
+
+struct Service {
+  unsigned id = 0;
+  Bytes name;
+  Bytes provider;
+};
+
+inline void appendText(Bytes &to, const Bytes &text) {
+  to.push_back(static_cast<std::uint8_t>(text.size()));
+  append(to, text);
+}
+
+inline Bytes serviceDescriptor(const Service &service) {
+  Bytes body{0x01};  // digital television
+  appendText(body, service.provider);
+  appendText(body, service.name);
+  Bytes bytes{0x48};
+  appendText(bytes, body);
+  return bytes;
+}
+
+inline Bytes sdtEntry(unsigned id, const Bytes &descriptors) {
+  Bytes bytes;
+  append16(bytes, id);
+  bytes.push_back(0xFC);
+  append16(bytes, 0x8000 | static_cast<unsigned>(descriptors.size()));
+  append(bytes, descriptors);
+  return bytes;
+}
+
+// Section `number` of a service description table up to section `last`.
+inline Bytes sdtSectionOf(const Bytes &entries, unsigned version = 0, unsigned number = 0,
+                          unsigned last = 0, std::uint8_t tableId = 0x42) {
+  Bytes body{0x00, 0x01, 0xFF};  // original_network_id
+  append(body, entries);
+  return numbered(section(tableId, 0x1234, version, body), number, last);
+}
+
+inline Bytes sdtSection(const std::vector<Service> &services, unsigned version = 0,
+                        unsigned number = 0, unsigned last = 0) {
+  Bytes entries;
+  for (const Service &service : services) {
+    append(entries, sdtEntry(service.id, serviceDescriptor(service)));
+  }
+  return sdtSectionOf(entries, version, number, last);
 }
 
 inline Bytes pesStart(std::uint8_t streamId = 0xE0) {

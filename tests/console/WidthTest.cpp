@@ -106,8 +106,8 @@ TEST_P(Width, NothingOfTheTimelineBreaksInsideAWord) {
 TEST_P(Width, TheTablesFit) {
   const std::vector<std::string> rows = play(GetParam()).lines;
   EXPECT_LE(widest(rows), GetParam());
-  EXPECT_TRUE(has(rows, "program  PID     stream        CAM "));
-  EXPECT_TRUE(has(rows, "101      0x1001  MPEG-2 video  0 "));
+  EXPECT_TRUE(has(rows, "program  name          PID     stream        CAM "));
+  EXPECT_TRUE(has(rows, "101      Laboratory 1  0x1001  MPEG-2 video  0 "));
   const auto seen = [&rows](const std::string &begin) {
     return std::any_of(rows.begin(), rows.end(), [&begin](const std::string &row) {
       return row.rfind(begin, 0) == 0 && row.find("seen behind the CAMs") != std::string::npos;

@@ -47,6 +47,7 @@ TEST_F(Behaviour, DemoEndsWithEveryStateAndItsEvidence) {
   ASSERT_EQ(rows.size(), std::size(expected)) << result.out;
   for (std::size_t i = 0; i < rows.size(); ++i) {
     EXPECT_EQ(rows[i].program, expected[i].program);
+    EXPECT_EQ(rows[i].name, std::string("Laboratory ") + expected[i].program[2]);
     EXPECT_EQ(rows[i].pid, expected[i].pid);
     EXPECT_EQ(rows[i].cam, expected[i].cam);
     EXPECT_EQ(rows[i].state, expected[i].state) << rows[i].pid;
@@ -67,21 +68,21 @@ TEST_F(Behaviour, DemoTellsItsStoryInOrder) {
   const Result result = run("--speed max --script " + demo);
   const char *story[] = {
       "program 101",  // comes up
-      "programs 101, 102 descrambled",
+      "programs 101 \"Laboratory 1\", 102 \"Laboratory 2\" descrambled",
       "camEntitle 0, 0, 102, 0",
-      "program 102 not descrambled, cause: the CAM is suspected",
-      "query sent: program 102",
-      "program 102 not descrambled, cause: no entitlement",
+      "program 102 \"Laboratory 2\" not descrambled, cause: the CAM is suspected",
+      "query sent: program 102 \"Laboratory 2\"",
+      "program 102 \"Laboratory 2\" not descrambled, cause: no entitlement",
       "slot 0  CAM 0  ALARM raised: descrambling failure",
-      "program 103 not descrambled, cause: ECMs missing",
+      "program 103 \"Laboratory 3\" not descrambled, cause: ECMs missing",
       "slot 0  CAM 1  ALARM raised: descrambling failure",
-      "program 104 not descrambled, cause: ECMs damaged",
+      "program 104 \"Laboratory 4\" not descrambled, cause: ECMs damaged",
       "CAM goes deaf",
-      "program 101 not descrambled, cause: the CAM is suspected",
+      "program 101 \"Laboratory 1\" not descrambled, cause: the CAM is suspected",
       "all programs error, first reset!",
       "RESET of the CAM",
-      "program 101 descrambled",
-      "program 102 not descrambled, cause: no entitlement",
+      "program 101 \"Laboratory 1\" descrambled",
+      "program 102 \"Laboratory 2\" not descrambled, cause: no entitlement",
       "slot 0 at ",
       "standing alarms:",
       "alarm 0, since 00:00:33.000: slot 0, CAM 0: descrambling failure [",

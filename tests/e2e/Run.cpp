@@ -127,8 +127,8 @@ std::vector<TableRow> tableRows(const std::string &text) {
     } else if (!rule.empty() && !line.empty() &&
                std::isdigit(static_cast<unsigned char>(line[0]))) {
       const Lines c = cellsOf(line, rule);
-      rows.push_back({c.at(0), c.at(1), c.at(3), c.at(4), c.at(5), c.at(6), c.at(7), c.at(8),
-                      c.at(9), c.at(10)});
+      rows.push_back({c.at(0), c.at(1), c.at(2), c.at(4), c.at(5), c.at(6), c.at(7), c.at(8),
+                      c.at(9), c.at(10), c.at(11)});
     }
   }
   return rows;

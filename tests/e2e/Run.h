@@ -49,7 +49,7 @@ Lines linesWithout(const std::string &text, const std::string &part);
 
 // The rows of the final table: the cells of each PID.
 struct TableRow {
-  std::string program, pid, cam, state, cause, reply, ecms, before, behind, seen;
+  std::string program, name, pid, cam, state, cause, reply, ecms, before, behind, seen;
 };
 std::vector<TableRow> tableRows(const std::string &text);
 

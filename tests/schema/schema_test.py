@@ -145,6 +145,7 @@ class SchemaTest(unittest.TestCase):
         self.assertTrue(lost)
         self.assertEqual((lost[0]["status"], lost[0]["state"], lost[0]["tone"]),
                          (NO_ENTITLEMENT, "not descrambled", "bad"))
+        self.assertEqual(lost[0]["names"], ["Laboratory 2"])
         taken = next(e for e in run.of_kind("script_line") if e["what"].startswith("camEntitle"))
         self.assertIn(str(lost[0]["programs"][0]), taken["what"])
         self.assertGreater(lost[0]["chassis_ms"], taken["chassis_ms"])
@@ -179,6 +180,13 @@ class SchemaTest(unittest.TestCase):
                         self.assertEqual(program["status"], event["status"], name)
                         cards += 1
         self.assertGreater(cards, 20)
+
+    def test_programs_have_the_names_of_the_stream(self):
+        for name, run in self.runs.items():
+            for card in run.status["cards"]:
+                for program in card["programs"]:
+                    self.assertEqual((program["name"], program["provider"]),
+                                     (f"Laboratory {program['program'] - 100}", "Laboratory"), name)
 
     def test_a_person_s_text_comes_back_as_it_was(self):
         self.assertEqual(self.runs["rare"].of_kind("remark")[0]["what"],

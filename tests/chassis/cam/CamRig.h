@@ -87,7 +87,8 @@ inline Bytes caPmt(List list, unsigned program, const Bytes &programLevel,
 class Rig {
  public:
   explicit Rig(std::vector<std::uint16_t> caSystems = {0x0500})
-      : cam({std::move(caSystems)}, {2, 1}, lines, 0) {
+      : Rig(chassis::Cam::Config{std::move(caSystems)}) {}
+  explicit Rig(chassis::Cam::Config config) : cam(std::move(config), {2, 1}, lines, 0) {
     pass(3000);
   }
 

@@ -119,6 +119,18 @@ TEST(CamAnswers, SelectionIsNotAnswered) {
   EXPECT_TRUE(rig.ask(caPmt101()).empty());
 }
 
+TEST(CamDescrambling, NamesStandBesideTheNumbers) {
+  chassis::Cam::Config config;
+  config.caSystems = {0x0500};
+  config.programNames = [](std::uint16_t program) { return program == 103 ? "Three" : ""; };
+  Rig rig(std::move(config));
+  rig.ask(caPmt101(first));
+  rig.ask(caPmt103(last));
+  rig.play(labStream(bothPrograms()).scrambled, 64);
+  EXPECT_EQ(rig.lines.count("descrambles program 101 (ECMs"), 1u);
+  EXPECT_EQ(rig.lines.count("descrambles program 103 \"Three\" PID 0x1021 (ECMs"), 1u);
+}
+
 TEST(CamDescrambling, BothLevelsBitForBitThroughPeriodsAndTheLoop) {
   const LabStream stream = labStream(bothPrograms());
   for (const std::size_t part : {1u, 7u, 64u, 5000u}) {

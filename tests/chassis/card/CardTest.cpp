@@ -169,6 +169,18 @@ TEST_F(CardTest, TablesFollowOnlyWhenTheyArePublished) {
   EXPECT_EQ(card.muxForm()->programs[1].assigned, 1);
 }
 
+TEST_F(CardTest, TellsProgramsWithTheirNames) {
+  const std::string name = "Three";
+  StreamWriter named = secondOf(programs);
+  named.table(0x11, sdtSection({{3, {name.begin(), name.end()}, {}}}));
+  insert(named);
+  card.tick(1010);
+  EXPECT_EQ(card.programName(3), "Three");
+  EXPECT_EQ(card.programName(7), "");
+  const std::string error = assignError(9, 1);
+  EXPECT_NE(error.find("which carries 7, 3 \"Three\""), std::string::npos) << error;
+}
+
 TEST_F(CardTest, RefusesToAssignWhatIsNotThere) {
   insert(secondOf(programs));
   const std::string error = assignError(9, 1);

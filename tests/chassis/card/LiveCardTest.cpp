@@ -150,6 +150,22 @@ TEST_F(LiveCard, APmtThatNeverComesIsNotWaitedForLongerThanTwoSeconds) {
   EXPECT_EQ(card.programs().size(), 1U);
 }
 
+TEST_F(LiveCard, ANameIsNoChangeOfThePrograms) {
+  come(StreamWriter().psi({video}));
+  card.tick(10);
+  EXPECT_EQ(card.programs()[0].service.name, "");
+  told();
+  for (const std::string name : {"One", "Uno"}) {
+    come(StreamWriter().table(0x11, sdtSection({{1, {name.begin(), name.end()}, {}}})));
+    card.tick(card.fpga().nowMs + 10);
+    EXPECT_EQ(card.programs()[0].service.name, name);
+    EXPECT_EQ(card.programName(1), name);
+    EXPECT_EQ(card.programName(2), "");
+  }
+  EXPECT_EQ(told(), Lines{});
+  EXPECT_EQ(changes, 1);
+}
+
 TEST_F(LiveCard, SilenceAndReturnAreTold) {
   come(StreamWriter().psi({video}));
   card.tick(10);

@@ -22,12 +22,10 @@ TEST(CaText, NamesListManagement) {
   }
 }
 
-TEST(CaText, ListsSystemsAndPrograms) {
+TEST(CaText, ListsSystems) {
   EXPECT_EQ(caSystemsText({}), "no CA system");
   EXPECT_EQ(caSystemsText({0x0500}), "CA system 0x0500");
   EXPECT_EQ(caSystemsText({0x0500, 0x0B01}), "CA systems 0x0500, 0x0B01");
-  EXPECT_EQ(programsText({101}), "program 101");
-  EXPECT_EQ(programsText({101, 102}), "programs 101, 102");
 }
 
 TEST(CaText, LongListsAreCutShort) {

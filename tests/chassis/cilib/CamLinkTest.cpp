@@ -291,6 +291,18 @@ TEST_F(CamLinkTest, RepliesToAQueryAreFiled) {
             "PID 0x0165: technical reasons (0x73)");
 }
 
+TEST_F(CamLinkTest, NamesStandBesideTheNumbers) {
+  cam.up = true;
+  cam.answers.push_back(info0500);
+  link.insert(std::make_unique<ScriptedPort>(cam),
+              [](std::uint16_t program) { return program == 102 ? "Two" : ""; });
+  link.tick(nowMs);
+  EXPECT_EQ(send({101, 102}, cmdQuery), 2);
+  EXPECT_EQ(events.count("query sent: programs 101, 102 \"Two\""), 1);
+  say(reply(102, 0xF1));
+  EXPECT_EQ(events.count("reply: program 102 \"Two\": no entitlement (0x71)"), 1);
+}
+
 TEST_F(CamLinkTest, RepliesThatFitNoQueryAreIgnored) {
   makeUsable();
   send({101}, cmdOkDescrambling);

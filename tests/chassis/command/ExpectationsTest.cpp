@@ -51,6 +51,15 @@ class ExpectationsTest : public testing::Test {
   Chassis chassis_{clock_, notes_, loop_};
 };
 
+TEST_F(ExpectationsTest, AProgramIsToldWithItsName) {
+  Bytes stream = StreamWriter().table(0x11, sdtSection({{101, {'O', 'n', 'e'}, {}}})).bytes();
+  append(stream, oneProgram());
+  file_.write(stream);
+  const std::string failure = play("wait 2.5\nexpectState 0, 101, \"descrambled\"");
+  EXPECT_NE(failure.find("program 101 \"One\" of slot 0 is \"not measured\""), std::string::npos)
+      << failure;
+}
+
 TEST_F(ExpectationsTest, WhatIsSoIsTold) {
   EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"not measured\"\n"
                  "expectAlarm 0, 0, \"CAM absent\"\nexpectNoAlarm 0, 1, \"CAM absent\""),

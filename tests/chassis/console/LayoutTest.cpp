@@ -42,6 +42,14 @@ TEST_F(Layout, PadsToColumns) {
   EXPECT_EQ(padded("three", 4), "three");
 }
 
+TEST_F(Layout, ShortensToColumns) {
+  EXPECT_EQ(shortened("four", 4), "four");
+  EXPECT_EQ(shortened("fives", 4), "fiv\u2026");
+  EXPECT_EQ(shortened("\u4e2d\u4e2d", 4), "\u4e2d\u4e2d");
+  EXPECT_EQ(shortened("\u4e2d\u4e2d\u4e2d", 4), "\u4e2d\u2026");
+  EXPECT_EQ(shortened("", 4), "");
+}
+
 TEST_F(Layout, WrapsAtBlanksOnly) {
   EXPECT_EQ(wrapped("some PIDs not descrambled", 25, 2), (Lines{"some PIDs not descrambled"}));
   EXPECT_EQ(wrapped("some PIDs not descrambled", 24, 2), (Lines{"some PIDs not", "  descrambled"}));

@@ -30,6 +30,23 @@ before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs
 )");
 }
 
+TEST(StatusTable, NamesStandBesideTheNumbers) {
+  CardFinding card = sampleCard();
+  card.programs[0].service.name = "Canal \u00e9t\u00e9";
+  const std::string text = statusTable(card, false);
+  EXPECT_NE(text.find("\nprogram  name       PID     stream "), std::string::npos) << text;
+  EXPECT_NE(text.find("\n101      Canal \u00e9t\u00e9  0x0111  "), std::string::npos) << text;
+  EXPECT_NE(text.find("\n102                 0x0121  "), std::string::npos) << text;
+}
+
+TEST(StatusTable, ALongNameIsCutShort) {
+  CardFinding card = sampleCard();
+  card.programs[0].service.name = "A name that leaves no room for anything else";
+  const std::string text = statusTable(card, false);
+  EXPECT_NE(text.find("\n101      A name that leaves no r\u2026  0x0111  "), std::string::npos)
+      << text;
+}
+
 // The cells of the first PID's row behind the column of the CAM.
 std::string firstRow(const CardFinding &card) {
   const std::string text = statusTable(card, false);

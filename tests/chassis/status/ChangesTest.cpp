@@ -40,6 +40,27 @@ TEST(Changes, FirstCheckTellsFieldsAndGroupsPrograms) {
                    "0/0 programs 101, 102 descrambled | clear behind the CAM"}));
 }
 
+TEST(Changes, NamesStandBesideTheNumbers) {
+  CardFinding now = sampleCard();
+  now.programs[0].service.name = "One";
+  EXPECT_EQ(told(CardFinding{}, now)[2],
+            "0/0 programs 101 \"One\", 102 descrambled | clear behind the CAM");
+  const std::vector<Event> changes = changesBetween(CardFinding{}, now);
+  const auto &facts = changes[2].facts;
+  const auto names = std::find_if(facts.begin(), facts.end(), [](const Fact &fact) {
+    return fact.name == std::string("names");
+  });
+  ASSERT_NE(names, facts.end());
+  EXPECT_EQ(std::get<std::vector<std::string>>(names->value),
+            (std::vector<std::string>{"One", ""}));
+}
+
+TEST(Changes, ANewNameTellsNothing) {
+  CardFinding now = sampleCard();
+  now.programs[0].service.name = "One";
+  EXPECT_EQ(told(sampleCard(), now), Lines{});
+}
+
 TEST(Changes, EveryCauseComesWithItsEvidence) {
   const struct {
     std::uint8_t status;

@@ -23,6 +23,7 @@ Bytes clearProgram() {
     writer.psi({map}).payload(0x300);
     writer.pes(0x201);
   }
+  writer.table(0x11, sdtSection({{101, {'O', 'n', 'e'}, {'S', 'o', 'm', 'e'}}}));
   while (writer.packets() < 1000) {
     writer.null();
   }
@@ -126,6 +127,8 @@ constexpr const char *afterThirtySeconds = R"({
       "programs": [
         {
           "program": 101,
+          "name": "One",
+          "provider": "Some",
           "cams": [
             1
           ],
