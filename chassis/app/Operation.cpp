@@ -36,7 +36,7 @@ Progress progressOf(std::uint64_t nowMs, std::uint64_t endMs, std::chrono::durat
 Operation::Operation(const Config &config, Script script)
     : config_(config),
       desk_(std::make_unique<Desk>(loop_, config.mode, config.historyPath, Shell::names())),
-      clock_(config.clockStart),
+      clock_(config.clockStart, config.speed),
       journal_(showAt(desk_)),
       stream_(&journal_),
       timeline_(stream_, {config.colour, outputWidth}, [this] { return clock_.elapsedMs(); }),
@@ -52,11 +52,15 @@ Operation::Operation(const Config &config, Script script)
           config.mode == DeskMode::Terminal
               ? Show([this](const std::string &what) { complain(what); })
               : Show()),
-      maximal_(config.speed <= 0),
       ticking_(clock_.onTick([this](std::uint64_t) {
         tellEventLoss();
         stopWhenOver();
       })) {
+  if (config.mode != DeskMode::Script) {
+    chassis_.ports().reserveStandardInput("lines of the console");
+  } else if (config.scriptFromInput) {
+    chassis_.ports().reserveStandardInput("the script");
+  }
   if (config.shown != Shown::Nothing) {
     events_.add(config.shown == Shown::Timeline ? static_cast<Events &>(timeline_) : eventLines_);
   }
@@ -127,7 +131,6 @@ void Operation::complain(const std::string &what) {
 // over.
 int Operation::run() {
   desk_->serve(clock_, session_);
-  clock_.setSpeed(config_.speed);
   clock_.setWait([this](std::uint64_t dueNs) { wait(dueNs); });
   std::string unexpected;
   try {
@@ -174,7 +177,7 @@ void Operation::wait(std::uint64_t dueNs) {
 // A run that keeps a pace is as far as the clock on the wall.
 void Operation::showHowFar() {
   const std::uint64_t nowMs = clock_.elapsedMs();
-  if (maximal_ && nowMs % Chassis::cycleMs == 0) {
+  if (maximal() && nowMs % Chassis::cycleMs == 0) {
     desk_->showRun(progressOf(nowMs, knownEndMs(), std::chrono::steady_clock::now() - begun_));
   }
 }
@@ -205,8 +208,9 @@ bool Operation::isOver() const {
   if (shell_.exited() || desk_->ended() || forNobody) {
     return true;
   }
-  if (config_.endMs || config_.mode == DeskMode::Terminal) {
-    return config_.endMs && nowMs >= *config_.endMs;
+  const bool streamsOver = config_.endsWithStreams && chassis_.streamsEnded();
+  if (config_.endMs || config_.endsWithStreams || config_.mode == DeskMode::Terminal) {
+    return streamsOver || (config_.endMs && nowMs >= *config_.endMs);
   }
   const bool typedOver = config_.mode == DeskMode::Script ||
                          (desk_->inputOver() && session_.idle() && !session_.waits(nowMs));
@@ -215,7 +219,7 @@ bool Operation::isOver() const {
 
 // Without a pace, chassis time stands still until the next line of a pipe has come.
 void Operation::takePipedLines() {
-  const bool waits = maximal_ && config_.mode == DeskMode::Pipe;
+  const bool waits = maximal() && config_.mode == DeskMode::Pipe;
   while (waits && !desk_->inputOver() && session_.idle() && !session_.waits(clock_.elapsedMs()) &&
          !isOver()) {
     desk_->awaitLine();
@@ -228,8 +232,7 @@ void Operation::takePipedLines() {
 
 // A person cannot keep up with time without a pace.
 void Operation::settlePace() {
-  if (maximal_ && config_.mode == DeskMode::Terminal && player_.isOver(clock_.elapsedMs())) {
-    maximal_ = false;
+  if (maximal() && config_.mode == DeskMode::Terminal && player_.isOver(clock_.elapsedMs())) {
     clock_.setSpeed(1);
   }
 }

@@ -37,6 +37,8 @@ class Operation {
     bool colour = false;
     bool debug = false;  // tells of the firmware's debug prints too
     Shown shown = Shown::Timeline;
+    bool endsWithStreams = false;  // not with the script: when those of all cards are over
+    bool scriptFromInput = false;  // standard input has been read as the script
     bool writesFiles = false;  // which are to become whole, also when nobody reads what is shown
   };
 
@@ -66,6 +68,7 @@ class Operation {
   void takePipedLines();
   void showHowFar();
   std::uint64_t knownEndMs() const;
+  bool maximal() const { return clock_.speed() <= 0; }
   bool isOver() const;
   void stopWhenOver();
   void readStreams();
@@ -89,7 +92,6 @@ class Operation {
   Player player_;
   Session session_;
   std::unique_ptr<EventFile> eventFile_;
-  bool maximal_;
   const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   Clock::Listening ticking_;
   std::vector<std::string> losses_;

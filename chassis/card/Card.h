@@ -65,7 +65,7 @@ struct ProgramInfo {
   std::vector<StreamInfo> streams;
   std::uint8_t camMask = 0;  // bit n: assigned to CAM n
   ProbeState probe = ProbeState::None;
-  ServiceName service;       // as the stream names it by now
+  ServiceName service;  // as the stream names it by now
 };
 
 // Evidence about one PID, on one side of the CAMs; never reset by the module.
@@ -131,8 +131,8 @@ class Card {
   // The CAM in a slot, null for none; the card does not own it and uses it until the next call.
   void setCam(std::uint32_t camSlot, Cam *cam);
 
-  // Where the stream behind the CAMs goes from now on, when the output before it has ended; the user
-  // of the files is outputName.
+  // Where the stream behind the CAMs goes from now on, when the output before it has ended; the
+  // user of the files is outputName.
   void setOutput(std::unique_ptr<PacketSink> output);
   const std::string &outputName() const;  // "the output of slot 0"
   // Ends the output. What it has lost, in a sentence; empty: nothing.

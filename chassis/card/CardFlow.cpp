@@ -116,8 +116,10 @@ void Card::State::followPsi() {
     probe->match(psi->psi());
   }
   rebuildTables();
-  tell(EventKind::StreamChanged, "the stream's programs changed", changedPrograms(before),
-       {{"programs", programNumbers()}});
+  if (!(before.programs == builtFrom.programs)) {
+    tell(EventKind::StreamChanged, "the stream's programs changed", changedPrograms(before),
+         {{"programs", programNumbers()}});
+  }
   tellProgramsChanged();
 }
 

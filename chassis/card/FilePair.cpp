@@ -34,11 +34,16 @@ std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamS
     }
     const std::int64_t later = pcrStep(mark.pcr, other->second.pcr) / ticksPerMs +
                                msOf(first, mark.packet) - msOf(second, other->second.packet);
-    const std::int64_t length = msOf(later > 0 ? first : second, later > 0 ? first.packets : second.packets);
+    const std::int64_t length =
+        msOf(later > 0 ? first : second, later > 0 ? first.packets : second.packets);
     return std::abs(later) < length ? std::optional<std::int64_t>(later) : std::nullopt;
   }
   return std::nullopt;
 }
+
+FilePair::FilePair(GoOn goOn) : goOn_(std::move(goOn)) {}
+
+FilePair::~FilePair() = default;
 
 void FilePair::add(std::size_t which, const std::string &path) {
   files_[which].emplace(File{path, scanStream(path, 0, goOn_)});

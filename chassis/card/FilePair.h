@@ -24,7 +24,10 @@ class FilePair {
   static constexpr std::size_t Before = 0;
   static constexpr std::size_t Behind = 1;
 
-  explicit FilePair(GoOn goOn) : goOn_(std::move(goOn)) {}
+  explicit FilePair(GoOn goOn);
+  ~FilePair();
+  FilePair(const FilePair &) = delete;
+  FilePair &operator=(const FilePair &) = delete;
 
   // Reads a file. Throws as scanStream does.
   void add(std::size_t which, const std::string &path);

@@ -26,8 +26,8 @@ class CamLink {
 
   // Replaces the CAM that was there. names: of the programs that it gets, for people.
   void insert(std::unique_ptr<CamPort> cam, ProgramNames names = nullptr);
-  // A CAM of somebody else's receiver, which descrambles by these CA systems: nothing is sent to it,
-  // nothing comes from it, and a reset is only told to who asks for it.
+  // A CAM of somebody else's receiver, which descrambles by these CA systems: nothing is sent to
+  // it, nothing comes from it, and a reset is only told to who asks for it.
   void observe(std::vector<std::uint16_t> caSystems, std::function<void()> onReset);
   void remove();
   void tick(std::uint64_t nowMs);
@@ -89,7 +89,7 @@ class CamLink {
   Events &events_;
   SEM_ID flag_;
   CaPmtReply &answers_;
-  std::unique_ptr<CamPort> cam_;  // null: none
+  std::unique_ptr<CamPort> cam_;   // null: none
   std::function<void()> onReset_;  // of an observed one
   ProgramNames names_;
   Phase phase_ = Phase::Empty;

@@ -19,8 +19,8 @@ constexpr std::uint64_t nsPerMs = 1000000;
 
 bool isPlayed(const Url &url) {
   struct stat status {};
-  const bool pipe = stat(url.path.c_str(), &status) == 0 &&
-                    (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
+  const bool pipe =
+      stat(url.path.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode));
   return url.scheme == Url::Scheme::File && !pipe;
 }
 
@@ -46,8 +46,7 @@ std::unique_ptr<PacketSink> Ports::openOutput(const Url &url, const std::string 
         url, [this](std::uint64_t chassisNs) { return clock_.realNs(chassisNs); }, loop_);
   }
   const bool standard = url.scheme == Url::Scheme::StandardStream;
-  return std::make_unique<FileSink>(
-      files_.openOutput(user, standard ? "/dev/stdout" : url.path));
+  return std::make_unique<FileSink>(files_.openOutput(user, standard ? "/dev/stdout" : url.path));
 }
 
 }  // namespace chassis

@@ -211,13 +211,18 @@ void Chassis::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> 
                                           : "the programs also carry " + caSystemList(others);
   const Place place{static_cast<int>(slot), 0};
   if (by != 0) {
-    events_.tell({EventKind::ProbeBegun, place,
-                  "the receiver is judged by CA system " + hex(by, 4), rest,
+    events_.tell({EventKind::ProbeBegun,
+                  place,
+                  "the receiver is judged by CA system " + hex(by, 4),
+                  rest,
                   {{"ca_systems", carried}}});
   } else {
-    events_.tell({EventKind::ProbeBegun, place,
+    events_.tell({EventKind::ProbeBegun,
+                  place,
                   "no program carries CA system " + caSystemList(slots_[slot].probe.caSystems),
-                  "they carry " + caSystemList(carried), {{"ca_systems", carried}}, Tone::Bad});
+                  "they carry " + caSystemList(carried),
+                  {{"ca_systems", carried}},
+                  Tone::Bad});
   }
 }
 
@@ -342,6 +347,11 @@ void Chassis::output(std::uint32_t slot, const std::string &stream) {
   if (url.isNetwork()) {
     goLive(stream);
   }
+}
+
+bool Chassis::streamsEnded() const {
+  return std::all_of(slots_.begin(), slots_.end(),
+                     [](const Slot &slot) { return !slot.card->inserted() || slot.card->ended(); });
 }
 
 std::vector<std::string> Chassis::endOutputs() {

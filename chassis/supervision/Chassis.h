@@ -76,8 +76,8 @@ class Chassis {
   void cardFault(std::uint32_t slot, CardFault fault, bool on);
   void pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on);
   void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
-  void alarmFail(bool on);                                // the alarm service
-  void tell(const Event &event) { events_.tell(event); }  // as one of the chassis's own
+  void alarmFail(bool on);                                     // the alarm service
+  void tell(const Event &event) { events_.tell(event); }       // as one of the chassis's own
   void output(std::uint32_t slot, const std::string &stream);  // a file, a pipe or an URL
   std::vector<std::string> endOutputs();  // what they have lost, a sentence each
 
@@ -99,6 +99,7 @@ class Chassis {
   Files &files() { return files_; }
   Ports &ports() { return ports_; }
   Card &card(std::uint32_t slot) { return *slots_[slot].card; }
+  bool streamsEnded() const;  // those of all cards: played files of probes, pipes
   const CiLibrary &library() const { return library_; }
   const AlarmService &alarms() const { return alarms_; }
 
@@ -108,7 +109,7 @@ class Chassis {
     std::array<std::unique_ptr<Cam>, MAX_CAM_NUM> cams;
     bool programsChanged = false;
     Probe probe;
-    std::uint16_t probedBy = 0;  // CA system; 0: none is known yet
+    std::uint16_t probedBy = 0;     // CA system; 0: none is known yet
     bool keepsAllFromCams = false;  // the pre-CAM switch, as it was last programmed
   };
 

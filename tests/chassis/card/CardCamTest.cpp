@@ -11,6 +11,7 @@
 #include "card/Card.h"
 #include "card/Fpga.h"
 #include "chassis/StreamWriter.h"
+#include "chassis/card/CardOutput.h"
 #include "ts/Section.h"
 
 using namespace testing_streams;
@@ -155,7 +156,7 @@ class CardCam : public testing::Test, protected CardWithCams {
  protected:
   CardCam() {
     card.insert(file.path(), bitrate, 0);
-    card.setOutput(output.path());
+    setOutput(card, files, output.path());
     playUntil(10);
   }
 
@@ -323,7 +324,7 @@ TEST_F(CardCam, OutputBeginsWithTheNextPacket) {
   card.endOutput();
   playUntil(1000);
   const TemporaryFile later;
-  card.setOutput(later.path());
+  setOutput(card, files, later.path());
   playUntil(2000);
   card.endOutput();
   EXPECT_EQ(later.read(), stream.clear.bytes());

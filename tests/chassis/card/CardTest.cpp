@@ -8,6 +8,7 @@
 #include "base/InputError.h"
 #include "card/Fpga.h"
 #include "chassis/StreamWriter.h"
+#include "chassis/card/CardOutput.h"
 
 using namespace testing_streams;
 using chassis::Card;
@@ -225,7 +226,7 @@ TEST_F(CardTest, WritesWhatComesOutInOrder) {
   // half of the PIDs go around the CAMs
   card.fpga().setPass(0x101, false);
   card.fpga().setPass(chassis::nullPid, false);
-  card.setOutput(output.path());
+  setOutput(card, files, output.path());
   card.tick(1000);
   card.endOutput();
   EXPECT_EQ(output.read(), stream.bytes());
@@ -235,7 +236,7 @@ TEST_F(CardTest, WritesWhatComesOutInOrder) {
 
 TEST_F(CardTest, SaysThatAnOutputCannotBeWritten) {
   try {
-    card.setOutput("/nonexistent/out.ts");
+    setOutput(card, files, "/nonexistent/out.ts");
     FAIL();
   } catch (const chassis::InputError &error) {
     EXPECT_NE(std::string(error.what()).find("/nonexistent/out.ts"), std::string::npos);
@@ -244,10 +245,10 @@ TEST_F(CardTest, SaysThatAnOutputCannotBeWritten) {
 
 TEST_F(CardTest, DoesNotWriteOverItsStream) {
   insert(secondOf(programs));
-  EXPECT_THROW(card.setOutput(file.path()), chassis::InputError);
+  EXPECT_THROW(setOutput(card, files, file.path()), chassis::InputError);
   EXPECT_EQ(file.read(), stream.bytes());
   const TemporaryFile output;
-  card.setOutput(output.path());
+  setOutput(card, files, output.path());
   card.tick(1000);
   EXPECT_NE(insertError(output.path()).find("is the output"), std::string::npos);
   card.endOutput();
@@ -258,7 +259,7 @@ TEST_F(CardTest, DoesNotWriteOverItsStream) {
 
 TEST_F(CardTest, TellsThatAnOutputIsNotWhole) {
   insert(secondOf(programs));
-  card.setOutput("/dev/full");
+  setOutput(card, files, "/dev/full");
   card.tick(1000);
   EXPECT_EQ(
       events.lines,
@@ -269,20 +270,20 @@ TEST_F(CardTest, TellsThatAnOutputIsNotWhole) {
             "device");
   EXPECT_EQ(card.endOutput(), "");
   EXPECT_EQ(events.lines.size(), 1U);
-  card.setOutput("/dev/full");
+  setOutput(card, files, "/dev/full");
   card.tick(3000);
   EXPECT_EQ(events.lines.size(), 2U) << "another output, another trouble";
 }
 
 TEST_F(CardTest, AnOutputThatCannotBeWrittenIsNotItsOwn) {
-  EXPECT_THROW(card.setOutput("/"), chassis::InputError);
+  EXPECT_THROW(setOutput(card, files, "/"), chassis::InputError);
   files.write("the output of slot 4", "/");
 }
 
 TEST_F(CardTest, DoesNotReadOrWriteWhatOthersUse) {
   const TemporaryFile output;
   files.write("the output of slot 4", output.path());
-  EXPECT_THROW(card.setOutput(output.path()), chassis::InputError);
+  EXPECT_THROW(setOutput(card, files, output.path()), chassis::InputError);
   EXPECT_NE(insertError(output.path()).find("is the output of slot 4"), std::string::npos);
   insert(secondOf(programs));
   EXPECT_THROW(files.write("the output of slot 4", file.path()), chassis::InputError);
@@ -298,7 +299,7 @@ TEST_F(CardTest, GoesWithoutAWordAboutItsOutput) {
   const TemporaryFile place;
   std::filesystem::remove(place.path());
   ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
-  other->setOutput(place.path());
+  setOutput(*other, files, place.path());
   other->tick(1000);
   other.reset();
   EXPECT_TRUE(events.lines.empty());
@@ -317,7 +318,7 @@ TEST_F(CardTest, WhatHasATransportErrorPassesUnread) {
   card.setPidFault(PidFault::Drop, 0x001, true);
   card.setPidFault(PidFault::Damage, 0x101, true);
   const TemporaryFile output;
-  card.setOutput(output.path());
+  setOutput(card, files, output.path());
   card.tick(1010);
   card.setPidFault(PidFault::Damage, 0x101, false);
   EXPECT_EQ(card.endOutput(), "");
