@@ -55,7 +55,11 @@ bool Resync::begins(const View &view, std::size_t offset, const Form &form) cons
   return syncs >= fewSyncs ? !hasTwin(view, offset, form) : syncs > 0 && isLast(view, offset, form);
 }
 
+// The size of the last packet goes before the others.
 const Resync::Form *Resync::formAt(const View &view, std::size_t offset) const {
+  if (begins(view, offset, form_)) {
+    return &form_;
+  }
   const auto *const form = std::find_if(std::begin(forms), std::end(forms), [&](const Form &each) {
     return begins(view, offset, each);
   });

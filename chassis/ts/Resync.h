@@ -16,10 +16,11 @@ constexpr std::uint8_t syncByte = 0x47;
 //
 // Packets go on for as long as each has its sync byte where the one before it lets expect it. Where
 // it is missing, they go on at the next place from which five packets of one size in a row have
-// one; where several sizes fit, the smallest is theirs. At the end of all bytes three must do, or
-// whatever is left when it is a number of whole packets behind others, of 188 bytes or of the size
-// of the last. Bytes that begin like a packet of 188 and hold no more than a few begin with one; of
-// the larger sizes they must be whole packets and nothing else.
+// one; where several sizes fit, that of the last packet is theirs, or else the smallest. At the end
+// of all bytes three must do, or whatever is left when it is a number of whole packets behind
+// others, of 188 bytes or of the size of the last. Bytes that begin like a packet of 188 and hold
+// no more than a few begin with one; of the larger sizes they must be whole packets and nothing
+// else.
 class Resync {
  public:
   static constexpr std::size_t syncsInARow = 5;

@@ -331,12 +331,17 @@ TEST_F(PipeSourceTest, DamageIsToldOnceUntilItIsGoodAgain) {
   bad();
   EXPECT_EQ(told.size(), 1U) << "nothing good has come";
   nowNs += PipeSource::soundNs;
+  put(pipe.writer(), Bytes(10, 0));
+  EXPECT_EQ(take(*source), 0U);
+  bad();
+  EXPECT_EQ(told.size(), 1U) << "too little has come to tell";
+  nowNs += PipeSource::soundNs;
   good();
   bad();
   EXPECT_EQ(told.size(), 2U);
   EXPECT_EQ(std::get<std::uint64_t>(told[1].facts[1].value), 100U);
   expectTaken(first);
-  EXPECT_EQ(source->counters().skippedBytes, 400U);
+  EXPECT_EQ(source->counters().skippedBytes, 510U);
 }
 
 // As a file of the same bytes has them, however they come.

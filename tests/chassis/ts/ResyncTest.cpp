@@ -153,6 +153,34 @@ TEST(Resync, ThreePacketsInARowDoAtTheEndAndTwoDoNot) {
   }
 }
 
+TEST(Resync, WholePacketsOfTheSameSizeAreFoundAtTheEndHoweverFew) {
+  for (const std::size_t size : sizes) {
+    for (const std::size_t other : sizes) {
+      SCOPED_TRACE(std::to_string(size) + " behind " + std::to_string(other));
+      Stream stream;
+      stream.packets(other, 10).noise(Bytes(30, 0)).packets(size, 1);
+      if (size == 204 && other != 204) {
+        expectFound(stream.bytes(), upTo(10), 30 + 204);
+      } else {
+        // One alone of 192 ends as one of 188 does: it is taken for what came before.
+        const bool stamped = other == 192 && size != 204;
+        const std::uint64_t found = 30 + (size == 192 ? 4 : 0) - (stamped ? 4 : 0);
+        expectFound(stream.bytes(), upTo(11), found);
+      }
+      expectFound(stream.noise({0}).bytes(), upTo(10), 31 + size);
+    }
+  }
+}
+
+TEST(Resync, NothingBeforeTheFirstPacketBelongsToItButAStamp) {
+  for (const std::size_t size : sizes) {
+    for (const std::size_t noise : {1U, 4U, 15U, 16U, 17U}) {
+      SCOPED_TRACE(std::to_string(noise) + " before " + std::to_string(size));
+      expectFound(Stream().noise(Bytes(noise, 0)).packets(size, 10).bytes(), upTo(10), noise);
+    }
+  }
+}
+
 TEST(Resync, AChangeOfSizeCostsNothing) {
   for (const std::size_t from : sizes) {
     for (const std::size_t to : sizes) {

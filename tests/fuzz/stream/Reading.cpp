@@ -139,7 +139,8 @@ std::vector<Place> places(const std::vector<uint8_t> &file) {
       found.push_back({found.back().at + found.back().stride, found.back().stride});
     } else {
       for (; at < file.size() && found.size() == known; ++at) {
-        for (const size_t stride : {plain, stamped, checked}) {
+        const size_t last = known == 0 ? plain : found.back().stride;
+        for (const size_t stride : {last, plain, stamped, checked}) {
           if (found.size() == known && resumesAt(view, at, stride, found)) {
             found.push_back({at, stride});
           }
