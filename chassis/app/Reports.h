@@ -1,0 +1,35 @@
+// What a run writes beside its timeline: events, status, outputs, the tables at the end.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "app/Operation.h"
+
+namespace chassis {
+
+struct Reports {
+  std::vector<std::string> outputs;  // as they are given: SLOT:STREAM
+  bool noTable = false;
+  std::string events;      // a file; - standard output; empty: none
+  std::string statusFile;  // the same
+};
+
+void describeReports(CLI::App &app, Reports &reports);
+
+// Throws InputError: more than one thing that takes standard output. console: so do its answers.
+void checkOutputTakers(const Reports &reports, bool console);
+// What the desk shows, when nothing else takes standard output.
+Shown shownOf(const Reports &reports);
+bool writesFiles(const Reports &reports);
+
+// Before the run. Throws InputError.
+void openReports(Operation &operation, const Reports &reports);
+// Runs to the end, then writes status and tables. Returns the exit status.
+int runAndReport(Operation &operation, const Reports &reports, const Operation::Config &config);
+
+// A file, not standard output nor nothing.
+bool isFile(const std::string &path);
+
+}  // namespace chassis
