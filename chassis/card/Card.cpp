@@ -103,7 +103,10 @@ ProbeState Card::State::probeStateOf(const PsiProgram &program) const {
   if (!probe->known()) {
     return ProbeState::Learning;
   }
-  return probe->missing(program.number) ? ProbeState::MissingBehind : ProbeState::Judged;
+  if (probe->missing(program.number)) {
+    return ProbeState::MissingBehind;
+  }
+  return probe->nothingBehind(program) ? ProbeState::NothingBehind : ProbeState::Judged;
 }
 
 // The programs of the stream that CAMs have.
@@ -119,9 +122,9 @@ CamMasks Card::State::masksOf(const Psi &stream) const {
 }
 
 void Card::State::rebuildTables() {
-  const Psi &stream = psi->psi();
+  const Psi stream = probe != nullptr ? probe->judgeable(psi->psi()) : psi->psi();
   psiChanges = psi->changes();
-  builtFrom = stream;
+  builtFrom = psi->psi();
   programs.clear();
   const CamMasks assigned = masksOf(stream);
   for (const PsiProgram &program : stream.programs) {
@@ -279,6 +282,10 @@ bool Card::probing() const {
 const SourceCounters &Card::countersBehind() const {
   static const SourceCounters none;
   return probing() ? state_->probe->source().counters() : none;
+}
+
+std::size_t Card::unmatchedStreams() const {
+  return probing() ? state_->probe->unmatched() : 0;
 }
 
 bool Card::ended() const {

@@ -47,7 +47,8 @@ enum class ProbeState {
   None,           // no receiver is watched, or it is not asked for
   Learning,       // the programs behind are not known yet
   Judged,         // the module measures it
-  MissingBehind,  // it does not come out
+  MissingBehind,  // the programs behind are known, and it is not among them
+  NothingBehind,  // it is among them, but none of its packets comes out
   SilentBefore,   // nothing goes in
   SilentBehind,   // nothing comes out
   SilentBoth
@@ -109,6 +110,7 @@ class Card {
   std::vector<std::uint16_t> probedCaSystems() const;  // of the programs that are judged, in order
   // Of the probe, as of a card: what comes behind, and whether the streams are over.
   const SourceCounters &countersBehind() const;
+  std::size_t unmatchedStreams() const;  // that do not come out, though their programs do
   bool ended() const;
   // For a source that is being made: tells as the card.
   Tell teller();

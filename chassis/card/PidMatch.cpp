@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <bitset>
 
-#include "base/Text.h"
-
 namespace chassis {
 
 namespace {
@@ -46,8 +44,7 @@ class Streams {
       if (pid != nullPid) {
         note(*stream, pid, result, known);
       } else {
-        result.unmatched.push_back("program " + std::to_string(before_.number) + " PID " +
-                                   hex(stream->pid, 4) + ", stream type " + hex(stream->type, 2));
+        result.unmatched.push_back({before_.number, stream->pid, stream->type});
       }
     }
   }
@@ -66,6 +63,24 @@ class Streams {
 };
 
 }  // namespace
+
+bool operator==(const UnmatchedStream &a, const UnmatchedStream &b) {
+  return a.program == b.program && a.pid == b.pid && a.type == b.type;
+}
+
+Psi withoutUnmatched(const Psi &before, const PidMatch &match) {
+  Psi left = before;
+  for (PsiProgram &program : left.programs) {
+    const auto gone = [&](const PsiStream &stream) {
+      const UnmatchedStream wanted{program.number, stream.pid, stream.type};
+      return std::find(match.unmatched.begin(), match.unmatched.end(), wanted) !=
+             match.unmatched.end();
+    };
+    program.streams.erase(std::remove_if(program.streams.begin(), program.streams.end(), gone),
+                          program.streams.end());
+  }
+  return left;
+}
 
 PidMatch matchPids(const Psi &before, const Psi &behind, const ProgramNumbers &numbers) {
   PidMatch result;

@@ -2,12 +2,20 @@
 
 #include <bitstream/mpeg/ts.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "base/Text.h"
 #include "ts/PacketView.h"
 
 namespace chassis {
+
+namespace {
+
+constexpr std::uint64_t absentMs = 5000;
+constexpr std::uint64_t presentMs = 1000;
+
+}  // namespace
 
 ProbePath::ProbePath(Card::Fpga &fpga, std::unique_ptr<PacketSource> behind, ProgramNumbers numbers,
                      Tell tell)
@@ -63,10 +71,24 @@ bool ProbePath::match(const Psi &before) {
   }
   psiChanges_ = psi_.changes();
   matched_ = true;
+  matchedMs_ = fpga_.nowMs;
   const PidMatch old = std::exchange(match_, matchPids(before, psi_.psi(), numbers_));
   forgetMoved(old);
   tellUnmatched(old);
-  return match_.missing != old.missing;
+  return match_.missing != old.missing || !(match_.unmatched == old.unmatched);
+}
+
+bool ProbePath::nothingBehind(const PsiProgram &program) const {
+  const auto seen = [&program, this](const PidMeter &meter, std::uint64_t sinceMs) {
+    return std::any_of(program.streams.begin(), program.streams.end(),
+                       [&](const PsiStream &stream) {
+                         const PidEvidence &evidence = meter.evidence(stream.pid);
+                         return evidence.packets > 0 && evidence.lastSeenMs >= sinceMs;
+                       });
+  };
+  const std::uint64_t nowMs = fpga_.nowMs;
+  return matched_ && nowMs - matchedMs_ >= absentMs && seen(fpga_.before, nowMs - presentMs) &&
+         !seen(fpga_.behind, nowMs - absentMs);
 }
 
 // A PID that is another one now begins anew: its counters do not go on.
@@ -79,11 +101,16 @@ void ProbePath::forgetMoved(const PidMatch &before) {
 }
 
 void ProbePath::tellUnmatched(const PidMatch &before) {
-  if (!match_.unmatched.empty() && match_.unmatched != before.unmatched) {
+  std::vector<std::string> streams;
+  for (const UnmatchedStream &stream : match_.unmatched) {
+    streams.push_back("program " + std::to_string(stream.program) + " PID " + hex(stream.pid, 4) +
+                      ", stream type " + hex(stream.type, 2));
+  }
+  if (!streams.empty() && !(match_.unmatched == before.unmatched)) {
     tell_({EventKind::StreamsUnmatched,
            {},
            "streams that are not behind the receiver",
-           joined(match_.unmatched, "; ")});
+           joined(streams, "; ")});
   }
 }
 

@@ -32,9 +32,15 @@ class ProbePath : public Path {
   void settle() override {}
 
   // The programs before have changed, or those behind may have: the PIDs are matched anew. True:
-  // other programs are missing behind than before.
+  // others are missing behind than before.
   bool match(const Psi &before);
   bool mustMatch() const { return known_ && (!matched_ || psi_.changes() != psiChanges_); }
+
+  // The programs before with the streams that can be judged.
+  Psi judgeable(const Psi &before) const { return withoutUnmatched(before, match_); }
+  std::size_t unmatched() const { return match_.unmatched.size(); }
+  // Nothing of the program has come out for a while, though it goes in.
+  bool nothingBehind(const PsiProgram &program) const;
 
   // Of a program before. Nothing is missing while the programs behind are not known.
   bool missing(std::uint16_t program) const { return match_.missing.count(program) != 0; }
@@ -64,6 +70,7 @@ class ProbePath : public Path {
   bool known_ = false;
   bool matched_ = false;
   std::uint64_t begunMs_ = 0;
+  std::uint64_t matchedMs_ = 0;
   std::uint64_t transportErrors_ = 0;
 };
 

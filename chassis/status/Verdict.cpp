@@ -25,6 +25,7 @@ constexpr ProbeWords probeWords[] = {
     {ProbeState::Learning, "not judged yet", "what comes out is not known yet", Tone::Faint},
     {ProbeState::Judged, "", "", Tone::Plain},
     {ProbeState::MissingBehind, "missing behind", "it goes in, but does not come out", Tone::Bad},
+    {ProbeState::NothingBehind, "missing behind", "none of its packets comes out", Tone::Bad},
     {ProbeState::SilentBefore, "not judged", "nothing goes into the receiver", Tone::Faint},
     {ProbeState::SilentBehind, "not judged", "nothing comes out of the receiver", Tone::Faint},
     {ProbeState::SilentBoth, "not judged", "nothing goes in, and nothing comes out", Tone::Faint},

@@ -24,7 +24,6 @@ Psi psi(const std::vector<PsiProgram> &programs) {
   return made;
 }
 
-using Clauses = std::vector<std::string>;
 
 }  // namespace
 
@@ -61,7 +60,11 @@ TEST(PidMatch, AnotherTypeIsAnotherStream) {
   const Psi behind = psi({program(7, {{0x24, 0x100}, {0x03, 0x101}})});
   const PidMatch match = matchPids(before, behind, {});
   EXPECT_EQ(match.before[0x100], nullPid);
-  EXPECT_EQ(match.unmatched, Clauses{"program 7 PID 0x0100, stream type 0x1B"});
+  EXPECT_EQ(match.unmatched, (std::vector<UnmatchedStream>{{7, 0x100, 0x1B}}));
+  const Psi left = withoutUnmatched(before, match);
+  ASSERT_EQ(left.programs.size(), 1U);
+  ASSERT_EQ(left.programs[0].streams.size(), 1U);
+  EXPECT_EQ(left.programs[0].streams[0].pid, 0x101);
 }
 
 TEST(PidMatch, NumbersThatChangedAreMapped) {
