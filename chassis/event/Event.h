@@ -34,6 +34,12 @@ enum class EventKind : std::uint8_t {
   TransportErrors,
   TablesCut,
   OutputLost,
+  // Datagrams that a card takes.
+  SenderChanged,
+  InputForeign,
+  BufferSmall,
+  InterfaceGone,
+  InterfaceBack,
   // A CAM and its exchange with the CI library.
   CamStarting,
   CamUp,
