@@ -1,0 +1,114 @@
+#include "io/DatagramPackets.h"
+
+#include <algorithm>
+
+#include "base/Text.h"
+
+namespace chassis {
+namespace {
+
+constexpr std::uint8_t syncByte = 0x47;
+
+bool isPackets(const std::uint8_t *bytes, std::size_t size) {
+  return size > 0 && size % tsPacketSize == 0 && bytes[0] == syncByte;
+}
+
+}  // namespace
+
+void DatagramPackets::take(const std::uint8_t *bytes, std::size_t size, bool cut,
+                           std::uint64_t cameNs) {
+  ++counters_.datagrams;
+  const auto rtp = readRtp(bytes, size);
+  if (rtp && rtp->payloadType == rtpPayloadTypeTs) {
+    takeRtp(*rtp, bytes, size, cut, cameNs);
+  } else if (cut) {
+    refuse({Why::Cut, size, 0});
+  } else if (isPackets(bytes, size)) {
+    push(bytes, size, cameNs);
+  } else {
+    refuse(rtp ? Foreign{Why::PayloadType, size, rtp->payloadType}
+               : Foreign{Why::Noise, size, size > 0 ? bytes[0] : 0U});
+  }
+  count();
+}
+
+// What cannot be used has come all the same: nobody shall wait for it.
+void DatagramPackets::takeRtp(const RtpHeader &rtp, const std::uint8_t *bytes, std::size_t size,
+                              bool cut, std::uint64_t cameNs) {
+  const std::uint8_t *payload = bytes + rtp.payloadBegin;
+  const bool good = !cut && isPackets(payload, rtp.payloadSize);
+  if (!good) {
+    refuse({cut ? Why::Cut : Why::Payload, size, 0});
+  }
+  sequence_.take(rtp, payload, good ? rtp.payloadSize : 0, cameNs);
+}
+
+void DatagramPackets::refuse(const Foreign &foreign) {
+  ++counters_.foreign;
+  foreign_ = foreign;
+}
+
+void DatagramPackets::push(const std::uint8_t *bytes, std::size_t size, std::uint64_t cameNs) {
+  cameNs_ = std::max(cameNs_, cameNs);
+  for (std::size_t at = 0; at < size; at += tsPacketSize) {
+    pushPacket(bytes + at);
+  }
+}
+
+void DatagramPackets::pushPacket(const std::uint8_t *bytes) {
+  if (bytes[0] != syncByte) {
+    counters_.skippedBytes += tsPacketSize;
+  } else if (size() >= packetsMost_) {
+    ++counters_.dropped;
+  } else {
+    Packet &packet = waiting_.emplace_back();
+    std::copy_n(bytes, tsPacketSize, packet.bytes.begin());
+    packet.cameNs = cameNs_;
+  }
+}
+
+bool DatagramPackets::next(TsPacket &packet, std::uint64_t &cameNs) {
+  if (size() == 0) {
+    return false;
+  }
+  packet = waiting_[first_].bytes;
+  cameNs = waiting_[first_].cameNs;
+  ++counters_.packets;
+  ++first_;
+  // Mostly all are taken; where not, each is moved about once.
+  if (first_ > size()) {
+    waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(first_));
+    first_ = 0;
+  }
+  return true;
+}
+
+void DatagramPackets::count() {
+  const RtpCounters &rtp = sequence_.counters();
+  counters_.networkLost = rtp.lost;
+  counters_.reordered = rtp.reordered;
+  counters_.duplicates = rtp.duplicates;
+  counters_.late = rtp.late;
+  counters_.senders = rtp.senders;
+}
+
+std::string DatagramPackets::lastForeign() const {
+  const std::string size = std::to_string(foreign_.size) + " bytes";
+  switch (foreign_.why) {
+    case Why::Noise:
+      return foreign_.size == 0 ? "an empty datagram"
+                                : size + " that begin with " + hex(foreign_.number, 2);
+    case Why::Cut:
+      return "a datagram of more than " + size;
+    case Why::PayloadType:
+      return "RTP of payload type " + std::to_string(foreign_.number) + ", not " +
+             std::to_string(rtpPayloadTypeTs);
+    case Why::Payload:
+      return "RTP whose payload is no whole packets, in " + size;
+    case Why::None:
+      break;
+  }
+  return "";
+}
+
+}  // namespace chassis

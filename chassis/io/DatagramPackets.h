@@ -1,0 +1,74 @@
+// Packets out of datagrams, in order and bounded.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "io/PacketSource.h"
+#include "ts/Rtp.h"
+#include "ts/TsPacket.h"
+
+namespace chassis {
+
+// Each datagram is taken for what it is, whatever it was announced as: whole 188-byte packets from
+// its first byte on, or RTP with such a payload. Times are those of whoever hands the datagrams in.
+class DatagramPackets {
+ public:
+  explicit DatagramPackets(std::size_t packetsMost) : packetsMost_(packetsMost) {}
+  DatagramPackets(const DatagramPackets &) = delete;
+  DatagramPackets &operator=(const DatagramPackets &) = delete;
+
+  // A datagram, or as much of it as there was room for (cut), and the time at which it came.
+  void take(const std::uint8_t *bytes, std::size_t size, bool cut, std::uint64_t cameNs);
+
+  // Gives up what RTP has waited for long enough.
+  void expire(std::uint64_t nowNs) {
+    sequence_.expire(nowNs);
+    count();
+  }
+
+  // Those that wait to be handed on, and when each of them came, which never falls.
+  std::size_t size() const { return waiting_.size() - first_; }
+  std::uint64_t cameNs(std::size_t index) const { return waiting_[first_ + index].cameNs; }
+  bool next(TsPacket &packet, std::uint64_t &cameNs);
+
+  void countKernelLost(std::uint64_t datagrams) { counters_.kernelLost += datagrams; }
+  const SourceCounters &counters() const { return counters_; }
+  // What the last foreign datagram was, in words; empty: there was none.
+  std::string lastForeign() const;
+  // Datagrams that wait for one that is late.
+  std::size_t held() const { return sequence_.held(); }
+
+ private:
+  struct Packet {
+    TsPacket bytes;
+    std::uint64_t cameNs;
+  };
+  enum class Why { None, Noise, Cut, PayloadType, Payload };
+  struct Foreign {
+    Why why = Why::None;
+    std::size_t size = 0;
+    unsigned number = 0;  // the first byte, or the payload type
+  };
+
+  void takeRtp(const RtpHeader &rtp, const std::uint8_t *bytes, std::size_t size, bool cut,
+               std::uint64_t cameNs);
+  void refuse(const Foreign &foreign);
+  void push(const std::uint8_t *bytes, std::size_t size, std::uint64_t cameNs);
+  void pushPacket(const std::uint8_t *bytes);
+  void count();
+
+  const std::size_t packetsMost_;
+  std::vector<Packet> waiting_;
+  std::size_t first_ = 0;  // of those in waiting_ that are not handed on
+  std::uint64_t cameNs_ = 0;
+  Foreign foreign_;
+  SourceCounters counters_;
+  RtpSequence sequence_{[this](const std::uint8_t *payload, std::size_t size, std::uint64_t came) {
+    push(payload, size, came);
+  }};
+};
+
+}  // namespace chassis
