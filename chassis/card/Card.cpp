@@ -132,9 +132,10 @@ void Card::State::rebuildTables() {
   }
   takeNames();
   fpga.setAvPids(avPidsOf(stream));
-  for (const LeftOut &leftOut : {buildDescTable(stream, assigned, nextTables.desc),
+  const ProgramNames names = [this](std::uint16_t number) { return nameOf(number); };
+  for (const LeftOut &leftOut : {buildDescTable(stream, assigned, nextTables.desc, names),
                                  buildInPortForm(stream, nextTables.inPort),
-                                 buildMuxForm(stream, assigned, nextTables.mux)}) {
+                                 buildMuxForm(stream, assigned, nextTables.mux, names)}) {
     for (const std::string &item : leftOut) {
       tell(EventKind::TablesCut, "left out of the card's tables", item);
     }
@@ -154,6 +155,11 @@ const ProgramInfo *Card::State::find(std::uint16_t number) const {
       std::find_if(programs.begin(), programs.end(),
                    [number](const ProgramInfo &info) { return info.number == number; });
   return known == programs.end() ? nullptr : &*known;
+}
+
+std::string Card::State::nameOf(std::uint16_t number) const {
+  const ProgramInfo *known = find(number);
+  return known == nullptr ? "" : known->service.name;
 }
 
 std::vector<std::uint16_t> Card::State::programNumbers() const {
@@ -177,9 +183,8 @@ std::string Card::State::changedPrograms(const Psi &before) const {
   for (const PsiProgram &program : builtFrom.programs) {
     const auto same = std::find(before.programs.begin(), before.programs.end(), program);
     if (same == before.programs.end()) {
-      const std::string name = psi->services().of(program.number).name;
-      changed.push_back("PMT of " + programText(program.number, name) + " version " +
-                        std::to_string(program.version));
+      changed.push_back("PMT of " + programText(program.number, nameOf(program.number)) +
+                        " version " + std::to_string(program.version));
     }
   }
   const std::string count = std::to_string(builtFrom.programs.size()) + " programs";
@@ -364,8 +369,7 @@ const ProgramInfo *Card::program(std::uint16_t number) const {
 }
 
 std::string Card::programName(std::uint16_t number) const {
-  const ProgramInfo *known = state_->find(number);
-  return known == nullptr ? "" : known->service.name;
+  return state_->nameOf(number);
 }
 
 void Card::setFault(CardFault fault, bool on) {

@@ -37,6 +37,7 @@ struct Card::State {
   void followProbe();
   void takeNames();
   const ProgramInfo *find(std::uint16_t number) const;
+  std::string nameOf(std::uint16_t number) const;
   CamMasks masksOf(const Psi &stream) const;
   void tellProgramsChanged();
   std::string changedPrograms(const Psi &before) const;

@@ -15,10 +15,6 @@ std::uint8_t maskOf(const CamMasks &masks, std::uint16_t program) {
   return found == masks.end() ? 0 : found->second;
 }
 
-std::string programName(std::uint16_t number) {
-  return "program " + std::to_string(number);
-}
-
 // How many of the items there is room for; tells when that is not all.
 std::size_t roomFor(std::size_t items, std::size_t room, const std::string &what, LeftOut &out) {
   if (items > room) {
@@ -58,10 +54,11 @@ void fillCaList(const std::vector<PsiCa> &ca, const std::string &where, CiDescCa
   list.caNum = static_cast<std::uint16_t>(count);
 }
 
-void fillProgram(const PsiProgram &program, std::uint8_t camMask, CiDescProg &entry, LeftOut &out) {
+// name: with its number, for people.
+void fillProgram(const PsiProgram &program, std::uint8_t camMask, const std::string &name,
+                 CiDescProg &entry, LeftOut &out) {
   constexpr std::uint16_t programLevel = 1;
   constexpr std::uint16_t streamLevel = 2;
-  const std::string name = programName(program.number);
   entry.prog_num = program.number;
   entry.camMask = camMask;
   entry.caLevel = program.ca.empty() ? 0 : programLevel;
@@ -126,14 +123,16 @@ std::vector<std::uint16_t> muxPids(const PsiProgram &program,
 
 }  // namespace
 
-LeftOut buildDescTable(const Psi &psi, const CamMasks &masks, CiDesc &table) {
+LeftOut buildDescTable(const Psi &psi, const CamMasks &masks, CiDesc &table,
+                       const ProgramNames &names) {
   LeftOut out;
   std::memset(&table, 0, sizeof table);
   std::size_t assigned = 0;
   for (const PsiProgram &program : psi.programs) {
     const std::uint8_t mask = maskOf(masks, program.number);
     if (mask != 0 && assigned++ < tableMax) {
-      fillProgram(program, mask, table.prog[assigned - 1], out);
+      const std::string name = programText(program.number, nameOf(names, program.number));
+      fillProgram(program, mask, name, table.prog[assigned - 1], out);
     }
   }
   table.descProgCnt =
@@ -160,7 +159,8 @@ LeftOut buildInPortForm(const Psi &psi, InPortForm &form) {
   return out;
 }
 
-LeftOut buildMuxForm(const Psi &psi, const CamMasks &masks, MuxCardForm &form) {
+LeftOut buildMuxForm(const Psi &psi, const CamMasks &masks, MuxCardForm &form,
+                     const ProgramNames &names) {
   LeftOut out;
   std::memset(&form, 0, sizeof form);
   const std::set<std::uint16_t> neededEcms = neededEcmPids(psi, masks);
@@ -171,8 +171,8 @@ LeftOut buildMuxForm(const Psi &psi, const CamMasks &masks, MuxCardForm &form) {
     const PsiProgram &program = psi.programs[i];
     MuxCardProgram &entry = form.programs[i];
     const std::vector<std::uint16_t> pids = muxPids(program, neededEcms);
-    const std::size_t count =
-        roomFor(pids.size(), muxPidMax, "PIDs of " + programName(program.number), out);
+    const std::string name = programText(program.number, nameOf(names, program.number));
+    const std::size_t count = roomFor(pids.size(), muxPidMax, "PIDs of " + name, out);
     entry.pidNum = static_cast<std::uint8_t>(count);
     entry.assigned = maskOf(masks, program.number) != 0 ? 1 : 0;
     entry.number = program.number;

@@ -103,7 +103,7 @@ class Converter {
   Character read(Bytes bytes) const;
 
  private:
-  bool known() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  bool known() const { return reinterpret_cast<std::intptr_t>(handle_) != -1; }
 
   iconv_t handle_;
 };

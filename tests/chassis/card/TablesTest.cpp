@@ -116,6 +116,22 @@ TEST_F(Tables, LeavesOutWhatIsTooMuch) {
   EXPECT_EQ(table->prog[31].ele[0].caList.caNum, 32);
 }
 
+TEST_F(Tables, WhatIsLeftOutIsToldWithTheProgramsName) {
+  psi.programs = {program(5, 0x100)};
+  psi.programs[0].streams.resize(65);
+  const auto names = [](std::uint16_t) { return std::string("Five"); };
+  EXPECT_EQ(buildDescTable(psi, {{5, 1}}, *table, names),
+            LeftOut{"33 streams of program 5 \"Five\", there is room for 32"});
+  psi.programs[0].streams.clear();
+  for (std::uint16_t i = 0; i < 300; ++i) {
+    psi.programs[0].streams.push_back({0x06, static_cast<std::uint16_t>(0x1000 + i), {}});
+  }
+  const LeftOut leftOut = buildMuxForm(psi, {}, *mux, names);
+  ASSERT_EQ(leftOut.size(), 1U);
+  EXPECT_NE(leftOut[0].find(" PIDs of program 5 \"Five\", there is room for "), std::string::npos)
+      << leftOut[0];
+}
+
 TEST_F(Tables, ExactlyFullIsNotTooMuch) {
   CamMasks masks;
   for (std::uint16_t i = 0; i < 32; ++i) {

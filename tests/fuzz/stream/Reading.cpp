@@ -93,6 +93,23 @@ View body(const chassis::Section &section) {
   return View(section.data(), section.size() - 4).substr(8);
 }
 
+// What a length byte at `at` tells; nothing when it leads out.
+std::optional<View> counted(View bytes, size_t at) {
+  if (at >= bytes.size() || at + 1 + bytes[at] > bytes.size()) {
+    return std::nullopt;
+  }
+  return bytes.substr(at + 1, bytes[at]);
+}
+
+void name(View descriptor, Service &service) {
+  const auto provider = counted(descriptor, 1);
+  const auto name = provider ? counted(descriptor, 2 + provider->size()) : std::nullopt;
+  if (name) {
+    service.provider.assign(provider->begin(), provider->end());
+    service.name.assign(name->begin(), name->end());
+  }
+}
+
 uint32_t remainder(const chassis::Section &section) {
   uint32_t rest = 0xFFFFFFFF;
   for (const uint8_t byte : section) {
@@ -227,6 +244,32 @@ std::optional<chassis::PsiProgram> programMap(const chassis::Section &section) {
     program.streams.push_back(stream);
   }
   return program;
+}
+
+std::optional<std::vector<Service>> services(const chassis::Section &section) {
+  std::vector<Service> all;
+  View rest = body(section);
+  View head;
+  View loop;
+  if (rest.size() < 3) {
+    return std::nullopt;
+  }
+  for (rest.remove_prefix(3); !rest.empty();) {
+    if (!cut(rest, 5, head, loop)) {
+      return std::nullopt;
+    }
+    all.push_back({word(head, 0), {}, {}});
+    for (; !loop.empty(); loop.remove_prefix(2 + loop[1])) {
+      const auto descriptor = counted(loop, 1);
+      if (!descriptor) {
+        return std::nullopt;
+      }
+      if (loop[0] == 0x48) {
+        name(*descriptor, all.back());
+      }
+    }
+  }
+  return all;
 }
 
 std::vector<chassis::PsiCa> conditionalAccess(const chassis::Section &section) {

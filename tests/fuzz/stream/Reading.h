@@ -43,6 +43,17 @@ std::optional<chassis::PsiProgram> programMap(const chassis::Section &section);
 // The CA descriptors up to the first that leads out of the section.
 std::vector<chassis::PsiCa> conditionalAccess(const chassis::Section &section);
 
+// A service's name and provider, as the bytes that they are.
+struct Service {
+  uint16_t id = 0;
+  std::vector<uint8_t> name;
+  std::vector<uint8_t> provider;
+};
+
+// Nothing when a length of the section's loops leads out of what it is in. A descriptor whose own
+// lengths do so names nothing.
+std::optional<std::vector<Service>> services(const chassis::Section &section);
+
 }  // namespace reading
 
 #endif

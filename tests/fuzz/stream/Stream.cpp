@@ -1,6 +1,6 @@
 // A card and the parsers below it over hostile streams: raw bytes as a file, or sections with a
 // right CRC in packets of which some are damaged; half of the inputs make tables instead and need
-// no file (MadeTables).
+// no file (MadeTables), and few make names of services (Names).
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -11,6 +11,7 @@
 #include "CaPmts.h"
 #include "Input.h"
 #include "MadeTables.h"
+#include "Names.h"
 #include "Reading.h"
 #include "base/InputError.h"
 #include "cam/Cam.h"
@@ -441,7 +442,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   Input input(data, size);
   Input choices(data, size < 8 ? size : 8);
   const uint8_t kind = input.byte();
-  if (kind >= 0x80 && kind != 0xFF) {
+  if (kind == 0xFE) {
+    checkNames(input);
+  } else if (kind >= 0x80 && kind != 0xFF) {
     checkMadeTables(input);
   } else {
     checkStream(input, choices, kind);
