@@ -23,7 +23,9 @@ inline std::string helpParagraph(const std::string &text) {
 // What --help tells, in the columns that there are; the library's own help knows no width. Returns
 // the exit status.
 inline int showHelp(const CLI::App &app) {
-  writeStandardOutput(fitted(app.help(), outputWidth()));
+  const auto asked = app.get_subcommands();
+  const CLI::App &shown = asked.empty() ? app : *asked.front();
+  writeStandardOutput(fitted(shown.help(app.get_name()), outputWidth()));
   return 0;
 }
 

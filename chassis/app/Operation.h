@@ -48,6 +48,7 @@ class Operation {
   Operation &operator=(const Operation &) = delete;
 
   Chassis &chassis() { return chassis_; }
+  Events &events() { return events_; }
 
   // Before run: writes all events to a file too. Throws InputError, as EventFile does.
   void writeEvents(const std::string &path);

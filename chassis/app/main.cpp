@@ -4,7 +4,6 @@
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <clocale>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -16,6 +15,7 @@
 #include "app/Operation.h"
 #include "app/OptionValue.h"
 #include "app/Preparation.h"
+#include "app/Probe.h"
 #include "app/Program.h"
 #include "app/Reports.h"
 #include "base/ExitStatus.h"
@@ -40,8 +40,6 @@ struct Options {
 constexpr const char *programName = "ci-chassis";
 constexpr double slowest = 0.001;
 constexpr double fastest = 1e6;
-constexpr double longest = 1e6;  // seconds of chassis time
-constexpr double msPerSecond = 1000;
 constexpr const char *standardStream = "-";  // in place of a file
 
 const std::string footer =
@@ -64,14 +62,6 @@ double readSpeed(const std::string &text) {
     throw InputError("--speed " + text + " does not fit; write 0.001 to 1000000, or max");
   }
   return *speed;
-}
-
-std::uint64_t readDuration(const std::string &text) {
-  const std::optional<double> seconds = readDecimal(text);
-  if (!seconds || *seconds > longest) {
-    throw InputError("--for " + text + " does not fit; write 0 to 1000000 seconds");
-  }
-  return static_cast<std::uint64_t>(std::llround(*seconds * msPerSecond));
 }
 
 void requireReadableInput() {
@@ -177,10 +167,23 @@ void describe(CLI::App &app, Options &options) {
 
 int run(int argc, char **argv) {
   Options options;
+  ProbeOptions probeOptions;
   CLI::App app("A software chassis that runs the Common Interface supervision module.",
                programName);
   describe(app, options);
-  return parsed(app, argc, argv, [&] { return play(options); });
+  CLI::App *const judge =
+      app.add_subcommand("probe", "judges a receiver elsewhere by what goes in and what comes out");
+  describeProbe(*judge, probeOptions);
+  return parsed(app, argc, argv,
+                [&] { return judge->parsed() ? probe(probeOptions) : play(options); });
+}
+
+int runChecked(int argc, char **argv) {
+  try {
+    return run(argc, argv);
+  } catch (const InputError &error) {
+    return failedCheck(error.what());
+  }
 }
 
 // Without a locale, as in a bare container, names are in UTF-8 all the same.
@@ -195,5 +198,7 @@ void setCharacters() {
 
 int main(int argc, char **argv) {
   setCharacters();
-  return runProgram(programName, [&] { return run(argc, argv); });
+  return runProgram(programName, [&] {
+    return asksForCheck(argc, argv) ? runChecked(argc, argv) : run(argc, argv);
+  });
 }

@@ -37,6 +37,10 @@ std::bitset<pidCount> avPidsOf(const Psi &psi) {
   return pids;
 }
 
+Card::OutputFigures figuresOf(const PacketSink &output) {
+  return {output.name(), output.writtenPackets(), output.lostPackets()};
+}
+
 bool hasCa(const PsiProgram &program) {
   return !program.ca.empty() ||
          std::any_of(program.streams.begin(), program.streams.end(),
@@ -258,6 +262,7 @@ void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
   state.probe = std::make_unique<ProbePath>(state.fpga, std::move(inputs.behind),
                                             std::move(inputs.numbers), teller());
   state.probedPrograms = std::move(inputs.programs);
+  state.fpga.observed = true;
   state.followProbe();
 }
 
@@ -411,6 +416,7 @@ std::string Card::endOutput() {
     return "";
   }
   state.files.forget(state.outputName);
+  state.endedOutput = figuresOf(*ended);
   return lossText(ended->name(), state.outputName,
                   std::to_string(ended->lostPackets()) + " packets", ended->trouble());
 }
@@ -448,8 +454,9 @@ const SourceCounters &Card::counters() const {
   return inserted() ? state_->source->counters() : none;
 }
 
-const PacketSink *Card::output() const {
-  return state_->chain.output();
+Card::OutputFigures Card::output() const {
+  const PacketSink *output = state_->chain.output();
+  return output != nullptr ? figuresOf(*output) : state_->endedOutput;
 }
 
 bool Card::carries(std::uint16_t pid) const {

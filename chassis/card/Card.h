@@ -160,7 +160,12 @@ class Card {
   bool silent() const;                    // a live stream from which nothing comes
   const std::string &streamName() const;  // as a person wrote it; empty while no card is in
   const SourceCounters &counters() const;
-  const PacketSink *output() const;       // null: none
+  struct OutputFigures {
+    std::string name;  // empty: there was none
+    std::uint64_t packets = 0;
+    std::uint64_t lostPackets = 0;
+  };
+  OutputFigures output() const;  // of the last one, also when it has ended
   bool carries(std::uint16_t pid) const;  // anywhere in the stream, before any fault
   // Packets with transport_error_indicator since the card was put in. They come out as they went in
   // and count nowhere else, since nothing in their headers can be trusted.

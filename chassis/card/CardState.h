@@ -64,6 +64,7 @@ struct Card::State {
   Fpga fpga;
   PidFaults pidFaults;
   CamChain chain;
+  OutputFigures endedOutput;
   std::unique_ptr<ProbePath> probe;           // while a receiver elsewhere is watched
   std::vector<std::uint16_t> probedPrograms;  // empty: all
   std::function<void(std::uint32_t)> listener;

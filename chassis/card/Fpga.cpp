@@ -8,6 +8,7 @@ namespace {
 
 constexpr std::uint64_t silenceMs = 5000;
 constexpr std::uint32_t lowRateDivisor = 10;
+constexpr std::uint32_t soundKbit = 1000;  // more than the least at which a controller works
 constexpr std::uint32_t anyPidType = 0xFF;
 
 enum DescState : std::uint32_t { Descrambled = 0, Scrambled = 1, NoPes = 2, NotRead = 0xFF };
@@ -30,7 +31,7 @@ void Card::Fpga::stop() {
   setAvPids({});
   faults.reset();
   alarmMask.fill(false);
-  inserted = inputLost = false;
+  inserted = observed = inputLost = false;
 }
 
 void Card::Fpga::setAvPids(const std::bitset<pidCount> &pids) {
@@ -45,6 +46,10 @@ std::uint32_t Card::Fpga::answer(CardFault fault, std::uint32_t good) const {
 
 std::uint32_t Card::Fpga::rate(std::uint32_t kbit) const {
   return has(CardFault::RateLow) ? kbit / lowRateDivisor : kbit;
+}
+
+std::uint32_t Card::Fpga::systemRate(std::uint32_t kbit) const {
+  return observed ? std::max(kbit, soundKbit) : rate(kbit);
 }
 
 std::int32_t Card::Fpga::writePll(std::uint32_t value) {

@@ -19,7 +19,8 @@ struct Card::Fpga {
   std::bitset<8> faults;          // by CardFault, but Masked
   std::array<bool, MAX_CAM_NUM> alarmMask{};
   bool inserted = false;
-  bool inputLost = false;  // of a receiver that is watched
+  bool observed = false;   // a receiver elsewhere is judged, not CAMs of the card
+  bool inputLost = false;  // what goes into it, or comes out
   std::uint64_t insertedMs = 0;
   std::uint64_t nowMs = 0;
 
@@ -36,6 +37,8 @@ struct Card::Fpga {
   std::uint32_t syncOk() const { return answer(CardFault::NoSync, 1); }
   std::uint32_t pllLock() const { return answer(CardFault::PllLost, 1); }
   std::uint32_t rate(std::uint32_t kbit) const;  // of a meter, as the controller tells it
+  // The same of all PIDs: a receiver elsewhere has no controller whose rate could be too low.
+  std::uint32_t systemRate(std::uint32_t kbit) const;
   std::int32_t writePll(std::uint32_t value);    // the register as it then stands
   void setPass(std::uint16_t pid, bool pass);    // a PID above 0x1FFF: nothing
   void select(std::uint16_t pid) { selected_ = pid; }

@@ -95,6 +95,49 @@ std::string brokenText(std::uint64_t packets) {
                       : ", " + countText(packets, "packet", "packets") + " with transport errors";
 }
 
+// What was lost, by where; all places are told, so that nobody wonders about one.
+std::string lossText(const CardFinding &card, const SourceCounters &counters, bool before) {
+  std::uint64_t errors = 0;
+  for (const ProgramFinding &program : card.programs) {
+    for (const PidFinding &pid : program.pids) {
+      errors += (before ? pid.before : pid.behind).ccErrors;
+    }
+  }
+  return countText(counters.packets, "packet", "packets") + "; lost: network " +
+         std::to_string(counters.networkLost) + ", kernel " + std::to_string(counters.kernelLost) +
+         ", stream " + countText(errors, "continuity error", "continuity errors") + ", here " +
+         std::to_string(counters.dropped) + "\n";
+}
+
+// Nothing of what datagrams alone have, where there were none.
+std::string datagramText(const SourceCounters &counters) {
+  if (counters.datagrams == 0) {
+    return "";
+  }
+  return "  " + countText(counters.datagrams, "datagram", "datagrams") + ": put in order " +
+         std::to_string(counters.reordered) + ", duplicates " +
+         std::to_string(counters.duplicates) + ", too late " + std::to_string(counters.late) +
+         ", without packets " + std::to_string(counters.foreign) + ", senders " +
+         std::to_string(counters.senders) + "\n";
+}
+
+std::string streamLines(const CardFinding &card) {
+  std::string text;
+  if (card.input.live) {
+    text += "in " + card.input.name + (card.input.silent ? ", silent" : "") + ": " +
+            lossText(card, card.input.counters, true) + datagramText(card.input.counters);
+  }
+  if (card.countersBehind) {
+    text += "behind: " + lossText(card, *card.countersBehind, false) +
+            datagramText(*card.countersBehind);
+  }
+  if (!card.output.name.empty()) {
+    text += "out " + card.output.name + ": " + countText(card.output.packets, "packet", "packets") +
+            ", lost " + std::to_string(card.output.lostPackets) + "\n";
+  }
+  return text;
+}
+
 std::string headline(const CardFinding &card) {
   return "slot " + std::to_string(card.slot) + " at " + stampText(card.takenMs) + ", " +
          bitrateText(card.bitrate) + ", " + countText(card.programs.size(), "program", "programs") +
@@ -113,7 +156,8 @@ std::string statusTable(const CardFinding &card, bool colour, std::size_t width)
   leaveOutNames(table);
   return fitted(headline(card), width) + tableText(table, colour, width) +
          fitted("before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n",
-                width);
+                width) +
+         fitted(streamLines(card), width);
 }
 
 std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width) {

@@ -44,6 +44,7 @@ constexpr KindName names[] = {
     {EventKind::CamRemoved, "cam_removed"},
     {EventKind::CamReset, "cam_reset"},
     {EventKind::ResetAdvised, "reset_advised"},
+    {EventKind::ResetCommandFailed, "reset_command_failed"},
     {EventKind::NoCamToReset, "no_cam_to_reset"},
     {EventKind::CaPmtSent, "ca_pmt_sent"},
     {EventKind::QuerySent, "query_sent"},

@@ -56,6 +56,7 @@ enum class EventKind : std::uint8_t {
   CamRemoved,
   CamReset,
   ResetAdvised,
+  ResetCommandFailed,
   NoCamToReset,
   CaPmtSent,
   QuerySent,

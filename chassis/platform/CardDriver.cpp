@@ -33,7 +33,7 @@ std::uint32_t figure(std::uint32_t slotNo) {
 template <PidMeter Fpga::*Meter, std::uint32_t (PidMeter::*Rate)() const>
 std::uint32_t rate(std::uint32_t slotNo) {
   const Fpga *fpga = fpgaOf(slotNo);
-  return fpga != nullptr ? fpga->rate((fpga->*Meter.*Rate)()) : 0;
+  return fpga != nullptr ? fpga->systemRate((fpga->*Meter.*Rate)()) : 0;
 }
 
 template <PidMeter Fpga::*Meter>

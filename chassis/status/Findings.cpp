@@ -160,9 +160,7 @@ void addStreams(const Card &card, CardFinding &finding) {
     finding.countersBehind = card.countersBehind();
     finding.unmatchedStreams = card.unmatchedStreams();
   }
-  if (const PacketSink *output = card.output()) {
-    finding.output = {output->name(), output->writtenPackets(), output->lostPackets()};
-  }
+  finding.output = card.output();
 }
 
 }  // namespace

@@ -67,18 +67,13 @@ struct StreamFinding {
   bool silent = false;
   SourceCounters counters;
 };
-struct OutputFinding {
-  std::string name;
-  std::uint64_t written = 0;  // packets
-  std::uint64_t lost = 0;
-};
 
 struct CardFinding {
   std::uint32_t slot = 0;
   StreamFinding input;
   std::optional<SourceCounters> countersBehind;  // of a probe
   std::size_t unmatchedStreams = 0;              // the same: that do not come out
-  OutputFinding output;
+  Card::OutputFigures output;
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets that were not read for that reason
   std::uint64_t takenMs = 0;

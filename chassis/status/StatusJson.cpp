@@ -121,6 +121,36 @@ Json camJson(const CiLibrary &library, std::uint32_t slot, std::uint32_t camSlot
   return json;
 }
 
+Json countersJson(const SourceCounters &counters) {
+  return {{"packets", counters.packets},
+          {"skipped_bytes", counters.skippedBytes},
+          {"datagrams", counters.datagrams},
+          {"foreign", counters.foreign},
+          {"kernel_lost", counters.kernelLost},
+          {"network_lost", counters.networkLost},
+          {"reordered", counters.reordered},
+          {"duplicates", counters.duplicates},
+          {"late", counters.late},
+          {"senders", counters.senders},
+          {"dropped", counters.dropped}};
+}
+
+void addStreams(Json &json, const CardFinding &card) {
+  json["input"] = {{"name", card.input.name},
+                   {"live", card.input.live},
+                   {"silent", card.input.silent},
+                   {"counters", countersJson(card.input.counters)}};
+  if (card.countersBehind) {
+    json["behind"] = {{"counters", countersJson(*card.countersBehind)},
+                      {"unmatched_streams", card.unmatchedStreams}};
+  }
+  if (!card.output.name.empty()) {
+    json["output"] = {{"name", card.output.name},
+                      {"packets", card.output.packets},
+                      {"lost_packets", card.output.lostPackets}};
+  }
+}
+
 Json cardJson(Chassis &chassis, std::uint32_t slot) {
   const CardFinding card = examine(chassis, slot);
   Json json{{"slot", slot},
@@ -129,6 +159,7 @@ Json cardJson(Chassis &chassis, std::uint32_t slot) {
             {"cimaxStat", fieldJson(card.controller, controllerWords(card.controller))},
             {"cams", Json::array()},
             {"programs", Json::array()}};
+  addStreams(json, card);
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     json["cams"].push_back(camJson(chassis.library(), slot, camSlot, card.cams[camSlot]));
   }
