@@ -95,7 +95,7 @@ void Card::State::followProbe() {
     return;
   }
   fpga.inputLost = watch.silent() || probe->silent() || !probe->known();
-  if (probe->mustMatch() && probe->match(psi->psi())) {
+  if (probe->mustMatch() && probe->match(psi->psi(), psi->services())) {
     rebuildTables();
     tellProgramsChanged();
   }
@@ -113,7 +113,7 @@ void Card::State::followPsi() {
   }
   const Psi before = builtFrom;
   if (probe != nullptr) {
-    probe->match(psi->psi());
+    probe->match(psi->psi(), psi->services());
   }
   rebuildTables();
   if (!(before.programs == builtFrom.programs)) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/ProgramText.h"
 #include "base/Text.h"
 #include "ts/PacketView.h"
 
@@ -65,7 +66,7 @@ void ProbePath::learn() {
            (begun_ && psi_.patSeen() && fpga_.nowMs - begunMs_ >= learningMs);
 }
 
-bool ProbePath::match(const Psi &before) {
+bool ProbePath::match(const Psi &before, const ServiceNames &names) {
   if (!known_) {
     return false;
   }
@@ -74,7 +75,7 @@ bool ProbePath::match(const Psi &before) {
   matchedMs_ = fpga_.nowMs;
   const PidMatch old = std::exchange(match_, matchPids(before, psi_.psi(), numbers_));
   forgetMoved(old);
-  tellUnmatched(old);
+  tellUnmatched(old, names);
   return match_.missing != old.missing || !(match_.unmatched == old.unmatched);
 }
 
@@ -100,11 +101,11 @@ void ProbePath::forgetMoved(const PidMatch &before) {
   }
 }
 
-void ProbePath::tellUnmatched(const PidMatch &before) {
+void ProbePath::tellUnmatched(const PidMatch &before, const ServiceNames &names) {
   std::vector<std::string> streams;
   for (const UnmatchedStream &stream : match_.unmatched) {
-    streams.push_back("program " + std::to_string(stream.program) + " PID " + hex(stream.pid, 4) +
-                      ", stream type " + hex(stream.type, 2));
+    streams.push_back(programText(stream.program, names.of(stream.program).name) + " PID " +
+                      hex(stream.pid, 4) + ", stream type " + hex(stream.type, 2));
   }
   if (!streams.empty() && !(match_.unmatched == before.unmatched)) {
     tell_({EventKind::StreamsUnmatched,

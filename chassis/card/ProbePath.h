@@ -33,7 +33,7 @@ class ProbePath : public Path {
 
   // The programs before have changed, or those behind may have: the PIDs are matched anew. True:
   // others are missing behind than before.
-  bool match(const Psi &before);
+  bool match(const Psi &before, const ServiceNames &names);
   bool mustMatch() const { return known_ && (!matched_ || psi_.changes() != psiChanges_); }
 
   // The programs before with the streams that can be judged.
@@ -54,7 +54,7 @@ class ProbePath : public Path {
  private:
   void takeOne(TsPacket &packet);
   void learn();
-  void tellUnmatched(const PidMatch &before);
+  void tellUnmatched(const PidMatch &before, const ServiceNames &names);
   void forgetMoved(const PidMatch &before);
 
   Card::Fpga &fpga_;
