@@ -220,6 +220,11 @@ const Option &optionFor(const Url &url, const std::string &name, Url::Use use) {
   return *option;
 }
 
+std::string withoutValue(const Option &option) {
+  const std::string name = option.name;
+  return "'" + name + "' has no value; right is " + name + "=" + option.value;
+}
+
 void readOptions(Url &url, const std::string &text, Url::Use use) {
   std::set<std::string> seen;
   for (const std::string &part : split(text, '&')) {
@@ -227,7 +232,7 @@ void readOptions(Url &url, const std::string &text, Url::Use use) {
     const std::string name = part.substr(0, equals);
     const Option &option = optionFor(url, name, use);
     if (equals == std::string::npos || equals + 1 == part.size()) {
-      refuse(url.text, "'" + name + "' has no value; right is " + name + "=" + option.value);
+      refuse(url.text, withoutValue(option));
     }
     if (!seen.insert(name).second) {
       refuse(url.text, "'" + name + "' is given twice");
