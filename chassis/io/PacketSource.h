@@ -18,11 +18,11 @@ struct SourceCounters {
   std::uint64_t datagrams = 0;    // received, whatever they held
   std::uint64_t foreign = 0;      // that hold no packets: noise, cut off, another payload
   std::uint64_t kernelLost = 0;   // the socket's buffer was full
-  std::uint64_t networkLost = 0;  // RTP sequence numbers that never came
+  std::uint64_t networkLost = 0;  // RTP sequence numbers given up; `late` ones came after that
   std::uint64_t reordered = 0;    // put back into their place
   std::uint64_t duplicates = 0;   // dropped
-  std::uint64_t late = 0;         // came when their place was given up already; dropped
-  std::uint64_t senders = 0;      // RTP: senders (SSRC) one after the other
+  std::uint64_t late = 0;     // came when their place was given up, or far from all others; dropped
+  std::uint64_t senders = 0;  // RTP: senders (SSRC) one after the other
   // Packets for which there was no room here.
   std::uint64_t dropped = 0;
 };
