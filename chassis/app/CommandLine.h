@@ -25,7 +25,7 @@ inline std::string helpParagraph(const std::string &text) {
 inline int showHelp(const CLI::App &app) {
   const auto asked = app.get_subcommands();
   const CLI::App &shown = asked.empty() ? app : *asked.front();
-  writeStandardOutput(fitted(shown.help(app.get_name()), outputWidth()));
+  writeStandardOutput(fitted(shown.help(asked.empty() ? "" : app.get_name()), outputWidth()));
   return 0;
 }
 

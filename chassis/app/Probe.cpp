@@ -32,7 +32,7 @@ const std::string footer =
     "by "
     "their PCRs and judged as fast as they can be read.";
 const std::string checkHelp =
-    "\nWith --check standard output has one line with figures, and the exit status is:\n"
+    "With --check standard output has one line with figures, and the exit status is:\n"
     "  0    every judged program is descrambled\n"
     "  1    all are, but with losses or continuity errors; or a fault is younger than 5 s\n"
     "  2    at least one is not descrambled or does not come out\n"

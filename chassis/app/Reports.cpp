@@ -191,10 +191,13 @@ int runAndReport(Operation &operation, const Reports &reports, const Operation::
   return status;
 }
 
-void describeReports(CLI::App &app, Reports &reports) {
+void describeOutputs(CLI::App &app, Reports &reports) {
   app.add_option("--output", reports.outputs,
                  "writes the descrambled stream of a card to a file, a FIFO, udp:// or rtp://")
       ->type_name("SLOT:FILE");
+}
+
+void describeReports(CLI::App &app, Reports &reports) {
   app.add_option("--events", reports.events,
                  "writes every event as a line of JSON; - standard output, in place of the "
                  "timeline")

@@ -16,7 +16,8 @@ struct Reports {
   std::string statusFile;  // the same
 };
 
-void describeReports(CLI::App &app, Reports &reports);
+void describeOutputs(CLI::App &app, Reports &reports);
+void describeReports(CLI::App &app, Reports &reports);  // all but the outputs
 
 // Throws InputError: more than one thing that takes standard output. console: so do its answers.
 void checkOutputTakers(const Reports &reports, bool console);

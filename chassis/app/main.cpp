@@ -154,6 +154,7 @@ void describe(CLI::App &app, Options &options) {
   app.add_option("--for", options.duration,
                  "chassis time to run; default: to the end of the script")
       ->type_name("SECONDS");
+  describeOutputs(app, options.reports);
   describeReports(app, options.reports);
   app.add_option("--clock-start", options.clockStart,
                  "the 32-bit millisecond stamp at which the clock starts")

@@ -39,8 +39,8 @@ struct Card::Fpga {
   std::uint32_t rate(std::uint32_t kbit) const;  // of a meter, as the controller tells it
   // The same of all PIDs: a receiver elsewhere has no controller whose rate could be too low.
   std::uint32_t systemRate(std::uint32_t kbit) const;
-  std::int32_t writePll(std::uint32_t value);    // the register as it then stands
-  void setPass(std::uint16_t pid, bool pass);    // a PID above 0x1FFF: nothing
+  std::int32_t writePll(std::uint32_t value);  // the register as it then stands
+  void setPass(std::uint16_t pid, bool pass);  // a PID above 0x1FFF: nothing
   void select(std::uint16_t pid) { selected_ = pid; }
 
   // Of the selected PID behind the CAMs: 0 descrambled, 1 scrambled, 2 an audio or video PID whose

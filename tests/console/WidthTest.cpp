@@ -171,7 +171,7 @@ TEST_F(Screen, WhatComesNextHasTheNewWidth) {
   EXPECT_LE(widest(rows), 60u);
   terminal.resize(wide);
   terminal.type("help progAssign\r");
-  EXPECT_TRUE(terminal.sees("gives a program to CAM 0 (mask 1), CAM 1 (mask 2), both (3) or none"));
+  EXPECT_TRUE(terminal.sees("gives a program, or all (*), to CAM 0 (mask 1), CAM 1 (2), both (3)"));
 }
 
 // A line of JSON that is broken is none.

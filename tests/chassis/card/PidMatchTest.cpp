@@ -24,7 +24,6 @@ Psi psi(const std::vector<PsiProgram> &programs) {
   return made;
 }
 
-
 }  // namespace
 
 TEST(PidMatch, TheSameProgramIsTheSamePids) {

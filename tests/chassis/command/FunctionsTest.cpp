@@ -15,6 +15,7 @@ TEST(Functions, TakeTheseArguments) {
   }
   EXPECT_EQ(signatures, (std::vector<std::string>{
                             "cardInsert slot, \"file\"[, bitrate]",
+                            "probeInsert slot, \"before\", \"behind\"",
                             "cardRemove slot",
                             "camInsert slot, cam, casid[, casid...]",
                             "camRemove slot, cam",
