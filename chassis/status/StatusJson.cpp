@@ -158,7 +158,8 @@ Json cardJson(Chassis &chassis, std::uint32_t slot) {
             {"transport_errors", card.transportErrors},
             {"cimaxStat", fieldJson(card.controller, controllerWords(card.controller))}};
   addStreams(json, card);
-  json["cams"] = json["programs"] = Json::array();
+  json["cams"] = Json::array();
+  json["programs"] = Json::array();
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     json["cams"].push_back(camJson(chassis.library(), slot, camSlot, card.cams[camSlot]));
   }
