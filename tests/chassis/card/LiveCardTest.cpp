@@ -7,6 +7,7 @@
 #include "base/InputError.h"
 #include "card/Card.h"
 #include "card/Fpga.h"
+#include "chassis/FakeSource.h"
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;
@@ -14,6 +15,7 @@ using chassis::Card;
 using chassis::Event;
 using chassis::EventKind;
 using chassis::TsPacket;
+using testing_streams::FakeSource;
 
 namespace {
 
@@ -26,33 +28,6 @@ class RecordedEvents : public chassis::Events {
   std::vector<std::string> lines;
 };
 
-// Gives what a test puts in.
-class FakeSource : public chassis::PacketSource {
- public:
-  explicit FakeSource(std::deque<TsPacket> &packets) : packets_(packets) {}
-  std::size_t due(std::uint64_t nowMs) override {
-    nowMs_ = nowMs;
-    return packets_.size();
-  }
-  bool next(TsPacket &packet, std::uint64_t &cameNs) override {
-    if (packets_.empty()) {
-      return false;
-    }
-    packet = packets_.front();
-    packets_.pop_front();
-    cameNs = nowMs_ * 1000000;
-    ++counters_.packets;
-    return true;
-  }
-  bool ended() const override { return false; }
-  const chassis::SourceCounters &counters() const override { return counters_; }
-
- private:
-  std::deque<TsPacket> &packets_;
-  std::uint64_t nowMs_ = 0;
-  chassis::SourceCounters counters_;
-};
-
 const ProgramMap video{1, 0x1001, 0x100, {{0x1B, 0x100, {}}}, {}, 0};
 const ProgramMap radio{2, 0x1002, 0x200, {{0x03, 0x200, {}}}, {}, 0};
 
@@ -63,11 +38,7 @@ class LiveCard : public testing::Test {
     card.insertLive(std::make_unique<FakeSource>(coming), "udp://239.0.0.1:1234", 0);
   }
 
-  void come(const StreamWriter &stream) {
-    for (std::size_t i = 0; i < stream.packets(); ++i) {
-      coming.push_back(stream.packet(i));
-    }
-  }
+  void come(const StreamWriter &stream) { put(stream, coming); }
   std::vector<std::string> told() { return std::exchange(events.lines, {}); }
 
   RecordedEvents events;

@@ -649,5 +649,52 @@ TEST_F(CamLinkTest, RandomAnswersNeverFloodTheHistory) {
   EXPECT_LT(events.lines.size(), 20 * 4 + 20u);
 }
 
+// A CAM of a receiver elsewhere: for the module it is there, and nothing reaches it.
+TEST_F(CamLinkTest, AnObservedCamIsThereAndGetsNothing) {
+  link.observe({0x0500, 0x0B00}, nullptr);
+  EXPECT_EQ(link.insertStatus(), 1u);
+  EXPECT_TRUE(link.supports(0x0B00));
+  EXPECT_FALSE(link.supports(0x0600));
+  EXPECT_TRUE(takeFlag());
+  EXPECT_EQ(send({1, 2}, cmdOkDescrambling), 0);
+  EXPECT_EQ(send({1}, cmdQuery), 0);
+  EXPECT_FALSE(link.history().sent);
+  link.forgetCaSystems();
+  link.tick(nowMs + 60000);
+  EXPECT_EQ(link.insertStatus(), 1u);
+  EXPECT_TRUE(link.supports(0x0500));
+  EXPECT_TRUE(noAnswers());
+  EXPECT_TRUE(events.lines.empty());
+  link.programsChanged();
+  EXPECT_TRUE(takeFlag());
+}
+
+TEST_F(CamLinkTest, TheResetOfAnObservedCamIsOnlyTold) {
+  int resets = 0;
+  link.observe({0x0500}, [&resets] { ++resets; });
+  EXPECT_TRUE(link.reset(nowMs));
+  EXPECT_EQ(resets, 1);
+  EXPECT_EQ(link.insertStatus(), 1u);
+  EXPECT_EQ(link.history().resets, 1u);
+  EXPECT_EQ(events.alerts, std::vector<std::string>{"the CAM would be reset"});
+  EXPECT_EQ(events.why("the CAM would be reset"), "time 1; it is only observed");
+  link.observe({0x0600}, nullptr);  // by another CA system
+  EXPECT_TRUE(link.reset(nowMs));
+  EXPECT_EQ(resets, 1);
+  EXPECT_EQ(link.history().resets, 2u) << "it is the same CAM";
+}
+
+TEST_F(CamLinkTest, AnObservedCamGivesWayToACam) {
+  link.observe({0x0600}, nullptr);
+  makeUsable();
+  EXPECT_FALSE(link.supports(0x0600));
+  link.observe({0x0600}, nullptr);
+  EXPECT_FALSE(link.supports(0x0500));
+  EXPECT_EQ(events.count("CAM removed"), 1);
+  link.remove();
+  EXPECT_EQ(link.insertStatus(), 0u);
+  EXPECT_EQ(events.count("CAM removed"), 1) << "there was none of ours";
+}
+
 }  // namespace
 }  // namespace chassis
