@@ -4,7 +4,10 @@
 
 #include <chrono>
 #include <csignal>
+#include <thread>
 #include <vector>
+
+#include "kernel/Loop.h"
 
 using chassis::Clock;
 
@@ -105,4 +108,38 @@ TEST(Clock, AsksItsWaitBeforeEachTickAtAnySpeed) {
   clock.setSpeed(2);
   clock.advance(2);
   EXPECT_EQ(due[5] - due[4], 5000000U);
+}
+
+TEST(Clock, ALiveOneJumpsAfterAStall) {
+  Clock clock;
+  clock.goLive();
+  EXPECT_TRUE(clock.live());
+  EXPECT_EQ(clock.speed(), 1);
+  std::vector<std::uint64_t> ticks;
+  const auto listening = clock.onTick([&ticks](std::uint64_t ms) { ticks.push_back(ms); });
+  clock.advance(2);
+  EXPECT_EQ(ticks, (std::vector<std::uint64_t>{10, 20}));
+  std::this_thread::sleep_for(std::chrono::milliseconds(Clock::stallMs + 100));
+  clock.advance(5);
+  ASSERT_EQ(ticks.size(), 3U) << "one tick for all that was missed";
+  EXPECT_GE(ticks[2], 20 + Clock::stallMs + 100 - Clock::msPerTick);
+  EXPECT_EQ(ticks[2] % Clock::msPerTick, 0U);
+}
+
+TEST(Clock, ALiveOneKeepsItsSpeed) {
+  Clock clock(0, 5);
+  clock.goLive();
+  clock.setSpeed(0);
+  EXPECT_EQ(clock.speed(), 1);
+}
+
+TEST(Clock, RealTimesAndChassisTimesAreTheSameMoments) {
+  Clock clock;
+  clock.goLive();
+  const std::uint64_t nowNs = chassis::Loop::nowNs();
+  const std::uint64_t chassisNs = clock.chassisNs(nowNs + 5000000);
+  EXPECT_GT(chassisNs, 0U);
+  EXPECT_EQ(clock.chassisNs(nowNs + 25000000), chassisNs + 20000000);
+  EXPECT_EQ(clock.realNs(chassisNs), nowNs + 5000000);
+  EXPECT_EQ(clock.chassisNs(0), 0U) << "what lies before the begin is at the begin";
 }

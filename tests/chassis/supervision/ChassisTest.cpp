@@ -1,6 +1,7 @@
 #include "supervision/Chassis.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstring>
 #include <set>
@@ -80,6 +81,22 @@ Bytes stream(unsigned program = 101) {
   }
   while (writer.packets() < 1000) {
     writer.null();
+  }
+  return writer.bytes();
+}
+
+// Ten seconds of it with a clock.
+Bytes clocked() {
+  StreamWriter writer;
+  const ProgramMap map{
+      101, 0x100, 0x201, {{0x02, 0x201, {}}, {0x03, 0x202, {}}}, caDescriptor(caSystem, ecmPid), 0};
+  constexpr std::uint64_t pcrPerPacket = 27000;  // one packet in a ms
+  while (writer.packets() < 10000) {
+    writer.psi({map}).pes(0x201).pes(0x202).payload(ecmPid);
+    writer.pcr(0x201, writer.packets() * pcrPerPacket);
+    while (writer.packets() % 50 != 0) {
+      writer.null();
+    }
   }
   return writer.bytes();
 }
@@ -436,6 +453,66 @@ TEST_F(ChassisTest, NamesWhatIsNotThere) {
 TEST(ChassisPlatform, WithoutAChassisThereAreNoForms) {
   EXPECT_EQ(GetInPortFormList(0, 0), nullptr);
   EXPECT_EQ(GetMuxCardFormList(0), nullptr);
+}
+
+TEST_F(ChassisTest, ALiveStreamHasTimeGoAtTheMachinesClock) {
+  const TemporaryFile place;
+  std::filesystem::remove(place.path());
+  ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+  EXPECT_THROW(chassis_.cardInsert(1, place.path(), bitrate), InputError) << "its own bitrate";
+  EXPECT_FALSE(clock_.live());
+  chassis_.cardInsert(1, place.path(), 0);
+  EXPECT_TRUE(clock_.live());
+  EXPECT_TRUE(chassis_.card(1).live());
+  EXPECT_EQ(events_.count("chassis time goes at the machine's clock from now on"), 1U);
+  chassis_.cardInsert(2, place.path(), 0);
+  EXPECT_EQ(events_.count("chassis time goes at the machine's clock from now on"), 1U);
+}
+
+TEST_F(ChassisTest, AnOutputIntoANetworkIsLiveToo) {
+  chassis_.output(0, "udp://127.0.0.1:9");
+  EXPECT_TRUE(clock_.live());
+}
+
+TEST_F(ChassisTest, AProgramMayBeAssignedBeforeItAppears) {
+  const TemporaryFile place;
+  std::filesystem::remove(place.path());
+  ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+  chassis_.cardInsert(1, place.path(), 0);
+  chassis_.progAssign(1, 101, 1);
+  EXPECT_EQ(events_.count("nothing changes yet: program 101 is not in the stream"), 1U);
+  chassis_.camInsert(1, 0, {caSystem});
+  chassis_.camEntitle(1, 0, 101, false);
+  EXPECT_EQ(events_.count("nothing changes yet: program 101 is not assigned to this CAM"), 1U);
+}
+
+TEST_F(ChassisTest, AllProgramsAreAssignedAtOnce) {
+  insertCard(0);
+  chassis_.progAssignAll(0, 2);
+  EXPECT_EQ(chassis_.card(0).program(101)->camMask, 2U);
+}
+
+// The sample's program is not scrambled: for the module a receiver that descrambles.
+TEST_F(ChassisTest, AReceiverIsJudgedByTheModule) {
+  int resets = 0;
+  Chassis::Probe probe;
+  probe.before = file_.path();
+  probe.behind = file_.path();
+  probe.onReset = [&resets] { ++resets; };
+  EXPECT_THROW(chassis_.probeInsert(0, probe), InputError) << "no PCR tells its bitrate";
+  const TemporaryFile both(clocked());
+  probe.before = probe.behind = both.path();
+  works_.at(0, [&] { chassis_.probeInsert(0, probe); });
+  chassis_.run(8000, works_);
+  EXPECT_FALSE(clock_.live()) << "files are judged as fast as they can be read";
+  EXPECT_EQ(events_.count("the receiver is judged by CA system 0x0500"), 1U);
+  EXPECT_EQ(events_.count("CA PMT sent"), 0U);
+  EXPECT_EQ(DescStatus[0][0].progStatus, DESC_STAT_OK);
+  EXPECT_EQ(pCiData[0]->camInsert[0], 1U);
+  EXPECT_FALSE(chassis_.streamsEnded());
+  chassis_.run(12000, works_);
+  EXPECT_TRUE(chassis_.streamsEnded());
+  EXPECT_EQ(resets, 0);
 }
 
 }  // namespace
