@@ -1,6 +1,7 @@
 // Writes packets to a file, a FIFO or a device, as they come.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -11,7 +12,9 @@ namespace chassis {
 
 class FileSink : public PacketSink {
  public:
-  explicit FileSink(std::unique_ptr<LiveOutput> output) : output_(std::move(output)) {}
+  // waits: whether a reader that is slow may hold up who writes; null: it may.
+  explicit FileSink(std::unique_ptr<LiveOutput> output, std::function<bool()> waits = nullptr)
+      : output_(std::move(output)), waits_(std::move(waits)) {}
 
   void write(const TsPacket *packets, const std::uint64_t *cameNs, std::size_t count) override;
   void end() override { output_->end(); }
@@ -23,6 +26,7 @@ class FileSink : public PacketSink {
 
  private:
   std::unique_ptr<LiveOutput> output_;
+  const std::function<bool()> waits_;
   std::uint64_t given_ = 0;
 };
 

@@ -209,7 +209,7 @@ void LiveOutput::write(const std::uint8_t *bytes, std::size_t size, std::size_t 
     return;
   }
   const bool tooMuch = waiting() + size > heldBackMost;
-  if (tooMuch) {
+  if (tooMuch && patient_) {
     awaitReader(size < heldBackMost ? heldBackMost - size : 0);
   }
   const std::size_t room = failed_ ? 0 : heldBackMost - std::min(heldBackMost, waiting());

@@ -43,6 +43,9 @@ class LiveOutput {
   // unit alone.
   void write(const std::uint8_t *bytes, std::size_t size, std::size_t unit);
 
+  // Whether write waits, within its patience, for a reader that is slow; at the start it does.
+  void setPatient(bool on) { patient_ = on; }
+
   // Writes what is held back, as far as a reader takes it, and closes.
   void end();
 
@@ -74,7 +77,8 @@ class LiveOutput {
   const GoOn goOn_;
   int file_ = -1;
   bool failed_ = false;
-  bool stalled_ = false;  // the reader's patience is used up
+  bool patient_ = true;
+  bool stalled_ = false;  // the patience with the reader is used up
   bool regular_ = false;
   std::uint64_t written_ = 0;
   std::deque<Run> runs_;  // the first is that of the next byte to write

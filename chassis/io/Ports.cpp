@@ -46,7 +46,8 @@ std::unique_ptr<PacketSink> Ports::openOutput(const Url &url, const std::string 
         url, [this](std::uint64_t chassisNs) { return clock_.realNs(chassisNs); }, loop_);
   }
   const bool standard = url.scheme == Url::Scheme::StandardStream;
-  return std::make_unique<FileSink>(files_.openOutput(user, standard ? "/dev/stdout" : url.path));
+  return std::make_unique<FileSink>(files_.openOutput(user, standard ? "/dev/stdout" : url.path),
+      [this] { return !clock_.live(); });
 }
 
 }  // namespace chassis
