@@ -38,7 +38,9 @@ std::bitset<pidCount> avPidsOf(const Psi &psi) {
 }
 
 Card::OutputFigures figuresOf(const PacketSink &output) {
-  return {output.name(), output.writtenPackets(), output.lostPackets()};
+  const Lateness *lateness = output.lateness();
+  return {output.name(), output.writtenPackets(), output.lostPackets(),
+          lateness != nullptr ? std::optional(*lateness) : std::nullopt};
 }
 
 bool hasCa(const PsiProgram &program) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -164,6 +165,7 @@ class Card {
     std::string name;  // empty: there was none
     std::uint64_t packets = 0;
     std::uint64_t lostPackets = 0;
+    std::optional<Lateness> lateness;  // of datagrams
   };
   OutputFigures output() const;           // of the last one, also when it has ended
   bool carries(std::uint16_t pid) const;  // anywhere in the stream, before any fault

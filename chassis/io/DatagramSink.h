@@ -15,13 +15,6 @@
 
 namespace chassis {
 
-// How far behind their time the datagrams have left.
-struct Lateness {
-  std::uint64_t datagrams = 0;
-  std::uint64_t late = 0;     // by more than lateNs
-  std::uint64_t worstNs = 0;  // 0: none left behind its time
-};
-
 // A datagram leaves the URL's delay after its first packet came.
 class DatagramSink : public PacketSink, private Loop::Timed {
  public:
@@ -46,7 +39,7 @@ class DatagramSink : public PacketSink, private Loop::Timed {
   std::uint64_t writtenPackets() const override { return written_; }
   std::uint64_t lostPackets() const override { return lost_; }
   const std::string &trouble() const override { return trouble_; }
-  const Lateness &lateness() const { return lateness_; }
+  const Lateness *lateness() const override { return &lateness_; }
 
  private:
   static constexpr std::size_t headerMost = 12;

@@ -9,6 +9,13 @@
 
 namespace chassis {
 
+// How far behind their time the datagrams have left.
+struct Lateness {
+  std::uint64_t datagrams = 0;
+  std::uint64_t late = 0;     // by more than 10 ms
+  std::uint64_t worstNs = 0;  // 0: none left behind its time
+};
+
 // All in the chassis's thread. A reader that is slow or gone never holds the chassis up: what it
 // missed is counted.
 class PacketSink {
@@ -27,6 +34,8 @@ class PacketSink {
   virtual const std::string &name() const = 0;  // as it was asked for
   virtual std::uint64_t writtenPackets() const = 0;
   virtual std::uint64_t lostPackets() const = 0;
+  // Of what leaves at times of its own; null: it leaves as soon as it can.
+  virtual const Lateness *lateness() const { return nullptr; }
   // What the first loss is due to; empty while nothing is lost.
   virtual const std::string &trouble() const = 0;
 };

@@ -135,6 +135,18 @@ Json countersJson(const SourceCounters &counters) {
           {"dropped", counters.dropped}};
 }
 
+Json outputJson(const Card::OutputFigures &output) {
+  Json json{{"name", output.name},
+            {"packets", output.packets},
+            {"lost_packets", output.lostPackets}};
+  if (output.lateness) {
+    json["datagrams"] = output.lateness->datagrams;
+    json["late"] = output.lateness->late;
+    json["worst_lateness_ns"] = output.lateness->worstNs;
+  }
+  return json;
+}
+
 void addStreams(Json &json, const CardFinding &card) {
   json["input"] = {{"name", card.input.name},
                    {"live", card.input.live},
@@ -145,9 +157,7 @@ void addStreams(Json &json, const CardFinding &card) {
                       {"unmatched_streams", card.unmatchedStreams}};
   }
   if (!card.output.name.empty()) {
-    json["output"] = {{"name", card.output.name},
-                      {"packets", card.output.packets},
-                      {"lost_packets", card.output.lostPackets}};
+    json["output"] = outputJson(card.output);
   }
 }
 

@@ -86,7 +86,7 @@ TEST_F(DatagramSinkTest, SevenPacketsADatagram) {
   EXPECT_EQ(sink_->writtenPackets(), 15U);
   EXPECT_EQ(sink_->lostPackets(), 0U);
   EXPECT_EQ(sink_->trouble(), "");
-  EXPECT_EQ(sink_->lateness().datagrams, 3U);
+  EXPECT_EQ(sink_->lateness()->datagrams, 3U);
   EXPECT_EQ(sink_->name(), url + "?delay=0");
 }
 
@@ -176,9 +176,9 @@ TEST_F(DatagramSinkTest, LatenessIsCounted) {
   ASSERT_TRUE(waitFor([this] { return chassisNs() > 30 * ms; }));
   write(0, 7, 0);
   ASSERT_TRUE(leave(7));
-  EXPECT_EQ(sink_->lateness().datagrams, 1U);
-  EXPECT_EQ(sink_->lateness().late, 1U);
-  EXPECT_GT(sink_->lateness().worstNs, 30 * ms);
+  EXPECT_EQ(sink_->lateness()->datagrams, 1U);
+  EXPECT_EQ(sink_->lateness()->late, 1U);
+  EXPECT_GT(sink_->lateness()->worstNs, 30 * ms);
 }
 
 TEST_F(DatagramSinkTest, WhatHasNoRoomIsLost) {
