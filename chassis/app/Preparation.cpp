@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "base/ExitStatus.h"
-#include "console/Inlet.h"
+#include "console/InputAndSignals.h"
 #include "console/ProgressLine.h"
 
 namespace chassis {
@@ -17,7 +17,7 @@ namespace {
 class Work {
  public:
   explicit Work(int &status) : status_(status) {
-    inlet_.onSignal([this](int signal) { take(signal); });
+    outside_.onSignal([this](int signal) { take(signal); });
   }
   ~Work() { takeSignals(); }
   Work(const Work &) = delete;
@@ -31,7 +31,7 @@ class Work {
 
  private:
   void takeSignals() {
-    inlet_.waitUntil(0, [] { return true; });
+    outside_.waitUntil(0, [] { return true; });
   }
 
   void take(int signal) {
@@ -45,7 +45,7 @@ class Work {
 
   int &status_;
   Loop loop_;
-  Inlet inlet_{loop_, true};
+  InputAndSignals outside_{loop_, true};
   ProgressLine progress_{STDERR_FILENO};
 };
 

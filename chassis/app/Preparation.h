@@ -1,5 +1,5 @@
-// Long work before there is a desk: the streams of a script are looked into before it plays. It
-// shows at a terminal how far it is, and a signal that ends the program ends it.
+// Long work before there is a user interface: the streams of a script are looked into before it
+// plays. It shows at a terminal how far it is, and a signal that ends the program ends it.
 #pragma once
 
 #include <functional>

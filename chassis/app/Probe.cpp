@@ -78,10 +78,10 @@ bool areFiles(const ProbeOptions &options) {
          isPlayed(readUrl(options.behind, Url::Use::Input));
 }
 
-Operation::Config configOf(const ProbeOptions &options) {
-  Operation::Config config;
+ChassisRun::Config configOf(const ProbeOptions &options) {
+  ChassisRun::Config config;
   checkOutputTakers(options.reports, false);
-  config.mode = DeskMode::Script;
+  config.mode = InputMode::Script;
   config.speed = areFiles(options) ? 0 : 1;
   config.endsWithStreams = true;
   config.colour = outputWantsColour();
@@ -135,21 +135,21 @@ std::uint64_t readDuration(const std::string &text) {
 int probe(const ProbeOptions &options) {
   checkOptions(options);
   Chassis::Probe judged = probeOf(options);
-  const Operation::Config config = configOf(options);
-  Operation operation(config, Script{});
-  openReports(operation, options.reports);
-  ResetCommand command(options.onReset, operation.events());
+  const ChassisRun::Config config = configOf(options);
+  ChassisRun chassisRun(config, Script{});
+  openReports(chassisRun, options.reports);
+  ResetCommand command(options.onReset, chassisRun.events());
   if (!options.onReset.empty()) {
     judged.onReset = [&command] { command.run(); };
   }
   ProbeCheck check;
-  Chassis &chassis = operation.chassis();
+  Chassis &chassis = chassisRun.chassis();
   chassis.onChecked([&](std::uint32_t checked) {
     command.look();
     check.note(examine(chassis, checked));
   });
   chassis.probeInsert(slot, judged);
-  const int ended = runAndReport(operation, options.reports, config);
+  const int ended = runAndReport(chassisRun, options.reports, config);
   return options.check ? checkedStatus(ended, check) : ended;
 }
 

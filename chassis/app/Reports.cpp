@@ -101,8 +101,8 @@ void replaceFile(const std::string &path, const std::string &status) {
   }
 }
 
-void writeStatus(Operation &operation, const Reports &reports) {
-  const std::string status = statusJson(operation.chassis(), operation.losses(), wallClockMs());
+void writeStatus(ChassisRun &chassisRun, const Reports &reports) {
+  const std::string status = statusJson(chassisRun.chassis(), chassisRun.losses(), wallClockMs());
   if (isFile(reports.statusFile)) {
     replaceFile(reports.statusFile, status);
   } else {
@@ -111,9 +111,9 @@ void writeStatus(Operation &operation, const Reports &reports) {
 }
 
 // What the run itself ended with says more than what its status has lost.
-int tellStatus(Operation &operation, const Reports &reports, int ended) {
+int tellStatus(ChassisRun &chassisRun, const Reports &reports, int ended) {
   try {
-    writeStatus(operation, reports);
+    writeStatus(chassisRun, reports);
     return ended;
   } catch (const OutputLost &error) {
     complainLines(programName, error.what());
@@ -122,19 +122,19 @@ int tellStatus(Operation &operation, const Reports &reports, int ended) {
 }
 
 // Whatever else the status tells, what was lost is told too.
-int runToEnd(Operation &operation) {
+int runToEnd(ChassisRun &chassisRun) {
   struct TellLosses {
-    explicit TellLosses(const Operation &ended) : operation(ended) {}
+    explicit TellLosses(const ChassisRun &ended) : chassisRun(ended) {}
     ~TellLosses() {
-      for (const std::string &loss : operation.losses()) {
+      for (const std::string &loss : chassisRun.losses()) {
         complainLines(programName, loss);
       }
     }
-    const Operation &operation;
+    const ChassisRun &chassisRun;
   };
-  const TellLosses tell(operation);
-  const int status = operation.run();
-  return status == exitDone && !operation.losses().empty() ? exitLost : status;
+  const TellLosses tell(chassisRun);
+  const int status = chassisRun.run();
+  return status == exitDone && !chassisRun.losses().empty() ? exitLost : status;
 }
 
 }  // namespace
@@ -165,10 +165,10 @@ bool isFile(const std::string &path) {
   return !path.empty() && path != standardStream;
 }
 
-void openReports(Operation &operation, const Reports &reports) {
-  Chassis &chassis = operation.chassis();
+void openReports(ChassisRun &chassisRun, const Reports &reports) {
+  Chassis &chassis = chassisRun.chassis();
   if (isFile(reports.events)) {
-    operation.writeEvents(reports.events);
+    chassisRun.writeEvents(reports.events);
   }
   if (isFile(reports.statusFile)) {
     requireWritable(reports.statusFile);
@@ -179,13 +179,13 @@ void openReports(Operation &operation, const Reports &reports) {
   }
 }
 
-int runAndReport(Operation &operation, const Reports &reports, const Operation::Config &config) {
-  int status = runToEnd(operation);
+int runAndReport(ChassisRun &chassisRun, const Reports &reports, const ChassisRun::Config &config) {
+  int status = runToEnd(chassisRun);
   if (!reports.statusFile.empty()) {
-    status = tellStatus(operation, reports, status);
+    status = tellStatus(chassisRun, reports, status);
   }
   if (!reports.noTable && config.shown == Shown::Timeline) {
-    printTables(operation.chassis(), config.colour);
+    printTables(chassisRun.chassis(), config.colour);
   }
   tellUnusedOutputs(reports);
   return status;

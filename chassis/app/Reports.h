@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "app/Operation.h"
+#include "app/ChassisRun.h"
 
 namespace chassis {
 
@@ -21,14 +21,14 @@ void describeReports(CLI::App &app, Reports &reports);  // all but the outputs
 
 // Throws InputError: more than one thing that takes standard output. console: so do its answers.
 void checkOutputTakers(const Reports &reports, bool console);
-// What the desk shows, when nothing else takes standard output.
+// What the user interface shows, when nothing else takes standard output.
 Shown shownOf(const Reports &reports);
 bool writesFiles(const Reports &reports);
 
 // Before the run. Throws InputError.
-void openReports(Operation &operation, const Reports &reports);
+void openReports(ChassisRun &chassisRun, const Reports &reports);
 // Runs to the end, then writes status and tables. Returns the exit status.
-int runAndReport(Operation &operation, const Reports &reports, const Operation::Config &config);
+int runAndReport(ChassisRun &chassisRun, const Reports &reports, const ChassisRun::Config &config);
 
 // A file, not standard output nor nothing.
 bool isFile(const std::string &path);

@@ -11,8 +11,8 @@
 #include <limits>
 
 #include "Version.h"
+#include "app/ChassisRun.h"
 #include "app/CommandLine.h"
-#include "app/Operation.h"
 #include "app/OptionValue.h"
 #include "app/Preparation.h"
 #include "app/Probe.h"
@@ -70,7 +70,7 @@ void requireReadableInput() {
   }
 }
 
-DeskMode modeOf(const Options &options) {
+InputMode modeOf(const Options &options) {
   checkOutputTakers(options.reports, options.console);
   if (options.console || options.script == standardStream) {
     requireReadableInput();
@@ -79,16 +79,16 @@ DeskMode modeOf(const Options &options) {
     if (options.console) {
       throw InputError("--console and --script - both read standard input; leave one out");
     }
-    return DeskMode::Script;
+    return InputMode::Script;
   }
   const bool shown = shownOf(options.reports) == Shown::Timeline;
   if (shown && isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1) {
-    return DeskMode::Terminal;
+    return InputMode::Terminal;
   }
   if (!options.console && options.script.empty()) {
     throw InputError("nothing to run; give --script FILE, --console, or a terminal");
   }
-  return options.console ? DeskMode::Pipe : DeskMode::Script;
+  return options.console ? InputMode::Pipe : InputMode::Script;
 }
 
 Script scriptOf(const Options &options, const BeginWork &begin) {
@@ -109,8 +109,8 @@ std::string historyPath() {
   return home == nullptr ? "" : std::string(home) + "/.ci_chassis_history";
 }
 
-Operation::Config configOf(const Options &options) {
-  Operation::Config config;
+ChassisRun::Config configOf(const Options &options) {
+  ChassisRun::Config config;
   config.mode = modeOf(options);
   config.historyPath = historyPath();
   config.speed = readSpeed(options.speed);
@@ -127,18 +127,18 @@ Operation::Config configOf(const Options &options) {
 }
 
 int play(const Options &options) {
-  const Operation::Config config = configOf(options);
+  const ChassisRun::Config config = configOf(options);
   Script script;
   const int ended = prepare([&](const BeginWork &begin) { script = scriptOf(options, begin); });
   if (ended != exitDone) {
     return ended;
   }
-  Operation operation(config, std::move(script));
+  ChassisRun chassisRun(config, std::move(script));
   if (isFile(options.script)) {
-    operation.chassis().files().read("the script", options.script);
+    chassisRun.chassis().files().read("the script", options.script);
   }
-  openReports(operation, options.reports);
-  return runAndReport(operation, options.reports, config);
+  openReports(chassisRun, options.reports);
+  return runAndReport(chassisRun, options.reports, config);
 }
 
 void describe(CLI::App &app, Options &options) {

@@ -166,7 +166,7 @@ void CaClient::process(TsPacket *const *packets, std::size_t count, std::uint64_
   }
 }
 
-bool CaClient::mustFinishBefore(const CaClient &next) const {
+bool CaClient::mustSettleBefore(const CaClient &next) const {
   return (descrambler_.pending() & next.ecmPids_).any();
 }
 

@@ -42,8 +42,8 @@ class CaClient {
 
   void tick(std::uint64_t nowMs);
   void process(TsPacket *const *packets, std::size_t count, std::uint64_t nowMs);
-  void finish() { descrambler_.flush(); }
-  bool mustFinishBefore(const CaClient &next) const;
+  void settle() { descrambler_.settle(); }
+  bool mustSettleBefore(const CaClient &next) const;
 
   const DescramblerWork &work() const { return descrambler_.work(); }
 

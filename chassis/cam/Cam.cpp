@@ -220,12 +220,12 @@ void Cam::process(TsPacket *const *packets, std::size_t count, std::uint64_t now
   }
 }
 
-void Cam::finish() {
-  state_->client.finish();
+void Cam::settle() {
+  state_->client.settle();
 }
 
-bool Cam::mustFinishBefore(const Cam &next) const {
-  return state_->client.mustFinishBefore(next.state_->client);
+bool Cam::mustSettleBefore(const Cam &next) const {
+  return state_->client.mustSettleBefore(next.state_->client);
 }
 
 DescramblerWork Cam::work() const {

@@ -46,13 +46,13 @@ class Cam {
   void tick(std::uint64_t nowMs);
 
   // Stream side: packets in stream order, at the time at which they pass, descrambled in place;
-  // ECMs are read as they pass. Headers are final at once, payloads only after finish: until then a
-  // packet stays where it is, and no other may read its payload. Rare calls of finish make full,
+  // ECMs are read as they pass. Headers are final at once, payloads only after settle: until then a
+  // packet stays where it is, and no other may read its payload. Rare calls of settle make full,
   // cheap batches.
   void process(TsPacket *const *packets, std::size_t count, std::uint64_t nowMs);
-  void finish();
+  void settle();
   // Whether a CAM that gets the packets next would read payloads that are not final.
-  bool mustFinishBefore(const Cam &next) const;
+  bool mustSettleBefore(const Cam &next) const;
 
   DescramblerWork work() const;  // since the CAM was made
 

@@ -32,7 +32,7 @@ struct Descrambler::Lane {
   }
 
   void setWord(const labca::ControlWord &newWord) {
-    flush();
+    settle();
     word = newWord;
     dvbcsa_key_set(word.data(), single.get());
     dvbcsa_bs_key_set(word.data(), sliced.get());
@@ -41,11 +41,11 @@ struct Descrambler::Lane {
   void push(std::uint8_t *payload, unsigned size) {
     batch.push_back({payload, size});
     if (batch.size() == dvbcsa_bs_batch_size()) {
-      flush();
+      settle();
     }
   }
 
-  void flush() {
+  void settle() {
     if (batch.size() < batchWorthwhile) {
       work.singly += batch.size();
       for (const dvbcsa_bs_batch_s &payload : batch) {
@@ -85,7 +85,7 @@ void Descrambler::setWord(Key key, Parity parity, const labca::ControlWord &word
 }
 
 void Descrambler::drop(Key key) {
-  flush();
+  settle();
   std::replace(keyOfPid_.begin(), keyOfPid_.end(), &keys_[key], static_cast<KeyPair *>(nullptr));
   keys_.erase(key);
 }
@@ -116,11 +116,11 @@ void Descrambler::push(TsPacket &packet) {
   }
 }
 
-void Descrambler::flush() {
+void Descrambler::settle() {
   for (auto &[key, lanes] : keys_) {
     for (std::unique_ptr<Lane> &lane : lanes) {
       if (lane) {
-        lane->flush();
+        lane->settle();
       }
     }
   }

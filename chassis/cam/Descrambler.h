@@ -39,7 +39,7 @@ class Descrambler {
   // Packets of a PID with a key are descrambled by their transport_scrambling_control, which
   // becomes 00; without a payload just that. Others, and parities without a word, stay as they are.
   void push(TsPacket &packet);
-  void flush();
+  void settle();
   const std::bitset<pidCount> &pending() const { return pending_; }  // PIDs pushed since then
 
   const DescramblerWork &work() const { return work_; }  // since it was made

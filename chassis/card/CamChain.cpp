@@ -35,7 +35,7 @@ std::unique_ptr<PacketSink> CamChain::endOutput() {
   return std::move(output_);
 }
 
-void CamChain::begin(std::size_t packets) {
+void CamChain::beginStep(std::size_t packets) {
   if (held_.size() + packets > held_.capacity()) {
     settle();
     held_.reserve(std::max(packets, heldMax));
@@ -48,7 +48,7 @@ void CamChain::take(const TsPacket &packet, std::uint64_t cameNs) {
   cameNs_.push_back(cameNs);
 }
 
-void CamChain::finish() {
+void CamChain::endStep() {
   passThroughCams();
   deliver();
 }
@@ -71,8 +71,8 @@ void CamChain::passThroughCams() {
 
 void CamChain::passThrough(Cam &cam, const Cam *next) {
   cam.process(throughCams_.data(), throughCams_.size(), fpga_.nowMs);
-  if (next != nullptr && cam.mustFinishBefore(*next)) {
-    cam.finish();
+  if (next != nullptr && cam.mustSettleBefore(*next)) {
+    cam.settle();
   }
 }
 
@@ -99,7 +99,7 @@ void CamChain::settle() {
   }
   for (Cam *cam : cams_) {
     if (cam != nullptr) {
-      cam->finish();
+      cam->settle();
     }
   }
   for (const TsPacket *packet : pesStarts_) {

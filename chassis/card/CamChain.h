@@ -31,9 +31,9 @@ class CamChain : public Path {
   // Ends the output and hands it back; null: there was none.
   std::unique_ptr<PacketSink> endOutput();
 
-  void begin(std::size_t packets) override;
+  void beginStep(std::size_t packets) override;
   void take(const TsPacket &packet, std::uint64_t cameNs) override;
-  void finish() override;
+  void endStep() override;
   // Everything behind the CAMs becomes what it is when each step ends with this. It is put off
   // until somebody looks, since few large batches cost the CAMs much less than many small ones.
   void settle() override;

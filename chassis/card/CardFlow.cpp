@@ -17,7 +17,7 @@ void Card::tick(std::uint64_t nowMs) {
 void Card::State::step(std::uint64_t nowMs) {
   fpga.nowMs = nowMs;
   const std::size_t came = takeDuePackets();
-  path().finish();
+  path().endStep();
   fpga.before.tick(nowMs);
   fpga.behind.tick(nowMs);
   watchLive(came);
@@ -27,7 +27,7 @@ void Card::State::step(std::uint64_t nowMs) {
 
 std::size_t Card::State::takeDuePackets() {
   const std::size_t due = source->due(fpga.nowMs);
-  path().begin(due);
+  path().beginStep(due);
   std::size_t taken = 0;
   while (taken < due && takeOne()) {
     ++taken;

@@ -9,14 +9,14 @@
 
 namespace chassis {
 
-// For each step of time: begin, take for each packet, finish.
+// For each step of time: beginStep, take for each packet, endStep.
 class Path {
  public:
   virtual ~Path() = default;
-  virtual void begin(std::size_t packets) = 0;  // so many will be taken at most
+  virtual void beginStep(std::size_t packets) = 0;  // so many will be taken at most
   // A packet that the meter in front has seen; with transport_error_indicator it counts nowhere.
   virtual void take(const TsPacket &packet, std::uint64_t cameNs) = 0;
-  virtual void finish() = 0;
+  virtual void endStep() = 0;
   // Makes the meter behind what it is when nothing is put off.
   virtual void settle() = 0;
 };

@@ -28,7 +28,7 @@ ProbePath::ProbePath(Card::Fpga &fpga, std::unique_ptr<PacketSource> behind, Pro
   losses_.start(fpga.nowMs);
 }
 
-void ProbePath::finish() {
+void ProbePath::endStep() {
   std::size_t left = source_->due(fpga_.nowMs);
   TsPacket packet;
   std::uint64_t cameNs = 0;

@@ -26,9 +26,9 @@ class ProbePath : public Path {
             Tell tell);
 
   // A path, though nothing flows through: what comes out comes by itself.
-  void begin(std::size_t) override {}
+  void beginStep(std::size_t) override {}
   void take(const TsPacket &, std::uint64_t) override {}
-  void finish() override;
+  void endStep() override;
   void settle() override {}
 
   // The programs before have changed, or those behind may have: the PIDs are matched anew. True:

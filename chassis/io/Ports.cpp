@@ -47,7 +47,7 @@ std::unique_ptr<PacketSink> Ports::openOutput(const Url &url, const std::string 
   }
   const bool standard = url.scheme == Url::Scheme::StandardStream;
   return std::make_unique<FileSink>(files_.openOutput(user, standard ? "/dev/stdout" : url.path),
-      [this] { return !clock_.live(); });
+                                    [this] { return !clock_.live(); });
 }
 
 }  // namespace chassis

@@ -136,9 +136,8 @@ Json countersJson(const SourceCounters &counters) {
 }
 
 Json outputJson(const Card::OutputFigures &output) {
-  Json json{{"name", output.name},
-            {"packets", output.packets},
-            {"lost_packets", output.lostPackets}};
+  Json json{
+      {"name", output.name}, {"packets", output.packets}, {"lost_packets", output.lostPackets}};
   if (output.lateness) {
     json["datagrams"] = output.lateness->datagrams;
     json["late"] = output.lateness->late;

@@ -89,9 +89,9 @@ void Chassis::tick(std::uint64_t nowMs) {
     slot.card->tick(nowMs);
   }
   for (Slot &slot : slots_) {
-    for (std::unique_ptr<Cam> &module : slot.cams) {
-      if (module != nullptr) {
-        module->tick(nowMs);
+    for (std::unique_ptr<Cam> &cam : slot.cams) {
+      if (cam != nullptr) {
+        cam->tick(nowMs);
       }
     }
   }
@@ -249,20 +249,20 @@ void Chassis::camInsert(std::uint32_t slot, std::uint32_t camSlot,
   };
   const ProgramNames names = config.programNames;
   const Place place{static_cast<int>(slot), static_cast<int>(camSlot)};
-  std::unique_ptr<Cam> &module = slots_[slot].cams[camSlot];
-  module = std::make_unique<Cam>(std::move(config), place, events_, clock_.elapsedMs());
-  card(slot).setCam(camSlot, module.get());
-  library_.insert(slot, camSlot, module.get(), names);
+  std::unique_ptr<Cam> &cam = slots_[slot].cams[camSlot];
+  cam = std::make_unique<Cam>(std::move(config), place, events_, clock_.elapsedMs());
+  card(slot).setCam(camSlot, cam.get());
+  library_.insert(slot, camSlot, cam.get(), names);
 }
 
 void Chassis::camRemove(std::uint32_t slot, std::uint32_t camSlot) {
-  std::unique_ptr<Cam> &module = slots_[slot].cams[camSlot];
-  if (module == nullptr) {
+  std::unique_ptr<Cam> &cam = slots_[slot].cams[camSlot];
+  if (cam == nullptr) {
     return;
   }
   library_.remove(slot, camSlot);
   card(slot).setCam(camSlot, nullptr);
-  module.reset();
+  cam.reset();
 }
 
 Cam &Chassis::cam(std::uint32_t slot, std::uint32_t camSlot) {

@@ -122,7 +122,7 @@ class Rig {
         pointers.push_back(&packets[i]);
       }
       cam.process(pointers.data(), pointers.size(), now);
-      cam.finish();
+      cam.settle();
       pass(10);
     }
     return packets;

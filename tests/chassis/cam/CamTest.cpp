@@ -617,13 +617,13 @@ TEST(CamOrder, AResetCamHasNoEcmsToWaitFor) {
   Rig behind;
   behind.ask(
       caPmt(only, 200, level(descramble, ca(0x0500, 0x1001)), {caPmtStream(0x1100, level(0, {}))}));
-  EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam)) << "nothing waits";
+  EXPECT_FALSE(before.cam.mustSettleBefore(behind.cam)) << "nothing waits";
   std::vector<TsPacket> packets = onPids(stream.scrambled, {{0x1001, 0x1501, 101}});
   TsPacket *const packet = &packets[1];
   before.cam.process(&packet, 1, before.now);
-  EXPECT_TRUE(before.cam.mustFinishBefore(behind.cam));
+  EXPECT_TRUE(before.cam.mustSettleBefore(behind.cam));
   behind.cam.reset(behind.now);
-  EXPECT_FALSE(before.cam.mustFinishBefore(behind.cam));
+  EXPECT_FALSE(before.cam.mustSettleBefore(behind.cam));
 }
 
 TEST(CamHostile, EveryTruncationOfACaPmtIsIgnored) {
@@ -675,7 +675,7 @@ TEST(CamHostile, RandomObjectsAndPacketsLeaveItWorking) {
     }
     TsPacket *pointer = &packet;
     rig.cam.process(&pointer, 1, rig.now);
-    rig.cam.finish();
+    rig.cam.settle();
     rig.pass(10);
     while (rig.cam.transmit()) {
     }

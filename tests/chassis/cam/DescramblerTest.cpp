@@ -41,7 +41,7 @@ TEST(Descrambler, AnyNumberOfPacketsOfAnySize) {
     descrambler.assign(pid, key);
     Packets packets(count);
     pushAll(descrambler, packets.scrambled);
-    descrambler.flush();
+    descrambler.settle();
     EXPECT_EQ(packets.scrambled, packets.clear) << count;
   }
 }
@@ -56,7 +56,7 @@ TEST(Descrambler, WordThatChangesDoesNotTouchPacketsPushedBefore) {
   pushAll(descrambler, between.scrambled);
   descrambler.setWord(key, Parity::Even, labWord(key, 2));
   pushAll(descrambler, after.scrambled);
-  descrambler.flush();
+  descrambler.settle();
   EXPECT_EQ(before.scrambled, before.clear);
   EXPECT_EQ(between.scrambled, between.clear);
   EXPECT_EQ(after.scrambled, after.clear);
@@ -69,7 +69,7 @@ TEST(Descrambler, FewPacketsGoSingly) {
     descrambler.assign(pid, key);
     std::vector<TsPacket> packets(count, Packets(2).scrambled[1]);
     pushAll(descrambler, packets);
-    descrambler.flush();
+    descrambler.settle();
     EXPECT_EQ(descrambler.work().singly, count < 15 ? count : 0);
     EXPECT_EQ(descrambler.work().inBatches, count < 15 ? 0 : count);
   }
@@ -81,7 +81,7 @@ TEST(Descrambler, LeavesWhatItHasNoWordFor) {
   const std::vector<TsPacket> original = packets.scrambled;
   const auto unchanged = [&] {
     pushAll(descrambler, packets.scrambled);
-    descrambler.flush();
+    descrambler.settle();
     return packets.scrambled == original;
   };
   EXPECT_TRUE(unchanged()) << "no key";
@@ -107,7 +107,7 @@ TEST(Descrambler, ClearAndReservedControlStayAsTheyAre) {
   }
   const std::vector<TsPacket> original = packets.clear;
   pushAll(descrambler, packets.clear);
-  descrambler.flush();
+  descrambler.settle();
   EXPECT_EQ(packets.clear, original);
 }
 
@@ -122,7 +122,7 @@ TEST(Descrambler, AdaptationFieldBeyondThePacketLeavesNothingToDescramble) {
     TsPacket expected = packet;
     expected[3] = 0x30;
     descrambler.push(packet);
-    descrambler.flush();
+    descrambler.settle();
     EXPECT_EQ(packet, expected) << length;
   }
 }

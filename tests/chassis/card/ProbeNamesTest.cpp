@@ -45,7 +45,7 @@ TEST(ProbeNames, StandBesideTheNumbersOfProgramsWithoutAStreamBehind) {
   chassis::Card::Fpga fpga;
   chassis::ProbePath probe(fpga, std::make_unique<OneStream>(StreamWriter().psi({half})), {},
                            [&told](const Event &event) { told.push_back(event.why); });
-  probe.finish();
+  probe.endStep();
   told.clear();
   EXPECT_TRUE(probe.match(before.psi(), before.services()));
   EXPECT_EQ(told, std::vector<std::string>{"program 1 \"One\" PID 0x0101, stream type 0x03"});

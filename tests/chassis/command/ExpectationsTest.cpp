@@ -8,7 +8,7 @@
 #include "base/InputError.h"
 #include "chassis/StreamWriter.h"
 #include "command/Functions.h"
-#include "command/Player.h"
+#include "command/ScriptRun.h"
 
 namespace chassis {
 namespace {
@@ -33,10 +33,10 @@ class ExpectationsTest : public testing::Test {
   std::string play(const std::string &lines) {
     std::istringstream text("cardInsert 0, \"" + file_.path() +
                             "\", 1504000\nprogAssign 0, 101, 1\n" + lines);
-    Player player(readScript("x", text), chassis_);
+    ScriptRun scriptRun(readScript("x", text), chassis_);
     try {
-      while (!player.isOver(clock_.elapsedMs())) {
-        chassis_.run(clock_.elapsedMs() + Clock::msPerTick, player);
+      while (!scriptRun.isOver(clock_.elapsedMs())) {
+        chassis_.run(clock_.elapsedMs() + Clock::msPerTick, scriptRun);
       }
     } catch (const Unexpected &error) {
       return error.what();
@@ -117,10 +117,10 @@ TEST_F(ExpectationsTest, ARunThatEndsBeforeHasNotShownIt) {
                           "\", 1504000\nexpectAlarm 0, 1, \"CAM absent\", 9\nwait 3\n"
                           "expectNoAlarm 0, 1, \"CAM absent\"\nwait 3\n"
                           "expectNoAlarm 0, 0, \"CAM absent\"");
-  Player player(readScript("x", text), chassis_);
-  chassis_.run(4000, player);
+  ScriptRun scriptRun(readScript("x", text), chassis_);
+  chassis_.run(4000, scriptRun);
   try {
-    player.close();
+    scriptRun.close();
     FAIL() << "nothing was missing";
   } catch (const Unexpected &error) {
     EXPECT_STREQ(error.what(),
@@ -130,7 +130,7 @@ TEST_F(ExpectationsTest, ARunThatEndsBeforeHasNotShownIt) {
                  "alarm when the run ends");
   }
   EXPECT_EQ(notes_.lines[0], "as expected: expectNoAlarm 0, 1, \"CAM absent\" | script line 4");
-  EXPECT_TRUE(player.isOver(10000));
+  EXPECT_TRUE(scriptRun.isOver(10000));
 }
 
 TEST_F(ExpectationsTest, AnAlarmThatStandsOrDoesNotIsNamed) {

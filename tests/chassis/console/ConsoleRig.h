@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "chassis/StreamWriter.h"
-#include "console/Session.h"
+#include "console/RunAgenda.h"
 #include "console/Shell.h"
 #include "console/Timeline.h"
 #include "status/StatusWatch.h"
@@ -27,8 +27,8 @@ class ConsoleRig : public testing::Test {
         shell_(
             chassis_, watch_, journal_, [this](const std::string &text) { answer_ += text; },
             false),
-        player_(Script{}, chassis_),
-        session_(player_, shell_, Session::Order::Overtaking, nullptr) {
+        scriptRun_(Script{}, chassis_),
+        agenda_(scriptRun_, shell_, RunAgenda::Order::Overtaking, nullptr) {
     bindConsole([this](ConsolePort port, const std::string &line) {
       if (!shell_.takePrint(port, line)) {
         timeline_.tell(printed(port, line));
@@ -43,12 +43,12 @@ class ConsoleRig : public testing::Test {
       runFor(Clock::msPerTick);
     }
     answer_.clear();
-    session_.type(line);
-    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
+    agenda_.type(line);
+    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, agenda_);
     return answer_;
   }
   void insertCard() { ASSERT_EQ(ask("cardInsert 0, \"" + file_.path() + "\", 1504000"), ""); }
-  void runFor(std::uint64_t ms) { chassis_.run(clock_.elapsedMs() + ms, session_); }
+  void runFor(std::uint64_t ms) { chassis_.run(clock_.elapsedMs() + ms, agenda_); }
 
   testing_streams::TemporaryFile file_{testing_streams::oneProgram()};
   Clock clock_;
@@ -60,8 +60,8 @@ class ConsoleRig : public testing::Test {
   StatusWatch watch_;
   std::string answer_;
   Shell shell_;
-  Player player_;
-  Session session_;
+  ScriptRun scriptRun_;
+  RunAgenda agenda_;
 };
 
 inline bool isOneErrorLine(const std::string &answer) {

@@ -85,8 +85,8 @@ TEST_F(ShellTest, AWaitHoldsBackTheLinesBehindIt) {
 
 // Until the start-up task is over, at 2 s.
 TEST_F(ShellTest, ACallOfTheModuleWaitsForTheSupervisionTaskAndSaysSo) {
-  session_.type("printCiIfVer");
-  session_.type("status");
+  agenda_.type("printCiIfVer");
+  agenda_.type("status");
   const auto listening = clock_.onTick([this](std::uint64_t ms) {
     if (ms == 500) {
       EXPECT_FALSE(has(answer_, "supervision task")) << "not yet";
@@ -113,8 +113,8 @@ TEST_F(ShellTest, WhatHappensToTheChassisDoesNotWait) {
   const auto listening = clock_.onTick([this](std::uint64_t) {
     if (chassis_.supervising() && chassis_.booted() && answer_.empty()) {
       answer_ = "typed";
-      session_.type("pidDrop 0, 0x201, 1");
-      session_.type("TIME_RESET");
+      agenda_.type("pidDrop 0, 0x201, 1");
+      agenda_.type("TIME_RESET");
     }
   });
   while (answer_.empty()) {
@@ -124,7 +124,7 @@ TEST_F(ShellTest, WhatHappensToTheChassisDoesNotWait) {
 }
 
 TEST_F(ShellTest, InTurnALineWaitsForTheAnswerBeforeIt) {
-  Session inTurn(player_, shell_, Session::Order::InTurn, nullptr);
+  RunAgenda inTurn(scriptRun_, shell_, RunAgenda::Order::InTurn, nullptr);
   inTurn.type("printCiIfVer");
   inTurn.type("status");
   chassis_.run(1000, inTurn);
@@ -132,21 +132,21 @@ TEST_F(ShellTest, InTurnALineWaitsForTheAnswerBeforeIt) {
 }
 
 TEST_F(ShellTest, AWaitCanBeBrokenOff) {
-  EXPECT_FALSE(session_.breakOff(clock_.elapsedMs()));
+  EXPECT_FALSE(agenda_.breakOff(clock_.elapsedMs()));
   ask("wait 1000");
   ask("TIME_RESET = 4711");
-  EXPECT_TRUE(session_.breakOff(clock_.elapsedMs()));
-  EXPECT_FALSE(session_.breakOff(clock_.elapsedMs()));
+  EXPECT_TRUE(agenda_.breakOff(clock_.elapsedMs()));
+  EXPECT_FALSE(agenda_.breakOff(clock_.elapsedMs()));
   EXPECT_TRUE(has(ask("printCiIfVer"), "V3.0.1.1"));
   EXPECT_FALSE(has(ask("TIME_RESET"), "4711"));
 }
 
 // In the pause of the start-up task.
 TEST_F(ShellTest, ACallThatWaitsForTheSupervisionTaskCanBeBrokenOff) {
-  session_.type("printCiIfVer");
+  agenda_.type("printCiIfVer");
   bool broken = false;
   const auto listening = clock_.onTick([this, &broken](std::uint64_t ms) {
-    broken = broken || (ms == 600 && session_.breakOff(ms));
+    broken = broken || (ms == 600 && agenda_.breakOff(ms));
   });
   runFor(2500);
   EXPECT_TRUE(broken);

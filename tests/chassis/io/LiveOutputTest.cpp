@@ -182,14 +182,14 @@ TEST_F(LiveOutputTest, AStalledReaderCostsWhatDoesNotFit) {
 TEST_F(LiveOutputTest, WithoutPatienceNobodyWaits) {
   const std::string path = folder.fifo("fifo");
   const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  bool asked = false;
-  LiveOutput output(path, nullptr, [&asked](const Progress &) { return asked = true; });
+  bool everAsked = false;
+  LiveOutput output(path, nullptr, [&everAsked](const Progress &) { return everAsked = true; });
   output.setPatient(false);
   constexpr std::size_t all = 2 * LiveOutput::heldBackMost / unit;
   for (std::size_t i = 0; i < all / 100; ++i) {
     write(output, 100);
   }
-  EXPECT_FALSE(asked);
+  EXPECT_FALSE(everAsked);
   EXPECT_EQ(output.trouble(), "its reader does not keep up");
   output.end();
   EXPECT_EQ(output.lostBytes() + drained(reader), all / 100 * 100 * unit);

@@ -1,4 +1,4 @@
-#include "command/Player.h"
+#include "command/ScriptRun.h"
 
 #include <gtest/gtest.h>
 
@@ -20,9 +20,9 @@ class RecordedEvents : public Events {
 
 class PlayerTest : public testing::Test {
  protected:
-  Player player(const std::string &text) {
+  ScriptRun scriptRun(const std::string &text) {
     std::istringstream lines(text);
-    return Player(readScript("x", lines), chassis_);
+    return ScriptRun(readScript("x", lines), chassis_);
   }
 
   RecordedEvents events_;
@@ -34,35 +34,36 @@ class PlayerTest : public testing::Test {
 using Lines = std::vector<std::string>;
 
 TEST_F(PlayerTest, WaitsAddUp) {
-  Player player = this->player("note \"a\"\nwait 1.5\nnote \"b\"\nwait 2\nwait 0.5\nnote \"c\"");
-  EXPECT_EQ(player.endMs(), 4000U);
-  EXPECT_EQ(player.nextMs(), 0U);
-  player.runDue(0);
+  ScriptRun scriptRun =
+      this->scriptRun("note \"a\"\nwait 1.5\nnote \"b\"\nwait 2\nwait 0.5\nnote \"c\"");
+  EXPECT_EQ(scriptRun.endMs(), 4000U);
+  EXPECT_EQ(scriptRun.nextMs(), 0U);
+  scriptRun.runDue(0);
   EXPECT_EQ(events_.lines, Lines{"-1/-1 a | "});
-  EXPECT_EQ(player.nextMs(), 1500U);
-  player.runDue(1499);
+  EXPECT_EQ(scriptRun.nextMs(), 1500U);
+  scriptRun.runDue(1499);
   EXPECT_EQ(events_.lines.size(), 1U);
-  player.runDue(1500);
+  scriptRun.runDue(1500);
   EXPECT_EQ(events_.lines.size(), 2U);
-  EXPECT_EQ(player.nextMs(), 3500U);
-  player.runDue(3999);
+  EXPECT_EQ(scriptRun.nextMs(), 3500U);
+  scriptRun.runDue(3999);
   EXPECT_EQ(events_.lines.size(), 2U);
-  EXPECT_EQ(player.nextMs(), 4000U);
-  player.runDue(10000);
+  EXPECT_EQ(scriptRun.nextMs(), 4000U);
+  scriptRun.runDue(10000);
   EXPECT_EQ(events_.lines, (Lines{"-1/-1 a | ", "-1/-1 b | ", "-1/-1 c | "}));
-  EXPECT_EQ(player.nextMs(), std::nullopt);
+  EXPECT_EQ(scriptRun.nextMs(), std::nullopt);
 }
 
 TEST_F(PlayerTest, AWaitAtTheEndCounts) {
-  EXPECT_EQ(player("note \"a\"\nwait 7").endMs(), 7000U);
-  EXPECT_EQ(player("").endMs(), 0U);
-  EXPECT_EQ(player("").nextMs(), std::nullopt);
+  EXPECT_EQ(scriptRun("note \"a\"\nwait 7").endMs(), 7000U);
+  EXPECT_EQ(scriptRun("").endMs(), 0U);
+  EXPECT_EQ(scriptRun("").nextMs(), std::nullopt);
 }
 
 TEST_F(PlayerTest, AFailingLineIsNamed) {
-  Player player = this->player("note \"a\"\n\ncardInsert(3, \"/no/such/stream\")");
+  ScriptRun scriptRun = this->scriptRun("note \"a\"\n\ncardInsert(3, \"/no/such/stream\")");
   try {
-    player.runDue(0);
+    scriptRun.runDue(0);
     FAIL();
   } catch (const InputError &error) {
     EXPECT_EQ(std::string(error.what()).rfind("x:3: ", 0), 0U) << error.what();

@@ -1,27 +1,27 @@
-#include "command/Player.h"
+#include "command/ScriptRun.h"
 
 #include "base/InputError.h"
 
 namespace chassis {
 
-Player::Player(Script script, Chassis &chassis)
+ScriptRun::ScriptRun(Script script, Chassis &chassis)
     : script_(std::move(script)), chassis_(chassis), expectations_(chassis) {}
 
-std::optional<std::uint64_t> Player::nextMs() const {
+std::optional<std::uint64_t> ScriptRun::nextMs() const {
   if (next_ == script_.calls.size()) {
     return std::nullopt;
   }
   return dueMs_;
 }
 
-void Player::runDue(std::uint64_t nowMs) {
+void ScriptRun::runDue(std::uint64_t nowMs) {
   while (next_ < script_.calls.size() && dueMs_ <= nowMs) {
     run(script_.calls[next_++]);
   }
   expectations_.review(nowMs);
 }
 
-void Player::close() {
+void ScriptRun::close() {
   for (; next_ < script_.calls.size(); ++next_) {
     const Call &call = script_.calls[next_];
     if (call.function->differs != nullptr) {
@@ -31,7 +31,7 @@ void Player::close() {
   expectations_.close();
 }
 
-void Player::run(const Call &call) {
+void ScriptRun::run(const Call &call) {
   if (isWait(*call.function)) {
     dueMs_ += call.values[0].number;
     return;
@@ -48,7 +48,7 @@ void Player::run(const Call &call) {
   }
 }
 
-void Player::announce(const Call &call) {
+void ScriptRun::announce(const Call &call) {
   if (!speaksForItself(*call.function)) {
     chassis_.tell({EventKind::ScriptLine,
                    placeOf(*call.function, call.values),
@@ -58,11 +58,11 @@ void Player::announce(const Call &call) {
   }
 }
 
-bool Player::isOver(std::uint64_t nowMs) const {
+bool ScriptRun::isOver(std::uint64_t nowMs) const {
   return nowMs >= endMs() && !nextMs() && !expectations_.pending();
 }
 
-std::uint64_t Player::endMs() const {
+std::uint64_t ScriptRun::endMs() const {
   std::uint64_t end = 0;
   for (const Call &call : script_.calls) {
     end += isWait(*call.function) ? call.values[0].number : 0;

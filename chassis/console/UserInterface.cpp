@@ -1,4 +1,4 @@
-#include "console/Desk.h"
+#include "console/UserInterface.h"
 
 #include <unistd.h>
 
@@ -22,14 +22,14 @@ constexpr const char *brokenOff = "broken off, and anything typed behind it\n";
 
 }  // namespace
 
-Desk::Desk(Loop &loop, DeskMode mode, const std::string &historyPath,
-           const std::vector<std::string> &names)
+UserInterface::UserInterface(Loop &loop, InputMode mode, const std::string &historyPath,
+                             const std::vector<std::string> &names)
     : mode_(mode),
-      inlet_(loop, mode != DeskMode::Terminal),
-      progress_(mode == DeskMode::Terminal ? -1 : STDERR_FILENO),
+      outside_(loop, mode != InputMode::Terminal),
+      progress_(mode == InputMode::Terminal ? -1 : STDERR_FILENO),
       progressAtPrompt_(std::chrono::seconds(1), std::chrono::seconds(2)) {
-  inlet_.onSignal([this](int signal) { takeSignal(signal); });
-  if (mode_ == DeskMode::Terminal) {
+  outside_.onSignal([this](int signal) { takeSignal(signal); });
+  if (mode_ == InputMode::Terminal) {
     editor_ = std::make_unique<Editor>(Editor::Config{"-> ", historyPath, names});
     show(greeting);
     if (!editor_->historyTrouble().empty()) {
@@ -38,7 +38,7 @@ Desk::Desk(Loop &loop, DeskMode mode, const std::string &historyPath,
   }
 }
 
-void Desk::show(const std::string &whole) {
+void UserInterface::show(const std::string &whole) {
   const std::string text = fitted(whole, outputWidth());
   if (editor_ != nullptr) {
     editor_->write(text);
@@ -47,35 +47,35 @@ void Desk::show(const std::string &whole) {
   showWhole(text);
 }
 
-void Desk::showWhole(const std::string &text) {
+void UserInterface::showWhole(const std::string &text) {
   progress_.clear();
   writeStandardOutput(text);
 }
 
-void Desk::serve(Clock &clock, Session &session) {
+void UserInterface::serve(Clock &clock, RunAgenda &agenda) {
   clock_ = &clock;
-  session_ = &session;
-  if (mode_ != DeskMode::Script) {
-    inlet_.onBytes([this](const std::string &bytes) { take(bytes); });
+  agenda_ = &agenda;
+  if (mode_ != InputMode::Script) {
+    outside_.onBytes([this](const std::string &bytes) { take(bytes); });
   }
 }
 
-void Desk::waitUntil(std::uint64_t dueNs) {
+void UserInterface::waitUntil(std::uint64_t dueNs) {
   if (!ended_) {
     admitBytes();
-    inlet_.waitUntil(dueNs, [this] { return ended_; });
+    outside_.waitUntil(dueNs, [this] { return ended_; });
   }
 }
 
-void Desk::awaitLine() {
+void UserInterface::awaitLine() {
   progress_.clear();
-  while (!ended_ && !inputOver_ && session_->idle()) {
+  while (!ended_ && !inputOver_ && agenda_->idle()) {
     admitBytes();
-    inlet_.waitForNext();
+    outside_.waitForNext();
   }
 }
 
-bool Desk::goOn(const Progress &progress) {
+bool UserInterface::goOn(const Progress &progress) {
   progress_.show(progress);
   if (editor_ != nullptr && !isDone(progress) && progressAtPrompt_.due(progress)) {
     show(progressText(progress) + "\n");
@@ -88,34 +88,34 @@ bool Desk::goOn(const Progress &progress) {
 }
 
 // A pipe is not emptied faster than its lines run.
-void Desk::admitBytes() {
-  inlet_.setReading(mode_ == DeskMode::Terminal || (session_ != nullptr && session_->idle()));
+void UserInterface::admitBytes() {
+  outside_.setReading(mode_ == InputMode::Terminal || (agenda_ != nullptr && agenda_->idle()));
 }
 
-void Desk::take(const std::string &bytes) {
+void UserInterface::take(const std::string &bytes) {
   inputOver_ = bytes.empty();
-  if (mode_ == DeskMode::Terminal) {
+  if (mode_ == InputMode::Terminal) {
     takeTyped(bytes);
   } else {
     takePiped(bytes);
   }
 }
 
-void Desk::takeTyped(const std::string &bytes) {
+void UserInterface::takeTyped(const std::string &bytes) {
   leaving_ = false;
   editor_->feed(bytes);
   for (const std::string &line : editor_->takeLines()) {
-    session_->type(line);
+    agenda_->type(line);
   }
   if (bytes.empty() || editor_->ended()) {
     end(exitDone);
   }
 }
 
-void Desk::takePiped(const std::string &bytes) {
+void UserInterface::takePiped(const std::string &bytes) {
   for (const char c : inputOver_ && !partial_.empty() ? std::string("\n") : bytes) {
     if (c == '\n') {
-      session_->type(withoutReturn(partial_));
+      agenda_->type(withoutReturn(partial_));
       partial_.clear();
     } else if (partial_.size() <= longestLine) {
       partial_ += c;
@@ -124,7 +124,7 @@ void Desk::takePiped(const std::string &bytes) {
   admitBytes();
 }
 
-void Desk::takeSignal(int signal) {
+void UserInterface::takeSignal(int signal) {
   switch (signal) {
     case SIGWINCH:
       if (editor_ != nullptr) {
@@ -147,12 +147,12 @@ void Desk::takeSignal(int signal) {
 }
 
 // Ctrl-C is for what a person wants to be rid of: long work, the line, a wait, at last the chassis.
-void Desk::interrupt() {
+void UserInterface::interrupt() {
   if (std::exchange(working_, false)) {
     return;
   }
   const bool cleared = editor_->clearLine();
-  const bool broken = session_ != nullptr && session_->breakOff(clock_->elapsedMs());
+  const bool broken = agenda_ != nullptr && agenda_->breakOff(clock_->elapsedMs());
   if (broken) {
     show(brokenOff);
   } else if (!cleared && leaving_) {
@@ -164,7 +164,7 @@ void Desk::interrupt() {
 }
 
 // The job is stopped until its shell continues it; chassis time stands still meanwhile.
-void Desk::stop() {
+void UserInterface::stop() {
   if (editor_ != nullptr) {
     editor_->pause();
   }
@@ -177,7 +177,7 @@ void Desk::stop() {
   }
 }
 
-void Desk::end(int status) {
+void UserInterface::end(int status) {
   ended_ = true;
   status_ = status;
 }

@@ -11,15 +11,15 @@
 
 namespace chassis {
 
-class Inlet {
+class InputAndSignals {
  public:
   // interruptEnds: SIGINT ends the program, as SIGTERM, SIGHUP and SIGQUIT do; then the program
   // ends even if nobody waits here any more (EndDeadline).
   // It waits in the loop, which outlives it.
-  Inlet(Loop &loop, bool interruptEnds);
-  ~Inlet();
-  Inlet(const Inlet &) = delete;
-  Inlet &operator=(const Inlet &) = delete;
+  InputAndSignals(Loop &loop, bool interruptEnds);
+  ~InputAndSignals();
+  InputAndSignals(const InputAndSignals &) = delete;
+  InputAndSignals &operator=(const InputAndSignals &) = delete;
 
   // The end of the input comes as no bytes, once. Null: standard input is not read.
   void onBytes(std::function<void(const std::string &bytes)> take) { take_ = std::move(take); }

@@ -1,39 +1,39 @@
-#include "console/Session.h"
+#include "console/RunAgenda.h"
 
 #include "base/InputError.h"
 
 namespace chassis {
 
-Session::Session(Player &player, Shell &shell, Order order,
-                 std::function<void(const std::string &)> complain)
-    : player_(player), shell_(shell), order_(order), complain_(std::move(complain)) {}
+RunAgenda::RunAgenda(ScriptRun &scriptRun, Shell &shell, Order order,
+                     std::function<void(const std::string &)> complain)
+    : scriptRun_(scriptRun), shell_(shell), order_(order), complain_(std::move(complain)) {}
 
-void Session::type(const std::string &line) {
+void RunAgenda::type(const std::string &line) {
   typed_.push_back(line);
 }
 
-bool Session::breakOff(std::uint64_t nowMs) {
+bool RunAgenda::breakOff(std::uint64_t nowMs) {
   const bool waited = shell_.breakOff(nowMs);
   const bool dropped = !typed_.empty();
   typed_.clear();
   return waited || dropped;
 }
 
-void Session::runDue(std::uint64_t nowMs) {
+void RunAgenda::runDue(std::uint64_t nowMs) {
   runScript(nowMs);
   runTyped(nowMs);
   shell_.tellWaits();
 }
 
-void Session::serve() {
+void RunAgenda::serve() {
   shell_.serve();
 }
 
-bool Session::blocked(std::uint64_t nowMs) const {
+bool RunAgenda::blocked(std::uint64_t nowMs) const {
   return waits(nowMs) || shell_.exited() || (order_ == Order::InTurn && shell_.asks());
 }
 
-void Session::runTyped(std::uint64_t nowMs) {
+void RunAgenda::runTyped(std::uint64_t nowMs) {
   while (!typed_.empty() && !blocked(nowMs)) {
     const std::string line = typed_.front();
     typed_.pop_front();
@@ -42,14 +42,14 @@ void Session::runTyped(std::uint64_t nowMs) {
 }
 
 // Called while the error is being handled.
-void Session::complain(const std::exception &error) {
+void RunAgenda::complain(const std::exception &error) {
   if (!complain_) {
     throw;
   }
   complain_(error.what());
 }
 
-bool Session::succeeds(const std::function<void()> &act) {
+bool RunAgenda::succeeds(const std::function<void()> &act) {
   try {
     act();
     return true;
@@ -62,13 +62,13 @@ bool Session::succeeds(const std::function<void()> &act) {
   return false;
 }
 
-void Session::runScript(std::uint64_t nowMs) {
-  while (!succeeds([&] { player_.runDue(nowMs); })) {
+void RunAgenda::runScript(std::uint64_t nowMs) {
+  while (!succeeds([&] { scriptRun_.runDue(nowMs); })) {
   }
 }
 
-void Session::close() {
-  succeeds([this] { player_.close(); });
+void RunAgenda::close() {
+  succeeds([this] { scriptRun_.close(); });
 }
 
 }  // namespace chassis

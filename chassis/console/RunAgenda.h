@@ -5,12 +5,12 @@
 #include <functional>
 #include <string>
 
-#include "command/Player.h"
+#include "command/ScriptRun.h"
 #include "console/Shell.h"
 
 namespace chassis {
 
-class Session : public Agenda {
+class RunAgenda : public Agenda {
  public:
   // Whether a line waits for the answer of the one before it, or overtakes a call that waits for
   // the supervision task.
@@ -18,8 +18,8 @@ class Session : public Agenda {
 
   // complain: gets what is wrong with a line of the script, or what was not as it expected, and the
   // script goes on; null: that ends the run with InputError or Unexpected.
-  Session(Player &player, Shell &shell, Order order,
-          std::function<void(const std::string &)> complain);
+  RunAgenda(ScriptRun &scriptRun, Shell &shell, Order order,
+            std::function<void(const std::string &)> complain);
 
   void type(const std::string &line);              // runs after the lines before it
   bool unexpected() const { return unexpected_; }  // something was not as the script expected
@@ -40,7 +40,7 @@ class Session : public Agenda {
   void runTyped(std::uint64_t nowMs);
   bool blocked(std::uint64_t nowMs) const;
 
-  Player &player_;
+  ScriptRun &scriptRun_;
   Shell &shell_;
   const Order order_;
   const std::function<void(const std::string &)> complain_;

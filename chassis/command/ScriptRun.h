@@ -10,9 +10,9 @@
 
 namespace chassis {
 
-class Player : public Agenda {
+class ScriptRun : public Agenda {
  public:
-  Player(Script script, Chassis &chassis);
+  ScriptRun(Script script, Chassis &chassis);
 
   const Script &script() const { return script_; }
   std::optional<std::uint64_t> nextMs() const;  // when the next line is due

@@ -10,25 +10,25 @@
 
 #include "base/LongWork.h"
 #include "console/Editor.h"
-#include "console/Inlet.h"
+#include "console/InputAndSignals.h"
 #include "console/ProgressLine.h"
-#include "console/Session.h"
+#include "console/RunAgenda.h"
 #include "kernel/Clock.h"
 
 namespace chassis {
 
-enum class DeskMode {
+enum class InputMode {
   Script,   // standard input is not read
   Pipe,     // plain lines from standard input
   Terminal  // a prompt
 };
 
-class Desk {
+class UserInterface {
  public:
   // historyPath and names: as Editor's, for a terminal.
   // Waits in the loop, which outlives it.
-  Desk(Loop &loop, DeskMode mode, const std::string &historyPath,
-       const std::vector<std::string> &names);
+  UserInterface(Loop &loop, InputMode mode, const std::string &historyPath,
+                const std::vector<std::string> &names);
 
   // Whole lines with their ends; what is too wide for a terminal is wrapped.
   void show(const std::string &text);
@@ -36,8 +36,8 @@ class Desk {
   // The same for programs: nothing is wrapped. Not for a terminal with a prompt.
   void showWhole(const std::string &text);
 
-  // From now on lines go to the session, and a clock that stood still with the job is not late.
-  void serve(Clock &clock, Session &session);
+  // From now on lines go to the agenda, and a clock that stood still with the job is not late.
+  void serve(Clock &clock, RunAgenda &agenda);
 
   // Takes what comes until a real time in ns of CLOCK_MONOTONIC, or the end of the run.
   void waitUntil(std::uint64_t dueNs);
@@ -66,11 +66,11 @@ class Desk {
   void end(int status);
   void admitBytes();
 
-  const DeskMode mode_;
-  Inlet inlet_;
+  const InputMode mode_;
+  InputAndSignals outside_;
   std::unique_ptr<Editor> editor_;
   Clock *clock_ = nullptr;
-  Session *session_ = nullptr;
+  RunAgenda *agenda_ = nullptr;
   bool working_ = false;  // it is asked whether long work goes on
   ProgressLine progress_;
   ProgressPace progressAtPrompt_;

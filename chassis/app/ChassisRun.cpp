@@ -1,4 +1,4 @@
-#include "app/Operation.h"
+#include "app/ChassisRun.h"
 
 #include <algorithm>
 #include <cmath>
@@ -15,8 +15,8 @@ namespace {
 
 using Show = std::function<void(const std::string &)>;
 
-Show showAt(std::unique_ptr<Desk> &desk) {
-  return [&desk](const std::string &text) { desk->show(text); };
+Show showAt(std::unique_ptr<UserInterface> &interface) {
+  return [&interface](const std::string &text) { interface->show(text); };
 }
 
 std::string wholeSeconds(std::uint64_t ms) {
@@ -33,30 +33,31 @@ Progress progressOf(std::uint64_t nowMs, std::uint64_t endMs, std::chrono::durat
 
 }  // namespace
 
-Operation::Operation(const Config &config, Script script)
+ChassisRun::ChassisRun(const Config &config, Script script)
     : config_(config),
-      desk_(std::make_unique<Desk>(loop_, config.mode, config.historyPath, Shell::names())),
+      interface_(
+          std::make_unique<UserInterface>(loop_, config.mode, config.historyPath, Shell::names())),
       clock_(config.clockStart, config.speed),
-      journal_(showAt(desk_)),
+      journal_(showAt(interface_)),
       stream_(&journal_),
       timeline_(stream_, {config.colour, outputWidth}, [this] { return clock_.elapsedMs(); }),
-      eventLines_([this](const std::string &line) { desk_->showWhole(line); },
+      eventLines_([this](const std::string &line) { interface_->showWhole(line); },
                   [this] { return clock_.elapsedMs(); }),
       chassis_(clock_, events_, loop_),
       watch_(chassis_, events_),
-      shell_(chassis_, watch_, journal_, showAt(desk_), config.colour, outputWidth),
-      player_(std::move(script), chassis_),
-      session_(
-          player_, shell_,
-          config.mode == DeskMode::Terminal ? Session::Order::Overtaking : Session::Order::InTurn,
-          config.mode == DeskMode::Terminal
-              ? Show([this](const std::string &what) { complain(what); })
-              : Show()),
+      shell_(chassis_, watch_, journal_, showAt(interface_), config.colour, outputWidth),
+      scriptRun_(std::move(script), chassis_),
+      agenda_(scriptRun_, shell_,
+              config.mode == InputMode::Terminal ? RunAgenda::Order::Overtaking
+                                                 : RunAgenda::Order::InTurn,
+              config.mode == InputMode::Terminal
+                  ? Show([this](const std::string &what) { complain(what); })
+                  : Show()),
       ticking_(clock_.onTick([this](std::uint64_t) {
         tellEventLoss();
         stopWhenOver();
       })) {
-  if (config.mode != DeskMode::Script) {
+  if (config.mode != InputMode::Script) {
     chassis_.ports().reserveStandardInput("lines of the console");
   } else if (config.scriptFromInput) {
     chassis_.ports().reserveStandardInput("the script");
@@ -66,7 +67,8 @@ Operation::Operation(const Config &config, Script script)
   }
   chassis_.files().addStandardStreams();
   readStreams();
-  chassis_.files().onLongWork([this](const Progress &progress) { return desk_->goOn(progress); });
+  chassis_.files().onLongWork(
+      [this](const Progress &progress) { return interface_->goOn(progress); });
   bindConsole([this](ConsolePort port, const std::string &line) {
     if (!shell_.takePrint(port, line)) {
       tellPrinted(port, line);
@@ -75,23 +77,23 @@ Operation::Operation(const Config &config, Script script)
 }
 
 // A stream is nobody's output, also before its card is in.
-void Operation::readStreams() {
-  for (const PlayedFile &file : playedFiles(player_.script())) {
+void ChassisRun::readStreams() {
+  for (const PlayedFile &file : playedFiles(scriptRun_.script())) {
     try {
       chassis_.files().read("the stream of script line " + std::to_string(file.line), file.path);
     } catch (const InputError &error) {
-      throw InputError(atLine(player_.script(), file.line, error.what()));
+      throw InputError(atLine(scriptRun_.script(), file.line, error.what()));
     }
   }
 }
 
-void Operation::writeEvents(const std::string &path) {
+void ChassisRun::writeEvents(const std::string &path) {
   eventFile_ =
       std::make_unique<EventFile>(chassis_.files(), path, [this] { return clock_.elapsedMs(); });
   events_.add(*eventFile_);
 }
 
-void Operation::tellEventLoss() {
+void ChassisRun::tellEventLoss() {
   const std::optional<Event> trouble = eventFile_ ? eventFile_->newTrouble() : std::nullopt;
   if (trouble) {
     events_.tell(*trouble);
@@ -99,7 +101,7 @@ void Operation::tellEventLoss() {
 }
 
 // From here on nobody is told: a file that was ended would begin anew.
-void Operation::endEvents() {
+void ChassisRun::endEvents() {
   if (eventFile_ == nullptr) {
     return;
   }
@@ -112,25 +114,25 @@ void Operation::endEvents() {
   }
 }
 
-Operation::~Operation() {
+ChassisRun::~ChassisRun() {
   bindConsole(nullptr);
 }
 
-void Operation::tellPrinted(ConsolePort port, const std::string &line) {
+void ChassisRun::tellPrinted(ConsolePort port, const std::string &line) {
   const bool shown = port == ConsolePort::Print || config_.debug;
   if (shown && !line.empty()) {
     events_.tell(printed(port, line));
   }
 }
 
-void Operation::complain(const std::string &what) {
-  desk_->show("error: " + what + "\n");
+void ChassisRun::complain(const std::string &what) {
+  interface_->show("error: " + what + "\n");
 }
 
 // One tick at a time, so that what a person asks of the module is served as soon as a cycle is
 // over.
-int Operation::run() {
-  desk_->serve(clock_, session_);
+int ChassisRun::run() {
+  interface_->serve(clock_, agenda_);
   clock_.setWait([this](std::uint64_t dueNs) { wait(dueNs); });
   std::string unexpected;
   try {
@@ -138,34 +140,34 @@ int Operation::run() {
   } catch (const Unexpected &error) {
     unexpected = error.what();
   } catch (const InputError &) {
-    if (!desk_->ended()) {
+    if (!interface_->ended()) {
       end();
       throw;
     }
   }
-  const int status = desk_->status();
+  const int status = interface_->status();
   end();
   if (!unexpected.empty()) {
     complainLines("ci-chassis", unexpected);
   }
-  return status == exitDone && session_.unexpected() ? exitUnexpected : status;
+  return status == exitDone && agenda_.unexpected() ? exitUnexpected : status;
 }
 
-void Operation::runToTheEnd() {
+void ChassisRun::runToTheEnd() {
   do {
     takePipedLines();
     settlePace();
-    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, session_);
+    chassis_.run(clock_.elapsedMs() + Clock::msPerTick, agenda_);
     stopWhenOver();
   } while (!clock_.stopped());
-  if (desk_->status() == exitDone) {
-    session_.close();
+  if (interface_->status() == exitDone) {
+    agenda_.close();
   }
 }
 
 // A tick is due at a real time, also when it is one of a pause of the module.
-void Operation::wait(std::uint64_t dueNs) {
-  desk_->waitUntil(dueNs);
+void ChassisRun::wait(std::uint64_t dueNs) {
+  interface_->waitUntil(dueNs);
   if (chassis_.supervising()) {
     takePipedLines();
   }
@@ -175,64 +177,64 @@ void Operation::wait(std::uint64_t dueNs) {
 }
 
 // A run that keeps a pace is as far as the clock on the wall.
-void Operation::showHowFar() {
+void ChassisRun::showHowFar() {
   const std::uint64_t nowMs = clock_.elapsedMs();
   if (maximal() && nowMs % Chassis::cycleMs == 0) {
-    desk_->showRun(progressOf(nowMs, knownEndMs(), std::chrono::steady_clock::now() - begun_));
+    interface_->showRun(progressOf(nowMs, knownEndMs(), std::chrono::steady_clock::now() - begun_));
   }
 }
 
-std::uint64_t Operation::knownEndMs() const {
-  return config_.endMs.value_or(std::max(player_.endMs(), shell_.blockedUntilMs()));
+std::uint64_t ChassisRun::knownEndMs() const {
+  return config_.endMs.value_or(std::max(scriptRun_.endMs(), shell_.blockedUntilMs()));
 }
 
-void Operation::stopWhenOver() {
+void ChassisRun::stopWhenOver() {
   if (isOver()) {
     chassis_.stop();
   }
 }
 
-// While the timeline still has its desk: the end of an output may have to be told.
-void Operation::end() {
+// While the timeline still has its interface: the end of an output may have to be told.
+void ChassisRun::end() {
   losses_ = chassis_.endOutputs();
   endEvents();
   timeline_.flush();
   clock_.setWait(nullptr);
   chassis_.files().onLongWork(nullptr);
-  desk_.reset();
+  interface_.reset();
 }
 
-bool Operation::isOver() const {
+bool ChassisRun::isOver() const {
   const std::uint64_t nowMs = clock_.elapsedMs();
   const bool forNobody = standardOutputGone() && !config_.writesFiles;
-  if (shell_.exited() || desk_->ended() || forNobody) {
+  if (shell_.exited() || interface_->ended() || forNobody) {
     return true;
   }
   const bool streamsOver = config_.endsWithStreams && chassis_.streamsEnded();
-  if (config_.endMs || config_.endsWithStreams || config_.mode == DeskMode::Terminal) {
+  if (config_.endMs || config_.endsWithStreams || config_.mode == InputMode::Terminal) {
     return streamsOver || (config_.endMs && nowMs >= *config_.endMs);
   }
-  const bool typedOver = config_.mode == DeskMode::Script ||
-                         (desk_->inputOver() && session_.idle() && !session_.waits(nowMs));
-  return typedOver && player_.isOver(nowMs);
+  const bool typedOver = config_.mode == InputMode::Script ||
+                         (interface_->inputOver() && agenda_.idle() && !agenda_.waits(nowMs));
+  return typedOver && scriptRun_.isOver(nowMs);
 }
 
 // Without a pace, chassis time stands still until the next line of a pipe has come.
-void Operation::takePipedLines() {
-  const bool waits = maximal() && config_.mode == DeskMode::Pipe;
-  while (waits && !desk_->inputOver() && session_.idle() && !session_.waits(clock_.elapsedMs()) &&
-         !isOver()) {
-    desk_->awaitLine();
-    session_.runDue(clock_.elapsedMs());
+void ChassisRun::takePipedLines() {
+  const bool waits = maximal() && config_.mode == InputMode::Pipe;
+  while (waits && !interface_->inputOver() && agenda_.idle() &&
+         !agenda_.waits(clock_.elapsedMs()) && !isOver()) {
+    interface_->awaitLine();
+    agenda_.runDue(clock_.elapsedMs());
     if (chassis_.booted() && !chassis_.supervising()) {
-      session_.serve();
+      agenda_.serve();
     }
   }
 }
 
 // A person cannot keep up with time without a pace.
-void Operation::settlePace() {
-  if (maximal() && config_.mode == DeskMode::Terminal && player_.isOver(clock_.elapsedMs())) {
+void ChassisRun::settlePace() {
+  if (maximal() && config_.mode == InputMode::Terminal && scriptRun_.isOver(clock_.elapsedMs())) {
     clock_.setSpeed(1);
   }
 }

@@ -1,5 +1,5 @@
-// The desk with its editor at a pseudo-terminal that is this case's standard input and output.
-#include "console/Desk.h"
+// The interface with its editor at a pseudo-terminal that is this case's standard input and output.
+#include "console/UserInterface.h"
 
 #include <fcntl.h>
 #include <pty.h>
@@ -64,9 +64,9 @@ class Terminal {
   int master_ = -1;
 };
 
-class DeskAtATerminal : public ConsoleRig {
+class AtATerminal : public ConsoleRig {
  protected:
-  DeskAtATerminal() {
+  AtATerminal() {
     EXPECT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
     setenv("TERM", "xterm", 1);
     runFor(Clock::msPerTick);
@@ -74,16 +74,17 @@ class DeskAtATerminal : public ConsoleRig {
   }
 
   void open() {
-    desk_.reset();
-    desk_ = std::make_unique<Desk>(loop_, DeskMode::Terminal, history_, Shell::names());
-    desk_->serve(clock_, session_);
+    interface_.reset();
+    interface_ =
+        std::make_unique<UserInterface>(loop_, InputMode::Terminal, history_, Shell::names());
+    interface_->serve(clock_, agenda_);
   }
 
   // Serves until something is so, with a bound.
   template <typename Condition>
   bool comes(const Condition &condition) {
     for (int i = 0; i < 10000 && !condition(); ++i) {
-      desk_->waitUntil(0);
+      interface_->waitUntil(0);
       screen_ += terminal_.shown();
       usleep(1000);
     }
@@ -97,7 +98,7 @@ class DeskAtATerminal : public ConsoleRig {
   // What the line that is typed answers in the end.
   std::string answerTo(const std::string &keys) {
     terminal_.type(keys + "\r");
-    EXPECT_TRUE(comes([this] { return !session_.idle(); })) << keys;
+    EXPECT_TRUE(comes([this] { return !agenda_.idle(); })) << keys;
     answer_.clear();
     runFor(Clock::msPerTick);
     return answer_;
@@ -107,16 +108,16 @@ class DeskAtATerminal : public ConsoleRig {
   std::string history_ = folder_.at("history");
   const Terminal terminal_;
   Loop loop_;
-  std::unique_ptr<Desk> desk_;
+  std::unique_ptr<UserInterface> interface_;
   std::string screen_;
 };
 
-TEST_F(DeskAtATerminal, LinesGoToTheSession) {
+TEST_F(AtATerminal, LinesGoToTheSession) {
   EXPECT_TRUE(shows("leaves\r\n"));
   EXPECT_TRUE(has(answerTo("status"), "no card is in"));
 }
 
-TEST_F(DeskAtATerminal, GlyphsAreEditedWhole) {
+TEST_F(AtATerminal, GlyphsAreEditedWhole) {
   const std::string family = "\U0001F468\u200D\U0001F469\u200D\U0001F467";
   const std::string flag = "\U0001F1E9\U0001F1EA";
   const std::string is = "value = 1 = 0x1\n";
@@ -128,14 +129,14 @@ TEST_F(DeskAtATerminal, GlyphsAreEditedWhole) {
 }
 
 // Up to the cursor it is drawn once more, and a row that is full is left.
-TEST_F(DeskAtATerminal, GlyphsAreDrawnOverTheLine) {
+TEST_F(AtATerminal, GlyphsAreDrawnOverTheLine) {
   terminal_.type("e\u0301" + std::string(5, 'x') + left + left);
   EXPECT_TRUE(shows("-> e\u0301xxxxx\0338-> e\u0301xxx"));
   terminal_.type("\x05" + std::string(200 - 9, 'y'));
   EXPECT_TRUE(shows(std::string(200 - 9, 'y') + "\r\r\n"));
 }
 
-TEST_F(DeskAtATerminal, NamesAreCompleted) {
+TEST_F(AtATerminal, NamesAreCompleted) {
   terminal_.type("camSt\t");
   EXPECT_TRUE(shows("atusCheck "));
   terminal_.type("\x15TIME_\t");
@@ -144,83 +145,83 @@ TEST_F(DeskAtATerminal, NamesAreCompleted) {
   EXPECT_TRUE(shows("\a"));
 }
 
-TEST_F(DeskAtATerminal, WhatIsShownStandsAboveTheLine) {
+TEST_F(AtATerminal, WhatIsShownStandsAboveTheLine) {
   terminal_.type("half a line");
   ASSERT_TRUE(shows("half a line"));
-  desk_->show("above\n");
+  interface_->show("above\n");
   EXPECT_TRUE(shows("above\r\n-> half a line"));
 }
 
-TEST_F(DeskAtATerminal, CtrlCClearsTheLineAndTwiceLeaves) {
+TEST_F(AtATerminal, CtrlCClearsTheLineAndTwiceLeaves) {
   terminal_.type("half a line");
   ASSERT_TRUE(shows("half a line"));
   std::raise(SIGINT);
   EXPECT_TRUE(shows("\r\033[J"));
-  EXPECT_FALSE(desk_->ended());
+  EXPECT_FALSE(interface_->ended());
   std::raise(SIGINT);
   EXPECT_TRUE(shows("once more"));
-  EXPECT_FALSE(desk_->ended());
+  EXPECT_FALSE(interface_->ended());
   std::raise(SIGINT);
-  EXPECT_TRUE(comes([this] { return desk_->ended(); }));
-  EXPECT_EQ(desk_->status(), 130);
+  EXPECT_TRUE(comes([this] { return interface_->ended(); }));
+  EXPECT_EQ(interface_->status(), 130);
 }
 
-TEST_F(DeskAtATerminal, CtrlCBreaksAWaitOff) {
+TEST_F(AtATerminal, CtrlCBreaksAWaitOff) {
   EXPECT_EQ(answerTo("wait 1000"), "");
-  EXPECT_TRUE(session_.waits(clock_.elapsedMs()));
+  EXPECT_TRUE(agenda_.waits(clock_.elapsedMs()));
   std::raise(SIGINT);
   EXPECT_TRUE(shows("broken off"));
-  EXPECT_FALSE(session_.waits(clock_.elapsedMs()));
+  EXPECT_FALSE(agenda_.waits(clock_.elapsedMs()));
 }
 
-TEST_F(DeskAtATerminal, CtrlCBreaksLongWorkOff) {
+TEST_F(AtATerminal, CtrlCBreaksLongWorkOff) {
   const Progress half{"reading", 1, 2};
-  EXPECT_TRUE(desk_->goOn(half));
-  EXPECT_TRUE(comes([&] { return desk_->goOn(half) && has(screen_, "reading: 50 %\r\n"); }));
+  EXPECT_TRUE(interface_->goOn(half));
+  EXPECT_TRUE(comes([&] { return interface_->goOn(half) && has(screen_, "reading: 50 %\r\n"); }));
   std::raise(SIGINT);
-  EXPECT_FALSE(desk_->goOn(half));
-  EXPECT_FALSE(desk_->ended());
+  EXPECT_FALSE(interface_->goOn(half));
+  EXPECT_FALSE(interface_->ended());
 }
 
-TEST_F(DeskAtATerminal, HowFarTheRunIsIsNotShownBesideThePrompt) {
+TEST_F(AtATerminal, HowFarTheRunIsIsNotShownBesideThePrompt) {
   ASSERT_TRUE(shows("-> "));
   for (int i = 0; i < 70; ++i) {
-    desk_->showRun({"chassis time", 1, 2});
+    interface_->showRun({"chassis time", 1, 2});
     usleep(10000);
   }
   EXPECT_EQ(terminal_.shown(), "");
 }
 
-TEST_F(DeskAtATerminal, CtrlDLeaves) {
+TEST_F(AtATerminal, CtrlDLeaves) {
   terminal_.type("\x04");
-  EXPECT_TRUE(comes([this] { return desk_->ended(); }));
-  EXPECT_EQ(desk_->status(), 0);
+  EXPECT_TRUE(comes([this] { return interface_->ended(); }));
+  EXPECT_EQ(interface_->status(), 0);
 }
 
-TEST_F(DeskAtATerminal, TheHistoryIsKept) {
+TEST_F(AtATerminal, TheHistoryIsKept) {
   EXPECT_EQ(answerTo("test_bit \"04\", 2"), "value = 1 = 0x1\n");
   EXPECT_EQ(answerTo(" "), "");
   open();
   EXPECT_EQ(answerTo(backOneLine), "value = 1 = 0x1\n");
 }
 
-TEST_F(DeskAtATerminal, AFileThatIsNoHistoryIsLeftAlone) {
-  desk_.reset();
+TEST_F(AtATerminal, AFileThatIsNoHistoryIsLeftAlone) {
+  interface_.reset();
   history_ = folder_.write("letters", "somebody's letters\n");
   open();
   EXPECT_TRUE(shows("is no history; it is left as it is\r\n"));
-  desk_.reset();
+  interface_.reset();
   EXPECT_EQ(folder_.read("letters"), "somebody's letters\n");
 }
 
-TEST_F(DeskAtATerminal, AnotherWidthHoldsForWhatComesNext) {
+TEST_F(AtATerminal, AnotherWidthHoldsForWhatComesNext) {
   winsize size{};
   size.ws_row = 50;
   size.ws_col = 30;
   ioctl(STDOUT_FILENO, TIOCSWINSZ, &size);
   std::raise(SIGWINCH);
-  desk_->waitUntil(0);
-  desk_->show("words that do not fit into one row of it\n");
+  interface_->waitUntil(0);
+  interface_->show("words that do not fit into one row of it\n");
   EXPECT_TRUE(shows("words that do not fit into one\r\n"));
 }
 

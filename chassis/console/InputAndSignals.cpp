@@ -1,4 +1,4 @@
-#include "console/Inlet.h"
+#include "console/InputAndSignals.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -50,7 +50,7 @@ void handleSignals(void (*handler)(int)) {
 
 }  // namespace
 
-Inlet::Inlet(Loop &loop, bool interruptEnds) : loop_(loop) {
+InputAndSignals::InputAndSignals(Loop &loop, bool interruptEnds) : loop_(loop) {
   int ends[2] = {-1, -1};
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
     throw std::runtime_error("signals cannot be read");
@@ -66,23 +66,23 @@ Inlet::Inlet(Loop &loop, bool interruptEnds) : loop_(loop) {
           STDIN_FILENO, [this] { readBytes(); }, [this] { return open_ && reading_ && take_; })};
 }
 
-Inlet::~Inlet() {
+InputAndSignals::~InputAndSignals() {
   handleSignals(SIG_DFL);
   close(noteTo);
   close(signals_);
 }
 
-void Inlet::waitUntil(std::uint64_t dueNs, const std::function<bool()> &cut) {
+void InputAndSignals::waitUntil(std::uint64_t dueNs, const std::function<bool()> &cut) {
   do {
     loop_.wait(dueNs);
   } while (!cut() && Loop::nowNs() < dueNs);
 }
 
-void Inlet::waitForNext() {
+void InputAndSignals::waitForNext() {
   loop_.wait(std::nullopt);
 }
 
-void Inlet::readBytes() {
+void InputAndSignals::readBytes() {
   std::array<char, 1024> buffer{};
   const ssize_t size = read(STDIN_FILENO, buffer.data(), buffer.size());
   if (size < 0 && (errno == EINTR || errno == EAGAIN)) {
@@ -92,7 +92,7 @@ void Inlet::readBytes() {
   take_(std::string(buffer.data(), static_cast<std::size_t>(open_ ? size : 0)));
 }
 
-void Inlet::readSignal() {
+void InputAndSignals::readSignal() {
   unsigned char signal = 0;
   if (read(signals_, &signal, 1) == 1 && takeSignal_) {
     takeSignal_(signal);

@@ -1,4 +1,4 @@
-// One run of the chassis with everything around it: a script, a desk, a timeline.
+// One run of the chassis with everything around it: a script, a user interface, a timeline.
 #pragma once
 
 #include <chrono>
@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "command/Player.h"
-#include "console/Desk.h"
+#include "command/ScriptRun.h"
 #include "console/Journal.h"
-#include "console/Session.h"
+#include "console/RunAgenda.h"
 #include "console/Shell.h"
 #include "console/Timeline.h"
+#include "console/UserInterface.h"
 #include "history/EventFile.h"
 #include "history/EventLines.h"
 #include "kernel/Clock.h"
@@ -23,13 +23,13 @@
 
 namespace chassis {
 
-// What the desk shows of what happens.
+// What the user interface shows of what happens.
 enum class Shown { Timeline, EventLines, Nothing };
 
-class Operation {
+class ChassisRun {
  public:
   struct Config {
-    DeskMode mode = DeskMode::Script;
+    InputMode mode = InputMode::Script;
     std::string historyPath;
     double speed = 1;  // 0: as fast as it can; at a terminal only until the script is over
     std::optional<std::uint64_t> endMs;  // chassis time; none: when script or person end it
@@ -42,10 +42,10 @@ class Operation {
     bool writesFiles = false;  // which are to become whole, also when nobody reads what is shown
   };
 
-  Operation(const Config &config, Script script);
-  ~Operation();
-  Operation(const Operation &) = delete;
-  Operation &operator=(const Operation &) = delete;
+  ChassisRun(const Config &config, Script script);
+  ~ChassisRun();
+  ChassisRun(const ChassisRun &) = delete;
+  ChassisRun &operator=(const ChassisRun &) = delete;
 
   Chassis &chassis() { return chassis_; }
   Events &events() { return events_; }
@@ -53,7 +53,7 @@ class Operation {
   // Before run: writes all events to a file too. Throws InputError, as EventFile does.
   void writeEvents(const std::string &path);
 
-  // Until the end; then the desk gives its terminal back. Returns the exit status. Throws
+  // Until the end; then the user interface gives its terminal back. Returns the exit status. Throws
   // InputError with file and line, unless a person at a terminal can be told.
   int run();
 
@@ -80,7 +80,7 @@ class Operation {
 
   const Config config_;
   Loop loop_;
-  std::unique_ptr<Desk> desk_;
+  std::unique_ptr<UserInterface> interface_;
   Clock clock_;
   Journal journal_;
   std::ostream stream_;
@@ -90,8 +90,8 @@ class Operation {
   Chassis chassis_;
   StatusWatch watch_;
   Shell shell_;
-  Player player_;
-  Session session_;
+  ScriptRun scriptRun_;
+  RunAgenda agenda_;
   std::unique_ptr<EventFile> eventFile_;
   const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   Clock::Listening ticking_;

@@ -1,4 +1,4 @@
-#include "app/Operation.h"
+#include "app/ChassisRun.h"
 
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -39,11 +39,11 @@ class PipedInput {
 // What a run shows whose input is this.
 std::string shown(const std::string &input) {
   const PipedInput piped(input);
-  Operation::Config config;
-  config.mode = DeskMode::Pipe;
+  ChassisRun::Config config;
+  config.mode = InputMode::Pipe;
   config.speed = 0;
   testing::internal::CaptureStdout();
-  EXPECT_EQ(Operation(config, Script{}).run(), 0);
+  EXPECT_EQ(ChassisRun(config, Script{}).run(), 0);
   return testing::internal::GetCapturedStdout();
 }
 
@@ -58,11 +58,11 @@ TEST(Piped, TheLastLineNeedsNoEnd) {
 TEST(Piped, WhatStandsBehindAnExitIsHardlyRead) {
   constexpr int behind = 60000;
   const PipedInput piped("wait 100\nexit\n" + std::string(behind, '\n'));
-  Operation::Config config;
-  config.mode = DeskMode::Pipe;
+  ChassisRun::Config config;
+  config.mode = InputMode::Pipe;
   config.speed = 0;
   testing::internal::CaptureStdout();
-  EXPECT_EQ(Operation(config, Script{}).run(), 0);
+  EXPECT_EQ(ChassisRun(config, Script{}).run(), 0);
   testing::internal::GetCapturedStdout();
   int left = 0;
   ASSERT_EQ(ioctl(STDIN_FILENO, FIONREAD, &left), 0);
@@ -88,12 +88,12 @@ constexpr int speed = 20;
 pid_t startAndStop() {
   const pid_t child = fork();
   if (child == 0) {
-    Operation::Config config;
+    ChassisRun::Config config;
     config.speed = speed;
     config.endMs = chassisMs;
-    Operation operation(config, Script{});
+    ChassisRun chassisRun(config, Script{});
     std::raise(SIGTSTP);
-    _exit(operation.run());
+    _exit(chassisRun.run());
   }
   return child;
 }
