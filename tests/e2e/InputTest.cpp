@@ -237,8 +237,8 @@ TEST_F(Input, HelpListsOptionsAndFunctions) {
   }
   std::size_t at = 0;
   for (const char *option : {"--script FILE", "--console", "--speed N|max", "--for SECONDS",
-                             "--output SLOT:FILE", "--events FILE", "--status-json FILE", "--no-table",
-                             "--clock-start STAMP", "--debug", "--version"}) {
+                             "--output SLOT:FILE", "--events FILE", "--status-json FILE",
+                             "--no-table", "--clock-start STAMP", "--debug", "--version"}) {
     at = result.out.find(std::string("\n  ") + option, at);
     ASSERT_NE(at, std::string::npos) << option;
   }
