@@ -106,6 +106,12 @@ class Case(unittest.TestCase):
         return done.stderr
 
 
+def events_of(file):
+    """As far as they are written."""
+    text = file.read_text() if file.exists() else ""
+    return [json.loads(line) for line in text[:text.rfind("\n") + 1].splitlines()]
+
+
 def end(program):
     if program.poll() is None:
         program.terminate()
@@ -129,10 +135,7 @@ class Chassis:
             "--status-json", self.status_file, *arguments, name=name)
 
     def events(self, kind=None, slot=None):
-        text = self.events_file.read_text() if self.events_file.exists() else ""
-        whole = text[:text.rfind("\n") + 1].splitlines()
-        every = (json.loads(line) for line in whole)
-        return [event for event in every
+        return [event for event in events_of(self.events_file)
                 if kind in (None, event["kind"]) and slot in (None, event.get("slot"))]
 
     def status(self):
