@@ -167,7 +167,7 @@ class Card {
     std::uint64_t lostPackets = 0;
     std::optional<Lateness> lateness;  // of datagrams
   };
-  OutputFigures output() const;  // of the last one, also when it has ended
+  OutputFigures output() const;           // of the last one, also when it has ended
   bool carries(std::uint16_t pid) const;  // anywhere in the stream, before any fault
   // Packets with transport_error_indicator since the card was put in. They come out as they went in
   // and count nowhere else, since nothing in their headers can be trusted.
