@@ -88,9 +88,16 @@ void CamChain::deliver() {
   }
 }
 
+// Cards whose streams began together would all descramble in the same tick, and all datagrams of
+// that time would leave late. So each has its turn within the time that its output is patient.
 bool CamChain::outputWaits() const {
   return output_ != nullptr && !held_.empty() &&
-         cameNs_.front() + output_->patienceMs() * nsPerMs <= fpga_.nowMs * nsPerMs;
+         (output_->patienceMs() == 0 || turn(cameNs_.front()) < turn(fpga_.nowMs * nsPerMs));
+}
+
+std::uint64_t CamChain::turn(std::uint64_t ns) const {
+  const std::uint64_t patienceNs = output_->patienceMs() * nsPerMs;
+  return (ns + slot_ * patienceNs / MAX_BOARD_NUM) / patienceNs;
 }
 
 void CamChain::settle() {

@@ -19,9 +19,10 @@ namespace chassis {
 
 class CamChain : public Path {
  public:
-  // onTrouble: the output has lost something; told once of each output.
-  CamChain(Card::Fpga &fpga, std::function<void(const PacketSink &)> onTrouble)
-      : fpga_(fpga), onTrouble_(std::move(onTrouble)) {}
+  // slot: 0..MAX_BOARD_NUM - 1, decides when its turn to write is. onTrouble: the output has lost
+  // something; told once of each output.
+  CamChain(std::uint32_t slot, Card::Fpga &fpga, std::function<void(const PacketSink &)> onTrouble)
+      : slot_(slot), fpga_(fpga), onTrouble_(std::move(onTrouble)) {}
 
   // The CAM in a slot, null for none.
   void setCam(std::uint32_t camSlot, Cam *cam);
@@ -43,9 +44,11 @@ class CamChain : public Path {
   void passThrough(Cam &cam, const Cam *next);
   void deliver();
   bool outputWaits() const;
+  std::uint64_t turn(std::uint64_t ns) const;
   void write();
   void tellTrouble();
 
+  const std::uint32_t slot_;
   Card::Fpga &fpga_;
   const std::function<void(const PacketSink &)> onTrouble_;
   std::array<Cam *, MAX_CAM_NUM> cams_{};

@@ -57,7 +57,7 @@ Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
       files(filesOfAll),
       streamName("the stream of slot " + std::to_string(slotNo)),
       outputName("the output of slot " + std::to_string(slotNo)),
-      chain(fpga, [this](const PacketSink &output) { tellTrouble(output); }) {}
+      chain(slotNo, fpga, [this](const PacketSink &output) { tellTrouble(output); }) {}
 
 void Card::State::tell(EventKind kind, const std::string &what, const std::string &why,
                        std::vector<Fact> facts) {

@@ -29,7 +29,7 @@ bool passesByItself(int error) {
 }  // namespace
 
 DatagramSink::DatagramSink(const Url &url, ToReal toReal, Loop &loop)
-    : url_(url), toReal_(std::move(toReal)), socket_(openSender(url)) {
+    : url_(url), toReal_(std::move(toReal)), loop_(loop), socket_(openSender(url)) {
   static_assert(headerMost == RTP_HEADER_SIZE);
   std::random_device random;
   ssrc_ = random();
@@ -47,10 +47,12 @@ bool DatagramSink::takesMore(std::uint64_t cameNs) const {
          cameNs <= waiting_.back().cameNs + url_.delayMs * nsPerMs;
 }
 
+// Descrambling for this output has kept all the others from the loop.
 void DatagramSink::write(const TsPacket *packets, const std::uint64_t *cameNs, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {
     writePacket(packets[i], cameNs[i]);
   }
+  loop_.serveTimed();
 }
 
 void DatagramSink::writePacket(const TsPacket &packet, std::uint64_t cameNs) {

@@ -68,6 +68,7 @@ class DatagramSink : public PacketSink, private Loop::Timed {
 
   const Url url_;
   const ToReal toReal_;
+  Loop &loop_;
   Socket socket_;
   std::deque<Datagram> waiting_;
   std::uint32_t ssrc_;

@@ -35,6 +35,9 @@ class Loop {
   // there. It may return early.
   void wait(std::optional<std::uint64_t> untilNs);
 
+  // Serves those whose time has come, without waiting; for who works for long.
+  void serveTimed();
+
  private:
   struct Watched {
     int file;
@@ -42,7 +45,6 @@ class Loop {
     std::function<bool()> on;
   };
 
-  void serveTimed();
   std::uint64_t nextDueNs() const;
 
   std::vector<std::weak_ptr<const Watched>> watched_;

@@ -1,7 +1,10 @@
 // A card whose stream is found out while it flows.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <deque>
+#include <functional>
+#include <map>
 #include <memory>
 
 #include "base/InputError.h"
@@ -46,6 +49,30 @@ class LiveCard : public testing::Test {
   std::deque<TsPacket> coming;
   Card card{3, events, files};
   int changes = 0;
+};
+
+// Hands the arrivals of what is written to a test.
+class PatientSink : public chassis::PacketSink {
+ public:
+  using Written = std::function<void(std::uint64_t firstCameMs)>;
+  explicit PatientSink(Written written) : written_(std::move(written)) {}
+  void write(const TsPacket *, const std::uint64_t *cameNs, std::size_t) override {
+    written_(cameNs[0] / 1000000);
+  }
+  void end() override {}
+  std::uint64_t patienceMs() const override { return 60; }
+  const std::string &name() const override { return none_; }
+  std::uint64_t writtenPackets() const override { return 0; }
+  std::uint64_t lostPackets() const override { return 0; }
+  const std::string &trouble() const override { return none_; }
+
+ private:
+  const Written written_;
+  const std::string none_;
+};
+
+class AnyEvents : public chassis::Events {
+  void tell(const Event &) override {}
 };
 
 using Lines = std::vector<std::string>;
@@ -176,4 +203,32 @@ TEST_F(LiveCard, PulledOutNothingIsLeftOfIt) {
   come(StreamWriter().psi({video}));
   card.tick(30);
   EXPECT_EQ(card.program(1)->camMask, 0U);
+}
+
+TEST(LiveCards, ThatBeganTogetherWriteOneAfterTheOther) {
+  AnyEvents events;
+  chassis::Files files;
+  std::array<std::deque<TsPacket>, MAX_BOARD_NUM> coming;
+  std::vector<std::unique_ptr<Card>> cards;
+  std::map<std::uint64_t, int> writers;  // by tick
+  std::uint64_t nowMs = 0;
+  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
+    cards.push_back(std::make_unique<Card>(slot, events, files));
+    cards.back()->insertLive(std::make_unique<FakeSource>(coming[slot]), "udp://239.0.0.1:1234", 0);
+    cards.back()->setOutput(std::make_unique<PatientSink>([&](std::uint64_t firstCameMs) {
+      ++writers[nowMs];
+      EXPECT_LE(nowMs - firstCameMs, 60U) << "at " << nowMs;
+    }));
+  }
+  while (nowMs < 600) {
+    nowMs += 10;
+    for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
+      coming[slot].push_back(StreamWriter().payload(0x100).packet(0));
+      cards[slot]->tick(nowMs);
+    }
+  }
+  EXPECT_GE(writers.size(), 54U);
+  for (const auto &[atMs, count] : writers) {
+    EXPECT_EQ(count, 1) << "at " << atMs;
+  }
 }

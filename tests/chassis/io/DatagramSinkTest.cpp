@@ -31,10 +31,12 @@ class DatagramSinkTest : public testing::Test {
     return *sink_;
   }
   void write(unsigned first, unsigned count, std::uint64_t cameNs) {
+    std::vector<TsPacket> some;
     for (unsigned i = 0; i < count; ++i) {
-      const TsPacket one = packet(first + i);
-      sink_->write(&one, &cameNs, 1);
+      some.push_back(packet(first + i));
     }
+    const std::vector<std::uint64_t> came(count, cameNs);
+    sink_->write(some.data(), came.data(), count);
   }
   std::uint64_t chassisNs() const { return Loop::nowNs() - begin_; }
   // Lets the loop act until so many packets are written or lost.
@@ -179,6 +181,21 @@ TEST_F(DatagramSinkTest, LatenessIsCounted) {
   EXPECT_EQ(sink_->lateness()->datagrams, 1U);
   EXPECT_EQ(sink_->lateness()->late, 1U);
   EXPECT_GT(sink_->lateness()->worstNs, 30 * ms);
+}
+
+TEST_F(DatagramSinkTest, OthersWhoseTimeHasComeDoNotWaitForTheLoop) {
+  open(localUrl());
+  const std::string url = localUrl();
+  const Receiver receiver(url);
+  DatagramSink other(
+      readUrl(url + "?delay=20", Url::Use::Output),
+      [this](std::uint64_t ns) { return begin_ + ns; }, loop_);
+  const TsPacket one = packet(0);
+  const std::uint64_t came = chassisNs();
+  other.write(&one, &came, 1);
+  ASSERT_TRUE(waitFor([this, came] { return chassisNs() > came + 20 * ms; }));
+  write(0, 7, chassisNs());
+  EXPECT_EQ(other.writtenPackets(), 1U);
 }
 
 TEST_F(DatagramSinkTest, WhatHasNoRoomIsLost) {
