@@ -142,7 +142,7 @@ int probe(const ProbeOptions &options) {
   if (!options.onReset.empty()) {
     judged.onReset = [&command] { command.run(); };
   }
-  ProbeCheck check;
+  ProbeCheck check(judged.programs);
   Chassis &chassis = chassisRun.chassis();
   chassis.onChecked([&](std::uint32_t checked) {
     command.look();

@@ -72,6 +72,7 @@ void Card::State::remove() {
   othersMask = 0;
   probe.reset();
   probedPrograms.clear();
+  absentPrograms.clear();
   live = false;
   sourceName.clear();
   programs.clear();

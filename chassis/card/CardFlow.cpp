@@ -1,6 +1,8 @@
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "base/Text.h"
 #include "card/CardState.h"
 #include "kernel/Clock.h"
 #include "ts/PacketView.h"
@@ -89,6 +91,23 @@ void Card::State::tellTrouble(const PacketSink &output) {
        {{"path", output.name()}, {"trouble", output.trouble()}});
 }
 
+// Programs that are to be judged, but do not go in.
+void Card::State::tellAbsent() {
+  if (stillLearning() || !psi->patSeen()) {
+    return;
+  }
+  std::vector<std::uint16_t> absent;
+  std::copy_if(probedPrograms.begin(), probedPrograms.end(), std::back_inserter(absent),
+               [this](std::uint16_t number) { return find(number) == nullptr; });
+  if (absent != absentPrograms && !absent.empty()) {
+    tell(EventKind::NoEffect,
+         (absent.size() == 1 ? "program " : "programs ") + listOf(absent) +
+             " cannot be judged: not in what goes into the receiver",
+         "there are " + listOf(programNumbers()), {{"programs", absent}});
+  }
+  absentPrograms = absent;
+}
+
 // Without one of its inputs nothing can be said of a receiver: the card is busy until it is back.
 void Card::State::followProbe() {
   if (probe == nullptr) {
@@ -99,6 +118,7 @@ void Card::State::followProbe() {
     rebuildTables();
     tellProgramsChanged();
   }
+  tellAbsent();
   for (std::size_t i = 0; i < programs.size(); ++i) {
     programs[i].probe = probeStateOf(builtFrom.programs[i]);
   }

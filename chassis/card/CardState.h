@@ -35,6 +35,7 @@ struct Card::State {
   std::uint8_t defaultMask(const PsiProgram &program) const;
   ProbeState probeStateOf(const PsiProgram &program) const;
   void followProbe();
+  void tellAbsent();
   void takeNames();
   const ProgramInfo *find(std::uint16_t number) const;
   std::string nameOf(std::uint16_t number) const;
@@ -67,6 +68,7 @@ struct Card::State {
   OutputFigures endedOutput;
   std::unique_ptr<ProbePath> probe;           // while a receiver elsewhere is watched
   std::vector<std::uint16_t> probedPrograms;  // empty: all
+  std::vector<std::uint16_t> absentPrograms;  // of those, when it was last told
   std::function<void(std::uint32_t)> listener;
 
   std::uint32_t insertions = 0;

@@ -148,40 +148,60 @@ std::string ProbeCheck::figures(std::uint64_t descrambled, std::uint64_t judged)
       " ");
 }
 
+// Of every program that is judged, or was to be. What is clear before the receiver tells nothing of
+// its CAM.
+std::vector<ProbeCheck::Judgement> ProbeCheck::judgements() const {
+  std::vector<Judgement> judged;
+  std::vector<std::uint16_t> left = asked_;
+  for (const ProgramFinding &program : card_.programs) {
+    const bool clear = program.probe == ProbeState::Judged && !isScrambledBefore(program);
+    if (program.probe != ProbeState::None && !clear) {
+      judged.push_back(judge(program));
+      left.erase(std::remove(left.begin(), left.end(), program.number), left.end());
+    }
+  }
+  for (const std::uint16_t number : left) {
+    judged.push_back({checkUnknown, DESC_STAT_UNKNOWN,
+                      "program " + std::to_string(number) + " does not go in scrambled"});
+  }
+  return judged;
+}
+
+// Why there is nothing to judge.
+std::string ProbeCheck::nothingJudged() const {
+  if (card_.input.silent) {
+    return "nothing goes into the receiver";
+  }
+  const bool asked =
+      std::any_of(card_.programs.begin(), card_.programs.end(),
+                  [](const ProgramFinding &program) { return program.probe != ProbeState::None; });
+  return asked ? "nothing scrambled goes into the receiver"
+               : "no program that goes in has CA descriptors";
+}
+
 CheckResult ProbeCheck::result() const {
   if (!noted_) {
     return cannotCheck("nothing has been judged yet; give it longer with --for");
   }
-  Judgement worst;
-  std::uint64_t judged = 0;
-  std::uint64_t descrambled = 0;
-  bool asked = false;
-  for (const ProgramFinding &program : card_.programs) {
-    asked = asked || program.probe != ProbeState::None;
-    if (program.probe == ProbeState::None ||
-        (program.probe == ProbeState::Judged && !isScrambledBefore(program))) {
-      continue;
-    }
-    ++judged;
-    const Judgement judgement = judge(program);
-    descrambled += judgement.status == checkOk ? 1 : 0;
-    worst = judgement.worseThan(worst) ? judgement : worst;
+  const std::vector<Judgement> judged = judgements();
+  const auto isOk = [](const Judgement &judgement) { return judgement.status == checkOk; };
+  const auto descrambled =
+      static_cast<std::uint64_t>(std::count_if(judged.begin(), judged.end(), isOk));
+  const std::string all = figures(descrambled, judged.size());
+  if (judged.empty() || card_.input.silent) {
+    return resultOf(checkUnknown, nothingJudged(), all);
   }
+  const Judgement &worst =
+      *std::max_element(judged.begin(), judged.end(),
+                        [](const Judgement &a, const Judgement &b) { return b.worseThan(a); });
   const std::string counts = std::to_string(descrambled) + " of " +
-                             countText(judged, "program", "programs") + " descrambled";
-  if (judged == 0) {
-    const char *why = card_.input.silent ? "nothing goes into the receiver"
-                      : asked            ? "nothing scrambled goes into the receiver"
-                                         : "no program that goes in has CA descriptors";
-    return resultOf(checkUnknown, why, figures(0, 0));
+                             countText(judged.size(), "program", "programs") + " descrambled";
+  if (worst.status != checkOk) {
+    return resultOf(worst.status, worst.words + "; " + counts, all);
   }
   const std::string trouble = troubles();
-  if (worst.status != checkOk) {
-    return resultOf(worst.status, worst.words + "; " + counts, figures(descrambled, judged));
-  }
   return resultOf(trouble.empty() ? checkOk : checkWarning,
-                  counts + (trouble.empty() ? "" : ", but with " + trouble),
-                  figures(descrambled, judged));
+                  counts + (trouble.empty() ? "" : ", but with " + trouble), all);
 }
 
 }  // namespace chassis

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "status/Findings.h"
 
@@ -25,6 +27,9 @@ class ProbeCheck {
  public:
   static constexpr std::uint64_t justBegunMs = 5000;  // a fault that is younger is a warning
 
+  // programs: those that are to be judged; empty: all that have CA descriptors.
+  explicit ProbeCheck(std::vector<std::uint16_t> programs = {}) : asked_(std::move(programs)) {}
+
   // After each check of the module.
   void note(const CardFinding &card);
   // By the last of them, and what was lost meanwhile.
@@ -32,10 +37,13 @@ class ProbeCheck {
 
  private:
   struct Judgement;
+  std::vector<Judgement> judgements() const;
   Judgement judge(const ProgramFinding &program) const;
   std::string figures(std::uint64_t descrambled, std::uint64_t judged) const;
   std::string troubles() const;
+  std::string nothingJudged() const;
 
+  const std::vector<std::uint16_t> asked_;
   CardFinding card_;
   bool noted_ = false;
   std::map<std::uint16_t, std::uint64_t> badSinceMs_;  // by program

@@ -205,3 +205,13 @@ TEST_F(ProbeCard, AWeakStreamIsNoFaultOfAController) {
   EXPECT_EQ(card.fpga().systemRate(3), 3U);
   EXPECT_FALSE(card.probing());
 }
+
+TEST_F(ProbeCard, AProgramThatDoesNotGoInIsTold) {
+  insert({}, {2, 8, 9});
+  const StreamWriter in = StreamWriter().psi({pay, other}).payload(0x100);
+  pass(in, in);
+  passFor(100, in, in);
+  EXPECT_EQ(std::count(events.lines.begin(), events.lines.end(),
+                       "programs 8, 9 cannot be judged: not in what goes into the receiver"),
+            1);
+}

@@ -195,3 +195,18 @@ TEST(ProbeCheck, WithoutACheckNothingIsSaid) {
             "DESCRAMBLING UNKNOWN: nothing has been judged yet; give it longer with --for");
   EXPECT_EQ(cannotCheck("'x.ts' is empty").line, "DESCRAMBLING UNKNOWN: 'x.ts' is empty");
 }
+
+TEST(ProbeCheck, AProgramThatWasAskedForButDoesNotGoInCannotBeJudged) {
+  ProbeCheck check({2, 7});
+  check.note(card(9000, {program(1, ok, ProbeState::None), program(2, ok)}));
+  EXPECT_EQ(check.result().status, checkUnknown);
+  EXPECT_EQ(
+      words(check.result()),
+      "DESCRAMBLING UNKNOWN: program 7 does not go in scrambled; 1 of 2 programs descrambled");
+}
+
+TEST(ProbeCheck, OfTheSameTheFirstIsNamed) {
+  EXPECT_EQ(words(checkedLater(card(9000, {program(4, scrambled), program(5, scrambled)}))),
+            "DESCRAMBLING CRITICAL: program 4 not descrambled, cause: the CAM is suspected; 0 of 2 "
+            "programs descrambled");
+}
