@@ -152,10 +152,13 @@ class Chassis:
     def until_told(self, kind, slot):
         return self.until(lambda: self.events(kind, slot), f"{kind} of slot {slot}")
 
+    def is_silent(self, slot):
+        presence = ("stream_begun", "stream_silent", "stream_back")
+        told = [event["kind"] for event in self.events(slot=slot) if event["kind"] in presence]
+        return told[-1:] == ["stream_silent"]
+
     def is_silent_again(self, slot):
-        kinds = [event["kind"] for event in self.events(slot=slot)]
-        told = [kind for kind in kinds if kind in ("stream_begun", "stream_silent", "stream_back")]
-        return "stream_begun" in told and told[-1] == "stream_silent"
+        return self.is_silent(slot) and bool(self.events("stream_begun", slot))
 
     def story(self):
         return (self.case.said(self.name)
