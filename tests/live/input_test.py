@@ -6,6 +6,7 @@ import subprocess
 
 import lab
 
+UNKNOWN = 3  # by the convention of monitoring plugins
 HEADEND = f'cardInsert 0, "{lab.SCRAMBLED}"\n'
 
 # Refused before anything is run: the URL, and what is said of it.
@@ -75,6 +76,32 @@ class Refused(lab.Case):
         url = "rtp://10.99.0.1:5000"
         self.expect_named(self.refused(f'cardInsert 0, "{url}"\nwait 1\n'), url,
                           "an address of this machine is needed, or 0.0.0.0")
+
+
+class Probe(lab.Case):
+    def probe(self, *arguments):
+        done = subprocess.run([lab.BUILD / "ci-chassis", "probe", *arguments], cwd=self.folder,
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                              timeout=lab.BOUND, check=False)
+        return done.returncode, done.stdout, done.stderr
+
+    def test_tells_what_is_wrong_with_an_input(self):
+        good = f"udp://127.0.0.1:{lab.Ports.next()}"
+        for url, why in INPUTS:
+            for pair in (url, good), (good, url):
+                status, _, said = self.probe(*pair)
+                self.assertEqual((status, len(said.splitlines())), (lab.BAD_INPUT, 1), said)
+                self.assertIn(f"'{url}'", said)
+                self.assertIn(why, said)
+
+    def test_tells_a_monitoring_system_in_its_one_line(self):
+        good = f"udp://127.0.0.1:{lab.Ports.next()}"
+        for url, why in INPUTS:
+            status, told, said = self.probe(good, url, "--check")
+            self.assertEqual((status, len(told.splitlines()), said), (UNKNOWN, 1, ""), told)
+            self.assertTrue(told.startswith("DESCRAMBLING UNKNOWN: "), told)
+            self.assertIn(f"'{url}'", told)
+            self.assertIn(why, told)
 
 
 class GoesOn(lab.Case):

@@ -40,7 +40,12 @@ def enter_own_network():
     """Nobody else is in it, and nothing leaves it."""
     if OWN not in os.environ:
         os.environ[OWN] = "1"
-        os.execvp("unshare", ["unshare", "--map-root-user", "--net", sys.executable, *sys.argv])
+        unshare = ["unshare", "--map-root-user", "--net"]
+        tried = subprocess.run([*unshare, "true"], capture_output=True, text=True, check=False)
+        if tried.returncode != 0:
+            sys.exit("A network of the test's own cannot be made: it takes root, or user namespaces"
+                     f" for everybody. {tried.stderr.strip()}")
+        os.execvp(unshare[0], [*unshare, sys.executable, *sys.argv])
     for line in NETWORK:
         subprocess.run(line.split(), check=True)
 
