@@ -1,5 +1,5 @@
-"""Bad input of the live mode: a clear line that names it and what would be right, and a run that goes
-on where there is anything to go on with."""
+"""Bad input of the live mode: a clear line that names it and what would be right, and a run that
+goes on where there is anything to go on with."""
 import os
 import socket
 import subprocess
@@ -157,7 +157,8 @@ class GoesOn(lab.Case):
 
     def test_interface_that_goes_and_comes_back(self):
         make = "ip link add live8 type veth peer name live9"
-        up = ["ip address add 10.5.0.1/24 dev live8", "ip link set live8 up", "ip link set live9 up"]
+        up = ["ip address add 10.5.0.1/24 dev live8", "ip link set live8 up",
+              "ip link set live9 up"]
         for line in [make, *up]:
             subprocess.run(line.split(), check=True)
         self.addCleanup(subprocess.run, ["ip", "link", "del", "live8"], stderr=subprocess.DEVNULL)

@@ -17,6 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ["BUILD"]).resolve()
 SCRAMBLED = BUILD / "samples/headend.ts"
 CLEAR = ROOT / "samples/headend-clear.ts"
+CLOCK_PID = 0x1001
 BOUND = 60  # seconds; only what has failed takes so long
 
 DONE, UNEXPECTED, BAD_INPUT, LOST = range(4)
@@ -92,6 +93,13 @@ class Case(unittest.TestCase):
                                        stdout=out, stderr=err, cwd=self.folder)
         self.addCleanup(end, program)
         return program
+
+    def multicat(self, name, destination, *options):
+        """It sends the sample; the times of a file it takes from another beside it."""
+        file = self.folder / f"{name}.ts"
+        shutil.copy(SCRAMBLED, file)
+        subprocess.run(["ingests", "-p", str(CLOCK_PID), file], check=True, capture_output=True)
+        return self.start("multicat", *options, file, destination, name=name)
 
     def said(self, name):
         return (self.folder / f"{name}.err").read_text(errors="replace")

@@ -1,5 +1,4 @@
 """Programs of other makers at both ends: what they send comes out descrambled, bit for bit."""
-import shutil
 import subprocess
 
 import lab
@@ -8,20 +7,12 @@ import packets
 ENOUGH = 50  # packets of each stream that are descrambled
 
 
-def multicat(case, name, destination, *options):
-    """It keeps the times of a file beside it."""
-    file = case.folder / f"{name}.ts"
-    shutil.copy(lab.SCRAMBLED, file)
-    subprocess.run(["ingests", "-p", str(packets.VIDEO[0]), file], check=True, capture_output=True)
-    return case.start("multicat", *options, file, destination, name=name)
-
-
 def multicat_udp(case, name, port):
-    return multicat(case, name, f"127.0.0.1:{port}", "-U")
+    return case.multicat(name, f"127.0.0.1:{port}", "-U")
 
 
 def multicat_rtp_group(case, name, port):
-    return multicat(case, name, f"239.255.1.1:{port}@127.0.0.1")
+    return case.multicat(name, f"239.255.1.1:{port}@127.0.0.1")
 
 
 def ffmpeg(case, name, form, destination):
@@ -74,8 +65,8 @@ LINES = [
     (ffmpeg_udp_group, "udp://239.255.1.2:{}?source=127.0.0.1", "udp://239.255.2.2:{}?iface=lo",
      to_multicat_udp_group),
     (ffmpeg_rtp_v6, "rtp://[::1]:{}", "rtp://127.0.0.1:{}?delay=20", to_dvblast),
-    (ffmpeg_rtp_group_v6, f"rtp://[ff15::1]:{{}}?iface={lab.INTERFACE}", "rtp://239.255.2.3:{}?ttl=1",
-     to_multicat_rtp_group),
+    (ffmpeg_rtp_group_v6, f"rtp://[ff15::1]:{{}}?iface={lab.INTERFACE}",
+     "rtp://239.255.2.3:{}?ttl=1", to_multicat_rtp_group),
 ]
 
 
