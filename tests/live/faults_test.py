@@ -1,8 +1,6 @@
 """What networks and senders do to datagrams: each packet is handed on or counted where it was lost,
 the timeline tells it, and the run goes on."""
 import random
-import shutil
-import subprocess
 
 import lab
 import packets
@@ -51,10 +49,6 @@ class BackToFront(Fault):
         self.lost["reordered"] += self.LENGTH - 1
         return [(0, kept) for kept in self.kept]
 
-    def __init__(self):
-        super().__init__()
-        self.kept = []
-
 
 class FarTooLate(Fault):
     """It comes when its place has been given up."""
@@ -90,10 +84,6 @@ class Burst(Fault):
             return []
         due, self.kept = self.kept, []
         return [(0, kept) for kept in due]
-
-    def __init__(self):
-        super().__init__()
-        self.kept = []
 
 
 class Stall(Fault):
@@ -176,10 +166,6 @@ class Overflow(Fault):
         due, self.kept = self.kept, []
         return [(0, kept) for kept in due]
 
-    def __init__(self):
-        super().__init__()
-        self.kept = []
-
 
 FAULTS = [Loss, Swapped, BackToFront, FarTooLate, Twice, Burst, Stall, Restart, Noise, Jumbo,
           Truncated, Overflow]
@@ -232,11 +218,7 @@ class Faults(lab.Case):
         port = lab.Ports.next()
         relay = Relay(port, {card.port: card.fault for card in cards})
         self.addCleanup(relay.socket.close)
-        file = self.folder / "sent.ts"
-        shutil.copy(lab.SCRAMBLED, file)
-        subprocess.run(["ingests", "-p", str(packets.VIDEO[0]), file], check=True,
-                       capture_output=True)
-        sender = self.start("multicat", file, f"127.0.0.1:{port}", name="multicat")
+        sender = self.multicat("multicat", f"127.0.0.1:{port}")
         relay.run(lambda: sender.poll() is not None)
         self.assertEqual(sender.returncode, 0)
 

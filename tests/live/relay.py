@@ -7,8 +7,8 @@ import time
 RTP_HEADER = 12
 
 
-def rtp(payload, sequence, ssrc=0x1234, timestamp=0):
-    return struct.pack("!BBHII", 0x80, 33, sequence & 0xFFFF, timestamp & 0xFFFFFFFF, ssrc) + payload
+def rtp(payload, sequence, ssrc=0x1234):
+    return struct.pack("!BBHII", 0x80, 33, sequence & 0xFFFF, 0, ssrc) + payload
 
 
 def payload_of(datagram):
@@ -28,6 +28,7 @@ class Fault:
         self.count = 0
         self.sent = 0  # datagrams
         self.payloads = []
+        self.kept = []  # back, for later
         self.lost = dict.fromkeys(("network_lost", "late", "duplicates", "reordered", "foreign"), 0)
 
     def pass_on(self, datagram):

@@ -1,5 +1,4 @@
 """Programs of other makers at both ends: what they send comes out descrambled, bit for bit."""
-import shutil
 import subprocess
 
 import lab
@@ -8,20 +7,12 @@ import packets
 ENOUGH = 50  # packets of each stream that are descrambled
 
 
-def multicat(case, name, destination, *options):
-    """It keeps the times of a file beside it."""
-    file = case.folder / f"{name}.ts"
-    shutil.copy(lab.SCRAMBLED, file)
-    subprocess.run(["ingests", "-p", str(packets.VIDEO[0]), file], check=True, capture_output=True)
-    return case.start("multicat", *options, file, destination, name=name)
-
-
 def multicat_udp(case, name, port):
-    return multicat(case, name, f"127.0.0.1:{port}", "-U")
+    return case.multicat(name, f"127.0.0.1:{port}", "-U")
 
 
 def multicat_rtp_group(case, name, port):
-    return multicat(case, name, f"239.255.1.1:{port}@127.0.0.1")
+    return case.multicat(name, f"239.255.1.1:{port}@127.0.0.1")
 
 
 def ffmpeg(case, name, form, destination):
@@ -48,10 +39,6 @@ def to_multicat_rtp(case, name, port):
     return case.start("multicat", f"@127.0.0.1:{port}", f"{name}.ts", name=name)
 
 
-def to_multicat_udp(case, name, port):
-    return case.start("multicat", "-u", f"@127.0.0.1:{port}", f"{name}.ts", name=name)
-
-
 def to_multicat_udp_group(case, name, port):
     return case.start("multicat", "-u", f"@239.255.2.2:{port}/ifaddr=127.0.0.1", f"{name}.ts",
                       name=name)
@@ -61,15 +48,25 @@ def to_multicat_rtp_group(case, name, port):
     return case.start("multicat", f"@239.255.2.3:{port}/ifaddr=127.0.0.1", f"{name}.ts", name=name)
 
 
+def to_dvblast(case, name, port, *options):
+    """It would take for a datagram what fits into the smallest frame of IPv6."""
+    item = "/".join([f"@127.0.0.1:{port}", "mtu=1500", *options])
+    return case.start("dvblast", "-q", "-D", item, "-3", name=name, output=f"{name}.ts")
+
+
+def to_dvblast_udp(case, name, port):
+    return to_dvblast(case, name, port, "udp")
+
+
 # Who sends, where the card listens, where it sends, who receives; one card each.
 LINES = [
     (multicat_udp, "udp://127.0.0.1:{}", "rtp://127.0.0.1:{}?dscp=34", to_multicat_rtp),
-    (multicat_rtp_group, "rtp://@239.255.1.1:{}?iface=lo", "udp://127.0.0.1:{}", to_multicat_udp),
+    (multicat_rtp_group, "rtp://@239.255.1.1:{}?iface=lo", "udp://127.0.0.1:{}", to_dvblast_udp),
     (ffmpeg_udp_group, "udp://239.255.1.2:{}?source=127.0.0.1", "udp://239.255.2.2:{}?iface=lo",
      to_multicat_udp_group),
-    (ffmpeg_rtp_v6, "rtp://[::1]:{}", "rtp://127.0.0.1:{}?delay=20", to_multicat_rtp),
-    (ffmpeg_rtp_group_v6, f"rtp://[ff15::1]:{{}}?iface={lab.INTERFACE}", "rtp://239.255.2.3:{}?ttl=1",
-     to_multicat_rtp_group),
+    (ffmpeg_rtp_v6, "rtp://[::1]:{}", "rtp://127.0.0.1:{}?delay=20", to_dvblast),
+    (ffmpeg_rtp_group_v6, f"rtp://[ff15::1]:{{}}?iface={lab.INTERFACE}",
+     "rtp://239.255.2.3:{}?ttl=1", to_multicat_rtp_group),
 ]
 
 
