@@ -39,6 +39,13 @@ const std::string checkHelp =
     "  3    it cannot be judged: an input is silent or unreadable, nothing in it is scrambled, a "
     "wrong call\n";
 
+CLI::Validator notEmptyCommand() {
+  const auto check = [](const std::string &text) {
+    return text.empty() ? "the command is empty; write one of the shell" : std::string();
+  };
+  return CLI::Validator(check, "");
+}
+
 std::uint16_t readId(const std::string &option, const std::string &text) {
   const std::optional<std::uint64_t> id = readWhole(text);
   if (!id || *id < 1 || *id > greatest) {
@@ -150,6 +157,7 @@ int probe(const ProbeOptions &options) {
   });
   chassis.probeInsert(slot, judged);
   const int ended = runAndReport(chassisRun, options.reports, config);
+  check.note(examine(chassis, slot));
   return options.check ? checkedStatus(ended, check) : ended;
 }
 
@@ -163,11 +171,14 @@ void describeProbe(CLI::App &app, ProbeOptions &options) {
       ->required()
       ->type_name("STREAM");
   app.add_option("--program", options.programs, "judges this program; may be given again")
+      ->allow_extra_args(false)
       ->type_name("N");
   app.add_option("--casid", options.caSystems,
                  "a CA system of the receiver's CAM; default: the first that the programs carry")
+      ->allow_extra_args(false)
       ->type_name("ID");
   app.add_option("--map", options.numbers, "the receiver gives program N the number M")
+      ->allow_extra_args(false)
       ->type_name("N=M");
   app.add_option("--for", options.duration,
                  "chassis time to judge; default: until it is ended; with --check 20")
@@ -175,7 +186,7 @@ void describeProbe(CLI::App &app, ProbeOptions &options) {
   app.add_flag("--check", options.check, "one line and an exit status for a monitoring system");
   app.add_option("--on-reset", options.onReset,
                  "a shell command that is run when the module would reset the CAM")
-      ->check(notEmpty())
+      ->check(notEmptyCommand())
       ->type_name("COMMAND");
   describeReports(app, options.reports);
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");

@@ -73,6 +73,7 @@ void Card::State::remove() {
   probe.reset();
   probedPrograms.clear();
   absentPrograms.clear();
+  silentPrograms.clear();
   live = false;
   sourceName.clear();
   programs.clear();
@@ -113,7 +114,7 @@ ProbeState Card::State::probeStateOf(const PsiProgram &program) const {
   if (probe->missing(program.number)) {
     return ProbeState::MissingBehind;
   }
-  return probe->nothingBehind(program) ? ProbeState::NothingBehind : ProbeState::Judged;
+  return silentPrograms.count(program.number) != 0 ? ProbeState::NothingBehind : ProbeState::Judged;
 }
 
 // The programs of the stream that CAMs have.
@@ -121,7 +122,8 @@ CamMasks Card::State::masksOf(const Psi &stream) const {
   CamMasks known;
   for (const PsiProgram &program : stream.programs) {
     const auto mask = masks.find(program.number);
-    const bool missing = probe != nullptr && probe->missing(program.number);
+    const bool missing = probe != nullptr && (probe->missing(program.number) ||
+                                              silentPrograms.count(program.number) != 0);
     const std::uint8_t given = mask == masks.end() ? defaultMask(program) : mask->second;
     known[program.number] = missing ? 0 : given;
   }
@@ -253,6 +255,7 @@ void Card::insertLive(std::unique_ptr<PacketSource> source, const std::string &n
   state.live = true;
   state.liveSinceMs = nowMs;
   state.watch.start(nowMs);
+  state.losses = LossWatch();
   state.losses.start(nowMs);
   state.rebuildTables();
 }
@@ -262,6 +265,9 @@ void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
   insertLive(std::move(inputs.before), inputs.name, nowMs);
   state.watch = StreamWatch("what goes into the receiver");
   state.watch.start(nowMs);
+  state.losses = LossWatch("what goes into the receiver");
+  state.losses.start(nowMs);
+  state.behindName = inputs.behindName;
   state.probe = std::make_unique<ProbePath>(state.fpga, std::move(inputs.behind),
                                             std::move(inputs.numbers), teller());
   state.probedPrograms = std::move(inputs.programs);
@@ -292,6 +298,10 @@ bool Card::probing() const {
   return state_->probe != nullptr;
 }
 
+const std::string &Card::behindName() const {
+  return state_->behindName;
+}
+
 const SourceCounters &Card::countersBehind() const {
   static const SourceCounters none;
   return probing() ? state_->probe->source().counters() : none;
@@ -305,8 +315,11 @@ bool Card::ended() const {
   return inserted() && (state_->source->ended() || (probing() && state_->probe->ended()));
 }
 
-Tell Card::teller() {
-  return [this](const Event &event) { state_->tellAtCard(event); };
+Tell Card::teller(const std::string &whose) {
+  return [this, whose](Event event) {
+    event.what += whose;
+    state_->tellAtCard(event);
+  };
 }
 
 void Card::remove() {

@@ -102,7 +102,8 @@ class Card {
   struct ProbeInputs {
     std::unique_ptr<PacketSource> before;
     std::unique_ptr<PacketSource> behind;
-    std::string name;                     // of both, as a person wrote them
+    std::string name;                     // as a person wrote it
+    std::string behindName;               // the same
     ProgramNumbers numbers;               // behind, of those that the receiver renumbers
     std::vector<std::uint16_t> programs;  // that are judged; empty: all
   };
@@ -110,11 +111,12 @@ class Card {
   bool probing() const;
   std::vector<std::uint16_t> probedCaSystems() const;  // of the programs that are judged, in order
   // Of the probe, as of a card: what comes behind, and whether the streams are over.
+  const std::string &behindName() const;
   const SourceCounters &countersBehind() const;
   std::size_t unmatchedStreams() const;  // that do not come out, though their programs do
   bool ended() const;
-  // For a source that is being made: tells as the card.
-  Tell teller();
+  // For a source that is being made: tells as the card. whose: behind what it tells.
+  Tell teller(const std::string &whose = "");
   // Takes the card out; faults, masks and assignments go with it.
   void remove();
   bool inserted() const;

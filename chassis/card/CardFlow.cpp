@@ -9,10 +9,12 @@
 
 namespace chassis {
 
+// What came to a live stream while the chassis stood still is there now, not bit by bit.
 void Card::tick(std::uint64_t nowMs) {
   State &state = *state_;
   while (state.source && state.fpga.nowMs < nowMs) {
-    state.step(std::min<std::uint64_t>(state.fpga.nowMs + Clock::msPerTick, nowMs));
+    const std::uint64_t next = state.fpga.nowMs + Clock::msPerTick;
+    state.step(state.live ? nowMs : std::min(next, nowMs));
   }
 }
 
@@ -108,12 +110,27 @@ void Card::State::tellAbsent() {
   absentPrograms = absent;
 }
 
+// Programs of which nothing comes out are none of the CAM's. True: others than before.
+bool Card::State::followSilentPrograms() {
+  std::set<std::uint16_t> silent;
+  for (const PsiProgram &program : builtFrom.programs) {
+    if (isProbed(program) && probe->nothingBehind(program)) {
+      silent.insert(program.number);
+    }
+  }
+  return std::exchange(silentPrograms, silent) != silent;
+}
+
 // Without one of its inputs nothing can be said of a receiver: the card is busy until it is back.
 void Card::State::followProbe() {
   if (probe == nullptr) {
     return;
   }
   fpga.inputLost = watch.silent() || probe->silent() || !probe->known();
+  if (followSilentPrograms()) {
+    rebuildTables();
+    tellProgramsChanged();
+  }
   if (probe->mustMatch() && probe->match(psi->psi(), psi->services())) {
     rebuildTables();
     tellProgramsChanged();

@@ -4,6 +4,7 @@
 #include <bitset>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,7 @@ struct Card::State {
   std::uint8_t defaultMask(const PsiProgram &program) const;
   ProbeState probeStateOf(const PsiProgram &program) const;
   void followProbe();
+  bool followSilentPrograms();
   void tellAbsent();
   void takeNames();
   const ProgramInfo *find(std::uint16_t number) const;
@@ -66,7 +68,9 @@ struct Card::State {
   PidFaults pidFaults;
   CamChain chain;
   OutputFigures endedOutput;
-  std::unique_ptr<ProbePath> probe;           // while a receiver elsewhere is watched
+  std::unique_ptr<ProbePath> probe;  // while a receiver elsewhere is watched
+  std::string behindName;
+  std::set<std::uint16_t> silentPrograms;     // they go in, but nothing of them comes out
   std::vector<std::uint16_t> probedPrograms;  // empty: all
   std::vector<std::uint16_t> absentPrograms;  // of those, when it was last told
   std::function<void(std::uint32_t)> listener;

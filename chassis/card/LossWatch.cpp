@@ -13,13 +13,14 @@ namespace {
 struct Loss {
   std::uint64_t SourceCounters::*count;
   const char *fact;
-  const char *words;
+  const char *unit;
+  const char *where;
 };
 
 constexpr Loss losses[] = {
-    {&SourceCounters::networkLost, "network", " datagrams in the network"},
-    {&SourceCounters::kernelLost, "kernel", " datagrams at the socket, whose buffer was full"},
-    {&SourceCounters::dropped, "dropped", " packets here, for want of room"},
+    {&SourceCounters::networkLost, "network", "datagram", " in the network"},
+    {&SourceCounters::kernelLost, "kernel", "datagram", " at the socket, whose buffer was full"},
+    {&SourceCounters::dropped, "dropped", "packet", " here, for want of room"},
 };
 
 Fact factOf(const Loss &loss, std::uint64_t lost) {
@@ -42,7 +43,7 @@ std::optional<Event> LossWatch::step(std::uint64_t nowMs, const SourceCounters &
   for (const Loss &loss : losses) {
     const std::uint64_t lost = counters.*loss.count - told_.*loss.count;
     if (lost > 0) {
-      parts.push_back(std::to_string(lost) + loss.words);
+      parts.push_back(std::to_string(lost) + " " + loss.unit + (lost == 1 ? "" : "s") + loss.where);
       facts.push_back(factOf(loss, lost));
     }
   }
@@ -51,7 +52,7 @@ std::optional<Event> LossWatch::step(std::uint64_t nowMs, const SourceCounters &
   }
   told_ = counters;
   nextMs_ = nowMs + everyMs;
-  return Event{EventKind::InputLost, {},       "packets of the stream were lost", joined(parts),
+  return Event{EventKind::InputLost, {},       "packets of " + whose_ + " were lost", joined(parts),
                std::move(facts),     Tone::Bad};
 }
 

@@ -65,7 +65,7 @@ class ProbePath : public Path {
   std::uint32_t psiChanges_ = 0;
   PidMatch match_;
   StreamWatch watch_{"what comes out of the receiver"};
-  LossWatch losses_;
+  LossWatch losses_{"what comes out of the receiver"};
   bool begun_ = false;
   bool known_ = false;
   bool matched_ = false;

@@ -87,6 +87,7 @@ void CamLink::observe(std::vector<std::uint16_t> caSystems, std::function<void()
   if (phase_ != Phase::Observed) {
     remove();
     history_ = {};
+    history_.observed = true;
   }
   forgetExchange();
   phase_ = Phase::Observed;
@@ -121,7 +122,8 @@ bool CamLink::resetObserved(std::uint64_t nowMs) {
   events_.tell({EventKind::ResetAdvised,
                 place_,
                 "the CAM would be reset",
-                "time " + std::to_string(history_.resets) + "; it is only observed",
+                "it is only observed; so far " + std::to_string(history_.resets) +
+                    (history_.resets == 1 ? " time" : " times"),
                 {{"resets", std::uint64_t{history_.resets}}},
                 Tone::Alarm});
   if (onReset_) {

@@ -56,6 +56,7 @@ class CiLibrary {
     bool caPmt = false;
     std::uint64_t caPmtMs = 0;                         // last CA PMT
     std::map<std::uint16_t, std::uint64_t> repliedMs;  // last reply of each program
+    bool observed = false;  // of a receiver elsewhere: its resets were only told
     bool reset = false;
     std::uint64_t resetMs = 0;
     std::uint32_t resets = 0;

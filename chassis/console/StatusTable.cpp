@@ -128,7 +128,7 @@ std::string streamLines(const CardFinding &card) {
             lossText(card, card.input.counters, true) + datagramText(card.input.counters);
   }
   if (card.countersBehind) {
-    text += "behind: " + lossText(card, *card.countersBehind, false) +
+    text += "behind " + card.behindName + ": " + lossText(card, *card.countersBehind, false) +
             datagramText(*card.countersBehind);
   }
   if (!card.output.name.empty()) {
@@ -160,6 +160,26 @@ std::string statusTable(const CardFinding &card, bool colour, std::size_t width)
          fitted(streamLines(card), width);
 }
 
+namespace {
+
+std::string resetsText(const CiLibrary::History &history) {
+  return countText(history.resets, "reset", "resets") + ", the last " + stampText(history.resetMs);
+}
+
+std::string historyText(const CiLibrary::History &history) {
+  const std::string sent = history.sent
+                               ? "last CA PMT or query " + stampText(history.sentMs) + " for " +
+                                     countText(history.programs, "program", "programs")
+                               : "no CA PMT";
+  return sent + ", " + (history.reset ? resetsText(history) : "no reset");
+}
+
+std::string observedText(const CiLibrary::History &history) {
+  return "only observed; the module would have made " + resetsText(history);
+}
+
+}  // namespace
+
 std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width) {
   std::string text;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
@@ -168,13 +188,8 @@ std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t
     if (!inserted || (!history.sent && !history.reset)) {
       continue;
     }
-    text += "CAM " + camText(static_cast<int>(camSlot)) + ": ";
-    text += history.sent ? "last CA PMT or query " + stampText(history.sentMs) + " for " +
-                               countText(history.programs, "program", "programs")
-                         : "no CA PMT";
-    text += history.reset ? ", " + countText(history.resets, "reset", "resets") + ", the last " +
-                                stampText(history.resetMs)
-                          : ", no reset";
+    text += "CAM " + camText(static_cast<int>(camSlot)) + ": " +
+            (history.observed ? observedText(history) : historyText(history));
     text += "\n";
   }
   return fitted(text, width);

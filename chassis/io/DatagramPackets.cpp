@@ -83,9 +83,34 @@ bool DatagramPackets::next(TsPacket &packet, std::uint64_t &cameNs) {
   return true;
 }
 
+void DatagramPackets::countNetworkLost(std::uint64_t gaps) {
+  const std::uint64_t fresh = gaps - gaps_;
+  const std::uint64_t kernels = std::min(fresh, kernelGaps_);
+  gaps_ = gaps;
+  kernelGaps_ -= kernels;
+  counters_.networkLost += fresh - kernels;
+}
+
+void DatagramPackets::countKernelLost(std::uint64_t datagrams) {
+  counters_.kernelLost += datagrams;
+  kernelGaps_ += datagrams;
+  kernelNs_ = 0;
+}
+
+// What the kernel has lost need not have been of a sequence: what has left no gap in time leaves
+// none.
+void DatagramPackets::expire(std::uint64_t nowNs) {
+  sequence_.expire(nowNs);
+  count();
+  if (kernelGaps_ > 0 && kernelNs_ == 0) {
+    kernelNs_ = nowNs + 2 * RtpSequence::windowNs;
+  }
+  kernelGaps_ = nowNs < kernelNs_ ? kernelGaps_ : 0;
+}
+
 void DatagramPackets::count() {
   const RtpCounters &rtp = sequence_.counters();
-  counters_.networkLost = rtp.lost;
+  countNetworkLost(rtp.lost);
   counters_.reordered = rtp.reordered;
   counters_.duplicates = rtp.duplicates;
   counters_.late = rtp.late;

@@ -24,17 +24,15 @@ class DatagramPackets {
   void take(const std::uint8_t *bytes, std::size_t size, bool cut, std::uint64_t cameNs);
 
   // Gives up what RTP has waited for long enough.
-  void expire(std::uint64_t nowNs) {
-    sequence_.expire(nowNs);
-    count();
-  }
+  void expire(std::uint64_t nowNs);
 
   // Those that wait to be handed on, and when each of them came, which never falls.
   std::size_t size() const { return waiting_.size() - first_; }
   std::uint64_t cameNs(std::size_t index) const { return waiting_[first_ + index].cameNs; }
   bool next(TsPacket &packet, std::uint64_t &cameNs);
 
-  void countKernelLost(std::uint64_t datagrams) { counters_.kernelLost += datagrams; }
+  // They leave gaps in RTP sequences, which are not the network's then.
+  void countKernelLost(std::uint64_t datagrams);
   const SourceCounters &counters() const { return counters_; }
   // What the last foreign datagram was, in words; empty: there was none.
   std::string lastForeign() const;
@@ -59,6 +57,7 @@ class DatagramPackets {
   void push(const std::uint8_t *bytes, std::size_t size, std::uint64_t cameNs);
   void pushPacket(const std::uint8_t *bytes);
   void count();
+  void countNetworkLost(std::uint64_t gaps);
 
   const std::size_t packetsMost_;
   std::vector<Packet> waiting_;
@@ -66,6 +65,9 @@ class DatagramPackets {
   std::uint64_t cameNs_ = 0;
   Foreign foreign_;
   SourceCounters counters_;
+  std::uint64_t gaps_ = 0;        // in RTP sequences, so far
+  std::uint64_t kernelGaps_ = 0;  // that the kernel's losses may have left, and are to be counted
+  std::uint64_t kernelNs_ = 0;    // by when the last of them must show; 0: not known yet
   RtpSequence sequence_{[this](const std::uint8_t *payload, std::size_t size, std::uint64_t came) {
     push(payload, size, came);
   }};

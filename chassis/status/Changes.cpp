@@ -244,8 +244,8 @@ Event groupChange(std::uint32_t slot, const ProgramGroup &group) {
 
 // A CAM that is not checked any more says so for its programs too.
 bool lapsedWithCams(const ProgramFinding &program, const CardFinding &card) {
-  if (program.probe == ProbeState::MissingBehind || program.probe == ProbeState::NothingBehind) {
-    return false;
+  if (program.probe != ProbeState::None && program.probe != ProbeState::Judged) {
+    return program.probe == ProbeState::Learning;
   }
   for (std::size_t camSlot = 0; camSlot < card.cams.size(); ++camSlot) {
     const bool own = (program.camMask >> camSlot & 1) != 0;

@@ -158,6 +158,7 @@ void addStreams(const Card &card, CardFinding &finding) {
   finding.input = {card.streamName(), card.live(), card.silent(), card.counters()};
   if (card.probing()) {
     finding.countersBehind = card.countersBehind();
+    finding.behindName = card.behindName();
     finding.unmatchedStreams = card.unmatchedStreams();
   }
   finding.output = card.output();

@@ -72,7 +72,8 @@ struct CardFinding {
   std::uint32_t slot = 0;
   StreamFinding input;
   std::optional<SourceCounters> countersBehind;  // of a probe
-  std::size_t unmatchedStreams = 0;              // the same: that do not come out
+  std::string behindName;
+  std::size_t unmatchedStreams = 0;  // the same: that do not come out
   Card::OutputFigures output;
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets that were not read for that reason

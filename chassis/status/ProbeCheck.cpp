@@ -123,7 +123,7 @@ std::string ProbeCheck::troubles() const {
   add(lost(&SourceCounters::kernelLost), "datagram lost at the socket",
       "datagrams lost at the socket");
   add(lost(&SourceCounters::dropped), "packet lost here", "packets lost here");
-  add(card_.unmatchedStreams, "stream does not come out", "streams do not come out");
+  add(card_.unmatchedStreams, "stream that does not come out", "streams that do not come out");
   return joined(parts);
 }
 

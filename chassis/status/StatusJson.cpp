@@ -152,7 +152,8 @@ void addStreams(Json &json, const CardFinding &card) {
                    {"silent", card.input.silent},
                    {"counters", countersJson(card.input.counters)}};
   if (card.countersBehind) {
-    json["behind"] = {{"counters", countersJson(*card.countersBehind)},
+    json["behind"] = {{"name", card.behindName},
+                      {"counters", countersJson(*card.countersBehind)},
                       {"unmatched_streams", card.unmatchedStreams}};
   }
   if (!card.output.name.empty()) {

@@ -139,6 +139,7 @@ void Chassis::goLive(const std::string &stream) {
 
 // A file is played, a stream that is live is opened.
 Card::ProbeInputs Chassis::probeInputs(std::uint32_t slot, const Probe &probe) {
+  constexpr const char *sides[] = {" (what goes in)", " (what comes out)"};
   const std::array<Url, 2> urls{readUrl(probe.before, Url::Use::Input),
                                 readUrl(probe.behind, Url::Use::Input)};
   FilePair files([this](const Progress &progress) { return files_.goesOn(progress); });
@@ -147,7 +148,7 @@ Card::ProbeInputs Chassis::probeInputs(std::uint32_t slot, const Probe &probe) {
     if (isPlayed(urls[i])) {
       files.add(i, urls[i].path);
     } else {
-      sources[i] = ports_.openInput(urls[i], card(slot).teller());
+      sources[i] = ports_.openInput(urls[i], card(slot).teller(sides[i]));
     }
   }
   for (std::size_t i = 0; i < urls.size(); ++i) {
@@ -157,8 +158,8 @@ Card::ProbeInputs Chassis::probeInputs(std::uint32_t slot, const Probe &probe) {
       goLive(urls[i].text);
     }
   }
-  Card::ProbeInputs inputs{std::move(sources[0]), std::move(sources[1]),
-                           urls[0].text + " and " + urls[1].text, probe.numbers, probe.programs};
+  Card::ProbeInputs inputs{std::move(sources[0]), std::move(sources[1]), urls[0].text,
+                           urls[1].text,          probe.numbers,         probe.programs};
   if (files.unaligned()) {
     tell({EventKind::ProbeUnaligned,
           {static_cast<int>(slot), -1},

@@ -71,7 +71,7 @@ TEST_F(Probe, AProgramThatDoesNotComeOutIsMissing) {
   const Result result = check(scrambled + " " + clear + " --map 102=999");
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(words(result),
-            "DESCRAMBLING CRITICAL: program 102 \"Laboratory 2\" missing behind, it goes in, but "
+            "DESCRAMBLING CRITICAL: program 102 \"Laboratory 2\" missing behind, goes in, but "
             "does not come out; 3 of 4 programs descrambled ");
 }
 

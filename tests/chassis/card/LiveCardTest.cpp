@@ -180,6 +180,17 @@ TEST_F(LiveCard, SilenceAndReturnAreTold) {
   EXPECT_EQ(events.lines[0], "the stream is back: after 1.0 s without packets");
 }
 
+// The stream went on meanwhile: what waited for the chassis is there when it goes on.
+TEST_F(LiveCard, AStallOfTheChassisIsNoSilence) {
+  come(StreamWriter().psi({video}));
+  card.tick(10);
+  told();
+  come(StreamWriter().payload(0x100));
+  card.tick(5000);
+  EXPECT_EQ(told(), Lines());
+  EXPECT_EQ(card.before(0x100).lastSeenMs, 5000U);
+}
+
 TEST_F(LiveCard, EvidenceIsOfWhatHasCome) {
   EXPECT_FALSE(card.carries(0x100));
   come(StreamWriter().psi({video}).payload(0x100));

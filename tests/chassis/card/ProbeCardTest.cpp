@@ -39,7 +39,7 @@ class ProbeCard : public testing::Test {
   void insert(const chassis::ProgramNumbers &numbers = {},
               const std::vector<std::uint16_t> &programs = {}) {
     card.insertProbe({std::make_unique<FakeSource>(before), std::make_unique<FakeSource>(behind),
-                      "a and b", numbers, programs},
+                      "a", "b", numbers, programs},
                      0);
   }
 
@@ -189,6 +189,8 @@ TEST_F(ProbeCard, AProgramOfWhichNothingComesOutIsMissing) {
   EXPECT_EQ(stateOf(1), ProbeState::Judged);
   passFor(10, in, tables);
   EXPECT_EQ(stateOf(1), ProbeState::NothingBehind);
+  card.publishTables();
+  EXPECT_EQ(card.descTable()->descProgCnt, 0U) << "it is not the CAM's";
   pass(in, StreamWriter().payload(0x100));
   EXPECT_EQ(stateOf(1), ProbeState::Judged);
   passFor(20000, tables, tables);

@@ -83,7 +83,7 @@ TEST(LossWatch, MoreOfItIsToldAfterTenSeconds) {
   SourceCounters counters;
   counters.networkLost = 1;
   EXPECT_EQ(text(watch.step(500, counters)),
-            "packets of the stream were lost: 1 datagrams in the network");
+            "packets of the stream were lost: 1 datagram in the network");
   counters.networkLost = 4;
   EXPECT_EQ(text(watch.step(10499, counters)), "");
   EXPECT_EQ(text(watch.step(10500, counters)),

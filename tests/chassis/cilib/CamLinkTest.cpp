@@ -677,7 +677,7 @@ TEST_F(CamLinkTest, TheResetOfAnObservedCamIsOnlyTold) {
   EXPECT_EQ(link.insertStatus(), 1u);
   EXPECT_EQ(link.history().resets, 1u);
   EXPECT_EQ(events.alerts, std::vector<std::string>{"the CAM would be reset"});
-  EXPECT_EQ(events.why("the CAM would be reset"), "time 1; it is only observed");
+  EXPECT_EQ(events.why("the CAM would be reset"), "it is only observed; so far 1 time");
   link.observe({0x0600}, nullptr);  // by another CA system
   EXPECT_TRUE(link.reset(nowMs));
   EXPECT_EQ(resets, 1);

@@ -75,6 +75,34 @@ TEST_F(DatagramPacketsTest, LossAndLate) {
   EXPECT_EQ(out(), numbers(0, 0));
 }
 
+TEST_F(DatagramPacketsTest, WhatTheKernelLostIsNotTheNetworksToo) {
+  constexpr std::uint64_t window = chassis::RtpSequence::windowNs;
+  take(rtp(1, packets(1, 1)), 0);
+  datagrams_.countKernelLost(5);
+  take(rtp(5, packets(5, 1)), 0);   // three are missing
+  take(rtp(10, packets(9, 1)), 0);  // and four
+  datagrams_.expire(window);
+  EXPECT_EQ(counters().kernelLost, 5U);
+  EXPECT_EQ(counters().networkLost, 2U);
+}
+
+TEST_F(DatagramPacketsTest, AndLaterOnesAreTheNetworks) {
+  constexpr std::uint64_t window = chassis::RtpSequence::windowNs;
+  take(rtp(1, packets(1, 1)), 0);
+  datagrams_.countKernelLost(5);  // of noise
+  datagrams_.expire(1);
+  datagrams_.expire(2 * window);
+  take(rtp(3, packets(3, 1)), 2 * window);
+  datagrams_.expire(3 * window);
+  EXPECT_EQ(counters().networkLost, 0U) << "they may still be those";
+  datagrams_.countKernelLost(1);
+  datagrams_.expire(4 * window);
+  datagrams_.expire(6 * window);
+  take(rtp(5, packets(5, 1)), 6 * window);
+  datagrams_.expire(7 * window);
+  EXPECT_EQ(counters().networkLost, 1U);
+}
+
 TEST_F(DatagramPacketsTest, ForeignOnesAreToldByWhatTheyAre) {
   const std::tuple<Bytes, bool, const char *> cases[] = {
       {{}, false, "an empty datagram"},

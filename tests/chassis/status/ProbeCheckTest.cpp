@@ -149,7 +149,7 @@ TEST(ProbeCheck, AStreamThatDoesNotComeOutIsAWarning) {
   finding.unmatchedStreams = 1;
   EXPECT_EQ(
       words(checked(finding)),
-      "DESCRAMBLING WARNING: 1 of 1 program descrambled, but with 1 stream does not come out");
+      "DESCRAMBLING WARNING: 1 of 1 program descrambled, but with 1 stream that does not come out");
 }
 
 TEST(ProbeCheck, ALostInputCannotBeJudged) {
