@@ -69,7 +69,7 @@ ChassisRun::ChassisRun(const Config &config, Script script)
   readStreams();
   chassis_.files().onLongWork(
       [this](const Progress &progress) { return interface_->goOn(progress); });
-  bindConsole([this](ConsolePort port, const std::string &line) {
+  printing_ = chassis_.onPrinted([this](ConsolePort port, const std::string &line) {
     if (!shell_.takePrint(port, line)) {
       tellPrinted(port, line);
     }
@@ -112,10 +112,6 @@ void ChassisRun::endEvents() {
   if (!loss.empty()) {
     losses_.push_back(loss);
   }
-}
-
-ChassisRun::~ChassisRun() {
-  bindConsole(nullptr);
 }
 
 void ChassisRun::tellPrinted(ConsolePort port, const std::string &line) {

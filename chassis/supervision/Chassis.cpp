@@ -5,40 +5,13 @@
 #include <iterator>
 #include <utility>
 
-#include "CiPlatform.h"
 #include "base/InputError.h"
 #include "base/ProgramText.h"
 #include "base/Raised.h"
 #include "base/Text.h"
 #include "card/FilePair.h"
 #include "platform/CardDriver.h"
-
-namespace {
-
-chassis::Chassis *current = nullptr;
-
-chassis::Card *currentCard(std::uint32_t slot) {
-  return current == nullptr || slot >= MAX_BOARD_NUM ? nullptr : &current->card(slot);
-}
-
-}  // namespace
-
-extern "C" {
-
-volatile std::uint32_t is_all_card_loaded = 0;
-
-// A card has one input port.
-InPortForm *GetInPortFormList(std::uint32_t slotNo, std::uint32_t) {
-  chassis::Card *card = currentCard(slotNo);
-  return card == nullptr ? nullptr : card->inPortForm();
-}
-
-MuxCardForm *GetMuxCardFormList(std::uint32_t slotNo) {
-  chassis::Card *card = currentCard(slotNo);
-  return card == nullptr ? nullptr : card->muxForm();
-}
-
-}  // extern "C"
+#include "platform/LibraryData.h"
 
 namespace chassis {
 
@@ -59,31 +32,24 @@ Chassis::Chassis(Clock &clock, Events &events, Loop &loop)
     : clock_(clock),
       events_(events),
       ports_(loop, clock, files_),
-      library_(events),
+      library_(events, libraryData()),
       alarms_(clock, events) {
+  Binding::Parts parts{&clock, &library_, &alarms_, {}};
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     slots_[slot].card = std::make_unique<Card>(slot, events, files_);
     slots_[slot].card->onProgramsChanged(
         [this](std::uint32_t changed) { slots_[changed].programsChanged = true; });
-    bindCard(slot, slots_[slot].card.get());
+    parts.cards[slot] = slots_[slot].card.get();
   }
+  binding_.emplace(parts);
   ticking_ = clock_.onTick([this](std::uint64_t nowMs) { tick(nowMs); });
-  bindClock(&clock_);
-  is_all_card_loaded = 0;
-  current = this;
 }
 
-Chassis::~Chassis() {
-  current = nullptr;
-  bindClock(nullptr);
-  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    bindCard(slot, nullptr);
-  }
-}
+Chassis::~Chassis() = default;
 
 void Chassis::tick(std::uint64_t nowMs) {
   if (nowMs >= loadMs) {
-    is_all_card_loaded = 1;
+    binding_->allCardsLoaded();
   }
   for (Slot &slot : slots_) {
     slot.card->tick(nowMs);
@@ -370,7 +336,7 @@ void Chassis::onChecked(std::function<void(std::uint32_t slot)> listener) {
 // The start-up task waits for the cards as long as it takes, which may be for ever now.
 void Chassis::stop() {
   clock_.stop();
-  is_all_card_loaded = 1;
+  binding_->allCardsLoaded();
 }
 
 void Chassis::boot() {

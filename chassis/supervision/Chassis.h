@@ -7,6 +7,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@
 #include "io/Ports.h"
 #include "kernel/Clock.h"
 #include "kernel/Loop.h"
+#include "platform/Binding.h"
 
 namespace chassis {
 
@@ -36,8 +38,8 @@ class Agenda {
   virtual void serve() {}
 };
 
-// One at a time: the module's platform functions find it. A slot or CAM slot that does not exist
-// is a programming error of the caller; what people can get wrong throws InputError.
+// One at a time: the module's platform functions find it by its Binding. A slot or CAM slot that
+// does not exist is a programming error of the caller; what people can get wrong throws InputError.
 class Chassis {
  public:
   static constexpr std::uint64_t loadMs = 2000;   // until all cards are loaded
@@ -95,6 +97,11 @@ class Chassis {
   // Called after each status check and alarm check of a card.
   void onChecked(std::function<void(std::uint32_t slot)> listener);
 
+  // Called with each line that the module and the firmware print, as Binding's.
+  [[nodiscard]] Printing onPrinted(PrintListener listener) {
+    return binding_->onPrinted(std::move(listener));
+  }
+
   const Clock &clock() const { return clock_; }
   Files &files() { return files_; }
   Ports &ports() { return ports_; }
@@ -142,6 +149,7 @@ class Chassis {
   bool booted_ = false;
   bool supervising_ = false;
   std::uint64_t nextCycleMs_ = 0;
+  std::optional<Binding> binding_;
   Clock::Listening ticking_;
 };
 
