@@ -8,13 +8,13 @@ constexpr std::uint64_t warmUpMs = 20000;  // the module sends the CAMs' CA PMTs
 
 FullChassis::FullChassis() {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    chassis_.cardInsert(slot, streamPath, cardBitrate);
+    chassis_.rack().cardInsert(slot, streamPath, cardBitrate);
     const std::vector<chassis::ProgramInfo> programs = chassis_.card(slot).programs();
     for (std::size_t i = 0; i < programs.size(); ++i) {
-      chassis_.progAssign(slot, programs[i].number, i < programs.size() / 2 ? 1 : 2);
+      chassis_.rack().progAssign(slot, programs[i].number, i < programs.size() / 2 ? 1 : 2);
     }
-    chassis_.camInsert(slot, 0, {0x0500});
-    chassis_.camInsert(slot, 1, {0x0500});
+    chassis_.rack().camInsert(slot, 0, {0x0500});
+    chassis_.rack().camInsert(slot, 1, {0x0500});
   }
   run(warmUpMs);
 }

@@ -12,8 +12,6 @@ using namespace chassis;
 
 constexpr std::int32_t failed = -1;
 
-chassis::AlarmService *service = nullptr;
-
 bool wellFormed(const AlarmRecord *record) {
   return record != nullptr && (record->pairCount == 3 || record->pairCount == 5);
 }
@@ -41,29 +39,9 @@ std::vector<Fact> factsOf(const AlarmService::Alarm &alarm) {
 
 }  // namespace
 
-extern "C" {
-
-int32_t AlarmAdd(AlarmRecord *record) {
-  return service != nullptr ? service->raise(record) : failed;
-}
-
-int32_t AlarmDel(int32_t index, int32_t) {
-  return service != nullptr ? service->clear(index) : failed;
-}
-
-}  // extern "C"
-
 namespace chassis {
 
-AlarmService::AlarmService(const Clock &clock, Events &events) : clock_(clock), events_(events) {
-  service = this;
-}
-
-AlarmService::~AlarmService() {
-  if (service == this) {
-    service = nullptr;
-  }
-}
+AlarmService::AlarmService(const Clock &clock, Events &events) : clock_(clock), events_(events) {}
 
 void AlarmService::setFailing(bool on) {
   failing_ = on;

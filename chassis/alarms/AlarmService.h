@@ -1,5 +1,4 @@
-// The chassis's alarm service: keeps the alarms that the module raises and clears. It supplies
-// AlarmAdd and AlarmDel of CiPlatform.h while an instance lives; without one both fail.
+// The chassis's alarm service: keeps the alarms that the module raises and clears.
 #pragma once
 
 #include <cstdint>
@@ -28,11 +27,10 @@ class AlarmService {
   static constexpr std::size_t historyLength = 1000;  // the oldest ones are forgotten
 
   AlarmService(const Clock &clock, Events &events);
-  ~AlarmService();
   AlarmService(const AlarmService &) = delete;
   AlarmService &operator=(const AlarmService &) = delete;
 
-  // While it is failing, nothing is raised or cleared, and both functions answer -1. Each alarm
+  // While it is failing, nothing is raised or cleared, and both calls answer -1. Each alarm
   // that fails is told once.
   void setFailing(bool on);
 

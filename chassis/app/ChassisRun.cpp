@@ -58,18 +58,18 @@ ChassisRun::ChassisRun(const Config &config, Script script)
         stopWhenOver();
       })) {
   if (config.mode != InputMode::Script) {
-    chassis_.ports().reserveStandardInput("lines of the console");
+    chassis_.rack().ports().reserveStandardInput("lines of the console");
   } else if (config.scriptFromInput) {
-    chassis_.ports().reserveStandardInput("the script");
+    chassis_.rack().ports().reserveStandardInput("the script");
   }
   if (config.shown != Shown::Nothing) {
     events_.add(config.shown == Shown::Timeline ? static_cast<Events &>(timeline_) : eventLines_);
   }
-  chassis_.files().addStandardStreams();
+  chassis_.rack().files().addStandardStreams();
   readStreams();
-  chassis_.files().onLongWork(
+  chassis_.rack().files().onLongWork(
       [this](const Progress &progress) { return interface_->goOn(progress); });
-  bindConsole([this](ConsolePort port, const std::string &line) {
+  printing_ = chassis_.onPrinted([this](ConsolePort port, const std::string &line) {
     if (!shell_.takePrint(port, line)) {
       tellPrinted(port, line);
     }
@@ -80,7 +80,8 @@ ChassisRun::ChassisRun(const Config &config, Script script)
 void ChassisRun::readStreams() {
   for (const PlayedFile &file : playedFiles(scriptRun_.script())) {
     try {
-      chassis_.files().read("the stream of script line " + std::to_string(file.line), file.path);
+      chassis_.rack().files().read("the stream of script line " + std::to_string(file.line),
+                                   file.path);
     } catch (const InputError &error) {
       throw InputError(atLine(scriptRun_.script(), file.line, error.what()));
     }
@@ -88,8 +89,8 @@ void ChassisRun::readStreams() {
 }
 
 void ChassisRun::writeEvents(const std::string &path) {
-  eventFile_ =
-      std::make_unique<EventFile>(chassis_.files(), path, [this] { return clock_.elapsedMs(); });
+  eventFile_ = std::make_unique<EventFile>(chassis_.rack().files(), path,
+                                           [this] { return clock_.elapsedMs(); });
   events_.add(*eventFile_);
 }
 
@@ -112,10 +113,6 @@ void ChassisRun::endEvents() {
   if (!loss.empty()) {
     losses_.push_back(loss);
   }
-}
-
-ChassisRun::~ChassisRun() {
-  bindConsole(nullptr);
 }
 
 void ChassisRun::tellPrinted(ConsolePort port, const std::string &line) {
@@ -196,11 +193,11 @@ void ChassisRun::stopWhenOver() {
 
 // While the timeline still has its interface: the end of an output may have to be told.
 void ChassisRun::end() {
-  losses_ = chassis_.endOutputs();
+  losses_ = chassis_.rack().endOutputs();
   endEvents();
   timeline_.flush();
   clock_.setWait(nullptr);
-  chassis_.files().onLongWork(nullptr);
+  chassis_.rack().files().onLongWork(nullptr);
   interface_.reset();
 }
 
@@ -210,7 +207,7 @@ bool ChassisRun::isOver() const {
   if (shell_.exited() || interface_->ended() || forNobody) {
     return true;
   }
-  const bool streamsOver = config_.endsWithStreams && chassis_.streamsEnded();
+  const bool streamsOver = config_.endsWithStreams && chassis_.rack().streamsEnded();
   if (config_.endMs || config_.endsWithStreams || config_.mode == InputMode::Terminal) {
     return streamsOver || (config_.endMs && nowMs >= *config_.endMs);
   }

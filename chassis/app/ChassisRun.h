@@ -43,7 +43,6 @@ class ChassisRun {
   };
 
   ChassisRun(const Config &config, Script script);
-  ~ChassisRun();
   ChassisRun(const ChassisRun &) = delete;
   ChassisRun &operator=(const ChassisRun &) = delete;
 
@@ -95,6 +94,7 @@ class ChassisRun {
   std::unique_ptr<EventFile> eventFile_;
   const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   Clock::Listening ticking_;
+  Printing printing_;
   std::vector<std::string> losses_;
 };
 

@@ -103,8 +103,8 @@ ChassisRun::Config configOf(const ProbeOptions &options) {
   return config;
 }
 
-Chassis::Probe probeOf(const ProbeOptions &options) {
-  Chassis::Probe probe;
+Rack::Probe probeOf(const ProbeOptions &options) {
+  Rack::Probe probe;
   probe.before = options.before;
   probe.behind = options.behind;
   probe.programs = readIds("--program", options.programs);
@@ -141,7 +141,7 @@ std::uint64_t readDuration(const std::string &text) {
 
 int probe(const ProbeOptions &options) {
   checkOptions(options);
-  Chassis::Probe judged = probeOf(options);
+  Rack::Probe judged = probeOf(options);
   const ChassisRun::Config config = configOf(options);
   ChassisRun chassisRun(config, Script{});
   openReports(chassisRun, options.reports);
@@ -155,7 +155,7 @@ int probe(const ProbeOptions &options) {
     command.look();
     check.note(examine(chassis, checked));
   });
-  chassis.probeInsert(slot, judged);
+  chassis.rack().probeInsert(slot, judged);
   const int ended = runAndReport(chassisRun, options.reports, config);
   check.note(examine(chassis, slot));
   return options.check ? checkedStatus(ended, check) : ended;

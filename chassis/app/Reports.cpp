@@ -172,10 +172,10 @@ void openReports(ChassisRun &chassisRun, const Reports &reports) {
   }
   if (isFile(reports.statusFile)) {
     requireWritable(reports.statusFile);
-    chassis.files().write(statusUser, reports.statusFile);
+    chassis.rack().files().write(statusUser, reports.statusFile);
   }
   for (const Output &output : readOutputs(reports.outputs)) {
-    chassis.output(output.slot, output.stream);
+    chassis.rack().output(output.slot, output.stream);
   }
 }
 

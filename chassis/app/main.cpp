@@ -135,7 +135,7 @@ int play(const Options &options) {
   }
   ChassisRun chassisRun(config, std::move(script));
   if (isFile(options.script)) {
-    chassisRun.chassis().files().read("the script", options.script);
+    chassisRun.chassis().rack().files().read("the script", options.script);
   }
   openReports(chassisRun, options.reports);
   return runAndReport(chassisRun, options.reports, config);

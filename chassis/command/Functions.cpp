@@ -52,44 +52,44 @@ bool flag(const Value &value) {
 }
 
 void runCardInsert(Chassis &chassis, const Values &v) {
-  chassis.cardInsert(u32(v[0]), v[1].text, v.size() > 2 ? v[2].number : 0);
+  chassis.rack().cardInsert(u32(v[0]), v[1].text, v.size() > 2 ? v[2].number : 0);
 }
 
 void runCamInsert(Chassis &chassis, const Values &v) {
   std::vector<std::uint16_t> caSystems;
   std::transform(v.begin() + 2, v.end(), std::back_inserter(caSystems), u16);
-  chassis.camInsert(u32(v[0]), u32(v[1]), caSystems);
+  chassis.rack().camInsert(u32(v[0]), u32(v[1]), caSystems);
 }
 
 void runProbeInsert(Chassis &chassis, const Values &v) {
-  Chassis::Probe probe;
+  Rack::Probe probe;
   probe.before = v[1].text;
   probe.behind = v[2].text;
-  chassis.probeInsert(u32(v[0]), probe);
+  chassis.rack().probeInsert(u32(v[0]), probe);
 }
 
 void runProgAssign(Chassis &chassis, const Values &v) {
   if (v[1].text == allPrograms) {
-    chassis.progAssignAll(u32(v[0]), u8(v[2]));
+    chassis.rack().progAssignAll(u32(v[0]), u8(v[2]));
   } else {
-    chassis.progAssign(u32(v[0]), u16(v[1]), u8(v[2]));
+    chassis.rack().progAssign(u32(v[0]), u16(v[1]), u8(v[2]));
   }
 }
 
 template <CamFault fault>
 void runCamFault(Chassis &chassis, const Values &v) {
-  chassis.camFault(u32(v[0]), u32(v[1]), fault, flag(v[2]));
+  chassis.rack().camFault(u32(v[0]), u32(v[1]), fault, flag(v[2]));
 }
 
 template <PidFault fault>
 void runPidFault(Chassis &chassis, const Values &v) {
-  chassis.pidFault(u32(v[0]), fault, u16(v[1]), flag(v[2]));
+  chassis.rack().pidFault(u32(v[0]), fault, u16(v[1]), flag(v[2]));
 }
 
 // The driver's figure is good at `good`; any other value puts the fault on the card.
 template <CardFault fault, bool good>
 void runCardFault(Chassis &chassis, const Values &v) {
-  chassis.cardFault(u32(v[0]), fault, flag(v[1]) != good);
+  chassis.rack().cardFault(u32(v[0]), fault, flag(v[1]) != good);
 }
 
 // clang-format off
@@ -100,12 +100,12 @@ const std::vector<Function> table = {
      "judges a receiver elsewhere by what goes in and what comes out", runProbeInsert},
     {"cardRemove", {&slot}, 1, false, Need::Card, Effect::CardOut,
      "pulls a card out, and its CAMs with it",
-     [](Chassis &chassis, const Values &v) { chassis.cardRemove(u32(v[0])); }},
+     [](Chassis &chassis, const Values &v) { chassis.rack().cardRemove(u32(v[0])); }},
     {"camInsert", {&slot, &cam, &casid}, 3, true, Need::Card, Effect::CamIn,
      "puts in a CAM of these CA systems", runCamInsert},
     {"camRemove", {&slot, &cam}, 2, false, Need::Cam, Effect::CamOut,
      "pulls a CAM out",
-     [](Chassis &chassis, const Values &v) { chassis.camRemove(u32(v[0]), u32(v[1])); }},
+     [](Chassis &chassis, const Values &v) { chassis.rack().camRemove(u32(v[0]), u32(v[1])); }},
     {"progAssign", {&slot, &programOrAll, &camMask}, 3, false, Need::Card, Effect::None,
      "gives a program, or all (*), to CAM 0 (mask 1), CAM 1 (2), both (3) or none (0)",
      runProgAssign},
@@ -117,12 +117,12 @@ const std::vector<Function> table = {
     {"camEntitle", {&slot, &cam, &program, &on}, 4, false, Need::Cam, Effect::None,
      "gives (1) or takes (0) a CAM's entitlement to a program",
      [](Chassis &chassis, const Values &v) {
-       chassis.camEntitle(u32(v[0]), u32(v[1]), u16(v[2]), flag(v[3]));
+       chassis.rack().camEntitle(u32(v[0]), u32(v[1]), u16(v[2]), flag(v[3]));
      }},
     {"camRefuse", {&slot, &cam, &program, &on}, 4, false, Need::Cam, Effect::None,
      "a CAM refuses a program for technical reasons (1) or no longer (0)",
      [](Chassis &chassis, const Values &v) {
-       chassis.camRefuse(u32(v[0]), u32(v[1]), u16(v[2]), flag(v[3]));
+       chassis.rack().camRefuse(u32(v[0]), u32(v[1]), u16(v[2]), flag(v[3]));
      }},
     {"camDeaf", {&slot, &cam, &on}, 3, false, Need::Cam, Effect::None,
      "a CAM stops working until its next reset", runCamFault<CamFault::Deaf>},
@@ -153,7 +153,7 @@ const std::vector<Function> table = {
     {"alarmMask", {&slot, &cam, &on}, 3, false, Need::Card, Effect::None,
      "holds the alarms of a CAM clear (1) or not (0)",
      [](Chassis &chassis, const Values &v) {
-       chassis.alarmMask(u32(v[0]), u32(v[1]), flag(v[2]));
+       chassis.rack().alarmMask(u32(v[0]), u32(v[1]), flag(v[2]));
      }},
     {"alarmFail", {&on}, 1, false, Need::Nothing, Effect::None,
      "the alarm service fails (1) or works (0)",

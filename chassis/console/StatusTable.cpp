@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <vector>
 
-#include "CiPlatform.h"
 #include "base/Text.h"
 #include "console/Table.h"
 #include "status/Verdict.h"
@@ -184,7 +183,7 @@ std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t
   std::string text;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     const CiLibrary::History &history = library.history(slot, camSlot);
-    const bool inserted = (ciLibGetInsertCard(slot, camSlot) & 0xFF) != 0;
+    const bool inserted = library.insertStatus(slot, camSlot) != 0;
     if (!inserted || (!history.sent && !history.reset)) {
       continue;
     }

@@ -80,7 +80,4 @@ class Clock {
   std::vector<std::weak_ptr<const Listener>> listeners_;
 };
 
-// The clock behind taskDelay, OSTimeGet and get_inc_of_time of this process; null unbinds.
-void bindClock(Clock *clock);
-
 }  // namespace chassis

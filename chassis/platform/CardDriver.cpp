@@ -3,7 +3,9 @@
 #include <array>
 #include <iterator>
 
+#include "CiIf.h"
 #include "card/Fpga.h"
+#include "platform/Binding.h"
 
 namespace {
 
@@ -11,11 +13,9 @@ using chassis::Card;
 using chassis::PidMeter;
 using Fpga = Card::Fpga;
 
-std::array<Card *, MAX_BOARD_NUM> cards{};
-
 // The card of a slot while one is in, else null.
 Card *cardIn(std::uint32_t slotNo) {
-  Card *card = slotNo < cards.size() ? cards[slotNo] : nullptr;
+  Card *card = chassis::Binding::card(slotNo);
   return card != nullptr && card->inserted() ? card : nullptr;
 }
 
@@ -152,12 +152,6 @@ static_assert(std::size(items) == 28, "every id that the module accepts");
 }  // namespace
 
 namespace chassis {
-
-void bindCard(std::uint32_t slot, Card *card) {
-  if (slot < cards.size()) {
-    cards[slot] = card;
-  }
-}
 
 void registerCard(std::uint32_t slot) {
   static std::array<bool, MAX_BOARD_NUM> registered{};

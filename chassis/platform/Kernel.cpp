@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "kernel/Clock.h"
+#include "platform/Binding.h"
 
 namespace {
 
@@ -11,7 +12,9 @@ constexpr int ok = 0;
 constexpr int error = -1;
 constexpr int waitForever = -1;
 
-chassis::Clock *boundClock = nullptr;
+chassis::Clock *boundClock() {
+  return chassis::Binding::parts().clock;
+}
 
 int waitTicks(semaphore &sem, int ticks) {
   for (int waited = 0; waited < ticks; ++waited) {
@@ -24,11 +27,12 @@ int waitTicks(semaphore &sem, int ticks) {
 }
 
 int waitUntilFree(semaphore &sem) {
+  const chassis::Clock *clock = boundClock();
   constexpr int bound = chassis::longestWaitMs / chassis::Clock::msPerTick;
-  if (waitTicks(sem, boundClock != nullptr ? bound : 0) == ok) {
+  if (waitTicks(sem, clock != nullptr ? bound : 0) == ok) {
     return ok;
   }
-  if (boundClock != nullptr && boundClock->stopped()) {
+  if (clock != nullptr && clock->stopped()) {
     return error;
   }
   std::fprintf(stderr, "semTake: nobody gives the semaphore that the one task waits for\n");
@@ -36,14 +40,6 @@ int waitUntilFree(semaphore &sem) {
 }
 
 }  // namespace
-
-namespace chassis {
-
-void bindClock(Clock *clock) {
-  boundClock = clock;
-}
-
-}  // namespace chassis
 
 extern "C" {
 
@@ -66,8 +62,9 @@ int semGive(SEM_ID semId) {
 }
 
 int taskDelay(int ticks) {
-  if (boundClock != nullptr && ticks > 0) {
-    boundClock->advance(static_cast<std::uint32_t>(ticks));
+  chassis::Clock *clock = boundClock();
+  if (clock != nullptr && ticks > 0) {
+    clock->advance(static_cast<std::uint32_t>(ticks));
   }
   return ok;
 }
@@ -77,7 +74,8 @@ int sysClkRateGet(void) {
 }
 
 uint32_t OSTimeGet(void) {
-  return boundClock != nullptr ? boundClock->stamp() : 0;
+  const chassis::Clock *clock = boundClock();
+  return clock != nullptr ? clock->stamp() : 0;
 }
 
 uint32_t get_inc_of_time(uint32_t stamp) {

@@ -1,48 +1,15 @@
 #include "platform/Print.h"
 
-#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "CiPlatform.h"
+#include "platform/Binding.h"
 
 namespace chassis {
 namespace {
-
-// Lines end in "\n", "\r\n" or "\n\r "; a blank at the start of a line is otherwise its own.
-class LineAssembler {
- public:
-  template <typename Deliver>
-  void push(const char *text, const Deliver &deliver) {
-    for (; *text != '\0'; ++text) {
-      pushChar(*text, deliver);
-    }
-  }
-  void clear() { *this = LineAssembler(); }
-
- private:
-  template <typename Deliver>
-  void pushChar(char c, const Deliver &deliver) {
-    const bool restOfEnd = line_.empty() && (c == '\r' || (c == ' ' && afterReturn_));
-    afterReturn_ = c == '\r';
-    if (restOfEnd || c == '\r') {
-      return;
-    }
-    if (c != '\n') {
-      line_ += c;
-      return;
-    }
-    deliver(line_);
-    line_.clear();
-  }
-
-  std::string line_;
-  bool afterReturn_ = false;
-};
-
-ConsoleListener consoleListener;
-std::array<LineAssembler, 2> assemblers;
 
 std::string formatted(const char *format, va_list args) {
   char *text = nullptr;
@@ -57,19 +24,42 @@ std::string formatted(const char *format, va_list args) {
 
 int print(ConsolePort port, const char *format, va_list args) {
   const std::string text = formatted(format, args);
-  if (consoleListener) {
-    const auto deliver = [port](const std::string &line) { consoleListener(port, line); };
-    assemblers[static_cast<std::size_t>(port)].push(text.c_str(), deliver);
-  }
+  Binding::print(port, text.c_str());
   return static_cast<int>(text.size());
 }
 
 }  // namespace
 
-void bindConsole(ConsoleListener listener) {
-  consoleListener = std::move(listener);
-  for (LineAssembler &assembler : assemblers) {
-    assembler.clear();
+// A blank at the start of a line is its own, but for the one that belongs to an end.
+std::optional<std::string> PrintedLines::Assembler::take(char c) {
+  const bool restOfEnd = line_.empty() && (c == '\r' || (c == ' ' && afterReturn_));
+  afterReturn_ = c == '\r';
+  if (restOfEnd || c == '\r') {
+    return std::nullopt;
+  }
+  if (c != '\n') {
+    line_ += c;
+    return std::nullopt;
+  }
+  return std::exchange(line_, "");
+}
+
+Printing PrintedLines::onLine(PrintListener listener) {
+  auto printing = std::make_shared<const PrintListener>(std::move(listener));
+  listener_ = printing;
+  assemblers_ = {};
+  return printing;
+}
+
+void PrintedLines::push(ConsolePort port, const char *text) {
+  const Printing listener = listener_.lock();
+  if (listener == nullptr) {
+    return;
+  }
+  for (; *text != '\0'; ++text) {
+    if (const auto line = assemblers_[static_cast<std::size_t>(port)].take(*text)) {
+      (*listener)(port, *line);
+    }
   }
 }
 

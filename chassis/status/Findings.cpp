@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "CiPlatform.h"
 #include "base/Text.h"
 #include "status/Words.h"
 
@@ -38,7 +37,7 @@ bool hasCam(std::uint8_t camMask, std::uint32_t camSlot) {
 void addReply(Chassis &chassis, std::uint32_t slot, const CiDescProg &program,
               PidFinding &finding) {
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-    const CaPmtReply &reply = caPmtReplyInfo[slot * MAX_CAM_NUM + camSlot];
+    const CaPmtReply &reply = chassis.library().replies(slot, camSlot);
     const std::uint32_t count = hasCam(program.camMask, camSlot) ? reply.progNum : 0;
     for (std::uint32_t p = 0; p < std::min<std::uint32_t>(count, 32); ++p) {
       if (reply.prog[p].progNum == program.prog_num) {

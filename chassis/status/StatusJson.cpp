@@ -2,7 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "CiPlatform.h"
 #include "alarms/AlarmText.h"
 #include "base/WallClock.h"
 #include "status/FieldWords.h"
@@ -107,7 +106,7 @@ Json camJson(const CiLibrary &library, std::uint32_t slot, std::uint32_t camSlot
              const CamFinding &cam) {
   const CiLibrary::History &history = library.history(slot, camSlot);
   Json json{{"cam", camSlot},
-            {"inserted", (ciLibGetInsertCard(slot, camSlot) & 0xFF) != 0},
+            {"inserted", library.insertStatus(slot, camSlot) != 0},
             {"ca_systems", library.caSystems(slot, camSlot)},
             {"camInsert", fieldJson(cam.insert, insertWords(cam.insert))},
             {"casidStat", fieldJson(cam.casid, caSystemWords(cam))},

@@ -42,10 +42,10 @@ class AlarmServiceTest : public testing::Test {
 
 TEST_F(AlarmServiceTest, IndexesCountFromZeroAndAreNeverUsedAgain) {
   AlarmRecord record = camAbsent(1, 0x705);
-  EXPECT_EQ(AlarmAdd(&record), 0);
-  EXPECT_EQ(AlarmAdd(&record), 1);
-  EXPECT_EQ(AlarmDel(0, 0), 0);
-  EXPECT_EQ(AlarmAdd(&record), 2);
+  EXPECT_EQ(service.raise(&record), 0);
+  EXPECT_EQ(service.raise(&record), 1);
+  EXPECT_EQ(service.clear(0), 0);
+  EXPECT_EQ(service.raise(&record), 2);
   EXPECT_EQ(service.active().size(), 2u);
   EXPECT_EQ(service.active().count(0), 0u);
 }
@@ -53,11 +53,11 @@ TEST_F(AlarmServiceTest, IndexesCountFromZeroAndAreNeverUsedAgain) {
 TEST_F(AlarmServiceTest, KeepsWhenAnAlarmWasRaisedAndCleared) {
   AlarmRecord record = camAbsent(3, 0x706);
   clock.advance(150);
-  const std::int32_t index = AlarmAdd(&record);
+  const std::int32_t index = service.raise(&record);
   clock.advance(1230);
   EXPECT_TRUE(service.history().empty());
   EXPECT_EQ(service.active().at(index).raisedMs, 1500u);
-  EXPECT_EQ(AlarmDel(index, 0), 0);
+  EXPECT_EQ(service.clear(index), 0);
   EXPECT_TRUE(service.active().empty());
   ASSERT_EQ(service.history().size(), 1u);
   EXPECT_EQ(service.history()[0].index, index);
@@ -67,9 +67,9 @@ TEST_F(AlarmServiceTest, KeepsWhenAnAlarmWasRaisedAndCleared) {
 
 TEST_F(AlarmServiceTest, TellsBothEndsOfAnAlarm) {
   AlarmRecord record = camAbsent(3, 0x706);
-  AlarmAdd(&record);
+  service.raise(&record);
   clock.advance(1230);
-  AlarmDel(0, 0);
+  service.clear(0);
   ASSERT_EQ(events.lines.size(), 2u);
   EXPECT_EQ(events.lines[0].what, "ALARM raised: CAM absent");
   EXPECT_EQ(events.lines[0].why, "alarm 0, identifiers 1 (3), 0x706, 0x703");
@@ -83,21 +83,21 @@ TEST_F(AlarmServiceTest, TellsBothEndsOfAnAlarm) {
 
 TEST_F(AlarmServiceTest, ClearingAnUnknownOrClearedIndexFails) {
   AlarmRecord record = camAbsent(1, 0x705);
-  AlarmAdd(&record);
-  EXPECT_EQ(AlarmDel(1, 0), -1);
-  EXPECT_EQ(AlarmDel(-1, 0), -1);
+  service.raise(&record);
+  EXPECT_EQ(service.clear(1), -1);
+  EXPECT_EQ(service.clear(-1), -1);
   EXPECT_EQ(service.active().size(), 1u);
-  EXPECT_EQ(AlarmDel(0, 0), 0);
-  EXPECT_EQ(AlarmDel(0, 0), -1);
+  EXPECT_EQ(service.clear(0), 0);
+  EXPECT_EQ(service.clear(0), -1);
   EXPECT_EQ(service.history().size(), 1u);
 }
 
 TEST_F(AlarmServiceTest, RefusesNoRecordAndEveryOtherPairCount) {
-  EXPECT_EQ(AlarmAdd(nullptr), -1);
+  EXPECT_EQ(service.raise(nullptr), -1);
   for (int count = 0; count < 256; ++count) {
     AlarmRecord record = camAbsent(1, 0x705);
     record.pairCount = static_cast<std::uint8_t>(count);
-    EXPECT_EQ(AlarmAdd(&record) >= 0, count == 3 || count == 5) << count;
+    EXPECT_EQ(service.raise(&record) >= 0, count == 3 || count == 5) << count;
   }
   EXPECT_EQ(service.active().size(), 2u);
   EXPECT_EQ(events.lines.size(), 2u);
@@ -105,14 +105,14 @@ TEST_F(AlarmServiceTest, RefusesNoRecordAndEveryOtherPairCount) {
 
 TEST_F(AlarmServiceTest, WhileItFailsNothingChanges) {
   AlarmRecord record = camAbsent(1, 0x705);
-  AlarmAdd(&record);
+  service.raise(&record);
   events.lines.clear();
   service.setFailing(true);
   for (int attempt = 0; attempt < 3; ++attempt) {
-    EXPECT_EQ(AlarmAdd(&record), -1);
-    EXPECT_EQ(AlarmAdd(nullptr), -1);
-    EXPECT_EQ(AlarmDel(0, 0), -1);
-    EXPECT_EQ(AlarmDel(1, 0), -1);
+    EXPECT_EQ(service.raise(&record), -1);
+    EXPECT_EQ(service.raise(nullptr), -1);
+    EXPECT_EQ(service.clear(0), -1);
+    EXPECT_EQ(service.clear(1), -1);
   }
   EXPECT_EQ(service.active().size(), 1u);
   EXPECT_TRUE(service.history().empty());
@@ -120,14 +120,14 @@ TEST_F(AlarmServiceTest, WhileItFailsNothingChanges) {
   EXPECT_EQ(events.lines[0].what, "ALARM not raised: CAM absent");
   EXPECT_EQ(events.lines[1].what, "ALARM not cleared: CAM absent");
   service.setFailing(false);
-  EXPECT_EQ(AlarmAdd(&record), 1);
-  EXPECT_EQ(AlarmDel(0, 0), 0);
+  EXPECT_EQ(service.raise(&record), 1);
+  EXPECT_EQ(service.clear(0), 0);
 }
 
 TEST_F(AlarmServiceTest, RecordIsTheCallers) {
   AlarmRecord record = camAbsent(1, 0x705);
   record.pairs[4] = {0x999, 7};
-  AlarmAdd(&record);
+  service.raise(&record);
   record = camAbsent(2, 0x706);
   const AlarmService::Alarm &alarm = service.active().at(0);
   EXPECT_EQ(alarm.record.pairs[0].instance, 1);
@@ -139,25 +139,12 @@ TEST_F(AlarmServiceTest, HistoryForgetsTheOldest) {
   AlarmRecord record = camAbsent(1, 0x705);
   const auto more = static_cast<std::int32_t>(AlarmService::historyLength) + 1;
   for (std::int32_t index = 0; index < more; ++index) {
-    ASSERT_EQ(AlarmAdd(&record), index);
-    ASSERT_EQ(AlarmDel(index, 0), 0);
+    ASSERT_EQ(service.raise(&record), index);
+    ASSERT_EQ(service.clear(index), 0);
   }
   EXPECT_EQ(service.history().size(), AlarmService::historyLength);
   EXPECT_EQ(service.history().front().index, 1);
   EXPECT_EQ(service.history().back().index, more - 1);
-}
-
-TEST(AlarmServiceBinding, WithoutAServiceBothFunctionsFail) {
-  AlarmRecord record = camAbsent(1, 0x705);
-  EXPECT_EQ(AlarmAdd(&record), -1);
-  EXPECT_EQ(AlarmDel(0, 0), -1);
-  {
-    Clock clock;
-    Recorder events;
-    AlarmService service(clock, events);
-    EXPECT_EQ(AlarmAdd(&record), 0);
-  }
-  EXPECT_EQ(AlarmAdd(&record), -1);
 }
 
 struct Wording {

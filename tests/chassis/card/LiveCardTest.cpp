@@ -96,7 +96,7 @@ TEST_F(LiveCard, TakesProgramsOverWhenTheyAppear) {
   come(StreamWriter().psi({video, radio}));
   card.tick(200);
   EXPECT_EQ(changes, 1);
-  EXPECT_EQ(told(), (Lines{"the stream has begun: after 0.1 s",
+  EXPECT_EQ(told(), (Lines{"the stream has begun: after 0.2 s",
                            "the stream's programs changed: 2 programs, new: PMT of program 1 "
                            "version 0, PMT of program 2 version 0"}));
   card.publishTables();

@@ -99,7 +99,7 @@ class CamLinkTest : public testing::Test {
     link.tick(nowMs);
   }
 
-  bool takeFlag() { return semTake(&flag, 0) == 0; }
+  bool takeFlag() { return flag.take(); }
 
   bool noAnswers() const {
     const CaPmtReply empty{};

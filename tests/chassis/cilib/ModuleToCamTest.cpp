@@ -5,6 +5,8 @@
 #include "EventLog.h"
 #include "cilib/CiLibrary.h"
 #include "kernel/Clock.h"
+#include "platform/Binding.h"
+#include "platform/LibraryData.h"
 
 namespace chassis {
 namespace {
@@ -52,7 +54,6 @@ class ModuleToCamTest : public testing::Test {
     addProgram(101, 2, 1, 0x0500);
     addProgram(102, 2, 2, 0x0500);
     addProgram(103, 1, 2, 0x0500);
-    bindClock(&clock);
     ticking = clock.onTick([this](std::uint64_t nowMs) {
       cam.tick(nowMs);
       library.tick(nowMs);
@@ -63,13 +64,13 @@ class ModuleToCamTest : public testing::Test {
     library.insert(slot, 1, &cam);
     clock.advance(4 * Clock::ticksPerSecond);
   }
-  ~ModuleToCamTest() override { bindClock(nullptr); }
 
   Clock clock;
   Clock::Listening ticking;
   EventLog events;
   Cam cam{{{0x0500}}, {static_cast<int>(slot), 1}, events, 0};
-  CiLibrary library{events};
+  CiLibrary library{events, libraryData()};
+  Binding binding{{&clock, &library, nullptr, {}}};
 };
 
 TEST_F(ModuleToCamTest, StatusCycleSendsTheCaPmtThatTheFlagAsksFor) {

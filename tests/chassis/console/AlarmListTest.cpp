@@ -15,13 +15,13 @@ TEST(AlarmList, NamesWhatStandsAndSinceWhen) {
   record.pairs[0] = {1, 2};
   record.pairs[1] = {0x706, -1};
   record.pairs[2] = {0x703, -1};
-  AlarmAdd(&record);
+  service.raise(&record);
   clock.advance(150);
   record.pairs[1].id = 0x705;
-  AlarmAdd(&record);
+  service.raise(&record);
   record.pairs[2].id = 0x707;
-  AlarmAdd(&record);
-  AlarmDel(1, 0);
+  service.raise(&record);
+  service.clear(1);
   EXPECT_EQ(standingAlarms(service, false),
             "standing alarms:\n"
             "  alarm 0, since 00:00:00.000: slot 1, CAM 1: CAM absent [1 (2), 0x706, 0x703]\n"

@@ -29,13 +29,12 @@ class ConsoleRig : public testing::Test {
             false),
         scriptRun_(Script{}, chassis_),
         agenda_(scriptRun_, shell_, RunAgenda::Order::Overtaking, nullptr) {
-    bindConsole([this](ConsolePort port, const std::string &line) {
+    printing_ = chassis_.onPrinted([this](ConsolePort port, const std::string &line) {
       if (!shell_.takePrint(port, line)) {
         timeline_.tell(printed(port, line));
       }
     });
   }
-  ~ConsoleRig() override { bindConsole(nullptr); }
 
   // The answer to a line that runs in the chassis, started up, without what came before.
   std::string ask(const std::string &line) {
@@ -62,6 +61,7 @@ class ConsoleRig : public testing::Test {
   Shell shell_;
   ScriptRun scriptRun_;
   RunAgenda agenda_;
+  Printing printing_;
 };
 
 inline bool isOneErrorLine(const std::string &answer) {

@@ -40,7 +40,7 @@ TEST_F(ShellTest, DebugPrintsAreNoAnswer) {
   ask("progAssign 0, 101, 1");
   runFor(2000);
   std::size_t prints = 0;
-  bindConsole([this, &prints](ConsolePort port, const std::string &line) {
+  printing_ = chassis_.onPrinted([this, &prints](ConsolePort port, const std::string &line) {
     prints += port == ConsolePort::Debug ? 1U : 0U;
     EXPECT_EQ(shell_.takePrint(port, line), port == ConsolePort::Print) << line;
   });

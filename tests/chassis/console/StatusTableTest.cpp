@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+
 #include <array>
 
 #include "CiPlatform.h"
+#include "chassis/LibraryMemory.h"
 #include "chassis/SampleFindings.h"
 
 namespace chassis {
@@ -122,7 +124,7 @@ TEST(StatusTable, ColourLeavesTheTextAsItIs) {
 class CamHistory : public testing::Test {
  protected:
   CamHistory() {
-    ciLibLoad();
+    library_.load();
     library_.insert(slot, 0, &cams_[0]);
     library_.insert(slot, 1, &cams_[1]);
     runUntil(4000);
@@ -136,9 +138,10 @@ class CamHistory : public testing::Test {
     }
   }
   void sendTo(std::uint32_t camSlot) {
-    *CaPmtInfo[0] = {};
-    CaPmtInfo[0]->mark = 1;
-    ASSERT_EQ(ciLibSendCaPmt(slot, camSlot, CaPmtInfo, 1), 1);
+    CaPmtProg record{};
+    record.mark = 1;
+    CaPmtProg *const records = &record;
+    ASSERT_EQ(library_.send(slot, camSlot, &records, 1), 1);
   }
   std::size_t lines() const {
     const std::string text = camHistory(library_, slot);
@@ -152,7 +155,8 @@ class CamHistory : public testing::Test {
   EventFan events_;
   std::array<Cam, 2> cams_{Cam{{{0x0500}}, {3, 0}, events_, 0},
                            Cam{{{0x0500}}, {3, 1}, events_, 0}};
-  CiLibrary library_{events_};
+  LibraryMemory memory_;
+  CiLibrary library_{events_, memory_.shared()};
   std::uint64_t nowMs_ = 0;
 };
 
@@ -161,10 +165,10 @@ TEST_F(CamHistory, ACamToWhichNothingHappenedIsLeftOut) {
 }
 
 TEST_F(CamHistory, ACamThatWasOnlyResetIsTold) {
-  resetCAM(slot, 1);
+  library_.reset(slot, 1);
   EXPECT_EQ(lines(), 1U);
   EXPECT_TRUE(tells(": no CA PMT, 1 reset, the last 00:00:04.000"));
-  resetCAM(slot, 1);
+  library_.reset(slot, 1);
   EXPECT_TRUE(tells("2 resets"));
 }
 
@@ -177,7 +181,7 @@ TEST_F(CamHistory, ACamThatWasOnlySentToIsTold) {
 TEST_F(CamHistory, EveryCamHasItsOwnLineWhileItIsIn) {
   sendTo(0);
   sendTo(1);
-  resetCAM(slot, 1);
+  library_.reset(slot, 1);
   EXPECT_EQ(lines(), 2U);
   library_.remove(slot, 0);
   EXPECT_EQ(lines(), 1U);

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <optional>
 
 #include "CiIf.h"
 #include "chassis/StreamWriter.h"
+#include "platform/Binding.h"
 
 using namespace testing_streams;
 using chassis::Card;
@@ -32,12 +34,16 @@ Bytes secondOfStream() {
 class Driver : public testing::Test {
  protected:
   Driver() {
-    chassis::bindCard(slot, &card);
+    bind();
     chassis::registerCard(slot);
     record = pCiData[slot];
   }
-  ~Driver() override { chassis::bindCard(slot, nullptr); }
 
+  void bind() {
+    chassis::Binding::Parts parts;
+    parts.cards[slot] = &card;
+    binding.emplace(parts);
+  }
   void insert() {
     card.insert(file.path(), kbit * 1000, 0);
     card.tick(1000);
@@ -49,6 +55,7 @@ class Driver : public testing::Test {
   TemporaryFile file{secondOfStream()};
   chassis::Files files;
   Card card{slot, events, files};
+  std::optional<chassis::Binding> binding;
   CiData *record = nullptr;
 };
 
@@ -109,17 +116,16 @@ TEST_F(Driver, AnswersNothingWithoutACard) {
   EXPECT_EQ(allFigures(*record), nothing);
   insert();
   EXPECT_NE(allFigures(*record), nothing);
-  chassis::bindCard(slot, nullptr);
+  binding.reset();
   EXPECT_EQ(allFigures(*record), nothing);
   SetPreCAMCC(slot, 0x101, 1);
   SetCAMCC(slot, 0x101, 1);
   ClrAllPreCAMPidExist(slot);
   ClrAllCAMPidExist(slot);
   SetCamFlit(slot, 0x101, 1);
-  chassis::bindCard(slot, &card);
+  bind();
   card.remove();
   EXPECT_EQ(allFigures(*record), nothing);
-  chassis::bindCard(MAX_BOARD_NUM, &card);
 }
 
 TEST_F(Driver, AnswersNothingForASlotThatIsNone) {

@@ -5,15 +5,14 @@
 #include <csignal>
 
 #include "kernel/Clock.h"
+#include "platform/Binding.h"
 
 namespace {
 
 class Kernel : public testing::Test {
  protected:
-  Kernel() { chassis::bindClock(&clock); }
-  ~Kernel() override { chassis::bindClock(nullptr); }
-
   chassis::Clock clock{0xFFFFFF00};
+  chassis::Binding binding{{&clock, nullptr, nullptr, {}}};
 };
 
 using KernelDeathTest = Kernel;
@@ -108,7 +107,6 @@ TEST_F(Kernel, HasNoUseForNoSemaphore) {
 }
 
 TEST(KernelWithoutClock, TimeStandsStill) {
-  chassis::bindClock(nullptr);
   EXPECT_EQ(OSTimeGet(), 0U);
   EXPECT_EQ(taskDelay(100), 0);
   EXPECT_EQ(OSTimeGet(), 0U);
@@ -118,7 +116,6 @@ TEST(KernelWithoutClock, TimeStandsStill) {
 }
 
 TEST(KernelWithoutClockDeathTest, AWaitForeverAborts) {
-  chassis::bindClock(nullptr);
   semaphore flag;
   EXPECT_EXIT(semTake(&flag, -1), testing::KilledBySignal(SIGABRT), "nobody gives the semaphore");
 }

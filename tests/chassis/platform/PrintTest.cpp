@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "CiPlatform.h"
+#include "platform/Binding.h"
 
 namespace chassis {
 namespace {
@@ -10,15 +11,17 @@ namespace {
 class ConsoleTest : public testing::Test {
  protected:
   void SetUp() override {
-    bindConsole([this](ConsolePort port, const std::string &line) {
+    printing_ = binding_.onPrinted([this](ConsolePort port, const std::string &line) {
       lines_[static_cast<std::size_t>(port)].push_back(line);
     });
   }
-  void TearDown() override { bindConsole(nullptr); }
 
   using Lines = std::vector<std::string>;
   const Lines &printed() const { return lines_[0]; }
   const Lines &debugged() const { return lines_[1]; }
+
+  Binding binding_{{}};
+  Printing printing_;
 
  private:
   std::array<Lines, 2> lines_;
@@ -66,11 +69,26 @@ TEST_F(ConsoleTest, AnswersTheLengthAsPrintfDoes) {
 
 TEST_F(ConsoleTest, DropsWithoutAListenerAndForgetsTheOpenLine) {
   modulePrintf("open");
-  bindConsole(nullptr);
+  printing_ = nullptr;
   EXPECT_EQ(modulePrintf("lost\n"), 5);
   SetUp();
   modulePrintf("new\n");
   EXPECT_EQ(printed(), Lines{"new"});
+}
+
+TEST_F(ConsoleTest, ANewListenerBeginsWithANewLine) {
+  modulePrintf("of the one before");
+  bbPrintf("of the one before");
+  SetUp();
+  modulePrintf("new\n");
+  bbPrintf("new\n");
+  EXPECT_EQ(printed(), Lines{"new"});
+  EXPECT_EQ(debugged(), Lines{"new"});
+}
+
+TEST(ConsoleUnbound, DropsAndAnswersTheLength) {
+  EXPECT_EQ(modulePrintf("lost\n"), 5);
+  EXPECT_EQ(bbPrintf("%d\n", 12), 3);
 }
 
 }  // namespace

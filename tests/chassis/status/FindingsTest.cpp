@@ -47,9 +47,9 @@ class FindingsTest : public testing::Test {
  protected:
   // Program 102 is on no CAM; the module has not seen the tables.
   void insertCard() {
-    chassis_.cardInsert(slot, file_.path(), bitrate);
-    chassis_.progAssign(slot, 101, 1);
-    chassis_.progAssign(slot, 103, 2);
+    chassis_.rack().cardInsert(slot, file_.path(), bitrate);
+    chassis_.rack().progAssign(slot, 101, 1);
+    chassis_.rack().progAssign(slot, 103, 2);
     play(3000);
     chassis_.card(slot).publishTables();
     getSlotDescPidInfo(slot);
@@ -63,8 +63,8 @@ class FindingsTest : public testing::Test {
   }
   void insertCams() {
     ASSERT_EQ(ciLibLoad(), 0);
-    chassis_.camInsert(slot, 0, {caSystem});
-    chassis_.camInsert(slot, 1, {caSystem});
+    chassis_.rack().camInsert(slot, 0, {caSystem});
+    chassis_.rack().camInsert(slot, 1, {caSystem});
     play(4000);
   }
   CaPmtReply &replyOf(std::uint32_t camSlot) {
@@ -101,7 +101,7 @@ TEST_F(FindingsTest, ACardThatWasPulledOutHasNothing) {
   insertCard();
   pCiData[slot]->cimaxStat = 1;
   pCiData[slot]->camInsert[0] = 1;
-  chassis_.cardRemove(slot);
+  chassis_.rack().cardRemove(slot);
   const CardFinding card = examined();
   EXPECT_EQ(card.bitrate, 0U);
   EXPECT_EQ(card.controller, 0xFF);
@@ -239,7 +239,7 @@ TEST_F(FindingsTest, AListIsReadToItsEndAndNotBeyond) {
 TEST_F(FindingsTest, AnEcmPidIsPresentForTwoSecondsAfterItsLastPacket) {
   insertCard();
   const std::uint64_t lastMs = chassis_.card(slot).before(ecmPid).lastSeenMs;
-  chassis_.pidFault(slot, PidFault::Drop, ecmPid, true);
+  chassis_.rack().pidFault(slot, PidFault::Drop, ecmPid, true);
   ASSERT_GE(lastMs + presenceMs, clock_.elapsedMs());
   play(static_cast<std::uint32_t>(lastMs + presenceMs - clock_.elapsedMs()));
   EXPECT_TRUE(program(0).pids[0].ecms.at(0).present);
@@ -248,8 +248,8 @@ TEST_F(FindingsTest, AnEcmPidIsPresentForTwoSecondsAfterItsLastPacket) {
 }
 
 TEST_F(FindingsTest, AnEcmPidThatWasNeverSeenIsNotPresentAtTheStartEither) {
-  chassis_.cardInsert(slot, file_.path(), bitrate);
-  chassis_.progAssign(slot, 103, 2);
+  chassis_.rack().cardInsert(slot, file_.path(), bitrate);
+  chassis_.rack().progAssign(slot, 103, 2);
   play(1000);
   chassis_.card(slot).publishTables();
   const std::vector<PidFinding> pids = program(2).pids;
@@ -336,7 +336,7 @@ TEST_F(FindingsTest, AReplysStreamsAreReadToTheirEndAndNotBeyond) {
 TEST_F(FindingsTest, ClearIsAProgramThatACamHasWithoutAnyCa) {
   insertCard();
   EXPECT_FALSE(program(1).clear) << "no CAM has it";
-  chassis_.progAssign(slot, 102, 3);
+  chassis_.rack().progAssign(slot, 102, 3);
   chassis_.card(slot).publishTables();
   const CardFinding card = examined();
   EXPECT_FALSE(card.programs[0].clear);
@@ -351,7 +351,7 @@ TEST_F(FindingsTest, ClearIsAProgramThatACamHasWithoutAnyCa) {
 TEST_F(FindingsTest, ACaPmtIsAsOldAsTheLastThatAnyOfAProgramsCamsGot) {
   insertCard();
   insertCams();
-  chassis_.progAssign(slot, 102, 3);
+  chassis_.rack().progAssign(slot, 102, 3);
   chassis_.card(slot).publishTables();
   EXPECT_EQ(examined().cams[0].caPmtAgeMs, std::nullopt);
   EXPECT_EQ(program(1).caPmtAgeMs, std::nullopt);

@@ -198,9 +198,9 @@ constexpr const char *afterThirtySeconds = R"({
 )";
 
 TEST_F(StatusJsonTest, HasEveryFindingOfACard) {
-  chassis_.cardInsert(2, file_.path(), 1504000);
-  chassis_.camInsert(2, 1, {0x0500, 0x0B00});
-  chassis_.progAssign(2, 101, 2);
+  chassis_.rack().cardInsert(2, file_.path(), 1504000);
+  chassis_.rack().camInsert(2, 1, {0x0500, 0x0B00});
+  chassis_.rack().progAssign(2, 101, 2);
   runUntil(30000);
   std::string expected = afterThirtySeconds;
   expected.replace(expected.find("STREAM"), 6, file_.path());
@@ -224,7 +224,7 @@ TEST_F(StatusJsonTest, HasTheAlarmsThatStandWithTheirPlace) {
 }
 
 TEST_F(StatusJsonTest, AProgramThatNoCamHasHasNoStatus) {
-  chassis_.cardInsert(0, file_.path(), 1504000);
+  chassis_.rack().cardInsert(0, file_.path(), 1504000);
   runUntil(5000);
   const auto status = nlohmann::json::parse(statusJson(chassis_, {}, wallMs));
   const auto &program = status["cards"][0]["programs"][0];
