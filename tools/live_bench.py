@@ -146,7 +146,8 @@ class Bench:
         path = folder / "script"
         path.write_text("\n".join(script) + "\n")
         command = [self.program("ci-chassis"), "--script", path, "--for", "%d" % (seconds + DRAIN_S),
-                   "--no-table", "--status-json", folder / "status.json"]
+                   "--no-table", "--status-json", folder / "status.json",
+                   "--events", folder / "events"]
         for slot, port in enumerate(outputs):
             command += ["--output", "%d:%s" % (slot, url(port))]
         return Process(folder, "ci-chassis", command, self.chassis_cpus, stdin=subprocess.DEVNULL)
@@ -169,7 +170,6 @@ class Profile(threading.Thread):
         self._data = folder / "perf.data"
         self._command = ["perf", "record", "-q", "-e", "cpu-clock", "-F", "499", "-o", self._data, "-p",
                          str(process.child.pid), "--", "sleep", str(seconds)]
-        self.keep = None
         self.start()
 
     def run(self):
@@ -360,11 +360,18 @@ def probe(bench, pairs, rate, seconds, warm_up, profile_s=0):
             each.finish(READY_S)
         chassis.finish(READY_S)
         status = json.loads((folder / "status.json").read_text())
-        figures["timeline"] = chassis.text()
-        return judged_probe(figures, [each.lines()[-1] for each in senders], status["cards"])
+        events = [json.loads(line) for line in (folder / "events").read_text().splitlines()]
+        return judged_probe(figures, [each.lines()[-1] for each in senders], status["cards"], events)
 
 
-def judged_probe(figures, sent, cards):
+def judged_descrambled(events):
+    """Slot and number of each program that was found descrambled."""
+    return {(event["slot"], number) for event in events
+            if event["kind"] == "program_state" and event["state"] == "descrambled"
+            for number in event["programs"]}
+
+
+def judged_probe(figures, sent, cards, events):
     problems = []
     for slot, card in enumerate(cards):
         for report, side in zip(sent, ("input", "behind")):
@@ -375,7 +382,7 @@ def judged_probe(figures, sent, cards):
     figures["received_packets"] = sum(card[side]["counters"]["packets"] for card in cards
                                       for side in ("input", "behind"))
     figures["lost"] = lost_of(sent, cards, [])
-    states = figures.pop("timeline")
-    judged = len(re.findall(r"descrambled  ", states))
-    expect(problems, "no program was judged", judged > 0)
+    judged, all_programs = len(judged_descrambled(events)), len(cards) * len(PROGRAMS)
+    expect(problems, "%d of %d programs were found descrambled, though nothing was lost" %
+           (judged, all_programs), judged == all_programs or any(figures["lost"].values()))
     return finished(figures, problems)
