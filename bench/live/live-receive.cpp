@@ -104,8 +104,11 @@ class Port {
   }
 
   Json report() const {
-    return {{"datagrams", datagrams_}, {"packets", packets_},        {"scrambled", scrambled_},
-            {"missing", missing_},     {"kernel_lost", kernelLost_}, {"foreign", foreign_}};
+    return {{"datagrams", datagrams_},
+            {"packets", packets_},
+            {"scrambled", scrambled_},
+            {"missing", missing_},
+            {"foreign", foreign_}};
   }
   Json delays() const { return delays_.report(); }
 
@@ -167,8 +170,6 @@ class Port {
         timespec time{};
         std::memcpy(&time, CMSG_DATA(each), sizeof time);
         came = nsOf(time);
-      } else if (each->cmsg_type == SO_RXQ_OVFL) {
-        std::memcpy(&kernelLost_, CMSG_DATA(each), sizeof kernelLost_);
       }
     }
     return came;
@@ -189,7 +190,6 @@ class Port {
   std::uint64_t packets_ = 0;
   std::uint64_t scrambled_ = 0;
   std::uint64_t missing_ = 0;
-  std::uint32_t kernelLost_ = 0;
   std::uint64_t foreign_ = 0;
   std::optional<std::uint16_t> next_;
   std::optional<std::uint32_t> stamp_;

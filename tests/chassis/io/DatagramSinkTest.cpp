@@ -31,12 +31,15 @@ class DatagramSinkTest : public testing::Test {
     return *sink_;
   }
   void write(unsigned first, unsigned count, std::uint64_t cameNs) {
+    writeAt(first, std::vector<std::uint64_t>(count, cameNs));
+  }
+  // At once, as a card does.
+  void writeAt(unsigned first, const std::vector<std::uint64_t> &cameNs) {
     std::vector<TsPacket> some;
-    for (unsigned i = 0; i < count; ++i) {
-      some.push_back(packet(first + i));
+    for (std::size_t i = 0; i < cameNs.size(); ++i) {
+      some.push_back(packet(first + static_cast<unsigned>(i)));
     }
-    const std::vector<std::uint64_t> came(count, cameNs);
-    sink_->write(some.data(), came.data(), count);
+    sink_->write(some.data(), cameNs.data(), some.size());
   }
   std::uint64_t chassisNs() const { return Loop::nowNs() - begin_; }
   // Lets the loop act until so many packets are written or lost.
@@ -110,11 +113,7 @@ TEST_F(DatagramSinkTest, WhatCameUntilTheFirstOneLeavesGoesWithIt) {
   const std::string url = localUrl();
   const Receiver receiver(url);
   open(url + "?delay=20");
-  write(0, 1, 0);
-  write(1, 1, 20 * ms);
-  write(2, 1, 20 * ms + 1);
-  write(3, 1, 40 * ms + 1);
-  write(4, 1, 40 * ms + 2);
+  writeAt(0, {0, 20 * ms, 20 * ms + 1, 40 * ms + 1, 40 * ms + 2});
   ASSERT_TRUE(leave(5));
   EXPECT_EQ(receiver.next(), packets(0, 2));
   EXPECT_EQ(receiver.next(), packets(2, 2));

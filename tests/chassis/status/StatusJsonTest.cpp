@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "chassis/StreamWriter.h"
+#include "chassis/io/Datagrams.h"
 #include "console/Shell.h"
 #include "supervision/Chassis.h"
 
@@ -232,6 +233,25 @@ TEST_F(StatusJsonTest, AProgramThatNoCamHasHasNoStatus) {
   EXPECT_EQ(program["cams"].dump(), "[]");
   EXPECT_FALSE(program.contains("status"));
   EXPECT_EQ(program["pids"][0]["state"], "not supervised");
+}
+
+TEST_F(StatusJsonTest, AnOutputIntoANetworkTellsHowLateItsDatagramsLeft) {
+  const std::string url = "rtp://127.0.0.1:" + std::to_string(testing_datagrams::freePort());
+  const testing_datagrams::Receiver receiver(url);
+  chassis_.cardInsert(0, file_.path(), 1504000);
+  chassis_.output(0, url);
+  chassis_.output(1, "/dev/null");
+  chassis_.cardInsert(1, file_.path(), 1504000);
+  runUntil(200);
+  chassis_.endOutputs();
+  const auto status = nlohmann::json::parse(statusJson(chassis_, {}, wallMs));
+  const auto &output = status["cards"][0]["output"];
+  const std::uint64_t packets = output["packets"];
+  EXPECT_GT(packets, 0U);
+  EXPECT_GE(output["datagrams"], (packets + 6) / 7);
+  EXPECT_LE(output["late"], output["datagrams"]);
+  EXPECT_TRUE(output["worst_lateness_ns"].is_number_unsigned());
+  EXPECT_FALSE(status["cards"][1]["output"].contains("datagrams")) << "a file has no times to keep";
 }
 
 }  // namespace
