@@ -8,8 +8,6 @@
 #include <cstring>
 #include <utility>
 
-extern char **environ;
-
 namespace chassis {
 
 void ResetCommand::tell(const std::string &what, const std::string &why) {

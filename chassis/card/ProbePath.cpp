@@ -80,7 +80,7 @@ bool ProbePath::match(const Psi &before, const ServiceNames &names) {
 }
 
 bool ProbePath::nothingBehind(const PsiProgram &program) const {
-  const auto seen = [&program, this](const PidMeter &meter, std::uint64_t sinceMs) {
+  const auto seen = [&program](const PidMeter &meter, std::uint64_t sinceMs) {
     return std::any_of(program.streams.begin(), program.streams.end(),
                        [&](const PsiStream &stream) {
                          const PidEvidence &evidence = meter.evidence(stream.pid);

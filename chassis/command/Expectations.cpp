@@ -7,6 +7,7 @@
 #include "base/ProgramText.h"
 #include "base/Text.h"
 #include "status/Findings.h"
+#include "status/Verdict.h"
 #include "status/Words.h"
 
 namespace chassis {
@@ -81,6 +82,8 @@ std::vector<std::string> stateNames() {
       }
     }
   }
+  const std::vector<std::string> probed = probeStates();
+  names.insert(names.end(), probed.begin(), probed.end());
   return names;
 }
 
@@ -96,6 +99,10 @@ std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values) 
                            " of slot " + std::to_string(values[0].number);
   if (program == nullptr) {
     return name + " is not in the stream";
+  }
+  if (!isMeasured(*program)) {
+    const std::string state = verdictOf(*program).state;
+    return values[2].text == state ? std::nullopt : std::optional(name + " is \"" + state + "\"");
   }
   const StatusWords &words = statusWords(program->status);
   const bool asExpected = values[2].text == words.state || values[2].text == words.cause;

@@ -51,9 +51,9 @@ class NoBrokenPipe {
 }
 
 // A FIFO of another owner in a folder that everybody may write to lets nobody create it.
-int openForWriting(const std::string &path) {
+int openForWriting(const std::string &path, int how) {
   constexpr mode_t everybody = 0666;
-  constexpr int flags = O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
+  const int flags = how | O_WRONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY;
   const int file = ::open(path.c_str(), flags);
   return file < 0 && errno == ENOENT ? ::open(path.c_str(), flags | O_CREAT, everybody) : file;
 }
@@ -81,8 +81,11 @@ std::string lossText(const std::string &path, const std::string &user, const std
              : "'" + path + "', " + user + ", is not whole: " + lost + " lost: " + trouble;
 }
 
-LiveOutput::LiveOutput(std::string path, Objection objection, GoOn goOn)
-    : path_(std::move(path)), objection_(std::move(objection)), goOn_(std::move(goOn)) {
+LiveOutput::LiveOutput(std::string path, Objection objection, GoOn goOn, Existing existing)
+    : path_(std::move(path)),
+      objection_(std::move(objection)),
+      goOn_(std::move(goOn)),
+      existing_(existing) {
   requireWritable(path_);
 }
 
@@ -112,7 +115,7 @@ std::size_t LiveOutput::begun() {
   return runs_.empty() ? 0 : (written_ - runs_.front().begin) % runs_.front().unit;
 }
 
-// What a full disk has taken of a unit is taken back.
+// What a full disk has taken of a unit is taken back, where all of the file is ours.
 void LiveOutput::fail(const std::string &why) {
   failed_ = true;
   const std::size_t part = regular_ ? begun() : 0;
@@ -129,7 +132,7 @@ bool LiveOutput::open() {
   if (file_ >= 0) {
     return true;
   }
-  const int file = openForWriting(path_);
+  const int file = openForWriting(path_, existing_ == Existing::GoneOnWith ? O_APPEND : 0);
   if (file >= 0) {
     return begin(file);
   }
@@ -142,7 +145,7 @@ bool LiveOutput::open() {
 bool LiveOutput::begin(int file) {
   file_ = file;
   struct stat status {};
-  regular_ = fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+  regular_ = existing_ == Existing::Emptied && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
   const std::string other = objection_ ? objection_(file) : "";
   if (!other.empty()) {
     regular_ = false;

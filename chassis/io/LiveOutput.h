@@ -32,8 +32,12 @@ class LiveOutput {
   // Why a file that is open must not be written; empty: it may.
   using Objection = std::function<std::string(int file)>;
 
+  // What becomes of a file that is there: it is emptied, or written on at its end.
+  enum class Existing { Emptied, GoneOnWith };
+
   // The path is required to be writable. Nothing is created or emptied yet.
-  LiveOutput(std::string path, Objection objection, GoOn goOn);
+  LiveOutput(std::string path, Objection objection, GoOn goOn,
+             Existing existing = Existing::Emptied);
   ~LiveOutput();  // what was not written is lost without a word; end tells
   LiveOutput(const LiveOutput &) = delete;
   LiveOutput &operator=(const LiveOutput &) = delete;
@@ -75,11 +79,12 @@ class LiveOutput {
   const std::string path_;
   const Objection objection_;
   const GoOn goOn_;
+  const Existing existing_;
   int file_ = -1;
   bool failed_ = false;
   bool patient_ = true;
   bool stalled_ = false;  // the patience with the reader is used up
-  bool regular_ = false;
+  bool regular_ = false;  // a file that was emptied
   std::uint64_t written_ = 0;
   std::deque<Run> runs_;  // the first is that of the next byte to write
   std::vector<std::uint8_t> held_;

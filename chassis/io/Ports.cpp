@@ -15,6 +15,16 @@ namespace {
 
 constexpr std::uint64_t nsPerMs = 1000000;
 
+// As whoever started the program has made it.
+std::unique_ptr<LiveOutput> standardOutput(const Files &files) {
+  if (isatty(STDOUT_FILENO) == 1) {
+    throw InputError("'-' is standard output, which is a terminal; pipe it, or give a file");
+  }
+  return std::make_unique<LiveOutput>(
+      "/dev/stdout", nullptr, [&files](const Progress &progress) { return files.goesOn(progress); },
+      LiveOutput::Existing::GoneOnWith);
+}
+
 }  // namespace
 
 bool isPlayed(const Url &url) {
@@ -45,9 +55,10 @@ std::unique_ptr<PacketSink> Ports::openOutput(const Url &url, const std::string 
     return std::make_unique<DatagramSink>(
         url, [this](std::uint64_t chassisNs) { return clock_.realNs(chassisNs); }, loop_);
   }
-  const bool standard = url.scheme == Url::Scheme::StandardStream;
-  return std::make_unique<FileSink>(files_.openOutput(user, standard ? "/dev/stdout" : url.path),
-                                    [this] { return !clock_.live(); });
+  const auto waits = [this] { return !clock_.live(); };
+  return url.scheme == Url::Scheme::StandardStream
+             ? std::make_unique<FileSink>(standardOutput(files_), waits)
+             : std::make_unique<FileSink>(files_.openOutput(user, url.path), waits);
 }
 
 }  // namespace chassis

@@ -58,12 +58,14 @@ void Rack::tick(std::uint64_t nowMs) {
 void Rack::cardInsert(std::uint32_t slot, const std::string &stream, std::uint64_t bitrate) {
   const Url url = readUrl(stream, Url::Use::Input);
   if (isPlayed(url)) {
+    endProbe(slot);
     card(slot).insert(url.path, bitrate, clock_.elapsedMs());
   } else if (bitrate != 0) {
     throw InputError("'" + stream + "' comes at a bitrate of its own; leave the bitrate out");
   } else {
     auto source = ports_.openInput(url, card(slot).teller());
     goLive(stream);
+    endProbe(slot);
     card(slot).insertLive(std::move(source), url.text, clock_.elapsedMs());
   }
   cardInserted_(slot);
@@ -84,6 +86,10 @@ Card::ProbeInputs Rack::probeInputs(std::uint32_t slot, const Probe &probe) {
   constexpr const char *sides[] = {" (what goes in)", " (what comes out)"};
   const std::array<Url, 2> urls{readUrl(probe.before, Url::Use::Input),
                                 readUrl(probe.behind, Url::Use::Input)};
+  if (urls[0].text == urls[1].text && !isPlayed(urls[0])) {
+    throw InputError("'" + urls[0].text +
+                     "' is given twice; what goes in and what comes out are two streams");
+  }
   FilePair files([this](const Progress &progress) { return files_.goesOn(progress); });
   std::array<std::unique_ptr<PacketSource>, 2> sources;
   for (std::size_t i = 0; i < urls.size(); ++i) {
@@ -168,7 +174,15 @@ void Rack::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &ca
   }
 }
 
+// The CAM that was observed goes with its receiver.
+void Rack::endProbe(std::uint32_t slot) {
+  if (card(slot).probing()) {
+    library_.remove(slot, 0);
+  }
+}
+
 void Rack::cardRemove(std::uint32_t slot) {
+  endProbe(slot);
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     camRemove(slot, camSlot);
   }
@@ -183,6 +197,12 @@ void Rack::cardRemove(std::uint32_t slot) {
 
 void Rack::camInsert(std::uint32_t slot, std::uint32_t camSlot,
                      const std::vector<std::uint16_t> &casids) {
+  if (card(slot).probing()) {
+    throw InputError("slot " + std::to_string(slot) +
+                     " judges a receiver elsewhere, which has its own CAM; put in a card first: "
+                     "cardInsert " +
+                     std::to_string(slot) + ", \"file\"");
+  }
   camRemove(slot, camSlot);
   Cam::Config config;
   config.caSystems = casids;

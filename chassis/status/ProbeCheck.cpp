@@ -101,8 +101,14 @@ ProbeCheck::Judgement ProbeCheck::judge(const ProgramFinding &program) const {
     return forMs < justBegunMs ? Judgement{checkWarning, code, words + " for " + secondsText(forMs)}
                                : Judgement{checkCritical, code, words};
   }
-  const bool ok = program.probe == ProbeState::Judged && program.status == DESC_STAT_OK;
-  return ok ? Judgement{} : Judgement{checkUnknown, program.status, words};
+  const bool judged = program.probe == ProbeState::Judged;
+  if (judged && program.status == DESC_STAT_OK) {
+    return {};
+  }
+  const FieldWords &caSystem = caSystemWords(card_.cams[0]);
+  const bool other = judged && caSystem.tone == Tone::Bad;
+  return {checkUnknown, program.status,
+          words + (other ? ", CAM " + std::string(caSystem.text) : "")};
 }
 
 std::string ProbeCheck::troubles() const {

@@ -6,6 +6,11 @@
 #include "base/Text.h"
 
 namespace chassis {
+
+bool isMeasured(const ProgramFinding &program) {
+  return program.probe == ProbeState::None || program.probe == ProbeState::Judged;
+}
+
 namespace {
 
 bool isSilent(const PidFinding &pid) {
@@ -44,7 +49,7 @@ static_assert(inOrder());
 
 Verdict verdictOf(const ProgramFinding &program, std::uint8_t status, bool silent) {
   const ProbeWords &probed = probeWords[static_cast<std::size_t>(program.probe)];
-  if (*probed.words != '\0') {
+  if (!isMeasured(program)) {
     return {probed.words, "", probed.note, probed.tone};
   }
   if (status == DESC_STAT_OK && silent) {
@@ -60,6 +65,17 @@ Verdict verdictOf(const ProgramFinding &program, std::uint8_t status, bool silen
 }
 
 }  // namespace
+
+std::vector<std::string> probeStates() {
+  std::vector<std::string> states;
+  for (const ProbeWords &words : probeWords) {
+    const std::string state = words.words;
+    if (!state.empty() && std::find(states.begin(), states.end(), state) == states.end()) {
+      states.push_back(state);
+    }
+  }
+  return states;
+}
 
 bool isSupervised(const ProgramFinding &program) {
   return program.camMask != 0 || program.probe != ProbeState::None;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "status/FieldWords.h"
 #include "status/Findings.h"
@@ -16,6 +17,12 @@ struct Verdict {
   std::string note;   // what the state must be read with; empty where there is nothing
   Tone tone = Tone::Plain;
 };
+
+// The states of programs beside the module's: those of a receiver that is judged.
+std::vector<std::string> probeStates();
+
+// Nothing keeps the module from measuring it: what it says is the module's.
+bool isMeasured(const ProgramFinding &program);
 
 // A CAM has the program, or a receiver that is judged.
 bool isSupervised(const ProgramFinding &program);

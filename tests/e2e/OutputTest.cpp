@@ -54,6 +54,32 @@ TEST_F(Output, IsNeverTheStreamByWhateverName) {
   }
 }
 
+// As a shell has made it: a pipe, a file that is new or one that goes on.
+TEST_F(Output, IsStandardOutputInPlaceOfTheTimeline) {
+  write("script", card + "wait 2\n");
+  const std::string play = program + " --script script --speed max --output 0:-";
+  ASSERT_EQ(runScript(card + "wait 2\n", "--output 0:file.ts").status, 0);
+  const Bytes expected = read("file.ts");
+  ASSERT_GT(expected.size(), 100000U);
+  EXPECT_EQ(command(play + " | cat > piped.ts").err, "");
+  EXPECT_EQ(read("piped.ts"), expected);
+  EXPECT_EQ(command(play + " > new.ts").status, 0);
+  EXPECT_EQ(read("new.ts"), expected);
+  EXPECT_EQ(command("printf before > old.ts; " + play + " >> old.ts").status, 0);
+  Bytes longer{'b', 'e', 'f', 'o', 'r', 'e'};
+  longer.insert(longer.end(), expected.begin(), expected.end());
+  EXPECT_EQ(read("old.ts"), longer);
+  EXPECT_EQ(command(play + " > /dev/full").status, lost);
+}
+
+TEST_F(Output, HasStandardOutputAlone) {
+  const Result result = runScript(card + "wait 1\n", "--output 0:- --output 1:-");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "ci-chassis: --output 0:- and --output 1:- both write standard output; give a file in "
+            "place of -\n");
+}
+
 TEST_F(Output, IsNoStreamThatComesLater) {
   write("other.ts", stream_);
   const std::string script = "cardInsert 0, \"other.ts\"\nwait 2\n";

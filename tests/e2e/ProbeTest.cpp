@@ -159,6 +159,45 @@ TEST_F(Probe, AScriptJudgesToo) {
   EXPECT_EQ(tableRows(result.out).size(), 8u);
 }
 
+TEST_F(Probe, AScriptCanExpectWhatAReceiverLeavesOut) {
+  const Result result = runScript("probeInsert 0, \"build/samples/headend.ts\", \"" + clear +
+                                  "\"\nexpectState 0, 101, \"missing behind\", 8\nwait 9\n");
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(
+      linesWith(result.err, "program 101 \"Laboratory 1\" of slot 0 is \"descrambled\"").size(), 1u)
+      << result.err;
+}
+
+TEST_F(Probe, ItsSlotTakesNoCamAndIsACardsAgainLater) {
+  const std::string judged = "probeInsert 0, \"build/samples/headend.ts\", \"" + clear + "\"\n";
+  const Result result = runScript(judged + "camInsert 0, 0, 0x0500\n");
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(
+      linesWith(result.err, "slot 0 judges a receiver elsewhere, which has its own CAM").size(), 1u)
+      << result.err;
+  const Result later = runScript(judged +
+                                 "wait 5\ncardInsert 0, \"build/samples/headend.ts\"\n"
+                                 "progAssign 0, *, 1\nwait 8\n");
+  EXPECT_EQ(later.status, 0) << later.err;
+  EXPECT_EQ(linesWith(later.out, "only observed").size(), 0u);
+  for (const TableRow &row : tableRows(later.out)) {
+    EXPECT_NE(row.state, "descrambled") << "there is no CAM any more";
+  }
+}
+
+TEST_F(Probe, TheSameStreamTwiceIsRefused) {
+  const Result result = check("udp://127.0.0.1:9 udp://127.0.0.1:9");
+  EXPECT_EQ(result.out,
+            "DESCRAMBLING UNKNOWN: 'udp://127.0.0.1:9' is given twice; what goes in and what comes "
+            "out are two streams\n");
+}
+
+TEST_F(Probe, OptionsMayStandAnywhere) {
+  EXPECT_EQ(run("probe --program 101 --map 102=7 --casid 0x0500 --check " + scrambled + " " + clear)
+                .status,
+            0);
+}
+
 TEST_F(Probe, AStatusForProgramsHasBothSides) {
   const Result result = run("probe " + scrambled + " " + clear + " --status-json -");
   EXPECT_EQ(result.status, 0);
