@@ -238,12 +238,12 @@ TEST_F(StatusJsonTest, AProgramThatNoCamHasHasNoStatus) {
 TEST_F(StatusJsonTest, AnOutputIntoANetworkTellsHowLateItsDatagramsLeft) {
   const std::string url = "rtp://127.0.0.1:" + std::to_string(testing_datagrams::freePort());
   const testing_datagrams::Receiver receiver(url);
-  chassis_.cardInsert(0, file_.path(), 1504000);
-  chassis_.output(0, url);
-  chassis_.output(1, "/dev/null");
-  chassis_.cardInsert(1, file_.path(), 1504000);
+  chassis_.rack().cardInsert(0, file_.path(), 1504000);
+  chassis_.rack().output(0, url);
+  chassis_.rack().output(1, "/dev/null");
+  chassis_.rack().cardInsert(1, file_.path(), 1504000);
   runUntil(200);
-  chassis_.endOutputs();
+  chassis_.rack().endOutputs();
   const auto status = nlohmann::json::parse(statusJson(chassis_, {}, wallMs));
   const auto &output = status["cards"][0]["output"];
   const std::uint64_t packets = output["packets"];
