@@ -49,6 +49,54 @@ TEST(StatusTable, ALongNameIsCutShort) {
       << text;
 }
 
+// Everything behind the table itself.
+std::string linesBehind(const CardFinding &card) {
+  const std::string text = statusTable(card, false);
+  const std::string last = "ECM PIDs: before the CAMs\n";
+  return text.substr(text.find(last) + last.size());
+}
+
+TEST(StatusTable, ALiveStreamTellsItsLossesByPlace) {
+  CardFinding card = sampleCard();
+  EXPECT_EQ(linesBehind(card), "") << "nothing of a file";
+  card.input = {"rtp://239.0.0.1:1", true, false, {}};
+  card.input.counters.packets = 1;
+  EXPECT_EQ(linesBehind(card),
+            "in rtp://239.0.0.1:1: 1 packet; lost: network 0, kernel 0, stream 8 continuity "
+            "errors, here 0\n")
+      << "without datagrams nothing is said of them";
+  SourceCounters &counters = card.input.counters;
+  counters.packets = 70;
+  counters.datagrams = 10;
+  counters.networkLost = 1;
+  counters.kernelLost = 2;
+  counters.dropped = 3;
+  counters.reordered = 4;
+  counters.duplicates = 5;
+  counters.late = 6;
+  counters.foreign = 7;
+  counters.senders = 8;
+  card.input.silent = true;
+  EXPECT_EQ(linesBehind(card),
+            "in rtp://239.0.0.1:1, silent: 70 packets; lost: network 1, kernel 2, stream 8 "
+            "continuity errors, here 3\n"
+            "  10 datagrams: put in order 4, duplicates 5, too late 6, without packets 7, senders "
+            "8\n");
+}
+
+TEST(StatusTable, AReceiverHasASideBehindAndAnOutputItsLosses) {
+  CardFinding card = sampleCard();
+  card.input = {"a", true, false, {}};
+  card.countersBehind = SourceCounters{};
+  card.countersBehind->packets = 9;
+  card.behindName = "b";
+  card.output = {"udp://1.2.3.4:5", 20, 1, std::nullopt};
+  EXPECT_EQ(linesBehind(card),
+            "in a: 0 packets; lost: network 0, kernel 0, stream 8 continuity errors, here 0\n"
+            "behind b: 9 packets; lost: network 0, kernel 0, stream 12 continuity errors, here 0\n"
+            "out udp://1.2.3.4:5: 20 packets, lost 1\n");
+}
+
 // The cells of the first PID's row behind the column of the CAM.
 std::string firstRow(const CardFinding &card) {
   const std::string text = statusTable(card, false);

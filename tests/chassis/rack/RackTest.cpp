@@ -8,6 +8,7 @@
 
 #include "base/InputError.h"
 #include "chassis/LibraryMemory.h"
+#include "chassis/PaidStream.h"
 #include "chassis/StreamWriter.h"
 #include "chassis/cilib/EventLog.h"
 
@@ -144,6 +145,101 @@ TEST_F(RackTest, AllProgramsAreAssignedAtOnce) {
   insertCard(0);
   rack_.progAssignAll(0, 2);
   EXPECT_EQ(rack_.card(0).program(101)->camMask, 2U);
+}
+
+class RackProbe : public RackTest {
+ protected:
+  Rack::Probe files() const {
+    Rack::Probe probe;
+    probe.before = in_.path();
+    probe.behind = out_.path();
+    return probe;
+  }
+  std::string error(const Rack::Probe &probe) {
+    try {
+      rack_.probeInsert(0, probe);
+    } catch (const InputError &error) {
+      return error.what();
+    }
+    return "";
+  }
+
+  const TemporaryFile in_{paidStream(true)};
+  const TemporaryFile out_{paidStream(false)};
+};
+
+TEST_F(RackProbe, TheCaSystemIsTheFirstThatTheProgramsCarry) {
+  rack_.probeInsert(0, files());
+  EXPECT_TRUE(rack_.card(0).probing());
+  EXPECT_FALSE(clock_.live());
+  EXPECT_EQ(library_.insertStatus(0, 0), 1U);
+  EXPECT_FALSE(library_.supports(0, caSystem)) << "not known yet";
+  play(100);
+  rack_.observe(0);
+  EXPECT_TRUE(library_.supports(0, caSystem));
+  EXPECT_EQ(count("the receiver is judged by CA system 0x0500"), 1);
+  rack_.observe(0);
+  EXPECT_EQ(count("the receiver is judged by CA system 0x0500"), 1) << "told once";
+}
+
+TEST_F(RackProbe, OneThatIsAskedForMustBeCarried) {
+  Rack::Probe probe = files();
+  probe.caSystems = {0x0B00, caSystem};
+  rack_.probeInsert(0, probe);
+  EXPECT_TRUE(library_.supports(0, 0x0B00));
+  play(100);
+  rack_.observe(0);
+  EXPECT_EQ(count("the receiver is judged by CA system 0x0500"), 1);
+  probe.caSystems = {0x0B00};
+  rack_.probeInsert(0, probe);
+  play(100);
+  rack_.observe(0);
+  EXPECT_EQ(count("no program carries CA system 0x0B00"), 1);
+}
+
+TEST_F(RackProbe, TheObservedCamGoesWithItsReceiver) {
+  rack_.probeInsert(0, files());
+  rack_.cardRemove(0);
+  EXPECT_EQ(library_.insertStatus(0, 0), 0U);
+  rack_.probeInsert(0, files());
+  EXPECT_THROW(rack_.camInsert(0, 0, {caSystem}), InputError);
+  EXPECT_EQ(library_.insertStatus(0, 0), 1U);
+  insertCard(0);
+  EXPECT_EQ(library_.insertStatus(0, 0), 0U);
+  EXPECT_FALSE(rack_.card(0).probing());
+  rack_.camInsert(0, 0, {caSystem});
+  EXPECT_EQ(library_.insertStatus(0, 0), 2U);
+}
+
+TEST_F(RackProbe, FilesWithoutCommonTimeAreTold) {
+  const TemporaryFile late(paidStream(false, 60000));
+  Rack::Probe probe = files();
+  probe.behind = late.path();
+  rack_.probeInsert(0, probe);
+  EXPECT_EQ(count("the two files have no time in common"), 1);
+}
+
+TEST_F(RackProbe, AFileBesideALiveStreamIsLiveToo) {
+  const TemporaryFile place;
+  std::filesystem::remove(place.path());
+  ASSERT_EQ(mkfifo(place.path().c_str(), 0600), 0);
+  Rack::Probe probe = files();
+  probe.behind = place.path();
+  rack_.probeInsert(0, probe);
+  EXPECT_TRUE(clock_.live());
+  EXPECT_EQ(count("the two files"), 0);
+  probe.before = place.path();
+  EXPECT_EQ(error(probe), "'" + place.path() +
+                              "' is given twice; what goes in and what comes out are two streams");
+}
+
+TEST_F(RackProbe, WhatIsWrongWithAnInputLeavesWhatWasThere) {
+  insertCard(0);
+  Rack::Probe probe = files();
+  probe.behind = "nowhere.ts";
+  EXPECT_EQ(error(probe), "'nowhere.ts' cannot be opened: No such file or directory");
+  EXPECT_TRUE(rack_.card(0).inserted());
+  EXPECT_FALSE(rack_.card(0).probing());
 }
 
 }  // namespace
