@@ -112,7 +112,7 @@ class AtATerminal : public ConsoleRig {
   std::string screen_;
 };
 
-TEST_F(AtATerminal, LinesGoToTheSession) {
+TEST_F(AtATerminal, LinesGoToTheAgenda) {
   EXPECT_TRUE(shows("leaves\r\n"));
   EXPECT_TRUE(has(answerTo("status"), "no card is in"));
 }
