@@ -2,6 +2,7 @@
 
 #include "base/InputError.h"
 #include "base/Text.h"
+#include "command/Missing.h"
 #include "io/Ports.h"
 
 namespace chassis {
@@ -17,19 +18,16 @@ void Rehearsal::play(const Function &function, const Values &values) {
 }
 
 void Rehearsal::require(const Function &function, const Values &values, Slot &slot) const {
-  const std::string slotName = std::to_string(values[0].number);
   if (slot.card == Filled::No) {
     slot.card = Filled::Maybe;
     slot.cams.fill(Filled::Maybe);
-    throw InputError("no card is in slot " + slotName + "; put one in first: cardInsert " +
-                     slotName + ", \"file\"");
+    throw noCardIn(values[0].number);
   }
   if (function.need == Need::Card || slot.cams[values[1].number] != Filled::No) {
     return;
   }
   slot.cams[values[1].number] = Filled::Maybe;
-  const std::string place = slotName + ", " + std::to_string(values[1].number);
-  throw InputError("no CAM is in " + place + "; put one in first: camInsert " + place + ", casid");
+  throw noCamIn(values[0].number, values[1].number);
 }
 
 void Rehearsal::requireProgram(const Function &function, const Values &values, const Slot &slot) {

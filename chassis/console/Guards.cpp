@@ -4,6 +4,7 @@
 
 #include "CiPlatform.h"
 #include "base/InputError.h"
+#include "command/Missing.h"
 
 namespace chassis {
 namespace {
@@ -40,9 +41,7 @@ void requireProgramIndex(const Values &values) {
 void requireCam(const Values &values) {
   const std::uint32_t camSlot = static_cast<std::uint32_t>(values[1].number);
   if ((ciLibGetInsertCard(slotOf(values), camSlot) & 0xFF) == 0) {
-    const std::string place = std::to_string(slotOf(values)) + ", " + std::to_string(camSlot);
-    throw InputError("no CAM is in " + place + "; put one in first: camInsert " + place +
-                     ", casid");
+    throw noCamIn(values[0].number, values[1].number);
   }
 }
 

@@ -4,9 +4,9 @@
 
 #include "CiPlatform.h"
 #include "alarms/AlarmText.h"
-#include "base/InputError.h"
 #include "base/ProgramText.h"
 #include "base/Text.h"
+#include "command/Missing.h"
 #include "console/AlarmList.h"
 #include "console/StatusTable.h"
 #include "console/Table.h"
@@ -114,9 +114,7 @@ std::string overview(Chassis &chassis, const StatusWatch &watch, bool colour, st
 std::string cardDetail(Chassis &chassis, const StatusWatch &watch, std::uint32_t slot, bool colour,
                        std::size_t width) {
   if (!chassis.card(slot).inserted()) {
-    const std::string name = std::to_string(slot);
-    throw InputError("no card is in slot " + name + "; put one in first: cardInsert " + name +
-                     ", \"file\"");
+    throw noCardIn(slot);
   }
   const CardFinding *snapshot = watch.snapshot(slot);
   return (snapshot != nullptr ? statusTable(*snapshot, colour, width)

@@ -4,6 +4,7 @@
 
 #include "base/InputError.h"
 #include "base/Raised.h"
+#include "command/Missing.h"
 #include "command/Nearest.h"
 #include "console/Guards.h"
 #include "console/Overview.h"
@@ -237,9 +238,7 @@ void Shell::require(const Function &function, const Values &values) {
   }
   const auto slotNo = static_cast<std::uint32_t>(values[0].number);
   if (!chassis_.card(slotNo).inserted()) {
-    const std::string place = std::to_string(slotNo);
-    throw InputError("no card is in slot " + place + "; put one in first: cardInsert " + place +
-                     ", \"file\"");
+    throw noCardIn(slotNo);
   }
   if (function.need == Need::Cam) {
     requireCam(values);

@@ -8,15 +8,12 @@
 #include <thread>
 
 #include "chassis/Folder.h"
+#include "chassis/RecordedEvents.h"
 
 namespace chassis {
 namespace {
 
-class RecordedEvents : public Events {
- public:
-  void tell(const Event &event) override { lines.push_back(event.what + ": " + event.why); }
-  std::vector<std::string> lines;
-};
+using testing_events::RecordedEvents;
 
 // Until it is so, for a minute at most.
 template <typename Condition>

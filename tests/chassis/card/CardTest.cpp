@@ -7,6 +7,7 @@
 
 #include "base/InputError.h"
 #include "card/Fpga.h"
+#include "chassis/RecordedEvents.h"
 #include "chassis/StreamWriter.h"
 #include "chassis/card/CardOutput.h"
 
@@ -15,21 +16,12 @@ using chassis::Card;
 using chassis::CardFault;
 using chassis::PidFault;
 using chassis::TsPacket;
+using testing_events::RecordedEvents;
 
 namespace {
 
 // 1504 kbit/s: ten packets in every tick of 10 ms
 constexpr std::uint64_t bitrate = 1504000;
-
-class RecordedEvents : public chassis::Events {
- public:
-  void tell(const chassis::Event &event) override {
-    EXPECT_EQ(event.place.slot, 2);
-    EXPECT_EQ(event.place.cam, -1);
-    lines.push_back(event.what + ": " + event.why);
-  }
-  std::vector<std::string> lines;
-};
 
 ProgramMap clearProgram(unsigned number, unsigned firstPid) {
   return {number, 0x1000 + number, firstPid, {{0x1B, firstPid, {}}, {0x06, firstPid + 1, {}}}, {},
@@ -95,7 +87,7 @@ class CardTest : public testing::Test {
   }
 
   const std::vector<ProgramMap> programs = {clearProgram(7, 0x100), clearProgram(3, 0x200)};
-  RecordedEvents events;
+  RecordedEvents events{2};
   chassis::Files files;
   Card card{2, events, files};
   int changes = 0;

@@ -11,6 +11,7 @@
 #include "card/Card.h"
 #include "card/Fpga.h"
 #include "chassis/FakeSource.h"
+#include "chassis/RecordedEvents.h"
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;
@@ -18,18 +19,10 @@ using chassis::Card;
 using chassis::Event;
 using chassis::EventKind;
 using chassis::TsPacket;
+using testing_events::RecordedEvents;
 using testing_streams::FakeSource;
 
 namespace {
-
-class RecordedEvents : public chassis::Events {
- public:
-  void tell(const Event &event) override {
-    EXPECT_EQ(event.place.slot, 3);
-    lines.push_back(event.what + ": " + event.why);
-  }
-  std::vector<std::string> lines;
-};
 
 const ProgramMap video{1, 0x1001, 0x100, {{0x1B, 0x100, {}}}, {}, 0};
 const ProgramMap radio{2, 0x1002, 0x200, {{0x03, 0x200, {}}}, {}, 0};
@@ -44,7 +37,7 @@ class LiveCard : public testing::Test {
   void come(const StreamWriter &stream) { put(stream, coming); }
   std::vector<std::string> told() { return std::exchange(events.lines, {}); }
 
-  RecordedEvents events;
+  RecordedEvents events{3};
   chassis::Files files;
   std::deque<TsPacket> coming;
   Card card{3, events, files};

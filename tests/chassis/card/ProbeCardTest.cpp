@@ -6,23 +6,17 @@
 #include "card/Card.h"
 #include "card/Fpga.h"
 #include "chassis/FakeSource.h"
+#include "chassis/RecordedEvents.h"
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;
 using chassis::Card;
 using chassis::Event;
 using chassis::ProbeState;
+using testing_events::RecordedEvents;
 
 namespace {
 
-class RecordedEvents : public chassis::Events {
- public:
-  void tell(const Event &event) override {
-    EXPECT_EQ(event.place.slot, 4);
-    lines.push_back(event.what);
-  }
-  std::vector<std::string> lines;
-};
 using Lines = std::vector<std::string>;
 
 const Bytes ca = caDescriptor(0x0500, 0x150);
@@ -56,7 +50,7 @@ class ProbeCard : public testing::Test {
   }
   ProbeState stateOf(std::uint16_t program) { return card.program(program)->probe; }
 
-  RecordedEvents events;
+  RecordedEvents events{4};
   chassis::Files files;
   Packets before;
   Packets behind;
@@ -136,7 +130,7 @@ TEST_F(ProbeCard, AStreamThatDoesNotComeOutIsNotJudged) {
   EXPECT_EQ(card.unmatchedStreams(), 1U);
   EXPECT_EQ(card.descTable()->prog[0].eleNum, 1U);
   EXPECT_EQ(card.descTable()->prog[0].ele[0].pid, 0x100U);
-  EXPECT_EQ(std::count(events.lines.begin(), events.lines.end(),
+  EXPECT_EQ(std::count(events.what.begin(), events.what.end(),
                        "streams that are not behind the receiver"),
             1);
 }
@@ -161,7 +155,7 @@ TEST_F(ProbeCard, WithoutAnInputTheCardIsBusy) {
   EXPECT_EQ(card.fpga().busy(), 0U);
   EXPECT_EQ(stateOf(1), ProbeState::Judged);
   EXPECT_EQ(
-      events.lines,
+      events.what,
       (Lines{"what comes out of the receiver has begun", "what goes into the receiver has begun",
              "the stream's programs changed", "what comes out of the receiver is silent",
              "what goes into the receiver is silent", "what comes out of the receiver is back",
@@ -213,7 +207,7 @@ TEST_F(ProbeCard, AProgramThatDoesNotGoInIsTold) {
   const StreamWriter in = StreamWriter().psi({pay, other}).payload(0x100);
   pass(in, in);
   passFor(100, in, in);
-  EXPECT_EQ(std::count(events.lines.begin(), events.lines.end(),
+  EXPECT_EQ(std::count(events.what.begin(), events.what.end(),
                        "programs 8, 9 cannot be judged: not in what goes into the receiver"),
             1);
 }

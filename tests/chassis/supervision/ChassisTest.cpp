@@ -8,9 +8,11 @@
 #include "CiPlatform.h"
 #include "base/InputError.h"
 #include "card/Fpga.h"
+#include "chassis/RecordedEvents.h"
 #include "chassis/StreamWriter.h"
 
 using namespace testing_streams;
+using testing_events::RecordedEvents;
 
 namespace chassis {
 namespace {
@@ -19,30 +21,16 @@ constexpr std::uint64_t bitrate = 1504000;
 constexpr unsigned caSystem = 0x0500;
 constexpr unsigned ecmPid = 0x300;
 
-class RecordedEvents : public Events {
- public:
-  void tell(const Event &event) override {
-    lines.push_back(event.what);
-    places.push_back(event.place);
-  }
-  std::size_t count(const std::string &part) const {
-    return static_cast<std::size_t>(std::count_if(
-        lines.begin(), lines.end(),
-        [&part](const std::string &line) { return line.find(part) != std::string::npos; }));
-  }
-  // The CAMs of slot 1 of which the lines from `begin` on have one with this part.
-  std::set<int> camsOf(const std::string &part, std::size_t begin) const {
-    std::set<int> cams;
-    for (std::size_t i = begin; i < lines.size(); ++i) {
-      if (places[i].slot == 1 && lines[i].find(part) != std::string::npos) {
-        cams.insert(places[i].cam);
-      }
+// The CAMs of slot 1 of which what was told from `begin` on has this part.
+std::set<int> camsOf(const RecordedEvents &events, const std::string &part, std::size_t begin) {
+  std::set<int> cams;
+  for (std::size_t i = begin; i < events.what.size(); ++i) {
+    if (events.places[i].slot == 1 && events.what[i].find(part) != std::string::npos) {
+      cams.insert(events.places[i].cam);
     }
-    return cams;
   }
-  std::vector<std::string> lines;
-  std::vector<Place> places;
-};
+  return cams;
+}
 
 class Works : public Agenda {
  public:
@@ -396,7 +384,7 @@ TEST_F(ChassisTest, WhatIsDoneToACamIsDoneToTheOneThatIsNamed) {
   for (const std::uint32_t named : {0U, 1U}) {
     const std::size_t begin = events_.lines.size();
     chassis_.rack().camFault(1, named, CamFault::Deaf, true);
-    EXPECT_EQ(events_.camsOf("deaf", begin), std::set<int>{static_cast<int>(named)});
+    EXPECT_EQ(camsOf(events_, "deaf", begin), std::set<int>{static_cast<int>(named)});
   }
 }
 
