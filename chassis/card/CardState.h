@@ -1,4 +1,4 @@
-// The parts of a card; private to Card.cpp and CardFlow.cpp.
+// The parts of a card; private to Card.cpp, CardFlow.cpp and CardPrograms.cpp.
 #pragma once
 
 #include <bitset>
@@ -29,7 +29,7 @@ struct Card::State {
             std::vector<Fact> facts = {});
   void remove();
 
-  // Card.cpp: the tables of the stream's programs
+  // CardPrograms.cpp: the tables of the stream's programs
   void rebuildTables();
   Path &path();
   bool isProbed(const PsiProgram &program) const;
