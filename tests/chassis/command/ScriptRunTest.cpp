@@ -18,7 +18,7 @@ class RecordedEvents : public Events {
   std::vector<std::string> lines;
 };
 
-class PlayerTest : public testing::Test {
+class ScriptRunTest : public testing::Test {
  protected:
   ScriptRun scriptRun(const std::string &text) {
     std::istringstream lines(text);
@@ -33,7 +33,7 @@ class PlayerTest : public testing::Test {
 
 using Lines = std::vector<std::string>;
 
-TEST_F(PlayerTest, WaitsAddUp) {
+TEST_F(ScriptRunTest, WaitsAddUp) {
   ScriptRun scriptRun =
       this->scriptRun("note \"a\"\nwait 1.5\nnote \"b\"\nwait 2\nwait 0.5\nnote \"c\"");
   EXPECT_EQ(scriptRun.endMs(), 4000U);
@@ -54,13 +54,13 @@ TEST_F(PlayerTest, WaitsAddUp) {
   EXPECT_EQ(scriptRun.nextMs(), std::nullopt);
 }
 
-TEST_F(PlayerTest, AWaitAtTheEndCounts) {
+TEST_F(ScriptRunTest, AWaitAtTheEndCounts) {
   EXPECT_EQ(scriptRun("note \"a\"\nwait 7").endMs(), 7000U);
   EXPECT_EQ(scriptRun("").endMs(), 0U);
   EXPECT_EQ(scriptRun("").nextMs(), std::nullopt);
 }
 
-TEST_F(PlayerTest, AFailingLineIsNamed) {
+TEST_F(ScriptRunTest, AFailingLineIsNamed) {
   ScriptRun scriptRun = this->scriptRun("note \"a\"\n\ncardInsert(3, \"/no/such/stream\")");
   try {
     scriptRun.runDue(0);
