@@ -24,21 +24,56 @@ std::int64_t pcrStep(std::uint64_t from, std::uint64_t to) {
              : static_cast<std::int64_t>(forward) - static_cast<std::int64_t>(pcrRange);
 }
 
+using Mark = StreamScan::PcrMark;
+
+const Mark *markOn(const StreamScan &scan, std::uint16_t pid) {
+  const auto found = scan.firstPcrs.find(pid);
+  return found == scan.firstPcrs.end() ? nullptr : &found->second;
+}
+
+// The clock of a program; null: it has none that comes.
+const Mark *markOf(const StreamScan &scan, std::uint16_t program) {
+  if (scan.psi == nullptr) {
+    return nullptr;
+  }
+  for (const PsiProgram &known : scan.psi->psi().programs) {
+    if (known.number == program) {
+      return markOn(scan, known.pcrPid);
+    }
+  }
+  return nullptr;
+}
+
+// The same clock in both: on the same PID, or else of the same program, whose PIDs have changed.
+std::pair<const Mark *, const Mark *> sameClock(const StreamScan &first, const StreamScan &second) {
+  for (const auto &[pid, mark] : first.firstPcrs) {
+    if (const Mark *other = markOn(second, pid)) {
+      return {&mark, other};
+    }
+  }
+  const std::vector<PsiProgram> none;
+  for (const PsiProgram &program : first.psi != nullptr ? first.psi->psi().programs : none) {
+    const Mark *mark = markOn(first, program.pcrPid);
+    const Mark *other = markOf(second, program.number);
+    if (mark != nullptr && other != nullptr) {
+      return {mark, other};
+    }
+  }
+  return {nullptr, nullptr};
+}
+
 }  // namespace
 
 std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second) {
-  for (const auto &[pid, mark] : first.firstPcrs) {
-    const auto other = second.firstPcrs.find(pid);
-    if (other == second.firstPcrs.end()) {
-      continue;
-    }
-    const std::int64_t later = pcrStep(mark.pcr, other->second.pcr) / ticksPerMs +
-                               msOf(first, mark.packet) - msOf(second, other->second.packet);
-    const std::int64_t length =
-        msOf(later > 0 ? first : second, later > 0 ? first.packets : second.packets);
-    return std::abs(later) < length ? std::optional<std::int64_t>(later) : std::nullopt;
+  const auto [mark, other] = sameClock(first, second);
+  if (mark == nullptr) {
+    return std::nullopt;
   }
-  return std::nullopt;
+  const std::int64_t later = pcrStep(mark->pcr, other->pcr) / ticksPerMs +
+                             msOf(first, mark->packet) - msOf(second, other->packet);
+  const StreamScan &earlier = later > 0 ? first : second;
+  const bool overlap = std::abs(later) < msOf(earlier, earlier.packets);
+  return overlap ? std::optional<std::int64_t>(later) : std::nullopt;
 }
 
 FilePair::FilePair(GoOn goOn) : goOn_(std::move(goOn)) {}

@@ -15,8 +15,8 @@
 
 namespace chassis {
 
-// How many ms later the second of two streams begins than the first; below 0: earlier. None: they
-// have no PID with a PCR in common, or not a moment of time.
+// How many ms later the second of two streams begins than the first; below 0: earlier. None: no PID
+// with a PCR, and no program with one, is in both, or they have not a moment of time in common.
 std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second);
 
 class FilePair {

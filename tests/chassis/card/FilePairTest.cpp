@@ -82,6 +82,18 @@ TEST(FilePair, TheLaterOneWaits) {
   EXPECT_NEAR(static_cast<double>(beginMs(*files.play(FilePair::Before, 100))), 500, 2);
 }
 
+// A receiver may give the clock of a program another PID.
+TEST(FilePair, TheClockOfAProgramMayHaveMoved) {
+  const TemporaryFile in(second(1000, 0x100));
+  const TemporaryFile out(second(1250, 0x500));
+  FilePair files(nullptr);
+  files.add(FilePair::Before, in.path());
+  files.add(FilePair::Behind, out.path());
+  EXPECT_FALSE(files.unaligned());
+  EXPECT_EQ(beginMs(*files.play(FilePair::Before, 0)), 0U);
+  EXPECT_NEAR(static_cast<double>(beginMs(*files.play(FilePair::Behind, 0))), 250, 2);
+}
+
 TEST(FilePair, BothBeginAtOnceWhereTheyHaveNoTimeInCommon) {
   const TemporaryFile one(second(1000));
   const TemporaryFile other(second(9000));
