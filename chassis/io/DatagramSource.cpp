@@ -31,6 +31,25 @@ std::int64_t realtimeNs() {
   return nsOf(now);
 }
 
+// How far CLOCK_REALTIME is ahead of CLOCK_MONOTONIC. The two are read one after the other, and who
+// is set aside in between finds them apart by that: of a few readings the closest counts.
+std::int64_t realtimeAheadNs() {
+  constexpr int readings = 4;
+  constexpr std::uint64_t closeNs = 10000;
+  std::uint64_t closest = UINT64_MAX;
+  std::int64_t ahead = 0;
+  for (int i = 0; i < readings && closest > closeNs; ++i) {
+    const std::uint64_t before = Loop::nowNs();
+    const std::int64_t realtime = realtimeNs();
+    const std::uint64_t apart = Loop::nowNs() - before;
+    if (apart < closest) {
+      closest = apart;
+      ahead = realtime - static_cast<std::int64_t>(before);
+    }
+  }
+  return ahead;
+}
+
 // What the kernel tells beside a datagram.
 struct Beside {
   std::optional<std::int64_t> realtimeNs;
@@ -120,7 +139,7 @@ bool DatagramSource::next(TsPacket &packet, std::uint64_t &cameNs) {
 
 void DatagramSource::receive() {
   const std::uint64_t beginNs = Loop::nowNs();
-  const std::int64_t ahead = realtimeNs() - static_cast<std::int64_t>(beginNs);
+  const std::int64_t ahead = realtimeAheadNs();
   std::size_t batch = batchMost;
   for (std::size_t all = 0; batch == batchMost && all < datagramsPerCall; all += batch) {
     batch = receiveBatch(ahead);
