@@ -1,7 +1,6 @@
 #include "app/Probe.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 
 #include "app/CommandLine.h"
@@ -20,17 +19,13 @@ namespace {
 
 constexpr std::uint32_t slot = 0;
 constexpr std::uint64_t checkedMs = 20000;
-constexpr double longest = 1e6;  // seconds
-constexpr double msPerSecond = 1000;
 constexpr std::uint64_t greatest = 0xFFFF;
 
 const std::string footer =
     "BEFORE and BEHIND are what goes into the receiver and what comes out of it: udp:// or rtp:// "
     "with GROUP:PORT (?iface=NAME, ?source=ADDRESS, ?rcvbuf=BYTES), a FIFO, - or two files. "
-    "Nothing "
-    "is sent to the receiver. Every program with CA descriptors is judged; two files are aligned "
-    "by "
-    "their PCRs and judged as fast as they can be read.";
+    "Nothing is sent to the receiver. Every program with CA descriptors is judged; two files are "
+    "aligned by their PCRs and judged as fast as they can be read.";
 const std::string checkHelp =
     "With --check standard output has one line with figures, and the exit status is:\n"
     "  0    every judged program is descrambled\n"
@@ -38,13 +33,6 @@ const std::string checkHelp =
     "  2    at least one is not descrambled or does not come out\n"
     "  3    it cannot be judged: an input is silent or unreadable, nothing in it is scrambled, a "
     "wrong call\n";
-
-CLI::Validator notEmptyCommand() {
-  const auto check = [](const std::string &text) {
-    return text.empty() ? "the command is empty; write one of the shell" : std::string();
-  };
-  return CLI::Validator(check, "");
-}
 
 std::uint16_t readId(const std::string &option, const std::string &text) {
   const std::optional<std::uint64_t> id = readWhole(text);
@@ -131,14 +119,6 @@ void checkOptions(const ProbeOptions &options) {
 
 }  // namespace
 
-std::uint64_t readDuration(const std::string &text) {
-  const std::optional<double> seconds = readDecimal(text);
-  if (!seconds || *seconds > longest) {
-    throw InputError("--for " + text + " does not fit; write 0 to 1000000 seconds");
-  }
-  return static_cast<std::uint64_t>(std::llround(*seconds * msPerSecond));
-}
-
 int probe(const ProbeOptions &options) {
   checkOptions(options);
   Rack::Probe judged = probeOf(options);
@@ -186,7 +166,7 @@ void describeProbe(CLI::App &app, ProbeOptions &options) {
   app.add_flag("--check", options.check, "one line and an exit status for a monitoring system");
   app.add_option("--on-reset", options.onReset,
                  "a shell command that is run when the module would reset the CAM")
-      ->check(notEmptyCommand())
+      ->check(notEmpty("command", "one of the shell"))
       ->type_name("COMMAND");
   describeReports(app, options.reports);
   app.add_flag("--debug", options.debug, "shows the firmware's debug prints too");

@@ -34,7 +34,4 @@ bool asksForCheck(int argc, char **argv);
 // The line and the status of a check that could not be made.
 int failedCheck(const std::string &why);
 
-// "--for 20" in ms. Throws InputError.
-std::uint64_t readDuration(const std::string &text);
-
 }  // namespace chassis

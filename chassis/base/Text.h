@@ -42,4 +42,15 @@ inline std::string listOf(const std::vector<std::uint16_t> &numbers) {
   return joined(parts);
 }
 
+// Of ids and PIDs: "0x0500, 0x0B00"
+inline std::string hexListOf(const std::vector<std::uint16_t> &ids,
+                             const std::string &separator = ", ") {
+  std::vector<std::string> parts;
+  parts.reserve(ids.size());
+  for (const std::uint16_t id : ids) {
+    parts.push_back(hex(id, 4));
+  }
+  return joined(parts, separator);
+}
+
 }  // namespace chassis

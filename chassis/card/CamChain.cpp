@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/Units.h"
 #include "ts/PacketView.h"
 
 namespace chassis {
@@ -11,7 +12,6 @@ namespace {
 
 // So many packets fill most of the batches; more hardly help, but leave a processor's cache.
 constexpr std::size_t heldMax = 8192;
-constexpr std::uint64_t nsPerMs = 1000000;
 
 }  // namespace
 

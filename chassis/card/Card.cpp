@@ -38,9 +38,7 @@ void Card::State::remove() {
   masks.clear();
   othersMask = 0;
   probe.reset();
-  probedPrograms.clear();
-  absentPrograms.clear();
-  silentPrograms.clear();
+  probed = {};
   live = false;
   sourceName.clear();
   programs.clear();
@@ -96,49 +94,22 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   }
 }
 
+void Card::State::beginLive(std::unique_ptr<PacketSource> packets, const std::string &name,
+                            const std::string &whose, std::uint64_t nowMs) {
+  begin(std::move(packets), name, nowMs);
+  psi = std::make_unique<PsiReader>();
+  live = true;
+  liveSinceMs = nowMs;
+  watch = StreamWatch(whose);
+  watch.start(nowMs);
+  losses = LossWatch(whose);
+  losses.start(nowMs);
+  rebuildTables();
+}
+
 void Card::insertLive(std::unique_ptr<PacketSource> source, const std::string &name,
                       std::uint64_t nowMs) {
-  State &state = *state_;
-  state.begin(std::move(source), name, nowMs);
-  state.psi = std::make_unique<PsiReader>();
-  state.live = true;
-  state.liveSinceMs = nowMs;
-  state.watch.start(nowMs);
-  state.losses = LossWatch();
-  state.losses.start(nowMs);
-  state.rebuildTables();
-}
-
-void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
-  State &state = *state_;
-  insertLive(std::move(inputs.before), inputs.name, nowMs);
-  state.watch = StreamWatch("what goes into the receiver");
-  state.watch.start(nowMs);
-  state.losses = LossWatch("what goes into the receiver");
-  state.losses.start(nowMs);
-  state.behindName = inputs.behindName;
-  state.probe = std::make_unique<ProbePath>(state.fpga, std::move(inputs.behind),
-                                            std::move(inputs.numbers), teller());
-  state.probedPrograms = std::move(inputs.programs);
-  state.fpga.observed = true;
-  state.followProbe();
-}
-
-bool Card::probing() const {
-  return state_->probe != nullptr;
-}
-
-const std::string &Card::behindName() const {
-  return state_->behindName;
-}
-
-const SourceCounters &Card::countersBehind() const {
-  static const SourceCounters none;
-  return probing() ? state_->probe->source().counters() : none;
-}
-
-std::size_t Card::unmatchedStreams() const {
-  return probing() ? state_->probe->unmatched() : 0;
+  state_->beginLive(std::move(source), name, "the stream", nowMs);
 }
 
 bool Card::ended() const {

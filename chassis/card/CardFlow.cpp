@@ -93,54 +93,6 @@ void Card::State::tellTrouble(const PacketSink &output) {
        {{"path", output.name()}, {"trouble", output.trouble()}});
 }
 
-// Programs that are to be judged, but do not go in.
-void Card::State::tellAbsent() {
-  if (stillLearning() || !psi->patSeen()) {
-    return;
-  }
-  std::vector<std::uint16_t> absent;
-  std::copy_if(probedPrograms.begin(), probedPrograms.end(), std::back_inserter(absent),
-               [this](std::uint16_t number) { return find(number) == nullptr; });
-  if (absent != absentPrograms && !absent.empty()) {
-    tell(EventKind::NoEffect,
-         (absent.size() == 1 ? "program " : "programs ") + listOf(absent) +
-             " cannot be judged: not in what goes into the receiver",
-         "there are " + listOf(programNumbers()), {{"programs", absent}});
-  }
-  absentPrograms = absent;
-}
-
-// Programs of which nothing comes out are none of the CAM's. True: others than before.
-bool Card::State::followSilentPrograms() {
-  std::set<std::uint16_t> silent;
-  for (const PsiProgram &program : builtFrom.programs) {
-    if (isProbed(program) && probe->nothingBehind(program)) {
-      silent.insert(program.number);
-    }
-  }
-  return std::exchange(silentPrograms, silent) != silent;
-}
-
-// Without one of its inputs nothing can be said of a receiver: the card is busy until it is back.
-void Card::State::followProbe() {
-  if (probe == nullptr) {
-    return;
-  }
-  fpga.inputLost = watch.silent() || probe->silent() || !probe->known();
-  if (followSilentPrograms()) {
-    rebuildTables();
-    tellProgramsChanged();
-  }
-  if (probe->mustMatch() && probe->match(psi->psi(), psi->services())) {
-    rebuildTables();
-    tellProgramsChanged();
-  }
-  tellAbsent();
-  for (std::size_t i = 0; i < programs.size(); ++i) {
-    programs[i].probe = probeStateOf(builtFrom.programs[i]);
-  }
-}
-
 void Card::State::followPsi() {
   if (psi->services().changes() != nameChanges) {
     takeNames();

@@ -33,12 +33,6 @@ std::bitset<pidCount> avPidsOf(const Psi &psi) {
   return pids;
 }
 
-bool hasCa(const PsiProgram &program) {
-  return !program.ca.empty() ||
-         std::any_of(program.streams.begin(), program.streams.end(),
-                     [](const PsiStream &stream) { return !stream.ca.empty(); });
-}
-
 void requireMask(const std::string &name, std::uint8_t camMask) {
   constexpr std::uint8_t allCams = (1U << MAX_CAM_NUM) - 1;
   if (camMask > allCams) {
@@ -55,33 +49,8 @@ void requireCard(const Card &card, const std::string &name, std::uint32_t slot) 
 
 }  // namespace
 
-bool Card::State::isProbed(const PsiProgram &program) const {
-  const auto &wanted = probedPrograms;
-  return probe != nullptr && hasCa(program) &&
-         (wanted.empty() ||
-          std::find(wanted.begin(), wanted.end(), program.number) != wanted.end());
-}
-
 std::uint8_t Card::State::defaultMask(const PsiProgram &program) const {
   return isProbed(program) ? 1 : othersMask;
-}
-
-ProbeState Card::State::probeStateOf(const PsiProgram &program) const {
-  if (!isProbed(program)) {
-    return ProbeState::None;
-  }
-  if (watch.silent() || probe->silent()) {
-    return !watch.silent()    ? ProbeState::SilentBehind
-           : !probe->silent() ? ProbeState::SilentBefore
-                              : ProbeState::SilentBoth;
-  }
-  if (!probe->known()) {
-    return ProbeState::Learning;
-  }
-  if (probe->missing(program.number)) {
-    return ProbeState::MissingBehind;
-  }
-  return silentPrograms.count(program.number) != 0 ? ProbeState::NothingBehind : ProbeState::Judged;
 }
 
 // The programs of the stream that CAMs have.
@@ -90,7 +59,7 @@ CamMasks Card::State::masksOf(const Psi &stream) const {
   for (const PsiProgram &program : stream.programs) {
     const auto mask = masks.find(program.number);
     const bool missing = probe != nullptr && (probe->missing(program.number) ||
-                                              silentPrograms.count(program.number) != 0);
+                                              probed.silent.count(program.number) != 0);
     const std::uint8_t given = mask == masks.end() ? defaultMask(program) : mask->second;
     known[program.number] = missing ? 0 : given;
   }
@@ -173,41 +142,20 @@ void Card::State::tellProgramsChanged() {
   }
 }
 
-std::vector<std::uint16_t> Card::probedCaSystems() const {
-  std::vector<std::uint16_t> casids;
-  const auto add = [&casids](const std::vector<PsiCa> &descriptors) {
-    for (const PsiCa &ca : descriptors) {
-      if (std::find(casids.begin(), casids.end(), ca.casid) == casids.end()) {
-        casids.push_back(ca.casid);
-      }
-    }
-  };
-  for (const PsiProgram &program : state_->builtFrom.programs) {
-    if (state_->isProbed(program)) {
-      add(program.ca);
-      std::for_each(program.streams.begin(), program.streams.end(),
-                    [&add](const PsiStream &stream) { add(stream.ca); });
-    }
-  }
-  return casids;
-}
-
 bool Card::assign(std::uint16_t program, std::uint8_t camMask) {
   State &state = *state_;
   const std::string name = "program " + std::to_string(program);
   requireCard(*this, name, state.slot);
   const ProgramInfo *known = this->program(program);
   requireMask(name, camMask);
-  if (known != nullptr && known->camMask == camMask) {
-    state.masks[program] = camMask;
-    return true;
-  }
+  const bool carried = known != nullptr;
+  const bool changes = carried && known->camMask != camMask;
   state.masks[program] = camMask;
-  if (known != nullptr) {
+  if (changes) {
     state.rebuildTables();
     state.tellProgramsChanged();
   }
-  return known != nullptr;
+  return carried;
 }
 
 void Card::assignAll(std::uint8_t camMask) {

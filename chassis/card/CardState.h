@@ -1,4 +1,4 @@
-// The parts of a card; private to Card.cpp, CardFlow.cpp and CardPrograms.cpp.
+// The parts of a card; private to the files of Card in this folder.
 #pragma once
 
 #include <bitset>
@@ -31,13 +31,7 @@ struct Card::State {
 
   // CardPrograms.cpp: the tables of the stream's programs
   void rebuildTables();
-  Path &path();
-  bool isProbed(const PsiProgram &program) const;
   std::uint8_t defaultMask(const PsiProgram &program) const;
-  ProbeState probeStateOf(const PsiProgram &program) const;
-  void followProbe();
-  bool followSilentPrograms();
-  void tellAbsent();
   void takeNames();
   const ProgramInfo *find(std::uint16_t number) const;
   std::string nameOf(std::uint16_t number) const;
@@ -47,13 +41,23 @@ struct Card::State {
   std::vector<std::uint16_t> programNumbers() const;
   std::string programList() const;
 
+  // CardProbe.cpp: a receiver elsewhere
+  bool isProbed(const PsiProgram &program) const;
+  ProbeState probeStateOf(const PsiProgram &program) const;
+  void followProbe();
+  bool followSilentPrograms();
+  void tellAbsent();
+
   // CardFlow.cpp: the packets
+  Path &path();
   void step(std::uint64_t nowMs);
   std::size_t takeDuePackets();
   bool takeOne();
   void tellBroken();
   void tellTrouble(const PacketSink &output);
   void begin(std::unique_ptr<PacketSource> packets, const std::string &name, std::uint64_t nowMs);
+  void beginLive(std::unique_ptr<PacketSource> packets, const std::string &name,
+                 const std::string &whose, std::uint64_t nowMs);
   void watchLive(std::size_t came);
   void tellAtCard(std::optional<Event> event);
   bool stillLearning() const;
@@ -69,10 +73,13 @@ struct Card::State {
   CamChain chain;
   OutputFigures endedOutput;
   std::unique_ptr<ProbePath> probe;  // while a receiver elsewhere is watched
-  std::string behindName;
-  std::set<std::uint16_t> silentPrograms;     // they go in, but nothing of them comes out
-  std::vector<std::uint16_t> probedPrograms;  // empty: all
-  std::vector<std::uint16_t> absentPrograms;  // of those, when it was last told
+  struct Probed {
+    std::string behindName;
+    std::vector<std::uint16_t> programs;  // that are to be judged; empty: all
+    std::vector<std::uint16_t> absent;    // of those, when it was last told
+    std::set<std::uint16_t> silent;       // they go in, but nothing of them comes out
+  };
+  Probed probed;  // of that receiver
   std::function<void(std::uint32_t)> listener;
 
   std::uint32_t insertions = 0;

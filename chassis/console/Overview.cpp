@@ -29,19 +29,10 @@ Cell fieldCell(const FieldWords &words, std::uint16_t value, const std::string &
   return {text + " (" + hexText(value) + ")", words.tone};
 }
 
-std::string caSystemsText(const std::vector<std::uint16_t> &casids) {
-  std::vector<std::string> names;
-  names.reserve(casids.size());
-  for (const std::uint16_t casid : casids) {
-    names.push_back(hex(casid, 4));
-  }
-  return names.empty() ? "none" : joined(names, " ");
-}
-
 // What the CAM has; where that does not help its programs, why.
 Cell caSystemsCell(const CamFinding &cam, const std::vector<std::uint16_t> &casids) {
   const FieldWords &words = caSystemWords(cam);
-  const std::string names = caSystemsText(casids);
+  const std::string names = casids.empty() ? "none" : hexListOf(casids, " ");
   return words.tone == Tone::Bad ? Cell{names + ", " + words.text, words.tone} : Cell{names};
 }
 

@@ -143,24 +143,6 @@ std::string headline(const CardFinding &card) {
          brokenText(card.transportErrors) + "\n";
 }
 
-}  // namespace
-
-std::string statusTable(const CardFinding &card, bool colour, std::size_t width) {
-  Table table{titles, {}};
-  for (const ProgramFinding &program : card.programs) {
-    for (const PidFinding &pid : program.pids) {
-      table.rows.push_back(pidRow(program, pid, card.takenMs));
-    }
-  }
-  leaveOutNames(table);
-  return fitted(headline(card), width) + tableText(table, colour, width) +
-         fitted("before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n",
-                width) +
-         fitted(streamLines(card), width);
-}
-
-namespace {
-
 std::string resetsText(const CiLibrary::History &history) {
   return countText(history.resets, "reset", "resets") + ", the last " + stampText(history.resetMs);
 }
@@ -178,6 +160,20 @@ std::string observedText(const CiLibrary::History &history) {
 }
 
 }  // namespace
+
+std::string statusTable(const CardFinding &card, bool colour, std::size_t width) {
+  Table table{titles, {}};
+  for (const ProgramFinding &program : card.programs) {
+    for (const PidFinding &pid : program.pids) {
+      table.rows.push_back(pidRow(program, pid, card.takenMs));
+    }
+  }
+  leaveOutNames(table);
+  return fitted(headline(card), width) + tableText(table, colour, width) +
+         fitted("before, behind the CAMs: packets/continuity errors; ECM PIDs: before the CAMs\n",
+                width) +
+         fitted(streamLines(card), width);
+}
 
 std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width) {
   std::string text;

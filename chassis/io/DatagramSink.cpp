@@ -10,14 +10,13 @@
 #include <utility>
 
 #include "base/InputError.h"
+#include "base/Units.h"
 #include "ts/Rtp.h"
 
 namespace chassis {
 namespace {
 
 constexpr std::size_t batchMost = 64;
-constexpr std::uint64_t nsPerMs = 1000000;
-constexpr std::uint64_t nsPerSecond = 1000000000;
 constexpr std::uint64_t openAgainNs = nsPerSecond;
 constexpr std::uint64_t endMarginNs = 100 * nsPerMs;
 

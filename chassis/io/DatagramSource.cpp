@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "base/InputError.h"
+#include "base/Units.h"
 #include "kernel/Loop.h"
 
 namespace chassis {
@@ -16,8 +17,6 @@ namespace {
 
 constexpr std::size_t batchMost = 64;
 constexpr std::size_t controlMost = 128;
-constexpr std::uint64_t nsPerMs = 1000000;
-constexpr std::int64_t nsPerSecond = 1000000000;
 constexpr std::uint64_t tellAgainMs = 1000;
 constexpr std::uint64_t lookMs = 1000;
 

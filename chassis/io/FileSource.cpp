@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/InputError.h"
+#include "base/Units.h"
 #include "ts/PacketView.h"
 
 namespace chassis {
@@ -12,7 +13,6 @@ namespace chassis {
 namespace {
 
 constexpr std::uint64_t packetCost = tsPacketSize * 8 * 1000;
-constexpr std::uint64_t nsPerMs = 1000000;
 
 }  // namespace
 

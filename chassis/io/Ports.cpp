@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "base/InputError.h"
+#include "base/Units.h"
 #include "io/DatagramSink.h"
 #include "io/DatagramSource.h"
 #include "io/FileSink.h"
@@ -12,8 +13,6 @@
 namespace chassis {
 
 namespace {
-
-constexpr std::uint64_t nsPerMs = 1000000;
 
 // As whoever started the program has made it.
 std::unique_ptr<LiveOutput> standardOutput(const Files &files) {

@@ -7,14 +7,12 @@
 #include <ctime>
 #include <utility>
 
+#include "base/Units.h"
 #include "kernel/Loop.h"
 
 namespace chassis {
 
 namespace {
-
-constexpr std::uint64_t nsPerSecond = 1000000000;
-constexpr std::uint64_t nsPerMs = 1000000;
 
 void sleepUntilNs(std::uint64_t ns) {
   timespec until{};

@@ -6,10 +6,10 @@
 #include <ctime>
 #include <utility>
 
+#include "base/Units.h"
+
 namespace chassis {
 namespace {
-
-constexpr std::uint64_t nsPerSecond = 1000000000;
 
 timespec timeLeft(std::uint64_t untilNs) {
   const std::uint64_t now = Loop::nowNs();

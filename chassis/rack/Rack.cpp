@@ -12,19 +12,6 @@
 
 namespace chassis {
 
-namespace {
-
-std::string caSystemList(const std::vector<std::uint16_t> &casids) {
-  std::vector<std::string> names;
-  names.reserve(casids.size());
-  for (const std::uint16_t casid : casids) {
-    names.push_back(hex(casid, 4));
-  }
-  return joined(names);
-}
-
-}  // namespace
-
 Rack::Rack(Clock &clock, Events &events, Loop &loop, CiLibrary &library)
     : clock_(clock), events_(events), library_(library), ports_(loop, clock, files_) {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
@@ -156,7 +143,7 @@ void Rack::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &ca
   std::copy_if(carried.begin(), carried.end(), std::back_inserter(others),
                [by](std::uint16_t casid) { return casid != by; });
   const std::string rest = others.empty() ? "the programs carry no other"
-                                          : "the programs also carry " + caSystemList(others);
+                                          : "the programs also carry " + hexListOf(others);
   const Place place{static_cast<int>(slot), 0};
   if (by != 0) {
     events_.tell({EventKind::ProbeBegun,
@@ -167,8 +154,8 @@ void Rack::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &ca
   } else {
     events_.tell({EventKind::ProbeBegun,
                   place,
-                  "no program carries CA system " + caSystemList(slots_[slot].probe.caSystems),
-                  "they carry " + caSystemList(carried),
+                  "no program carries CA system " + hexListOf(slots_[slot].probe.caSystems),
+                  "they carry " + hexListOf(carried),
                   {{"ca_systems", carried}},
                   Tone::Bad});
   }

@@ -50,12 +50,7 @@ class DatagramSinkTest : public testing::Test {
     });
   }
   std::string errorOf(const std::string &url) {
-    try {
-      open(url);
-    } catch (const chassis::InputError &error) {
-      return error.what();
-    }
-    return "";
+    return testing_datagrams::errorOf([&] { open(url); });
   }
 
   Loop loop_;

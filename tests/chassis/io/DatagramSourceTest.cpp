@@ -69,12 +69,7 @@ class DatagramSourceTest : public testing::Test {
     return all;
   }
   std::string errorOf(const std::string &url) {
-    try {
-      open(url);
-    } catch (const chassis::InputError &error) {
-      return error.what();
-    }
-    return "";
+    return testing_datagrams::errorOf([&] { open(url); });
   }
 
   std::string url_;

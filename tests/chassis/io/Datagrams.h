@@ -38,6 +38,17 @@ inline chassis::TsPacket packet(unsigned number) {
   return packet;
 }
 
+// What is wrong, in the words of who is to be told; empty: nothing.
+template <typename Act>
+std::string errorOf(const Act &act) {
+  try {
+    act();
+  } catch (const chassis::InputError &error) {
+    return error.what();
+  }
+  return "";
+}
+
 inline unsigned numberOf(const chassis::TsPacket &packet) {
   return static_cast<unsigned>(packet[4]) << 8 | packet[5];
 }
