@@ -44,16 +44,18 @@ void Rack::tick(std::uint64_t nowMs) {
 
 void Rack::cardInsert(std::uint32_t slot, const std::string &stream, std::uint64_t bitrate) {
   const Url url = readUrl(stream, Url::Use::Input);
+  const bool probed = card(slot).probing();
   if (isPlayed(url)) {
-    endProbe(slot);
     card(slot).insert(url.path, bitrate, clock_.elapsedMs());
   } else if (bitrate != 0) {
     throw InputError("'" + stream + "' comes at a bitrate of its own; leave the bitrate out");
   } else {
     auto source = ports_.openInput(url, card(slot).teller());
     goLive(stream);
-    endProbe(slot);
     card(slot).insertLive(std::move(source), url.text, clock_.elapsedMs());
+  }
+  if (probed) {
+    library_.remove(slot, 0);  // the CAM that was observed goes with its receiver
   }
   cardInserted_(slot);
 }
@@ -161,15 +163,10 @@ void Rack::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &ca
   }
 }
 
-// The CAM that was observed goes with its receiver.
-void Rack::endProbe(std::uint32_t slot) {
+void Rack::cardRemove(std::uint32_t slot) {
   if (card(slot).probing()) {
     library_.remove(slot, 0);
   }
-}
-
-void Rack::cardRemove(std::uint32_t slot) {
-  endProbe(slot);
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
     camRemove(slot, camSlot);
   }

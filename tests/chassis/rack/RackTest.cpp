@@ -211,6 +211,13 @@ TEST_F(RackProbe, TheObservedCamGoesWithItsReceiver) {
   EXPECT_EQ(library_.insertStatus(0, 0), 2U);
 }
 
+TEST_F(RackProbe, ACardThatCannotBePutInLeavesTheReceiverItsCam) {
+  rack_.probeInsert(0, files());
+  EXPECT_THROW(rack_.cardInsert(0, "nowhere.ts", bitrate), InputError);
+  EXPECT_TRUE(rack_.card(0).probing());
+  EXPECT_EQ(library_.insertStatus(0, 0), 1U);
+}
+
 TEST_F(RackProbe, FilesWithoutCommonTimeAreTold) {
   const TemporaryFile late(paidStream(false, 60000));
   Rack::Probe probe = files();
