@@ -19,8 +19,6 @@
 namespace chassis {
 namespace {
 
-constexpr const char *programName = "ci-chassis";
-constexpr const char *standardStream = "-";  // in place of a file
 constexpr const char *statusUser = "the file of the status";
 
 struct Output {

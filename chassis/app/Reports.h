@@ -9,6 +9,9 @@
 
 namespace chassis {
 
+constexpr const char *programName = "ci-chassis";
+constexpr const char *standardStream = "-";  // in place of a file
+
 struct Reports {
   std::vector<std::string> outputs;  // as they are given: SLOT:STREAM
   bool noTable = false;

@@ -37,10 +37,8 @@ struct Options {
   Reports reports;
 };
 
-constexpr const char *programName = "ci-chassis";
 constexpr double slowest = 0.001;
 constexpr double fastest = 1e6;
-constexpr const char *standardStream = "-";  // in place of a file
 
 const std::string footer =
     "At a terminal there is a prompt beside the running chassis, also when the script is over; "

@@ -18,8 +18,6 @@ using Form = Param::Form;
 constexpr std::uint64_t maxBitrate = 1000000000;
 constexpr std::uint64_t maxSeconds = 1000000;
 
-const Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
-const Param cam{"cam", Form::Number, 0, MAX_CAM_NUM - 1, true};
 const Param file{"\"file\"", Form::Stream, 1, 0, false};
 const Param before{"\"before\"", Form::Stream, 1, 0, false};
 const Param behind{"\"behind\"", Form::Stream, 1, 0, false};
@@ -94,19 +92,19 @@ void runCardFault(Chassis &chassis, const Values &v) {
 
 // clang-format off
 const std::vector<Function> table = {
-    {"cardInsert", {&slot, &file, &bitrate}, 2, false, Need::Nothing, Effect::CardIn,
+    {"cardInsert", {&aSlot, &file, &bitrate}, 2, false, Need::Nothing, Effect::CardIn,
      "puts a card in, with a file in a loop, a pipe, or udp:// or rtp://", runCardInsert},
-    {"probeInsert", {&slot, &before, &behind}, 3, false, Need::Nothing, Effect::CardIn,
+    {"probeInsert", {&aSlot, &before, &behind}, 3, false, Need::Nothing, Effect::CardIn,
      "judges a receiver elsewhere by what goes in and what comes out", runProbeInsert},
-    {"cardRemove", {&slot}, 1, false, Need::Card, Effect::CardOut,
+    {"cardRemove", {&aSlot}, 1, false, Need::Card, Effect::CardOut,
      "pulls a card out, and its CAMs with it",
      [](Chassis &chassis, const Values &v) { chassis.rack().cardRemove(u32(v[0])); }},
-    {"camInsert", {&slot, &cam, &casid}, 3, true, Need::Card, Effect::CamIn,
+    {"camInsert", {&aSlot, &aCam, &casid}, 3, true, Need::Card, Effect::CamIn,
      "puts in a CAM of these CA systems", runCamInsert},
-    {"camRemove", {&slot, &cam}, 2, false, Need::Cam, Effect::CamOut,
+    {"camRemove", {&aSlot, &aCam}, 2, false, Need::Cam, Effect::CamOut,
      "pulls a CAM out",
      [](Chassis &chassis, const Values &v) { chassis.rack().camRemove(u32(v[0]), u32(v[1])); }},
-    {"progAssign", {&slot, &programOrAll, &camMask}, 3, false, Need::Card, Effect::None,
+    {"progAssign", {&aSlot, &programOrAll, &camMask}, 3, false, Need::Card, Effect::None,
      "gives a program, or all (*), to CAM 0 (mask 1), CAM 1 (2), both (3) or none (0)",
      runProgAssign},
     {"wait", {&seconds}, 1, false, Need::Nothing, Effect::None,
@@ -114,43 +112,43 @@ const std::vector<Function> table = {
     {"note", {&text}, 1, false, Need::Nothing, Effect::None,
      "writes a line into the timeline",
      [](Chassis &chassis, const Values &v) { chassis.tell({EventKind::Remark, {}, v[0].text, ""}); }},
-    {"camEntitle", {&slot, &cam, &program, &on}, 4, false, Need::Cam, Effect::None,
+    {"camEntitle", {&aSlot, &aCam, &program, &on}, 4, false, Need::Cam, Effect::None,
      "gives (1) or takes (0) a CAM's entitlement to a program",
      [](Chassis &chassis, const Values &v) {
        chassis.rack().camEntitle(u32(v[0]), u32(v[1]), u16(v[2]), flag(v[3]));
      }},
-    {"camRefuse", {&slot, &cam, &program, &on}, 4, false, Need::Cam, Effect::None,
+    {"camRefuse", {&aSlot, &aCam, &program, &on}, 4, false, Need::Cam, Effect::None,
      "a CAM refuses a program for technical reasons (1) or no longer (0)",
      [](Chassis &chassis, const Values &v) {
        chassis.rack().camRefuse(u32(v[0]), u32(v[1]), u16(v[2]), flag(v[3]));
      }},
-    {"camDeaf", {&slot, &cam, &on}, 3, false, Need::Cam, Effect::None,
+    {"camDeaf", {&aSlot, &aCam, &on}, 3, false, Need::Cam, Effect::None,
      "a CAM stops working until its next reset", runCamFault<CamFault::Deaf>},
-    {"camGarbage", {&slot, &cam, &on}, 3, false, Need::Cam, Effect::None,
+    {"camGarbage", {&aSlot, &aCam, &on}, 3, false, Need::Cam, Effect::None,
      "a CAM answers with random bytes", runCamFault<CamFault::Garbage>},
-    {"camWrongKey", {&slot, &cam, &on}, 3, false, Need::Cam, Effect::None,
+    {"camWrongKey", {&aSlot, &aCam, &on}, 3, false, Need::Cam, Effect::None,
      "a CAM descrambles with wrong keys", runCamFault<CamFault::WrongKey>},
-    {"pidDrop", {&slot, &pid, &on}, 3, false, Need::Card, Effect::None,
+    {"pidDrop", {&aSlot, &pid, &on}, 3, false, Need::Card, Effect::None,
      "a PID is lost before the card", runPidFault<PidFault::Drop>},
-    {"pidDamage", {&slot, &pid, &on}, 3, false, Need::Card, Effect::None,
+    {"pidDamage", {&aSlot, &pid, &on}, 3, false, Need::Card, Effect::None,
      "a PID reaches the card damaged and with gaps", runPidFault<PidFault::Damage>},
-    {"cardReady", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"cardReady", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "the card reports itself ready (1) or not (0)", runCardFault<CardFault::NotReady, true>},
-    {"cardBusy", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"cardBusy", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "the card reports itself busy (1) or not (0)", runCardFault<CardFault::Busy, false>},
-    {"cardOnline", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"cardOnline", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "the card reports itself online (1) or not (0)", runCardFault<CardFault::Offline, true>},
-    {"ciSync", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"ciSync", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "the CI controller is in sync (1) or not (0)", runCardFault<CardFault::NoSync, true>},
-    {"pllLock", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"pllLock", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "the card's clock is locked (1) or not (0)", runCardFault<CardFault::PllLost, true>},
-    {"fpgaError", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"fpgaError", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "reading the descrambling state fails (1) or works (0)",
      runCardFault<CardFault::FpgaError, false>},
-    {"rateLow", {&slot, &on}, 2, false, Need::Card, Effect::None,
+    {"rateLow", {&aSlot, &on}, 2, false, Need::Card, Effect::None,
      "the card measures a tenth of the true rates (1) or not (0)",
      runCardFault<CardFault::RateLow, false>},
-    {"alarmMask", {&slot, &cam, &on}, 3, false, Need::Card, Effect::None,
+    {"alarmMask", {&aSlot, &aCam, &on}, 3, false, Need::Card, Effect::None,
      "holds the alarms of a CAM clear (1) or not (0)",
      [](Chassis &chassis, const Values &v) {
        chassis.rack().alarmMask(u32(v[0]), u32(v[1]), flag(v[2]));
@@ -158,13 +156,13 @@ const std::vector<Function> table = {
     {"alarmFail", {&on}, 1, false, Need::Nothing, Effect::None,
      "the alarm service fails (1) or works (0)",
      [](Chassis &chassis, const Values &v) { chassis.alarmFail(flag(v[0])); }},
-    {"expectState", {&slot, &program, &state, &seconds}, 3, false, Need::Card, Effect::None,
+    {"expectState", {&aSlot, &program, &state, &seconds}, 3, false, Need::Card, Effect::None,
      "a program is in this state, or has this cause, now or within a time", nullptr, stateDiffers},
-    {"expectAlarm", {&slot, &cam, &fault, &seconds}, 3, false, Need::Card, Effect::None,
+    {"expectAlarm", {&aSlot, &aCam, &fault, &seconds}, 3, false, Need::Card, Effect::None,
      "this alarm stands for a CAM, now or within a time", nullptr, alarmDiffers},
-    {"expectNoAlarm", {&slot, &cam, &fault, &seconds}, 3, false, Need::Card, Effect::None,
+    {"expectNoAlarm", {&aSlot, &aCam, &fault, &seconds}, 3, false, Need::Card, Effect::None,
      "this alarm does not stand for a CAM, now or within a time", nullptr, noAlarmDiffers},
-    {"expectReset", {&slot, &cam, &resets, &seconds}, 3, false, Need::Cam, Effect::None,
+    {"expectReset", {&aSlot, &aCam, &resets, &seconds}, 3, false, Need::Cam, Effect::None,
      "a CAM has been reset so often since it was put in, now or within a time", nullptr,
      resetDiffers},
 };

@@ -31,6 +31,10 @@ struct Param {
   std::vector<std::string> (*choices)() = nullptr;  // the texts that it takes; null: any
 };
 
+// A card slot, and a CAM slot of it, as everything that a person writes counts them.
+constexpr Param aSlot{"slot", Param::Form::Number, 0, MAX_BOARD_NUM - 1, true};
+constexpr Param aCam{"cam", Param::Form::Number, 0, MAX_CAM_NUM - 1, true};
+
 // What a call needs in its slot before it can run, and what it leaves there.
 enum class Need { Nothing, Card, Cam };
 enum class Effect { None, CardIn, CardOut, CamIn, CamOut };

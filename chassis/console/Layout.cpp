@@ -10,7 +10,6 @@ namespace chassis {
 namespace {
 
 constexpr std::size_t leastWidth = 20;
-constexpr std::size_t gap = 2;      // between columns
 constexpr std::size_t hanging = 4;  // deeper than the line itself
 constexpr char blank = ' ';
 
@@ -72,7 +71,7 @@ std::string pieceAt(const std::string &text, std::size_t at) {
 // Where the last column of a line begins that leaves its text enough room; 0: it has no such
 // column.
 std::size_t columnOf(const std::string &line, std::size_t width) {
-  const std::string between(gap, blank);
+  const std::string between(columnGap, blank);
   std::size_t column = 0;
   std::size_t at = line.find(between, indentOf(line));
   while (at != std::string::npos) {
@@ -168,13 +167,14 @@ std::size_t indentFor(const std::string &row, std::size_t width, std::size_t mos
 
 std::vector<std::string> paired(const std::string &left, const std::string &right,
                                 std::size_t column, std::size_t width) {
-  const std::string together = padded(left, column) + std::string(gap, blank) + right;
+  const std::string together = padded(left, column) + std::string(columnGap, blank) + right;
   if (!right.empty() && displayWidth(together) <= width) {
     return {together};
   }
-  std::vector<std::string> lines = wrapped(left, width, gap);
+  std::vector<std::string> lines = wrapped(left, width, columnGap);
   if (!right.empty()) {
-    const std::vector<std::string> below = wrapped(std::string(gap, blank) + right, width, gap);
+    const std::vector<std::string> below =
+        wrapped(std::string(columnGap, blank) + right, width, columnGap);
     lines.insert(lines.end(), below.begin(), below.end());
   }
   return lines;

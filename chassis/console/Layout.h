@@ -11,6 +11,8 @@
 
 namespace chassis {
 
+constexpr std::size_t columnGap = 2;  // between the columns of a text
+
 constexpr std::size_t anyWidth = SIZE_MAX;  // not a terminal: nothing is broken
 
 using Width = std::function<std::size_t()>;  // asked anew for everything that is laid out

@@ -19,8 +19,6 @@ constexpr std::uint64_t all16 = 0xFFFF;
 constexpr std::uint64_t all32 = 0xFFFFFFFF;
 constexpr std::uint64_t lastFlag = 3;
 
-constexpr Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
-constexpr Param cam{"cam", Form::Number, 0, MAX_CAM_NUM - 1, true};
 constexpr Param pid{"pid", Form::Number, 0, nullPid, false};
 constexpr Param pidLow{"pid_l", Form::Number, 0, nullPid, false};
 constexpr Param pidHigh{"pid_h", Form::Number, 0, nullPid, false};
@@ -113,13 +111,13 @@ ModuleCall testBit() {
 #define OWN_NAME_ALONE(group, function, help) entry<&(function)>(CallGroup::group, #function, help)
 
 // clang-format off
-const std::vector<ModuleCall> table = {
-    OWN_NAME(Periodic, camStatusCheck, "one status check of a card and both its CAMs", slot),
-    OWN_NAME(Periodic, camAlarm, "the five alarm checks of a card", slot),
-    OWN_NAME(Periodic, camAlarmCheck, "one alarm check: kind 0xA01 to 0xA05", slot, cam, kind),
-    OWN_NAME(Periodic, PreCAMFilte, "programs the pre-CAM switch from the card's programs", slot,
+const std::vector<ModuleCall> calls = {
+    OWN_NAME(Periodic, camStatusCheck, "one status check of a card and both its CAMs", aSlot),
+    OWN_NAME(Periodic, camAlarm, "the five alarm checks of a card", aSlot),
+    OWN_NAME(Periodic, camAlarmCheck, "one alarm check: kind 0xA01 to 0xA05", aSlot, aCam, kind),
+    OWN_NAME(Periodic, PreCAMFilte, "programs the pre-CAM switch from the card's programs", aSlot,
              port),
-    OWN_NAME(Periodic, getSlotDescPidInfo, "takes over the card's program table", slot),
+    OWN_NAME(Periodic, getSlotDescPidInfo, "takes over the card's program table", aSlot),
     refused("descIfRegist", "registers a card (the card's driver only)",
             "descIfRegist takes addresses and is the card driver's; put a card in with "
             "cardInsert slot, \"file\""),
@@ -128,50 +126,50 @@ const std::vector<ModuleCall> table = {
 
     guardedBy(requireProgramIndex,
               OWN_NAME(Sending, getDescStatWeb,
-                       "one status; query: program index << 16 | PID, PID 0 for the program", slot,
+                       "one status; query: program index << 16 | PID, PID 0 for the program", aSlot,
                        query)),
     OWN_NAME(Sending, caPMTSend,
-             "sends a CA PMT (flag 0, 1) or a query (2, 3); program 0: all of the CAM", slot, cam,
+             "sends a CA PMT (flag 0, 1) or a query (2, 3); program 0: all of the CAM", aSlot, aCam,
              casid, program, flag),
     testBit(),
 
     OWN_NAME_ALONE(Listing, ci_Help, "the module's own list of diagnostic calls"),
     OWN_NAME_ALONE(Listing, printCiIfVer, "the module's version"),
-    OWN_NAME(Listing, printCiCard, "the name under which a card registered", slot),
-    OWN_NAME(Listing, getCAinfo, "the CA systems of the card's program table", slot),
-    OWN_NAME(Listing, printDesSta, "every PID of a card with the raw FPGA reading", slot),
-    OWN_NAME(Listing, ClrAllDescCC, "sets all continuity counts of a card's PIDs to 0", slot),
-    OWN_NAME(Listing, CheckDescCC, "prints all continuity counts of a card's PIDs", slot),
+    OWN_NAME(Listing, printCiCard, "the name under which a card registered", aSlot),
+    OWN_NAME(Listing, getCAinfo, "the CA systems of the card's program table", aSlot),
+    OWN_NAME(Listing, printDesSta, "every PID of a card with the raw FPGA reading", aSlot),
+    OWN_NAME(Listing, ClrAllDescCC, "sets all continuity counts of a card's PIDs to 0", aSlot),
+    OWN_NAME(Listing, CheckDescCC, "prints all continuity counts of a card's PIDs", aSlot),
     OWN_NAME(Listing, testprefilter,
-             "sets the pre-CAM switch of a PID (0xFFFF: all) to pass (1) or not (0)", slot, anyPid,
+             "sets the pre-CAM switch of a PID (0xFFFF: all) to pass (1) or not (0)", aSlot, anyPid,
              pass),
 
-    OWN_NAME(Accessor, cimax_sync_ok, "the CI controller's input is in sync", slot),
-    OWN_NAME(Accessor, cimax_pid_rate_pre, "rate of a range of PIDs before the CAMs", slot, pidLow,
+    OWN_NAME(Accessor, cimax_sync_ok, "the CI controller's input is in sync", aSlot),
+    OWN_NAME(Accessor, cimax_pid_rate_pre, "rate of a range of PIDs before the CAMs", aSlot, pidLow,
              pidHigh),
-    OWN_NAME(Accessor, cimax_sys_rate_pre, "total rate before the CAMs", slot),
-    OWN_NAME(Accessor, cimax_vld_rate_pre, "rate of valid packets before the CAMs", slot),
-    OWN_NAME(Accessor, SetPreCAMCC, "sets a continuity count before the CAMs", slot, pid, count),
-    OWN_NAME(Accessor, GetPreCAMCC, "continuity count of a PID before the CAMs", slot, pid),
-    OWN_NAME(Accessor, ClrAllPreCAMPidExist, "clears the presence flags before the CAMs", slot),
-    OWN_NAME(Accessor, GetPreCAMPidExist, "a PID was seen before the CAMs", slot, pid),
-    OWN_NAME(Accessor, cimax_pid_rate, "rate of a range of PIDs behind the CAMs", slot, pidLow,
+    OWN_NAME(Accessor, cimax_sys_rate_pre, "total rate before the CAMs", aSlot),
+    OWN_NAME(Accessor, cimax_vld_rate_pre, "rate of valid packets before the CAMs", aSlot),
+    OWN_NAME(Accessor, SetPreCAMCC, "sets a continuity count before the CAMs", aSlot, pid, count),
+    OWN_NAME(Accessor, GetPreCAMCC, "continuity count of a PID before the CAMs", aSlot, pid),
+    OWN_NAME(Accessor, ClrAllPreCAMPidExist, "clears the presence flags before the CAMs", aSlot),
+    OWN_NAME(Accessor, GetPreCAMPidExist, "a PID was seen before the CAMs", aSlot, pid),
+    OWN_NAME(Accessor, cimax_pid_rate, "rate of a range of PIDs behind the CAMs", aSlot, pidLow,
              pidHigh),
-    OWN_NAME(Accessor, cimax_sys_rate, "total rate behind the CAMs", slot),
-    OWN_NAME(Accessor, cimax_vld_rate, "rate of valid packets behind the CAMs", slot),
-    OWN_NAME(Accessor, SetCAMCC, "sets a continuity count behind the CAMs", slot, pid, count),
-    OWN_NAME(Accessor, GetCAMCC, "continuity count of a PID behind the CAMs", slot, pid),
-    OWN_NAME(Accessor, ClrAllCAMPidExist, "clears the presence flags behind the CAMs", slot),
-    OWN_NAME(Accessor, GetCAMPidExist, "a PID was seen behind the CAMs", slot, pid),
-    OWN_NAME(Accessor, PllReg, "writes the PLL register", slot, value),
-    OWN_NAME(Accessor, PllLock, "the card's clock is locked", slot),
-    OWN_NAME(Accessor, SetCamFlit, "the pre-CAM switch of a PID: passes (1) or not (0)", slot, pid,
+    OWN_NAME(Accessor, cimax_sys_rate, "total rate behind the CAMs", aSlot),
+    OWN_NAME(Accessor, cimax_vld_rate, "rate of valid packets behind the CAMs", aSlot),
+    OWN_NAME(Accessor, SetCAMCC, "sets a continuity count behind the CAMs", aSlot, pid, count),
+    OWN_NAME(Accessor, GetCAMCC, "continuity count of a PID behind the CAMs", aSlot, pid),
+    OWN_NAME(Accessor, ClrAllCAMPidExist, "clears the presence flags behind the CAMs", aSlot),
+    OWN_NAME(Accessor, GetCAMPidExist, "a PID was seen behind the CAMs", aSlot, pid),
+    OWN_NAME(Accessor, PllReg, "writes the PLL register", aSlot, value),
+    OWN_NAME(Accessor, PllLock, "the card's clock is locked", aSlot),
+    OWN_NAME(Accessor, SetCamFlit, "the pre-CAM switch of a PID: passes (1) or not (0)", aSlot, pid,
              pass),
-    OWN_NAME(Accessor, wrDesPid, "selects the PID that rdDescStat reports", slot, pid),
-    OWN_NAME(Accessor, rdDescStat, "0 descrambled, 0xFF failed, else not descrambled", slot,
+    OWN_NAME(Accessor, wrDesPid, "selects the PID that rdDescStat reports", aSlot, pid),
+    OWN_NAME(Accessor, rdDescStat, "0 descrambled, 0xFF failed, else not descrambled", aSlot,
              pidType),
 
-    guardedBy(requireCam, OWN_NAME(Library, resetCAM, "resets a CAM", slot, cam)),
+    guardedBy(requireCam, OWN_NAME(Library, resetCAM, "resets a CAM", aSlot, aCam)),
 };
 // clang-format on
 
@@ -181,13 +179,13 @@ const std::vector<ModuleCall> table = {
 }  // namespace
 
 const std::vector<ModuleCall> &moduleCalls() {
-  return table;
+  return calls;
 }
 
 const ModuleCall *findModuleCall(const std::string &name) {
   const auto named = [&name](const ModuleCall &call) { return name == call.function.name; };
-  const auto found = std::find_if(table.begin(), table.end(), named);
-  return found == table.end() ? nullptr : &*found;
+  const auto found = std::find_if(calls.begin(), calls.end(), named);
+  return found == calls.end() ? nullptr : &*found;
 }
 
 const char *groupTitle(CallGroup group) {

@@ -16,9 +16,9 @@
 namespace chassis {
 namespace {
 
-const std::vector<std::string> titles{"slot",        "CI controller", "CAM",          "inserted",
-                                      "CA systems",  "CA PIDs",       "descrambling", "alarms",
-                                      "last CA PMT", "last reset",    "checked"};
+const std::vector<std::string> cardTitles{
+    "slot",         "CI controller", "CAM",         "inserted",   "CA systems", "CA PIDs",
+    "descrambling", "alarms",        "last CA PMT", "last reset", "checked"};
 
 // A field in words with its code; what every title says already is left out.
 Cell fieldCell(const FieldWords &words, std::uint16_t value, const std::string &title) {
@@ -88,7 +88,7 @@ std::string uncheckedText(const Card &card, std::uint32_t slot, std::size_t widt
 }  // namespace
 
 std::string overview(Chassis &chassis, const StatusWatch &watch, bool colour, std::size_t width) {
-  Table table{titles, {}};
+  Table table{cardTitles, {}};
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     if (!chassis.card(slot).inserted()) {
       continue;

@@ -17,8 +17,7 @@ using Form = Param::Form;
 constexpr std::size_t eventsShown = 20;
 constexpr std::size_t helpWidth = 44;
 
-const Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
-const Param count{"count", Form::Number, 1, Journal::capacity, false};
+const Param eventCount{"count", Form::Number, 1, Journal::capacity, false};
 const Param name{"name", Form::Text, 0, 0, false};
 
 std::string helpLine(const std::string &call, const std::string &help) {
@@ -71,10 +70,10 @@ const std::vector<Shell::Command> &Shell::commands() {
   };
   static const std::vector<Command> table = {
       command("help", {&name}, "this list, or one line of it", &Shell::runHelp),
-      command("status", {&slot}, "all cards at a glance, or one with every program and PID",
+      command("status", {&aSlot}, "all cards at a glance, or one with every program and PID",
               &Shell::runStatus),
       command("alarms", {}, "the alarms that stand, then those that stood", &Shell::runAlarms),
-      command("events", {&count}, "the last lines of the timeline, 20 or as many as you say",
+      command("events", {&eventCount}, "the last lines of the timeline, 20 or as many as you say",
               &Shell::runEvents),
       command("exit", {}, "ends the chassis; so do Ctrl-D, and Ctrl-C twice at an empty line",
               &Shell::runExit),

@@ -7,16 +7,17 @@
 namespace chassis {
 namespace {
 
-constexpr const char *blanks = " \t";
+constexpr const char *blankCharacters = " \t";
 
 std::size_t afterBlanks(const std::string &text, std::size_t at) {
-  return std::min(text.find_first_not_of(blanks, at), text.size());
+  return std::min(text.find_first_not_of(blankCharacters, at), text.size());
 }
 
 std::string trimmed(const std::string &text) {
-  const std::size_t begin = text.find_first_not_of(blanks);
-  return begin == std::string::npos ? ""
-                                    : text.substr(begin, text.find_last_not_of(blanks) - begin + 1);
+  const std::size_t begin = text.find_first_not_of(blankCharacters);
+  return begin == std::string::npos
+             ? ""
+             : text.substr(begin, text.find_last_not_of(blankCharacters) - begin + 1);
 }
 
 // Reads "[index]" at `at`, which it moves behind it and the blanks that follow.

@@ -5,7 +5,6 @@
 namespace chassis {
 namespace {
 
-constexpr std::size_t gap = 2;
 constexpr std::size_t belowIndent = 4;
 
 using Widths = std::vector<std::size_t>;  // of the columns
@@ -29,8 +28,8 @@ Widths widthsOf(const Table &table) {
 std::size_t fitting(const Widths &widest, std::size_t width) {
   std::size_t taken = widest.front();
   std::size_t count = 1;
-  while (count < widest.size() && taken + gap + widest[count] <= width) {
-    taken += gap + widest[count];
+  while (count < widest.size() && taken + columnGap + widest[count] <= width) {
+    taken += columnGap + widest[count];
     ++count;
   }
   return count;
@@ -44,7 +43,7 @@ std::string rowText(const std::vector<Cell> &row, const Widths &widest, bool col
       text += blanks(behind) + toned(row[c].text, row[c].tone, colour);
       behind = 0;
     }
-    behind += widest[c] - displayWidth(row[c].text) + gap;
+    behind += widest[c] - displayWidth(row[c].text) + columnGap;
   }
   return text + "\n";
 }
@@ -62,7 +61,7 @@ std::string headText(const Table &table, const Widths &widest) {
 // A cell that has no column, each line of it in its colour.
 std::vector<std::string> labelled(const std::string &title, const Cell &cell, bool colour,
                                   std::size_t room) {
-  std::vector<std::string> lines = wrapped(title + ": " + cell.text, room, gap);
+  std::vector<std::string> lines = wrapped(title + ": " + cell.text, room, columnGap);
   for (std::string &line : lines) {
     line = toned(line, cell.tone, colour);
   }
@@ -73,9 +72,9 @@ std::vector<std::string> labelled(const std::string &title, const Cell &cell, bo
 void addBelow(const std::vector<std::string> &part, std::size_t room,
               std::vector<std::string> &lines) {
   const bool beside = !lines.empty() && part.size() == 1 &&
-                      displayWidth(lines.back()) + gap + displayWidth(part.front()) <= room;
+                      displayWidth(lines.back()) + columnGap + displayWidth(part.front()) <= room;
   if (beside) {
-    lines.back() += blanks(gap) + part.front();
+    lines.back() += blanks(columnGap) + part.front();
   } else {
     lines.insert(lines.end(), part.begin(), part.end());
   }

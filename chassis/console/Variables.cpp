@@ -17,9 +17,7 @@ using Lines = std::vector<std::string>;
 constexpr std::uint32_t rowCount = 32;
 constexpr std::uint16_t noStream = 0x1FFF;
 
-constexpr Param slot{"slot", Form::Number, 0, MAX_BOARD_NUM - 1, true};
-constexpr Param cam{"cam", Form::Number, 0, MAX_CAM_NUM - 1, true};
-constexpr Param program{"program index", Form::Number, 0, rowCount - 1, false};
+constexpr Param programIndex{"program index", Form::Number, 0, rowCount - 1, false};
 
 constexpr Param word(const char *name) {
   return {name, Form::Number, 0, 0xFFFFFFFF, false};
@@ -122,7 +120,7 @@ Variable limit(const char *name, const char *help, std::uint32_t *(*words)(const
 }
 
 // clang-format off
-const std::vector<Variable> table = {
+const std::vector<Variable> allVariables = {
     limit("TIME_CAPMT", "ms after a CA PMT or query without resets and queries",
           scalar<TIME_CAPMT>),
     limit("TIME_FIRST_RESET", "ms that all programs may fail before the first reset",
@@ -133,11 +131,11 @@ const std::vector<Variable> table = {
     limit("TIME_NO_RESET", "ms without a fault until resets start anew", scalar<TIME_NO_RESET>),
     {"ciProFlag", "a byte for the firmware's other modules", {}, byteValue("ciProFlag"), nullptr,
      proFlag, nullptr},
-    {"caPmtQuery", "words for the firmware's other modules", {&slot, &cam}, word("caPmtQuery"),
+    {"caPmtQuery", "words for the firmware's other modules", {&aSlot, &aCam}, word("caPmtQuery"),
      queryWord, nullptr, nullptr},
-    {"pCiData", "the cards' status fields (to read only)", {&slot}, {}, nullptr, nullptr,
+    {"pCiData", "the cards' status fields (to read only)", {&aSlot}, {}, nullptr, nullptr,
      cardLines},
-    {"DescStatus", "status of programs and PIDs (to read only)", {&slot, &program}, {}, nullptr,
+    {"DescStatus", "status of programs and PIDs (to read only)", {&aSlot, &programIndex}, {}, nullptr,
      nullptr, statusLines},
 };
 // clang-format on
@@ -176,13 +174,13 @@ Lines numberLines(const Variable &variable, Indexes at) {
 }  // namespace
 
 const std::vector<Variable> &variables() {
-  return table;
+  return allVariables;
 }
 
 const Variable *findVariable(const std::string &name) {
   const auto named = [&name](const Variable &variable) { return name == variable.name; };
-  const auto found = std::find_if(table.begin(), table.end(), named);
-  return found == table.end() ? nullptr : &*found;
+  const auto found = std::find_if(allVariables.begin(), allVariables.end(), named);
+  return found == allVariables.end() ? nullptr : &*found;
 }
 
 std::string variableText(const Variable &variable) {

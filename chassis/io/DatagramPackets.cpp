@@ -3,11 +3,10 @@
 #include <algorithm>
 
 #include "base/Text.h"
+#include "ts/Resync.h"
 
 namespace chassis {
 namespace {
-
-constexpr std::uint8_t syncByte = 0x47;
 
 bool isPackets(const std::uint8_t *bytes, std::size_t size) {
   return size > 0 && size % tsPacketSize == 0 && bytes[0] == syncByte;

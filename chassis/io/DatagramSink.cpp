@@ -16,7 +16,6 @@
 namespace chassis {
 namespace {
 
-constexpr std::size_t batchMost = 64;
 constexpr std::uint64_t openAgainNs = nsPerSecond;
 constexpr std::uint64_t endMarginNs = 100 * nsPerMs;
 
@@ -76,7 +75,7 @@ std::uint64_t DatagramSink::dueNs() const {
 
 std::size_t DatagramSink::countDue(std::uint64_t nowNs) const {
   std::size_t due = 0;
-  while (due < std::min(batchMost, waiting_.size()) && leavesNs(waiting_[due]) <= nowNs) {
+  while (due < std::min(datagramBatch, waiting_.size()) && leavesNs(waiting_[due]) <= nowNs) {
     ++due;
   }
   return due;
@@ -107,8 +106,8 @@ void DatagramSink::writeHeader(Datagram &datagram, std::uint16_t sequence) const
 
 // How many were sent; 0: errno tells why not the first.
 std::size_t DatagramSink::sendBatch(std::size_t most) {
-  std::array<mmsghdr, batchMost> messages{};
-  std::array<iovec, batchMost> vectors{};
+  std::array<mmsghdr, datagramBatch> messages{};
+  std::array<iovec, datagramBatch> vectors{};
   for (std::size_t i = 0; i < most; ++i) {
     Datagram &datagram = waiting_[i];
     writeHeader(datagram, static_cast<std::uint16_t>(sequence_ + i));

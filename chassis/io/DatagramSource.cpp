@@ -15,7 +15,6 @@
 namespace chassis {
 namespace {
 
-constexpr std::size_t batchMost = 64;
 constexpr std::size_t controlMost = 128;
 constexpr std::uint64_t tellAgainMs = 1000;
 constexpr std::uint64_t lookMs = 1000;
@@ -79,13 +78,13 @@ Beside besideOf(const msghdr &message) {
 }  // namespace
 
 struct DatagramSource::Batch {
-  std::array<mmsghdr, batchMost> messages{};
-  std::array<iovec, batchMost> vectors{};
-  std::array<std::array<std::uint8_t, datagramMost>, batchMost> bytes;
-  alignas(cmsghdr) std::array<std::array<std::uint8_t, controlMost>, batchMost> control;
+  std::array<mmsghdr, datagramBatch> messages{};
+  std::array<iovec, datagramBatch> vectors{};
+  std::array<std::array<std::uint8_t, datagramMost>, datagramBatch> bytes;
+  alignas(cmsghdr) std::array<std::array<std::uint8_t, controlMost>, datagramBatch> control;
 
   void prepare() {
-    for (std::size_t i = 0; i < batchMost; ++i) {
+    for (std::size_t i = 0; i < datagramBatch; ++i) {
       vectors[i] = {bytes[i].data(), bytes[i].size()};
       msghdr &message = messages[i].msg_hdr;
       message = {};
@@ -139,11 +138,11 @@ bool DatagramSource::next(TsPacket &packet, std::uint64_t &cameNs) {
 void DatagramSource::receive() {
   const std::uint64_t beginNs = Loop::nowNs();
   const std::int64_t ahead = realtimeAheadNs();
-  std::size_t batch = batchMost;
-  for (std::size_t all = 0; batch == batchMost && all < datagramsPerCall; all += batch) {
+  std::size_t batch = datagramBatch;
+  for (std::size_t all = 0; batch == datagramBatch && all < datagramsPerCall; all += batch) {
     batch = receiveBatch(ahead);
   }
-  if (batch < batchMost) {
+  if (batch < datagramBatch) {
     emptyNs_ = beginNs;
   }
 }
@@ -151,7 +150,7 @@ void DatagramSource::receive() {
 std::size_t DatagramSource::receiveBatch(std::int64_t realtimeAhead) {
   batch_->prepare();
   const int count =
-      recvmmsg(socket_.file(), batch_->messages.data(), batchMost, MSG_DONTWAIT, nullptr);
+      recvmmsg(socket_.file(), batch_->messages.data(), datagramBatch, MSG_DONTWAIT, nullptr);
   const std::uint64_t nowNs = Loop::nowNs();
   for (int i = 0; i < count; ++i) {
     const auto at = static_cast<std::size_t>(i);

@@ -38,19 +38,19 @@ const Kind &kindOf(const struct stat &status) {
   });
 }
 
-[[noreturn]] void refuse(const std::string &name, const std::string &why) {
+[[noreturn]] void refuseInput(const std::string &name, const std::string &why) {
   throw InputError(name + " " + why);
 }
 
 int openedByPath(const std::string &name, const std::string &path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0 && !kindOf(status).byPath) {
-    refuse(name,
-           std::string("is ") + kindOf(status).text + "; a FIFO or a character device is needed");
+    refuseInput(name, std::string("is ") + kindOf(status).text +
+                          "; a FIFO or a character device is needed");
   }
   const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (file < 0) {
-    refuse(name, std::string("cannot be opened: ") + std::strerror(errno));
+    refuseInput(name, std::string("cannot be opened: ") + std::strerror(errno));
   }
   return file;
 }
@@ -58,7 +58,7 @@ int openedByPath(const std::string &name, const std::string &path) {
 struct stat statusOf(int file, const std::string &name) {
   struct stat status {};
   if (fstat(file, &status) != 0) {
-    refuse(name, std::string("cannot be read: ") + std::strerror(errno));
+    refuseInput(name, std::string("cannot be read: ") + std::strerror(errno));
   }
   return status;
 }
@@ -94,9 +94,9 @@ PipeSource::PipeSource(int file, const std::string &name, Now now, Tell tell)
       buffer_(Resync::window + partSize) {
   const Kind &kind = kindOf(statusOf(file, name));
   if (!kind.open) {
-    refuse(name, std::string("is ") + kind.text +
-                     "; a pipe, a socket or a character device is needed, and a "
-                     "file by its path");
+    refuseInput(name, std::string("is ") + kind.text +
+                          "; a pipe, a socket or a character device is needed, and a "
+                          "file by its path");
   }
   widen();
 }

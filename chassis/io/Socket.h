@@ -36,6 +36,7 @@ class Socket {
 unsigned interfaceOf(const Url &url);
 
 constexpr std::uint32_t usualReceiveBuffer = 4 << 20;  // bytes
+constexpr std::size_t datagramBatch = 64;              // that one call of the kernel moves
 
 // Bound, and a member of the group. Throws InputError that names the URL and what would be right.
 Socket openReceiver(const Url &url);

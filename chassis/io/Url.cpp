@@ -101,7 +101,7 @@ std::string interfaceNames() {
 // Options
 // ------------------------------------------------------------------------------------------------
 
-[[noreturn]] void refuse(const std::string &text, const std::string &why) {
+[[noreturn]] void refuseText(const std::string &text, const std::string &why) {
   throw InputError("'" + text + "': " + why);
 }
 
@@ -109,15 +109,15 @@ std::uint32_t readInRange(const Url &url, const std::string &name, const std::st
                           std::uint32_t least, std::uint32_t most) {
   const auto number = readWhole(value);
   if (!number || *number < least || *number > most) {
-    refuse(url.text, name + " is '" + value + "', not a number from " + std::to_string(least) +
-                         " to " + std::to_string(most));
+    refuseText(url.text, name + " is '" + value + "', not a number from " + std::to_string(least) +
+                             " to " + std::to_string(most));
   }
   return static_cast<std::uint32_t>(*number);
 }
 
 void setIface(Url &url, const std::string &value) {
   if (if_nametoindex(value.c_str()) == 0) {
-    refuse(url.text, "there is no network interface '" + value + "'; " + interfaceNames());
+    refuseText(url.text, "there is no network interface '" + value + "'; " + interfaceNames());
   }
   url.iface = value;
 }
@@ -126,18 +126,18 @@ void setSource(Url &url, const std::string &value) {
   const std::string numeric = withoutBrackets(value);
   const auto source = readAddress(numeric);
   if (!source) {
-    refuse(url.text, "source: " + whyNoAddress(numeric));
+    refuseText(url.text, "source: " + whyNoAddress(numeric));
   }
   if (!url.multicast) {
-    refuse(url.text,
-           "a source is asked for with a multicast group only, and " + url.address + " is none");
+    refuseText(url.text, "a source is asked for with a multicast group only, and " + url.address +
+                             " is none");
   }
   if (source->v6 != url.v6) {
-    refuse(url.text, "the source " + numeric + " is of another family than the group; an " +
-                         (url.v6 ? "IPv6" : "IPv4") + " address is needed");
+    refuseText(url.text, "the source " + numeric + " is of another family than the group; an " +
+                             (url.v6 ? "IPv6" : "IPv4") + " address is needed");
   }
   if (source->multicast() || source->any() || source->broadcast()) {
-    refuse(url.text, "the source " + numeric + " is no address of a sender");
+    refuseText(url.text, "the source " + numeric + " is no address of a sender");
   }
   url.source = source->text();
 }
@@ -211,11 +211,11 @@ std::vector<std::string> split(const std::string &text, char at) {
 const Option &optionFor(const Url &url, const std::string &name, Url::Use use) {
   const Option *option = findOption(name);
   if (option == nullptr) {
-    refuse(url.text, "there is no option '" + name + "'; " + optionNames(use));
+    refuseText(url.text, "there is no option '" + name + "'; " + optionNames(use));
   }
   if (!serves(*option, use)) {
-    refuse(url.text, "'" + name + "' is an option of " + (option->input ? "inputs" : "outputs") +
-                         "; " + optionNames(use));
+    refuseText(url.text, "'" + name + "' is an option of " +
+                             (option->input ? "inputs" : "outputs") + "; " + optionNames(use));
   }
   return *option;
 }
@@ -232,10 +232,10 @@ void readOptions(Url &url, const std::string &text, Url::Use use) {
     const std::string name = part.substr(0, equals);
     const Option &option = optionFor(url, name, use);
     if (equals == std::string::npos || equals + 1 == part.size()) {
-      refuse(url.text, withoutValue(option));
+      refuseText(url.text, withoutValue(option));
     }
     if (!seen.insert(name).second) {
-      refuse(url.text, "'" + name + "' is given twice");
+      refuseText(url.text, "'" + name + "' is given twice");
     }
     option.set(url, part.substr(equals + 1));
   }
@@ -258,36 +258,36 @@ std::string behindAt(const Url &url, const std::string &authority, Url::Use use)
   if (at == std::string::npos || at == 0) {
     return at == 0 ? authority.substr(1) : authority;
   }
-  refuse(url.text,
-         "the text before '@' means a source to some programs and an interface to "
-         "others: write " +
-             std::string(use == Url::Use::Input ? "?source= or " : "") + "?iface=");
+  refuseText(url.text,
+             "the text before '@' means a source to some programs and an interface to "
+             "others: write " +
+                 std::string(use == Url::Use::Input ? "?source= or " : "") + "?iface=");
 }
 
 // Where the port's colon must stand, if the address is written as it should be.
 std::size_t endOfHost(const Url &url, const std::string &text) {
   if (text.empty() || text[0] != '[') {
     if (std::count(text.begin(), text.end(), ':') > 1) {
-      refuse(url.text, "an IPv6 address stands in brackets; " + rightForm(url));
+      refuseText(url.text, "an IPv6 address stands in brackets; " + rightForm(url));
     }
     return std::min(text.find(':'), text.size());
   }
   const std::size_t close = text.find(']');
   if (close == std::string::npos) {
-    refuse(url.text, "']' is missing behind the address; " + rightForm(url));
+    refuseText(url.text, "']' is missing behind the address; " + rightForm(url));
   }
   return close + 1;
 }
 
 std::uint16_t readPort(const Url &url, const std::string &text) {
   if (text.size() < 2 || text[0] != ':') {
-    refuse(url.text, "the port is missing; " + rightForm(url));
+    refuseText(url.text, "the port is missing; " + rightForm(url));
   }
   const std::string digits = text.substr(1);
   const bool decimal = digits.find_first_not_of("0123456789") == std::string::npos;
   const auto port = decimal ? readWhole(digits) : std::nullopt;
   if (!port || *port == 0 || *port > UINT16_MAX) {
-    refuse(url.text, "the port is '" + digits + "', not a number from 1 to 65535");
+    refuseText(url.text, "the port is '" + digits + "', not a number from 1 to 65535");
   }
   return static_cast<std::uint16_t>(*port);
 }
@@ -300,30 +300,31 @@ std::string missingAddress(const Url &url, Url::Use use) {
 Address readHost(const Url &url, const std::string &text, Url::Use use) {
   const std::string numeric = withoutBrackets(text);
   if (numeric.empty()) {
-    refuse(url.text, missingAddress(url, use));
+    refuseText(url.text, missingAddress(url, use));
   }
   const auto address = readAddress(numeric);
   if (!address) {
-    refuse(url.text, whyNoAddress(numeric));
+    refuseText(url.text, whyNoAddress(numeric));
   }
   if (address->v6 != (text[0] == '[')) {
-    refuse(url.text, "brackets are for IPv6 addresses; " + rightForm(url));
+    refuseText(url.text, "brackets are for IPv6 addresses; " + rightForm(url));
   }
   if (address->mapped()) {
-    refuse(url.text, numeric + " is an IPv4 address; write it as one");
+    refuseText(url.text, numeric + " is an IPv4 address; write it as one");
   }
   if (address->broadcast() || (use == Url::Use::Output && address->any())) {
-    refuse(url.text, numeric +
-                         " is the address of no receiver; a multicast group or the address "
-                         "of a machine is needed");
+    refuseText(url.text, numeric +
+                             " is the address of no receiver; a multicast group or the address "
+                             "of a machine is needed");
   }
   return *address;
 }
 
 void requireInterface(const Url &url, const Address &address) {
   if (address.linkLocal() && url.iface.empty()) {
-    refuse(url.text, url.address + " is an address of one link: name its interface with ?iface=; " +
-                         interfaceNames());
+    refuseText(url.text, url.address +
+                             " is an address of one link: name its interface with ?iface=; " +
+                             interfaceNames());
   }
 }
 
@@ -359,21 +360,22 @@ void refuseOptions(const std::string &text, const std::string &path) {
   const std::string last = question == std::string::npos ? "" : path.substr(question + 1);
   const std::string name = last.substr(0, last.find('='));
   if (name != last && findOption(name) != nullptr) {
-    refuse(text, "a file has no options; '" + name + "' is one of udp:// and rtp://, and a file " +
-                     "of this name is written without " + filePrefix);
+    refuseText(text, "a file has no options; '" + name +
+                         "' is one of udp:// and rtp://, and a file " +
+                         "of this name is written without " + filePrefix);
   }
 }
 
 Url readFile(Url url, const std::string &rest) {
   const bool authority = rest.rfind("//", 0) == 0;
   if (authority && rest.rfind("///", 0) != 0) {
-    refuse(url.text,
-           "the file of another machine cannot be read; right is file:PATH or "
-           "file:///PATH");
+    refuseText(url.text,
+               "the file of another machine cannot be read; right is file:PATH or "
+               "file:///PATH");
   }
   url.path = authority ? rest.substr(2) : rest;
   if (url.path.empty()) {
-    refuse(url.text, "the path is missing; right is file:PATH");
+    refuseText(url.text, "the path is missing; right is file:PATH");
   }
   refuseOptions(url.text, url.path);
   return url;
@@ -385,9 +387,9 @@ Url readWithScheme(Url url, std::size_t end, Url::Use use) {
     return readFile(url, url.text.substr(end + 1));
   }
   if (scheme != "udp" && scheme != "rtp") {
-    refuse(url.text, "'" + scheme + separator +
-                         "' is unknown; there are udp:// and rtp://, a path, " +
-                         "file:PATH (also for a path with '://' in it) and -");
+    refuseText(url.text, "'" + scheme + separator +
+                             "' is unknown; there are udp:// and rtp://, a path, " +
+                             "file:PATH (also for a path with '://' in it) and -");
   }
   url.scheme = scheme == "udp" ? Url::Scheme::Udp : Url::Scheme::Rtp;
   return readNetwork(url, url.text.substr(end + 3), use);

@@ -191,7 +191,7 @@ void readReserved(Bytes, const char *, Characters &to) {
 // Which table it is
 // ------------------------------------------------------------------------------------------------
 
-struct Table {
+struct CharacterTable {
   void (*read)(Bytes text, const char *charset, Characters &to);
   const char *charset;
   std::size_t selection;  // bytes before the text
@@ -203,20 +203,20 @@ constexpr const char *parts[] = {nullptr,      "ISO-8859-1",  "ISO-8859-2",  "IS
                                  "ISO-8859-8", "ISO-8859-9",  "ISO-8859-10", "ISO-8859-11",
                                  nullptr,      "ISO-8859-13", "ISO-8859-14", "ISO-8859-15"};
 
-Table tableOfPart(std::size_t part, std::size_t selection) {
+CharacterTable tableOfPart(std::size_t part, std::size_t selection) {
   const bool known = part < std::size(parts) && parts[part] != nullptr;
-  return known ? Table{readSingleBytes, parts[part], selection}
-               : Table{readReserved, nullptr, selection};
+  return known ? CharacterTable{readSingleBytes, parts[part], selection}
+               : CharacterTable{readReserved, nullptr, selection};
 }
 
-Table tableOf(Bytes text) {
+CharacterTable tableOf(Bytes text) {
   const std::uint8_t first = text[0];
   if (first >= blank) {
     return {readDefaultTable, nullptr, 0};
   }
   switch (first) {
     case 0x10:
-      return text.size < 3 || text[1] != 0 ? Table{readReserved, nullptr, 1}
+      return text.size < 3 || text[1] != 0 ? CharacterTable{readReserved, nullptr, 1}
                                            : tableOfPart(text[2], 3);
     case 0x11:
       return {readUtf16, nullptr, 1};
@@ -236,7 +236,7 @@ Table tableOf(Bytes text) {
 
 Characters charactersOf(Bytes text) {
   Characters characters;
-  const Table table = tableOf(text);
+  const CharacterTable table = tableOf(text);
   table.read(text.from(table.selection), table.charset, characters);
   const auto composed =
       utf8proc_normalize_utf32(characters.data(), static_cast<utf8proc_ssize_t>(characters.size()),
