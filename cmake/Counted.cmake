@@ -24,6 +24,9 @@ function(counted library)
     endif()
   endforeach()
   target_compile_options(${library}_counted PRIVATE -O0 -g0 --coverage)
+  if(type STREQUAL STATIC)
+    together(${library}_counted)
+  endif()
 endfunction()
 
 # counted_test(<test program> <library> ...): its objects, linked with these libraries or, where there
@@ -39,6 +42,8 @@ function(counted_test program)
   add_executable(counted_${program} EXCLUDE_FROM_ALL $<TARGET_OBJECTS:${program}>)
   set_target_properties(counted_${program} PROPERTIES
                         RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/counted)
-  target_link_libraries(counted_${program} PRIVATE ${libraries} unit_main --coverage)
+  # A case ends without taking its program apart, and writes its counters then.
+  target_link_libraries(counted_${program} PRIVATE ${libraries} unit_main --coverage
+                                                   -Wl,--undefined=__gcov_dump)
   add_dependencies(counted counted_${program})
 endfunction()
