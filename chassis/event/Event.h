@@ -7,92 +7,23 @@
 #include <variant>
 #include <vector>
 
+#include "event/EventKind.h"
+
 namespace chassis {
+
+// Of a receiver elsewhere that is judged: which of its two streams.
+enum class Side : std::uint8_t { None, Before, Behind };
 
 // Where something happened: the chassis, a card, or a CAM of a card. -1 means "not about one".
 struct Place {
   int slot = -1;  // card slot 0..5
   int cam = -1;   // CAM slot 0..1
+  Side side = Side::None;
 };
 
 // How an event is meant. Alarm: nobody may miss it.
 enum class Tone : std::uint8_t { Plain, Good, Bad, Faint, Alarm };
 
-enum class EventKind : std::uint8_t {
-  // What a person or a script does, and says.
-  ScriptLine,
-  ConsoleLine,
-  Remark,
-  AsExpected,
-  NotAsExpected,
-  NoEffect,
-  // A card and its stream.
-  CardRemoved,
-  StreamDamaged,
-  StreamEnded,
-  WriterCame,
-  WriterGone,
-  StreamChanged,
-  StreamBegun,
-  StreamSilent,
-  StreamBack,
-  InputLost,
-  StreamsUnmatched,
-  ProbeUnaligned,
-  ProbeBegun,
-  WentLive,
-  TransportErrors,
-  TablesCut,
-  OutputLost,
-  // Datagrams that a card takes.
-  SenderChanged,
-  InputForeign,
-  BufferSmall,
-  InterfaceGone,
-  InterfaceBack,
-  // A CAM and its exchange with the CI library.
-  CamStarting,
-  CamUp,
-  CamRemoved,
-  CamReset,
-  ResetAdvised,
-  ResetCommandFailed,
-  NoCamToReset,
-  CaPmtSent,
-  QuerySent,
-  CaPmtRefused,
-  CaPmtIncomplete,
-  Reply,
-  CamSilent,
-  CamUnknownBytes,
-  CaInfoRefused,
-  CaInfoUnasked,
-  ReplyRefused,
-  ReplyUnasked,
-  ReplyCut,
-  ReplyChanged,
-  // What the software CAM does by itself.
-  CamDescrambles,
-  CamStops,
-  CamCannot,
-  CamIgnores,
-  CamDeaf,
-  // What a check of the module has found.
-  ControllerState,
-  CamState,
-  ProgramState,
-  AlarmRaised,
-  AlarmCleared,
-  AlarmNotRaised,
-  AlarmNotCleared,
-  // A line that the module or the firmware prints.
-  ModulePrint,
-  ModuleDebug,
-};
-constexpr std::size_t eventKinds = static_cast<std::size_t>(EventKind::ModuleDebug) + 1;
-
-// The kind's name for programs: "alarm_raised".
-const char *kindName(EventKind kind);
 // The tone's: "alarm".
 const char *toneName(Tone tone);
 

@@ -1,6 +1,8 @@
-#include "event/Event.h"
+#include "event/EventKind.h"
 
 #include <iterator>
+
+#include "event/Event.h"
 
 namespace chassis {
 namespace {
