@@ -140,7 +140,7 @@ struct Alarm {
 struct AlarmRaised {
   static constexpr EventKind kind = EventKind::AlarmRaised;
   Alarm alarm;
-  std::uint64_t index = 0;
+  std::int32_t index = 0;
   template <typename To>
   void each(To to) const {
     alarm.each(to);
@@ -151,7 +151,7 @@ struct AlarmRaised {
 struct AlarmCleared {
   static constexpr EventKind kind = EventKind::AlarmCleared;
   Alarm alarm;
-  std::uint64_t index = 0;
+  std::int32_t index = 0;
   std::uint64_t stoodMs = 0;
   template <typename To>
   void each(To to) const {

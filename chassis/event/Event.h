@@ -1,13 +1,13 @@
-// What happens in the chassis, told to whoever shows it, writes it down or counts it.
+// What happens in the chassis, told to whoever shows it, writes it down or counts it. Who makes an
+// event says what is so; words for it are made where they are read (status/EventWords.h).
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
-#include <string>
-#include <variant>
 #include <vector>
 
 #include "event/EventKind.h"
+#include "event/Facts.h"
 
 namespace chassis {
 
@@ -21,27 +21,10 @@ struct Place {
   Side side = Side::None;
 };
 
-// How an event is meant. Alarm: nobody may miss it.
-enum class Tone : std::uint8_t { Plain, Good, Bad, Faint, Alarm };
-
-// The tone's: "alarm".
-const char *toneName(Tone tone);
-
-// One fact of an event, named for programs. Times are in ms, ids and PIDs numbers.
-struct Fact {
-  using Value = std::variant<std::uint64_t, std::string, std::vector<std::uint16_t>,
-                             std::vector<std::string>>;
-  const char *name;
-  Value value;
-};
-
 struct Event {
-  EventKind kind;
   Place place;
-  std::string what;  // one short clause in an operator's words
-  std::string why;   // the reason or evidence; empty where there is none
-  std::vector<Fact> facts = {};
-  Tone tone = Tone::Plain;
+  Facts facts;
+  EventKind kind() const { return static_cast<EventKind>(facts.index()); }
 };
 
 // Receives one event after the other, as they happen. The receiver stamps them with its time.

@@ -2,8 +2,6 @@
 
 #include <iterator>
 
-#include "event/Event.h"
-
 namespace chassis {
 namespace {
 
@@ -87,17 +85,10 @@ constexpr bool inOrder() {
 }
 static_assert(inOrder());
 
-constexpr const char *toneNames[] = {"plain", "good", "bad", "faint", "alarm"};
-static_assert(std::size(toneNames) == static_cast<std::size_t>(Tone::Alarm) + 1);
-
 }  // namespace
 
 const char *kindName(EventKind kind) {
   return names[static_cast<std::size_t>(kind)].name;
-}
-
-const char *toneName(Tone tone) {
-  return toneNames[static_cast<std::size_t>(tone)];
 }
 
 }  // namespace chassis

@@ -79,7 +79,7 @@ struct StreamChanged {
   template <typename To>
   void each(To to) const {
     to("programs", programs);
-    changed.each(to, "changed", "names");
+    changed.each(to, "changed", "changed_names");
     to("versions", versions);
   }
   void add(std::uint16_t program, const std::string &name, std::uint8_t version) {

@@ -7,8 +7,9 @@
 
 namespace chassis {
 
-EventWords wordsOf(const Facts &facts, const Place &place) {
-  return std::visit([&place](const auto &known) { return words::of(known, place); }, facts);
+EventWords wordsOf(const Event &event) {
+  return std::visit([&event](const auto &facts) { return words::of(facts, event.place); },
+                    event.facts);
 }
 
 }  // namespace chassis

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "event/Event.h"
-#include "event/Facts.h"
 #include "status/Words.h"
 
 namespace chassis {
@@ -18,6 +17,6 @@ struct EventWords {
 
 // Each kind has its row in LineWords.h, StreamWords.h, CamWords.h or CheckWords.h; one without a
 // row does not compile.
-EventWords wordsOf(const Facts &facts, const Place &place);
+EventWords wordsOf(const Event &event);
 
 }  // namespace chassis

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "event/Event.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 
@@ -18,9 +19,11 @@ class EventLog : public Events {
   };
 
   void tell(const Event &event) override {
-    lines.push_back({event.place, event.what, event.why});
-    if (event.tone == Tone::Alarm) {
-      alerts.push_back(event.what);
+    const EventWords words = wordsOf(event);
+    lines.push_back({event.place, words.what, words.why});
+    all.push_back(event);
+    if (words.tone == Tone::Alarm) {
+      alerts.push_back(words.what);
     }
   }
 
@@ -36,7 +39,17 @@ class EventLog : public Events {
     return line != lines.rend() ? line->why : "(none)";
   }
 
+  // The facts of the last event of a kind.
+  template <typename Kind>
+  Kind last() const {
+    const auto found = std::find_if(all.rbegin(), all.rend(), [](const Event &event) {
+      return std::holds_alternative<Kind>(event.facts);
+    });
+    return found != all.rend() ? std::get<Kind>(found->facts) : Kind();
+  }
+
   std::vector<Line> lines;
+  std::vector<Event> all;
   std::vector<std::string> alerts;  // those that nobody may miss
 };
 
