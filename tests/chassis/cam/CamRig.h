@@ -8,6 +8,7 @@
 
 #include "LabStream.h"
 #include "cam/Cam.h"
+#include "chassis/LastFacts.h"
 #include "status/EventWords.h"
 
 namespace testing_cam {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "chassis/LastFacts.h"
 #include "event/Event.h"
 #include "status/EventWords.h"
 
@@ -39,13 +40,9 @@ class EventLog : public Events {
     return line != lines.rend() ? line->why : "(none)";
   }
 
-  // The facts of the last event of a kind.
   template <typename Kind>
   Kind last() const {
-    const auto found = std::find_if(all.rbegin(), all.rend(), [](const Event &event) {
-      return std::holds_alternative<Kind>(event.facts);
-    });
-    return found != all.rend() ? std::get<Kind>(found->facts) : Kind();
+    return testing_events::lastFacts<Kind>(all);
   }
 
   std::vector<Line> lines;
