@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "alarms/AlarmText.h"
-#include "base/Text.h"
 
 namespace {
 
@@ -24,17 +24,8 @@ AlarmRecord copyOf(const AlarmRecord &record) {
   return copy;
 }
 
-// Of an alarm with no index yet, and of one.
-std::vector<Fact> factsOf(const AlarmRecord &record) {
-  return {{"object", alarmObject(record)},
-          {"fault", alarmFault(record)},
-          {"identifiers", alarmIdentifiers(record)}};
-}
-
-std::vector<Fact> factsOf(const AlarmService::Alarm &alarm) {
-  std::vector<Fact> facts = factsOf(alarm.record);
-  facts.push_back({"alarm", static_cast<std::uint64_t>(alarm.index)});
-  return facts;
+event::Alarm factsOf(const AlarmRecord &record) {
+  return {alarmObject(record), alarmFault(record), alarmIdentifiers(record)};
 }
 
 }  // namespace
@@ -49,16 +40,15 @@ void AlarmService::setFailing(bool on) {
 }
 
 // The module tries again with every check.
-void AlarmService::tellFailure(EventKind kind, const AlarmRecord &record, const std::string &what) {
-  if (told_.insert(what + alarmIdentifiers(record)).second) {
-    events_.tell({kind, alarmPlace(record), what + alarmFault(record), "the alarm service fails",
-                  factsOf(record), Tone::Alarm});
+void AlarmService::tellFailure(const AlarmRecord &record, Facts facts) {
+  if (told_.insert({facts.index(), alarmIdentifiers(record)}).second) {
+    events_.tell({alarmPlace(record), std::move(facts)});
   }
 }
 
 std::int32_t AlarmService::raise(const AlarmRecord *record) {
   if (failing_ && wellFormed(record)) {
-    tellFailure(EventKind::AlarmNotRaised, *record, "ALARM not raised: ");
+    tellFailure(*record, event::AlarmNotRaised{factsOf(*record)});
   }
   if (failing_ || !wellFormed(record) || nextIndex_ == std::numeric_limits<std::int32_t>::max()) {
     return failed;
@@ -71,17 +61,15 @@ std::int32_t AlarmService::raise(const AlarmRecord *record) {
                alarmIdentifiers(alarm.record) + "]";
   alarm.raisedMs = clock_.elapsedMs();
   active_[alarm.index] = alarm;
-  events_.tell(
-      {EventKind::AlarmRaised, alarm.place, "ALARM raised: " + alarmFault(alarm.record),
-       "alarm " + std::to_string(alarm.index) + ", identifiers " + alarmIdentifiers(alarm.record),
-       factsOf(alarm), Tone::Alarm});
+  events_.tell({alarm.place, event::AlarmRaised{factsOf(alarm.record), alarm.index}});
   return alarm.index;
 }
 
 std::int32_t AlarmService::clear(std::int32_t index) {
   const auto found = active_.find(index);
   if (failing_ && found != active_.end()) {
-    tellFailure(EventKind::AlarmNotCleared, found->second.record, "ALARM not cleared: ");
+    const AlarmRecord &record = found->second.record;
+    tellFailure(record, event::AlarmNotCleared{factsOf(record)});
   }
   if (failing_ || found == active_.end()) {
     return failed;
@@ -89,11 +77,8 @@ std::int32_t AlarmService::clear(std::int32_t index) {
   Alarm alarm = found->second;
   active_.erase(found);
   alarm.clearedMs = clock_.elapsedMs();
-  const std::uint64_t stoodMs = alarm.clearedMs - alarm.raisedMs;
-  std::vector<Fact> facts = factsOf(alarm);
-  facts.push_back({"stood_ms", stoodMs});
-  events_.tell({EventKind::AlarmCleared, alarm.place, "ALARM cleared: " + alarmFault(alarm.record),
-                "alarm " + std::to_string(index) + ", stood for " + secondsText(stoodMs), facts});
+  events_.tell({alarm.place, event::AlarmCleared{factsOf(alarm.record), index,
+                                                 alarm.clearedMs - alarm.raisedMs}});
   history_.push_back(alarm);
   if (history_.size() > historyLength) {
     history_.pop_front();

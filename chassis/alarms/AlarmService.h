@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "CiPlatform.h"
 #include "event/Event.h"
@@ -43,12 +44,12 @@ class AlarmService {
   const std::deque<Alarm> &history() const { return history_; }            // as they were cleared
 
  private:
-  void tellFailure(EventKind kind, const AlarmRecord &record, const std::string &what);
+  void tellFailure(const AlarmRecord &record, Facts facts);
 
   const Clock &clock_;
   Events &events_;
   bool failing_ = false;
-  std::set<std::string> told_;  // while it is failing
+  std::set<std::pair<std::size_t, std::string>> told_;  // while it is failing, by kind
   std::int32_t nextIndex_ = 0;
   std::map<std::int32_t, Alarm> active_;
   std::deque<Alarm> history_;

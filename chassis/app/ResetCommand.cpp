@@ -10,8 +10,8 @@
 
 namespace chassis {
 
-void ResetCommand::tell(const std::string &what, const std::string &why) {
-  events_.tell({EventKind::ResetCommandFailed, {}, what, why, {}, Tone::Bad});
+void ResetCommand::tell(const event::ResetCommandFailed &failure) {
+  events_.tell({{}, failure});
 }
 
 void ResetCommand::run() {
@@ -31,7 +31,7 @@ void ResetCommand::run() {
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) {
     process_ = 0;
-    tell("the command of --on-reset was not run", std::strerror(error));
+    tell({event::CommandFailure::NotRun, std::strerror(error)});
   }
 }
 
@@ -42,9 +42,9 @@ void ResetCommand::look() {
   }
   process_ = 0;
   if (WIFSIGNALED(status)) {
-    tell("the command of --on-reset failed", "ended by signal " + std::to_string(WTERMSIG(status)));
+    tell({event::CommandFailure::Signal, "", WTERMSIG(status)});
   } else if (WEXITSTATUS(status) != 0) {
-    tell("the command of --on-reset failed", "exit status " + std::to_string(WEXITSTATUS(status)));
+    tell({event::CommandFailure::ExitStatus, "", WEXITSTATUS(status)});
   }
 }
 

@@ -24,7 +24,7 @@ class ResetCommand {
   void look();
 
  private:
-  void tell(const std::string &what, const std::string &why);
+  void tell(const event::ResetCommandFailed &failure);
 
   const std::string command_;
   Events &events_;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/Text.h"
 #include "ts/PacketView.h"
 
 namespace chassis::cam {
@@ -16,8 +15,6 @@ void setMember(std::set<std::uint16_t> &members, std::uint16_t value, bool membe
     members.erase(value);
   }
 }
-
-constexpr const char *stops = "stops descrambling ";
 
 }  // namespace
 
@@ -90,8 +87,8 @@ void CaClient::replaceFeeds(std::vector<Feed> feeds) {
       kept->state = old.state;
     } else if (old.state == State::Running) {
       const bool selected = selection_.count(old.program) != 0;
-      report(EventKind::CamStops, old, stops,
-             selected ? "selected with another ECM PID now" : "no longer selected");
+      report_(event::CamStops{factsOf(
+          old, selected ? event::FeedReason::OtherEcmPid : event::FeedReason::NotSelected)});
     }
   }
   feeds_ = std::move(feeds);
@@ -271,64 +268,49 @@ void CaClient::assign() {
   }
 }
 
-// The streams are named too where they do not share their ECMs.
-std::string CaClient::nameOf(const Feed &feed) const {
-  std::string name = programText(feed.program, chassis::nameOf(names_, feed.program));
-  const auto ofProgram = [&](const Feed &other) { return other.program == feed.program; };
-  if (std::count_if(feeds_.begin(), feeds_.end(), ofProgram) > 1) {
-    for (const std::uint16_t pid : feed.pids) {
-      name += (pid == feed.pids.front() ? " PID " : ", ") + hex(pid, 4);
-    }
-  }
-  return name;
-}
-
-// Clear headers around garbage are no descrambled program.
-const char *CaClient::runningVerb() const {
-  return spoilWords_ ? "works with wrong keys on " : "descrambles ";
-}
-
 void CaClient::reportChange(const Feed &feed, State before) const {
   if (feed.state == State::Waiting) {
     return;
   }
-  const std::string why = reasonOf(feed);
   if (feed.state == State::Running) {
-    report(EventKind::CamDescrambles, feed, runningVerb(), why);
+    report_(event::CamDescrambles{factsOf(feed), spoilWords_});
   } else if (before == State::Running) {
-    report(EventKind::CamStops, feed, stops, why);
+    report_(event::CamStops{factsOf(feed)});
   } else {
-    report(EventKind::CamCannot, feed, "does not descramble ", why);
+    report_(event::CamCannot{factsOf(feed)});
   }
 }
 
-void CaClient::report(EventKind kind, const Feed &feed, const std::string &verb,
-                      const std::string &why) const {
-  report_({kind,
-           {},
-           verb + nameOf(feed),
-           why,
-           {{"programs", std::vector{feed.program}},
-            {"pids", feed.pids},
-            {"ecm_pid", std::uint64_t{feed.ecmPid}}}});
+event::Feed CaClient::factsOf(const Feed &feed, event::FeedReason reason) const {
+  const auto ofProgram = [&](const Feed &other) { return other.program == feed.program; };
+  const bool part = std::count_if(feeds_.begin(), feeds_.end(), ofProgram) > 1;
+  return {{feed.program, nameOf(names_, feed.program)}, feed.pids, feed.ecmPid, part, reason};
 }
 
-std::string CaClient::reasonOf(const Feed &feed) const {
-  const EcmReader &reader = readers_.at(feed.ecmPid);
+event::Feed CaClient::factsOf(const Feed &feed) const {
+  event::Feed facts = factsOf(feed, reasonOf(feed));
+  if (feed.state == State::Running || feed.state == State::NotEntitled) {
+    facts.tier = readers_.at(feed.ecmPid).ecm->tier;
+  } else if (feed.state == State::NoEcm) {
+    facts.timeoutMs = ecmTimeoutMs_;
+  }
+  return facts;
+}
+
+event::FeedReason CaClient::reasonOf(const Feed &feed) const {
   switch (feed.state) {
-    case State::Running:
-      return "ECMs on PID " + hex(feed.ecmPid, 4) + ", tier " + std::to_string(reader.ecm->tier);
     case State::Refused:
-      return "refuses it for technical reasons";
+      return event::FeedReason::Refused;
     case State::NotEntitled:
-      return "no entitlement for tier " + std::to_string(reader.ecm->tier);
+      return event::FeedReason::NotEntitled;
     case State::NoEcm:
-      return std::string(reader.seen ? "only damaged ECMs" : "no ECM") + " on PID " +
-             hex(feed.ecmPid, 4) + " for " + std::to_string(ecmTimeoutMs_) + " ms";
+      return readers_.at(feed.ecmPid).seen ? event::FeedReason::DamagedEcms
+                                           : event::FeedReason::NoEcm;
+    case State::Running:
     case State::Waiting:
       break;
   }
-  return "";
+  return event::FeedReason::EcmsCome;
 }
 
 }  // namespace chassis::cam

@@ -24,8 +24,8 @@ namespace chassis::cam {
 
 class CaClient {
  public:
-  // The place of an event is the receiver's.
-  using Report = std::function<void(Event event)>;
+  // The place of what happens is the receiver's.
+  using Report = std::function<void(const Facts &facts)>;
 
   CaClient(std::vector<std::uint16_t> caSystems, std::uint32_t ecmTimeoutMs, Report report,
            ProgramNames names);
@@ -83,12 +83,10 @@ class CaClient {
   State judge(const Feed &feed) const;
   void review();
   void assign();
-  std::string nameOf(const Feed &feed) const;
-  const char *runningVerb() const;
   void reportChange(const Feed &feed, State before) const;
-  void report(EventKind kind, const Feed &feed, const std::string &verb,
-              const std::string &why) const;
-  std::string reasonOf(const Feed &feed) const;
+  event::Feed factsOf(const Feed &feed, event::FeedReason reason) const;
+  event::Feed factsOf(const Feed &feed) const;
+  event::FeedReason reasonOf(const Feed &feed) const;
 
   std::vector<std::uint16_t> caSystems_;
   std::uint32_t ecmTimeoutMs_;

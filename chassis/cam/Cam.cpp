@@ -35,9 +35,8 @@ struct Cam::State {
         events(eventsIn),
         client(
             config.caSystems, config.ecmTimeoutMs,
-            [this](Event event) {
-              event.place = place;
-              events.tell(event);
+            [this](const Facts &facts) {
+              events.tell({place, facts});
             },
             config.programNames) {
     start(startMs);
@@ -89,7 +88,7 @@ void Cam::State::queue(Apdu apdu) {
 void Cam::State::complain(const std::string &why) {
   if (why != complaint) {
     complaint = why;
-    events.tell({EventKind::CamIgnores, place, "ignores an object from the host", why});
+    events.tell({place, event::CamIgnores{{why}}});
   }
 }
 
@@ -244,8 +243,7 @@ void Cam::setFault(CamFault fault, bool on) {
   switch (fault) {
     case CamFault::Deaf:
       if (on && !state.deaf) {
-        state.events.tell({EventKind::CamDeaf, state.place, "CAM goes deaf",
-                           "takes no object and descrambles nothing until its next reset"});
+        state.events.tell({state.place, event::CamDeaf{}});
       }
       state.deaf = on;
       return;

@@ -26,9 +26,8 @@ Card::State::State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll)
       outputName("the output of slot " + std::to_string(slotNo)),
       chain(slotNo, fpga, [this](const PacketSink &output) { tellTrouble(output); }) {}
 
-void Card::State::tell(EventKind kind, const std::string &what, const std::string &why,
-                       std::vector<Fact> facts) {
-  events.tell({kind, {static_cast<int>(slot), -1}, what, why, std::move(facts)});
+void Card::State::tell(Facts facts) {
+  events.tell({{static_cast<int>(slot), -1}, std::move(facts)});
 }
 
 void Card::State::remove() {
@@ -88,39 +87,32 @@ void Card::insert(const std::string &path, std::uint64_t bitrate, std::uint64_t 
   state.bitrate = scan.bitrate;
   state.rebuildTables();
   if (scan.skippedBytes > 0) {
-    state.tell(EventKind::StreamDamaged, "the stream is damaged",
-               std::to_string(scan.skippedBytes) + " bytes of '" + path + "' are in no packet",
-               {{"path", path}, {"bytes", scan.skippedBytes}});
+    state.tell(event::StreamDamaged{path, scan.skippedBytes});
   }
 }
 
 void Card::State::beginLive(std::unique_ptr<PacketSource> packets, const std::string &name,
-                            const std::string &whose, std::uint64_t nowMs) {
+                            std::uint64_t nowMs) {
   begin(std::move(packets), name, nowMs);
   psi = std::make_unique<PsiReader>();
   live = true;
   liveSinceMs = nowMs;
-  watch = StreamWatch(whose);
   watch.start(nowMs);
-  losses = LossWatch(whose);
   losses.start(nowMs);
   rebuildTables();
 }
 
 void Card::insertLive(std::unique_ptr<PacketSource> source, const std::string &name,
                       std::uint64_t nowMs) {
-  state_->beginLive(std::move(source), name, "the stream", nowMs);
+  state_->beginLive(std::move(source), name, nowMs);
 }
 
 bool Card::ended() const {
   return inserted() && (state_->source->ended() || (probing() && state_->probe->ended()));
 }
 
-Tell Card::teller(const std::string &whose) {
-  return [this, whose](Event event) {
-    event.what += whose;
-    state_->tellAtCard(event);
-  };
+Tell Card::teller(Side side) {
+  return [this, side](const Event &event) { state_->tellAtCard(event, side); };
 }
 
 void Card::remove() {

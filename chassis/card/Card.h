@@ -115,8 +115,8 @@ class Card {
   const SourceCounters &countersBehind() const;
   std::size_t unmatchedStreams() const;  // that do not come out, though their programs do
   bool ended() const;
-  // For a source that is being made: tells as the card. whose: behind what it tells.
-  Tell teller(const std::string &whose = "");
+  // For a source that is being made: tells as the card.
+  Tell teller(Side side = Side::None);
   // Takes the card out; faults, masks and assignments go with it.
   void remove();
   bool inserted() const;

@@ -37,21 +37,22 @@ std::size_t Card::State::takeDuePackets() {
     ++taken;
   }
   if (!live && source->ended() && !std::exchange(unreadable, true)) {
-    tell(EventKind::StreamEnded, "the stream ended", "its file can no longer be read");
+    tell(event::StreamEnded{});
   }
   return taken;
 }
 
 void Card::State::watchLive(std::size_t came) {
   if (live) {
-    tellAtCard(watch.step(fpga.nowMs, came > 0));
-    tellAtCard(losses.step(fpga.nowMs, source->counters()));
+    const Side side = probe != nullptr ? Side::Before : Side::None;
+    tellAtCard(watch.step(fpga.nowMs, came > 0), side);
+    tellAtCard(losses.step(fpga.nowMs, source->counters()), side);
   }
 }
 
-void Card::State::tellAtCard(std::optional<Event> event) {
+void Card::State::tellAtCard(std::optional<Event> event, Side side) {
   if (event) {
-    event->place = {static_cast<int>(slot), -1};
+    event->place = {static_cast<int>(slot), -1, side};
     events.tell(*event);
   }
 }
@@ -82,15 +83,12 @@ bool Card::State::takeOne() {
 
 void Card::State::tellBroken() {
   if (transportErrors++ == 0) {
-    tell(EventKind::TransportErrors, "packets with transport_error_indicator",
-         "they pass through, unread and not counted");
+    tell(event::TransportErrors{});
   }
 }
 
 void Card::State::tellTrouble(const PacketSink &output) {
-  tell(EventKind::OutputLost, "the output is not whole",
-       "'" + output.name() + "': " + output.trouble(),
-       {{"path", output.name()}, {"trouble", output.trouble()}});
+  tell(event::OutputLost{output.name(), output.trouble()});
 }
 
 void Card::State::followPsi() {
@@ -106,8 +104,7 @@ void Card::State::followPsi() {
   }
   rebuildTables();
   if (!(before.programs == builtFrom.programs)) {
-    tell(EventKind::StreamChanged, "the stream's programs changed", changedPrograms(before),
-         {{"programs", programNumbers()}});
+    tellChanged(before);
   }
   tellProgramsChanged();
 }

@@ -20,11 +20,11 @@ bool hasCa(const PsiProgram &program) {
 
 void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
   State &state = *state_;
-  state.beginLive(std::move(inputs.before), inputs.name, "what goes into the receiver", nowMs);
+  state.beginLive(std::move(inputs.before), inputs.name, nowMs);
   state.probed.programs = std::move(inputs.programs);
   state.probed.behindName = inputs.behindName;
   state.probe = std::make_unique<ProbePath>(state.fpga, std::move(inputs.behind),
-                                            std::move(inputs.numbers), teller());
+                                            std::move(inputs.numbers), teller(Side::Behind));
   state.fpga.observed = true;
   state.followProbe();
 }
@@ -99,10 +99,11 @@ void Card::State::tellAbsent() {
   std::copy_if(probed.programs.begin(), probed.programs.end(), std::back_inserter(absent),
                [this](std::uint16_t number) { return find(number) == nullptr; });
   if (absent != probed.absent && !absent.empty()) {
-    tell(EventKind::NoEffect,
-         (absent.size() == 1 ? "program " : "programs ") + listOf(absent) +
-             " cannot be judged: not in what goes into the receiver",
-         "there are " + listOf(programNumbers()), {{"programs", absent}});
+    event::NoEffect facts{event::NoEffectReason::NotJudged, {}, {}, programNumbers()};
+    for (const std::uint16_t number : absent) {
+      facts.programs.add(number, "");
+    }
+    tell(facts);
   }
   probed.absent = absent;
 }

@@ -82,7 +82,7 @@ void Card::State::rebuildTables() {
                                  buildInPortForm(stream, nextTables.inPort),
                                  buildMuxForm(stream, assigned, nextTables.mux, names)}) {
     for (const std::string &item : leftOut) {
-      tell(EventKind::TablesCut, "left out of the card's tables", item);
+      tell(event::TablesCut{item});
     }
   }
 }
@@ -123,17 +123,15 @@ std::string Card::State::programList() const {
   return joined(list);
 }
 
-std::string Card::State::changedPrograms(const Psi &before) const {
-  std::vector<std::string> changed;
+void Card::State::tellChanged(const Psi &before) {
+  event::StreamChanged facts{programNumbers(), {}, {}};
   for (const PsiProgram &program : builtFrom.programs) {
     const auto same = std::find(before.programs.begin(), before.programs.end(), program);
     if (same == before.programs.end()) {
-      changed.push_back("PMT of " + programText(program.number, nameOf(program.number)) +
-                        " version " + std::to_string(program.version));
+      facts.add(program.number, nameOf(program.number), program.version);
     }
   }
-  const std::string count = std::to_string(builtFrom.programs.size()) + " programs";
-  return changed.empty() ? count : count + ", new: " + joined(changed);
+  tell(facts);
 }
 
 void Card::State::tellProgramsChanged() {

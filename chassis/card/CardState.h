@@ -25,8 +25,7 @@ namespace chassis {
 struct Card::State {
   State(std::uint32_t slotNo, Events &receiver, Files &filesOfAll);
 
-  void tell(EventKind kind, const std::string &what, const std::string &why,
-            std::vector<Fact> facts = {});
+  void tell(Facts facts);
   void remove();
 
   // CardPrograms.cpp: the tables of the stream's programs
@@ -37,7 +36,7 @@ struct Card::State {
   std::string nameOf(std::uint16_t number) const;
   CamMasks masksOf(const Psi &stream) const;
   void tellProgramsChanged();
-  std::string changedPrograms(const Psi &before) const;
+  void tellChanged(const Psi &before);
   std::vector<std::uint16_t> programNumbers() const;
   std::string programList() const;
 
@@ -57,9 +56,9 @@ struct Card::State {
   void tellTrouble(const PacketSink &output);
   void begin(std::unique_ptr<PacketSource> packets, const std::string &name, std::uint64_t nowMs);
   void beginLive(std::unique_ptr<PacketSource> packets, const std::string &name,
-                 const std::string &whose, std::uint64_t nowMs);
+                 std::uint64_t nowMs);
   void watchLive(std::size_t came);
-  void tellAtCard(std::optional<Event> event);
+  void tellAtCard(std::optional<Event> event, Side side);
   bool stillLearning() const;
   void followPsi();
 

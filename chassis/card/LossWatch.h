@@ -3,8 +3,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
-#include <utility>
 
 #include "event/Event.h"
 #include "io/PacketSource.h"
@@ -15,15 +13,11 @@ class LossWatch {
  public:
   static constexpr std::uint64_t everyMs = 10000;
 
-  // whose: as its stream is named in what is told.
-  explicit LossWatch(std::string whose = "the stream") : whose_(std::move(whose)) {}
-
   void start(std::uint64_t nowMs);
   // After each step of time. What there is to tell; its place is empty.
   std::optional<Event> step(std::uint64_t nowMs, const SourceCounters &counters);
 
  private:
-  std::string whose_;
   SourceCounters told_;
   std::uint64_t nextMs_ = 0;
 };

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "base/ProgramText.h"
-#include "base/Text.h"
 #include "ts/PacketView.h"
 
 namespace chassis {
@@ -102,16 +100,12 @@ void ProbePath::forgetMoved(const PidMatch &before) {
 }
 
 void ProbePath::tellUnmatched(const PidMatch &before, const ServiceNames &names) {
-  std::vector<std::string> streams;
+  event::StreamsUnmatched facts;
   for (const UnmatchedStream &stream : match_.unmatched) {
-    streams.push_back(programText(stream.program, names.of(stream.program).name) + " PID " +
-                      hex(stream.pid, 4) + ", stream type " + hex(stream.type, 2));
+    facts.add(stream.program, names.of(stream.program).name, stream.pid, stream.type);
   }
-  if (!streams.empty() && !(match_.unmatched == before.unmatched)) {
-    tell_({EventKind::StreamsUnmatched,
-           {},
-           "streams that are not behind the receiver",
-           joined(streams, "; ")});
+  if (!facts.pids.empty() && !(match_.unmatched == before.unmatched)) {
+    tell_({{}, facts});
   }
 }
 

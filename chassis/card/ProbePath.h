@@ -64,8 +64,8 @@ class ProbePath : public Path {
   PsiReader psi_;
   std::uint32_t psiChanges_ = 0;
   PidMatch match_;
-  StreamWatch watch_{"what comes out of the receiver"};
-  LossWatch losses_{"what comes out of the receiver"};
+  StreamWatch watch_;
+  LossWatch losses_;
   bool begun_ = false;
   bool known_ = false;
   bool matched_ = false;

@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "base/Text.h"
-
 namespace chassis {
 
 void StreamWatch::start(std::uint64_t nowMs) {
@@ -13,23 +11,10 @@ void StreamWatch::start(std::uint64_t nowMs) {
 
 Event StreamWatch::cameBack(std::uint64_t forMs) {
   silent_ = false;
-  const std::string time = secondsText(forMs);
   if (!std::exchange(begun_, true)) {
-    return {EventKind::StreamBegun, {}, whose_ + " has begun", "after " + time, {}, Tone::Good};
+    return {{}, event::StreamBegun{{forMs}}};
   }
-  return {EventKind::StreamBack,  {},
-          whose_ + " is back",    "after " + time + " without packets",
-          {{"silent_ms", forMs}}, Tone::Good};
-}
-
-Event StreamWatch::fellSilent() const {
-  const std::string why = "no packets for " + secondsText(silentMs);
-  return {EventKind::StreamSilent,
-          {},
-          whose_ + " is silent",
-          begun_ ? why : "nothing has come yet",
-          {},
-          Tone::Bad};
+  return {{}, event::StreamBack{{forMs}}};
 }
 
 std::optional<Event> StreamWatch::step(std::uint64_t nowMs, bool came) {
@@ -42,7 +27,7 @@ std::optional<Event> StreamWatch::step(std::uint64_t nowMs, bool came) {
     return std::nullopt;
   }
   silent_ = true;
-  return fellSilent();
+  return Event{{}, event::StreamSilent{begun_, silentMs}};
 }
 
 }  // namespace chassis

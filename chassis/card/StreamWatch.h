@@ -3,8 +3,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
-#include <utility>
 
 #include "event/Event.h"
 
@@ -14,9 +12,6 @@ class StreamWatch {
  public:
   static constexpr std::uint64_t silentMs = 1000;  // without a packet
 
-  // whose: how its stream is named in what is told: "the stream".
-  explicit StreamWatch(std::string whose = "the stream") : whose_(std::move(whose)) {}
-
   void start(std::uint64_t nowMs);
   // After each step of time: whether packets came in it. What there is to tell; its place is empty.
   std::optional<Event> step(std::uint64_t nowMs, bool came);
@@ -24,9 +19,7 @@ class StreamWatch {
 
  private:
   Event cameBack(std::uint64_t forMs);
-  Event fellSilent() const;
 
-  std::string whose_;
   std::uint64_t lastMs_ = 0;  // of the last packets, or of the start
   bool begun_ = false;
   bool silent_ = false;

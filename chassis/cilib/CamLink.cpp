@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "base/ProgramText.h"
-#include "base/Text.h"
 #include "cilib/CaText.h"
 #include "cilib/ReplyRecord.h"
 #include "kernel/Semaphore.h"
@@ -17,22 +16,6 @@ constexpr std::uint64_t answerLimitMs = 5000;
 constexpr std::uint32_t maxRecords = 32;
 // Bounds one tick against a CAM that never stops talking.
 constexpr int apdusPerTick = 64;
-
-struct TroubleWords {
-  EventKind kind;
-  const char *what;
-};
-
-// In the order of CamLink::Trouble.
-constexpr TroubleWords troubleWords[] = {
-    {EventKind::CamSilent, "CAM does not answer"},
-    {EventKind::CamUnknownBytes, "CAM sends unknown bytes, ignored"},
-    {EventKind::CaInfoRefused, "ca_info refused"},
-    {EventKind::CaInfoUnasked, "ca_info that nobody asked for, ignored"},
-    {EventKind::ReplyRefused, "reply refused"},
-    {EventKind::ReplyUnasked, "reply to no query, ignored"},
-    {EventKind::ReplyCut, "reply too long, cut"},
-    {EventKind::ReplyChanged, "CAM changes its reply"}};
 
 // The CA systems of all descriptors of a record.
 std::vector<std::uint16_t> caSystemsOf(const CaPmtProg &record) {
@@ -50,10 +33,14 @@ bool contains(const std::vector<std::uint16_t> &ids, std::uint16_t id) {
   return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
-std::string bytesText(const Apdu &apdu) {
-  const auto tag = apduTag(apdu);
-  return (tag ? "tag " + hex(*tag, 6) + ", " : std::string()) + std::to_string(apdu.size()) +
-         " bytes";
+event::Reply replyOf(const event::Answer &answer, const CaReply &reply) {
+  event::Reply facts{answer, {}, {}};
+  for (const CaReplyStream &stream : reply.streams) {
+    if (stream.caEnable != 0) {
+      facts.add(stream.pid, stream.caEnable);
+    }
+  }
+  return facts;
 }
 
 }  // namespace
@@ -61,9 +48,7 @@ std::string bytesText(const Apdu &apdu) {
 // What one call of send hands over.
 struct CamLink::Batch {
   std::vector<Apdu> apdus;
-  std::vector<std::uint16_t> programs;
-  std::vector<std::string> names;  // theirs
-  std::vector<std::string> listManagement;
+  event::CaPmts sent;
   std::map<std::uint16_t, Query> queries;
   std::vector<std::string> leftOut;
 };
@@ -80,7 +65,7 @@ void CamLink::insert(std::unique_ptr<CamPort> cam, ProgramNames names) {
   cam_ = std::move(cam);
   names_ = std::move(names);
   history_ = {};
-  startUp("inserted");
+  startUp(event::StartReason::Inserted);
 }
 
 void CamLink::observe(std::vector<std::uint16_t> caSystems, std::function<void()> onReset) {
@@ -108,7 +93,7 @@ void CamLink::remove() {
   cam_.reset();
   phase_ = Phase::Empty;
   forgetExchange();
-  tell(EventKind::CamRemoved, "CAM removed", "");
+  tell(event::CamRemoved{});
 }
 
 void CamLink::noteReset(std::uint64_t nowMs) {
@@ -119,13 +104,7 @@ void CamLink::noteReset(std::uint64_t nowMs) {
 
 bool CamLink::resetObserved(std::uint64_t nowMs) {
   noteReset(nowMs);
-  events_.tell({EventKind::ResetAdvised,
-                place_,
-                "the CAM would be reset",
-                "it is only observed; so far " + std::to_string(history_.resets) +
-                    (history_.resets == 1 ? " time" : " times"),
-                {{"resets", std::uint64_t{history_.resets}}},
-                Tone::Alarm});
+  tell(event::ResetAdvised{{history_.resets}});
   if (onReset_) {
     onReset_();
   }
@@ -137,26 +116,21 @@ bool CamLink::reset(std::uint64_t nowMs) {
     return resetObserved(nowMs);
   }
   if (cam_ == nullptr) {
-    tell(EventKind::NoCamToReset, "no CAM to reset", "");
+    tell(event::NoCamToReset{});
     return false;
   }
   cam_->reset(nowMs);
   noteReset(nowMs);
-  events_.tell({EventKind::CamReset,
-                place_,
-                "RESET of the CAM",
-                "reset " + std::to_string(history_.resets) + " since its insertion",
-                {{"resets", std::uint64_t{history_.resets}}},
-                Tone::Alarm});
-  startUp("reset");
+  tell(event::CamReset{{history_.resets}});
+  startUp(event::StartReason::Reset);
   return true;
 }
 
-void CamLink::startUp(const std::string &why) {
+void CamLink::startUp(event::StartReason reason) {
   phase_ = Phase::StartingUp;
   told_.reset();
   forgetExchange();
-  tell(EventKind::CamStarting, "CAM starts up", why);
+  tell(event::CamStarting{reason});
 }
 
 void CamLink::forgetExchange() {
@@ -223,8 +197,7 @@ std::int32_t CamLink::send(CaPmtProg *const *records, std::uint32_t count, std::
     return 0;
   }
   if (count > maxRecords) {
-    tell(EventKind::CaPmtRefused, "CA PMT refused",
-         std::to_string(count) + " programs, at most 32");
+    tell(event::CaPmtRefused{count, maxRecords});
     return 0;
   }
   Batch batch;
@@ -235,7 +208,7 @@ std::int32_t CamLink::send(CaPmtProg *const *records, std::uint32_t count, std::
   for (const Apdu &apdu : batch.apdus) {
     cam_->receive(apdu);
   }
-  return static_cast<std::int32_t>(batch.programs.size());
+  return static_cast<std::int32_t>(batch.apdus.size());
 }
 
 void CamLink::encode(const CaPmtProg *record, Batch &batch) {
@@ -245,20 +218,20 @@ void CamLink::encode(const CaPmtProg *record, Batch &batch) {
   }
   EncodedCaPmt encoded = encodeCaPmt(*record);
   batch.apdus.push_back(std::move(encoded.apdu));
-  batch.programs.push_back(record->progNum);
-  batch.names.push_back(nameOf(names_, record->progNum));
-  batch.listManagement.push_back(listManagementText(record->listMgmt));
+  const std::string name = nameOf(names_, record->progNum);
+  batch.sent.programs.add(record->progNum, name);
+  batch.sent.listManagement.push_back(listManagementText(record->listMgmt));
   if (record->cmdId == cmdQuery) {
     batch.queries[record->progNum].caSystems = caSystemsOf(*record);
   }
-  const std::string program = textOf(record->progNum) + ": ";
+  const std::string program = programText(record->progNum, name) + ": ";
   for (const std::string &clause : encoded.leftOut) {
     batch.leftOut.push_back(program + clause);
   }
 }
 
-std::string CamLink::textOf(std::uint16_t program) const {
-  return programText(program, nameOf(names_, program));
+event::Programs CamLink::named(std::uint16_t program) const {
+  return {program, nameOf(names_, program)};
 }
 
 // Only the last query counts: the module cleared the record of the answers for it.
@@ -276,27 +249,23 @@ void CamLink::startQuery(const Batch &batch, std::uint64_t nowMs) {
 
 // A query has a CAM begin nothing.
 void CamLink::noteCaPmt(const Batch &batch, std::uint64_t nowMs) {
-  if (batch.queries.size() < batch.programs.size()) {
+  if (batch.queries.size() < batch.apdus.size()) {
     history_.caPmt = true;
     history_.caPmtMs = nowMs;
   }
 }
 
 void CamLink::noteSent(const Batch &batch, std::uint64_t nowMs) {
-  if (!batch.programs.empty()) {
+  if (!batch.apdus.empty()) {
     history_.sent = true;
     history_.sentMs = nowMs;
-    history_.programs = static_cast<std::uint32_t>(batch.programs.size());
+    history_.programs = static_cast<std::uint32_t>(batch.apdus.size());
     noteCaPmt(batch, nowMs);
-    const bool query = !batch.queries.empty();
-    tell(query ? EventKind::QuerySent : EventKind::CaPmtSent,
-         (query ? "query sent: " : "CA PMT sent: ") + programsText(batch.programs, batch.names),
-         "list management " + joined(batch.listManagement),
-         {{"programs", batch.programs}, {"list_management", batch.listManagement}});
+    tell(batch.queries.empty() ? Facts(event::CaPmtSent{batch.sent})
+                               : Facts(event::QuerySent{batch.sent}));
   }
   if (!batch.leftOut.empty()) {
-    tell(EventKind::CaPmtIncomplete, "CA PMT incomplete", firstAndMore(batch.leftOut),
-         {{"left_out", batch.leftOut}});
+    tell(event::CaPmtIncomplete{batch.leftOut});
   }
 }
 
@@ -311,7 +280,7 @@ void CamLink::tick(std::uint64_t nowMs) {
   }
   if (!cam_->up()) {
     if (phase_ != Phase::StartingUp) {
-      startUp("it went down by itself");
+      startUp(event::StartReason::WentDown);
     }
     return;
   }
@@ -330,12 +299,12 @@ void CamLink::ask(std::uint64_t nowMs) {
 
 void CamLink::watchSilence(std::uint64_t nowMs) {
   if (phase_ == Phase::Asked && nowMs - askedMs_ >= answerLimitMs) {
-    trouble(Silent, "no ca_info within 5 s; asked again");
+    trouble(event::CamSilent{event::Awaited::CaInfo, answerLimitMs});
     ask(nowMs);
   }
   if (queriedMs_ && nowMs - *queriedMs_ >= answerLimitMs) {
     queriedMs_.reset();
-    trouble(Silent, "no reply to the query within 5 s");
+    trouble(event::CamSilent{event::Awaited::Reply, answerLimitMs});
   }
 }
 
@@ -358,74 +327,75 @@ void CamLink::take(const Apdu &apdu) {
       takeReply(apdu);
       break;
     default:
-      trouble(Unknown, bytesText(apdu));
+      trouble(event::CamUnknownBytes{apduTag(apdu), apdu.size()});
   }
 }
 
 void CamLink::takeCaInfo(const Apdu &apdu) {
   const Decoded<CaInfo> info = decodeCaInfo(apdu);
   if (!info.object) {
-    trouble(BadCaInfo, info.reason);
+    trouble(event::CaInfoRefused{{info.reason}});
     return;
   }
   if (phase_ != Phase::Asked) {
     // The second answer to an enquiry that was repeated is no trouble.
     if (info.object->caSystems != caSystems_) {
-      trouble(UnaskedCaInfo, caSystemsText(info.object->caSystems));
+      trouble(event::CaInfoUnasked{{info.object->caSystems}});
     }
     return;
   }
   caSystems_ = info.object->caSystems;
   phase_ = Phase::Usable;
-  told_.reset(Silent);
-  tell(EventKind::CamUp, "CAM is up, " + caSystemsText(caSystems_), "ca_info of the CAM",
-       {{"ca_systems", caSystems_}});
+  answered();
+  tell(event::CamUp{{caSystems_}});
   flag_->give();
 }
 
 void CamLink::takeReply(const Apdu &apdu) {
   const Decoded<CaReply> reply = decodeCaPmtReply(apdu);
   if (!reply.object) {
-    trouble(BadReply, reply.reason);
+    trouble(event::ReplyRefused{{reply.reason}});
     return;
   }
   const auto query = queries_.find(reply.object->program);
   if (query == queries_.end()) {
-    trouble(UnaskedReply, textOf(reply.object->program));
+    trouble(event::ReplyUnasked{named(reply.object->program)});
     return;
   }
   queriedMs_.reset();
-  told_.reset(Silent);
+  answered();
   fileAnswer(*reply.object, query->second);
 }
 
 void CamLink::fileAnswer(const CaReply &reply, Query &query) {
   const FiledReply result = fileReply(answers_, reply);
-  const std::string says = textOf(reply.program) + ": " + caEnableText(verdict(reply));
+  const event::Answer answer{named(reply.program), verdict(reply)};
   if (!result.filed || result.streamsLeftOut > 0) {
-    trouble(CutReply, says + "; a record holds 32 programs of 32 streams");
+    trouble(event::ReplyCut{answer});
   }
   history_.repliedMs[reply.program] = nowMs_;
   if (!query.answered) {
-    tell(EventKind::Reply, "reply: " + says, streamsText(reply),
-         {{"programs", std::vector{reply.program}}, {"ca_enable", std::uint64_t{verdict(reply)}}});
+    tell(replyOf(answer, reply));
   } else if (result.changed) {
-    trouble(ChangedReply, says);
+    trouble(event::ReplyChanged{answer});
   }
   query.answered = true;
 }
 
-void CamLink::tell(EventKind kind, const std::string &what, const std::string &why,
-                   std::vector<Fact> facts) {
-  events_.tell({kind, place_, what, why, std::move(facts)});
+void CamLink::tell(Facts facts) {
+  events_.tell({place_, std::move(facts)});
 }
 
-void CamLink::trouble(Trouble kind, const std::string &why) {
-  static_assert(std::size(troubleWords) == troubleKinds);
-  if (!told_.test(kind)) {
-    told_.set(kind);
-    tell(troubleWords[kind].kind, troubleWords[kind].what, why);
+void CamLink::trouble(const Facts &facts) {
+  if (!told_.test(facts.index())) {
+    told_.set(facts.index());
+    tell(facts);
   }
+}
+
+// Its next silence is told again.
+void CamLink::answered() {
+  told_.reset(static_cast<std::size_t>(EventKind::CamSilent));
 }
 
 }  // namespace chassis

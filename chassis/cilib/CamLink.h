@@ -46,18 +46,6 @@ class CamLink {
 
  private:
   enum class Phase { Empty, StartingUp, Asked, Usable, Observed };
-  // A CAM can make the same trouble with every APDU: each kind is told once until it starts again.
-  enum Trouble {
-    Silent,
-    Unknown,
-    BadCaInfo,
-    UnaskedCaInfo,
-    BadReply,
-    UnaskedReply,
-    CutReply,
-    ChangedReply,
-    troubleKinds
-  };
   struct Query {
     std::vector<std::uint16_t> caSystems;
     bool answered = false;
@@ -67,11 +55,11 @@ class CamLink {
   bool usable() const { return phase_ == Phase::Usable || phase_ == Phase::Observed; }
   bool resetObserved(std::uint64_t nowMs);
   void noteReset(std::uint64_t nowMs);
-  void tell(EventKind kind, const std::string &what, const std::string &why,
-            std::vector<Fact> facts = {});
-  void trouble(Trouble kind, const std::string &why);
+  void tell(Facts facts);
+  void trouble(const Facts &facts);
+  void answered();
   void forgetExchange();
-  void startUp(const std::string &why);
+  void startUp(event::StartReason reason);
   void ask(std::uint64_t nowMs);
   void watchSilence(std::uint64_t nowMs);
   void takeAnswers();
@@ -79,7 +67,7 @@ class CamLink {
   void takeCaInfo(const Apdu &apdu);
   void takeReply(const Apdu &apdu);
   void fileAnswer(const CaReply &reply, Query &query);
-  std::string textOf(std::uint16_t program) const;
+  event::Programs named(std::uint16_t program) const;
   void encode(const CaPmtProg *record, Batch &batch);
   void startQuery(const Batch &batch, std::uint64_t nowMs);
   void noteCaPmt(const Batch &batch, std::uint64_t nowMs);
@@ -98,7 +86,8 @@ class CamLink {
   std::optional<std::uint64_t> queriedMs_;  // while no reply to the query has come
   std::vector<std::uint16_t> caSystems_;
   std::map<std::uint16_t, Query> queries_;  // by program_number
-  std::bitset<troubleKinds> told_;
+  // A CAM can make the same trouble with every APDU: each kind is told once until it starts again.
+  std::bitset<eventKinds> told_;
   CiLibrary::History history_;
 };
 

@@ -163,11 +163,8 @@ bool Expectations::holds(const Pending &expectation, bool last, const std::strin
   const std::optional<std::string> differs =
       expectation.function->differs(chassis_, expectation.values);
   if (!differs) {
-    chassis_.tell({EventKind::AsExpected,
-                   placeOf(*expectation.function, expectation.values),
-                   "as expected: " + expectation.text,
-                   "script line " + std::to_string(expectation.line),
-                   {{"text", expectation.text}, {"line", std::uint64_t{expectation.line}}}});
+    chassis_.tell({placeOf(*expectation.function, expectation.values),
+                   event::AsExpected{expectation.text, expectation.line}});
   } else if (last) {
     fail(expectation, *differs + when);
   }
@@ -175,12 +172,8 @@ bool Expectations::holds(const Pending &expectation, bool last, const std::strin
 }
 
 void Expectations::fail(const Pending &expectation, const std::string &differs) {
-  chassis_.tell({EventKind::NotAsExpected,
-                 placeOf(*expectation.function, expectation.values),
-                 "NOT as expected: " + expectation.text,
-                 differs,
-                 {{"text", expectation.text}, {"line", std::uint64_t{expectation.line}}},
-                 Tone::Bad});
+  chassis_.tell({placeOf(*expectation.function, expectation.values),
+                 event::NotAsExpected{expectation.text, expectation.line, differs}});
   failed_.push_back(expectation.at + "expected " + expectation.text + ", but " + differs);
 }
 

@@ -111,7 +111,7 @@ const std::vector<Function> table = {
      "lets chassis time pass before the next line", nullptr},
     {"note", {&text}, 1, false, Need::Nothing, Effect::None,
      "writes a line into the timeline",
-     [](Chassis &chassis, const Values &v) { chassis.tell({EventKind::Remark, {}, v[0].text, ""}); }},
+     [](Chassis &chassis, const Values &v) { chassis.tell({{}, event::Remark{{v[0].text}}}); }},
     {"camEntitle", {&aSlot, &aCam, &program, &on}, 4, false, Need::Cam, Effect::None,
      "gives (1) or takes (0) a CAM's entitlement to a program",
      [](Chassis &chassis, const Values &v) {

@@ -50,11 +50,7 @@ void ScriptRun::run(const Call &call) {
 
 void ScriptRun::announce(const Call &call) {
   if (!speaksForItself(*call.function)) {
-    chassis_.tell({EventKind::ScriptLine,
-                   placeOf(*call.function, call.values),
-                   call.text,
-                   "script line " + std::to_string(call.line),
-                   {{"line", std::uint64_t{call.line}}}});
+    chassis_.tell({placeOf(*call.function, call.values), event::ScriptLine{call.text, call.line}});
   }
 }
 

@@ -245,7 +245,7 @@ void Shell::require(const Function &function, const Values &values) {
 }
 
 void Shell::tellTyped(Place place, const Statement &statement) {
-  chassis_.tell({EventKind::ConsoleLine, place, statementText(statement), "console"});
+  chassis_.tell({place, event::ConsoleLine{{statementText(statement)}}});
 }
 
 void Shell::announce(const Function &function, const Values &values, const Statement &statement) {

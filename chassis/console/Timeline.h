@@ -9,7 +9,7 @@
 
 #include "console/Layout.h"
 #include "event/Event.h"
-#include "status/Words.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 
@@ -32,7 +32,7 @@ class Timeline : public Events {
 
  private:
   struct Line;
-  void print(const Event &event);
+  void print(const std::string &printer, const EventWords &words);
   void write(const Line &line);
 
   std::ostream &out_;

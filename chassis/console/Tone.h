@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "event/Event.h"
+#include "status/Words.h"
 
 namespace chassis {
 

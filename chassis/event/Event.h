@@ -1,116 +1,30 @@
-// What happens in the chassis, told to whoever shows it, writes it down or counts it.
+// What happens in the chassis, told to whoever shows it, writes it down or counts it. Who makes an
+// event says what is so; words for it are made where they are read (status/EventWords.h).
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
-#include <string>
-#include <variant>
 #include <vector>
 
+#include "event/EventKind.h"
+#include "event/Facts.h"
+
 namespace chassis {
+
+// Of a receiver elsewhere that is judged: which of its two streams.
+enum class Side : std::uint8_t { None, Before, Behind };
 
 // Where something happened: the chassis, a card, or a CAM of a card. -1 means "not about one".
 struct Place {
   int slot = -1;  // card slot 0..5
   int cam = -1;   // CAM slot 0..1
-};
-
-// How an event is meant. Alarm: nobody may miss it.
-enum class Tone : std::uint8_t { Plain, Good, Bad, Faint, Alarm };
-
-enum class EventKind : std::uint8_t {
-  // What a person or a script does, and says.
-  ScriptLine,
-  ConsoleLine,
-  Remark,
-  AsExpected,
-  NotAsExpected,
-  NoEffect,
-  // A card and its stream.
-  CardRemoved,
-  StreamDamaged,
-  StreamEnded,
-  WriterCame,
-  WriterGone,
-  StreamChanged,
-  StreamBegun,
-  StreamSilent,
-  StreamBack,
-  InputLost,
-  StreamsUnmatched,
-  ProbeUnaligned,
-  ProbeBegun,
-  WentLive,
-  TransportErrors,
-  TablesCut,
-  OutputLost,
-  // Datagrams that a card takes.
-  SenderChanged,
-  InputForeign,
-  BufferSmall,
-  InterfaceGone,
-  InterfaceBack,
-  // A CAM and its exchange with the CI library.
-  CamStarting,
-  CamUp,
-  CamRemoved,
-  CamReset,
-  ResetAdvised,
-  ResetCommandFailed,
-  NoCamToReset,
-  CaPmtSent,
-  QuerySent,
-  CaPmtRefused,
-  CaPmtIncomplete,
-  Reply,
-  CamSilent,
-  CamUnknownBytes,
-  CaInfoRefused,
-  CaInfoUnasked,
-  ReplyRefused,
-  ReplyUnasked,
-  ReplyCut,
-  ReplyChanged,
-  // What the software CAM does by itself.
-  CamDescrambles,
-  CamStops,
-  CamCannot,
-  CamIgnores,
-  CamDeaf,
-  // What a check of the module has found.
-  ControllerState,
-  CamState,
-  ProgramState,
-  AlarmRaised,
-  AlarmCleared,
-  AlarmNotRaised,
-  AlarmNotCleared,
-  // A line that the module or the firmware prints.
-  ModulePrint,
-  ModuleDebug,
-};
-constexpr std::size_t eventKinds = static_cast<std::size_t>(EventKind::ModuleDebug) + 1;
-
-// The kind's name for programs: "alarm_raised".
-const char *kindName(EventKind kind);
-// The tone's: "alarm".
-const char *toneName(Tone tone);
-
-// One fact of an event, named for programs. Times are in ms, ids and PIDs numbers.
-struct Fact {
-  using Value = std::variant<std::uint64_t, std::string, std::vector<std::uint16_t>,
-                             std::vector<std::string>>;
-  const char *name;
-  Value value;
+  Side side = Side::None;
 };
 
 struct Event {
-  EventKind kind;
   Place place;
-  std::string what;  // one short clause in an operator's words
-  std::string why;   // the reason or evidence; empty where there is none
-  std::vector<Fact> facts = {};
-  Tone tone = Tone::Plain;
+  Facts facts;
+  EventKind kind() const { return static_cast<EventKind>(facts.index()); }
 };
 
 // Receives one event after the other, as they happen. The receiver stamps them with its time.

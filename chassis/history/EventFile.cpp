@@ -27,11 +27,7 @@ std::optional<Event> EventFile::newTrouble() {
   if (output_->trouble().empty() || std::exchange(told_, true)) {
     return std::nullopt;
   }
-  return Event{EventKind::OutputLost,
-               {},
-               std::string(user) + " is not whole",
-               "'" + output_->path() + "': " + output_->trouble(),
-               {{"path", output_->path()}, {"trouble", output_->trouble()}}};
+  return Event{{}, event::OutputLost{output_->path(), output_->trouble()}};
 }
 
 std::string EventFile::end() {

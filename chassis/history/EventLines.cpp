@@ -3,6 +3,8 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "status/EventWords.h"
+
 namespace chassis {
 namespace {
 
@@ -15,10 +17,14 @@ void addPlace(Json &line, Place place) {
   if (place.cam >= 0) {
     line["cam"] = place.cam;
   }
+  if (place.side != Side::None) {
+    line["side"] = place.side == Side::Before ? "before" : "behind";
+  }
 }
 
-void addFact(Json &line, const Fact &fact) {
-  std::visit([&](const auto &value) { line[fact.name] = value; }, fact.value);
+void addFacts(Json &line, const Facts &facts) {
+  const auto add = [&line](const char *name, const auto &value) { line[name] = value; };
+  std::visit([&add](const auto &known) { known.each(add); }, facts);
 }
 
 }  // namespace
@@ -28,15 +34,14 @@ std::string eventLine(const Event &event, const EventStamp &stamp) {
   line["number"] = stamp.number;
   line["time"] = wallClockText(stamp.wallMs);
   line["chassis_ms"] = stamp.chassisMs;
-  line["kind"] = kindName(event.kind);
+  line["kind"] = kindName(event.kind());
   addPlace(line, event.place);
-  line["tone"] = toneName(event.tone);
-  for (const Fact &fact : event.facts) {
-    addFact(line, fact);
-  }
-  line["what"] = event.what;
-  if (!event.why.empty()) {
-    line["why"] = event.why;
+  const EventWords words = wordsOf(event);
+  line["tone"] = toneName(words.tone);
+  addFacts(line, event.facts);
+  line["what"] = words.what;
+  if (!words.why.empty()) {
+    line["why"] = words.why;
   }
   return line.dump(-1, ' ', false, Json::error_handler_t::replace);
 }

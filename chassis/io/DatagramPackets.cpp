@@ -21,12 +21,13 @@ void DatagramPackets::take(const std::uint8_t *bytes, std::size_t size, bool cut
   if (rtp && rtp->payloadType == rtpPayloadTypeTs) {
     takeRtp(*rtp, bytes, size, cut, cameNs);
   } else if (cut) {
-    refuse({Why::Cut, size, 0});
+    refuse({event::ForeignReason::Cut, size, 0});
   } else if (isPackets(bytes, size)) {
     push(bytes, size, cameNs);
   } else {
-    refuse(rtp ? Foreign{Why::PayloadType, size, rtp->payloadType}
-               : Foreign{Why::Noise, size, size > 0 ? bytes[0] : 0U});
+    const unsigned first = size > 0 ? bytes[0] : 0;
+    refuse(rtp ? event::ForeignDatagram{event::ForeignReason::PayloadType, size, rtp->payloadType}
+               : event::ForeignDatagram{event::ForeignReason::Noise, size, first});
   }
   count();
 }
@@ -37,12 +38,12 @@ void DatagramPackets::takeRtp(const RtpHeader &rtp, const std::uint8_t *bytes, s
   const std::uint8_t *payload = bytes + rtp.payloadBegin;
   const bool good = !cut && isPackets(payload, rtp.payloadSize);
   if (!good) {
-    refuse({cut ? Why::Cut : Why::Payload, size, 0});
+    refuse({cut ? event::ForeignReason::Cut : event::ForeignReason::Payload, size, 0});
   }
   sequence_.take(rtp, payload, good ? rtp.payloadSize : 0, cameNs);
 }
 
-void DatagramPackets::refuse(const Foreign &foreign) {
+void DatagramPackets::refuse(const event::ForeignDatagram &foreign) {
   ++counters_.foreign;
   foreign_ = foreign;
 }
@@ -114,25 +115,6 @@ void DatagramPackets::count() {
   counters_.duplicates = rtp.duplicates;
   counters_.late = rtp.late;
   counters_.senders = rtp.senders;
-}
-
-std::string DatagramPackets::lastForeign() const {
-  const std::string size = std::to_string(foreign_.size) + " bytes";
-  switch (foreign_.why) {
-    case Why::Noise:
-      return foreign_.size == 0 ? "an empty datagram"
-                                : size + " that begin with " + hex(foreign_.number, 2);
-    case Why::Cut:
-      return "a datagram of more than " + size;
-    case Why::PayloadType:
-      return "RTP of payload type " + std::to_string(foreign_.number) + ", not " +
-             std::to_string(rtpPayloadTypeTs);
-    case Why::Payload:
-      return "RTP whose payload is no whole packets, in " + size;
-    case Why::None:
-      break;
-  }
-  return "";
 }
 
 }  // namespace chassis

@@ -3,9 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <vector>
 
+#include "event/StreamFacts.h"
 #include "io/PacketSource.h"
 #include "ts/Rtp.h"
 #include "ts/TsPacket.h"
@@ -34,8 +34,8 @@ class DatagramPackets {
   // They leave gaps in RTP sequences, which are not the network's then.
   void countKernelLost(std::uint64_t datagrams);
   const SourceCounters &counters() const { return counters_; }
-  // What the last foreign datagram was, in words; empty: there was none.
-  std::string lastForeign() const;
+  // The last foreign one, once there was one.
+  const event::ForeignDatagram &lastForeign() const { return foreign_; }
   // Datagrams that wait for one that is late.
   std::size_t held() const { return sequence_.held(); }
 
@@ -44,16 +44,10 @@ class DatagramPackets {
     TsPacket bytes;
     std::uint64_t cameNs;
   };
-  enum class Why { None, Noise, Cut, PayloadType, Payload };
-  struct Foreign {
-    Why why = Why::None;
-    std::size_t size = 0;
-    unsigned number = 0;  // the first byte, or the payload type
-  };
 
   void takeRtp(const RtpHeader &rtp, const std::uint8_t *bytes, std::size_t size, bool cut,
                std::uint64_t cameNs);
-  void refuse(const Foreign &foreign);
+  void refuse(const event::ForeignDatagram &foreign);
   void push(const std::uint8_t *bytes, std::size_t size, std::uint64_t cameNs);
   void pushPacket(const std::uint8_t *bytes);
   void count();
@@ -63,7 +57,7 @@ class DatagramPackets {
   std::vector<Packet> waiting_;
   std::size_t first_ = 0;  // of those in waiting_ that are not handed on
   std::uint64_t cameNs_ = 0;
-  Foreign foreign_;
+  event::ForeignDatagram foreign_;
   SourceCounters counters_;
   std::uint64_t gaps_ = 0;        // in RTP sequences, so far
   std::uint64_t kernelGaps_ = 0;  // that the kernel's losses may have left, and are to be counted

@@ -197,12 +197,7 @@ void DatagramSource::watchInterface(std::uint64_t nowMs) {
 void DatagramSource::interfaceGone() {
   interface_ = 0;
   if (!std::exchange(gone_, true)) {
-    tell_({EventKind::InterfaceGone,
-           {},
-           "the network interface " + url_.iface + " has gone",
-           "'" + url_.text + "' is received again when it is back",
-           {{"path", url_.text}},
-           Tone::Bad});
+    tell_({{}, event::InterfaceGone{{url_.text, url_.iface}}});
   }
 }
 
@@ -218,12 +213,7 @@ void DatagramSource::openAgain(unsigned index) {
   overflow_ = 0;
   interface_ = index;
   gone_ = false;
-  tell_({EventKind::InterfaceBack,
-         {},
-         "the network interface " + url_.iface + " is back",
-         "'" + url_.text + "' is received again",
-         {{"path", url_.text}},
-         Tone::Good});
+  tell_({{}, event::InterfaceBack{{url_.text, url_.iface}}});
 }
 
 // ------------------------------------------------------------------------------------------------
@@ -240,18 +230,9 @@ void DatagramSource::tellNotices(std::uint64_t nowMs) {
 
 void DatagramSource::tellBuffer() {
   const ReceiveBuffer buffer = receiveBufferOf(socket_, url_);
-  if (buffer.got >= buffer.asked) {
-    return;
+  if (buffer.got < buffer.asked) {
+    tell_({{}, event::BufferSmall{url_.text, buffer.got, buffer.asked}});
   }
-  tell_({EventKind::BufferSmall,
-         {},
-         "the receive buffer has " + std::to_string(buffer.got) + " of the " +
-             std::to_string(buffer.asked) + " bytes asked for",
-         "the machine allows no more: sysctl -w net.core.rmem_max=" + std::to_string(buffer.asked),
-         {{"path", url_.text},
-          {"bytes", std::uint64_t{buffer.got}},
-          {"asked_bytes", std::uint64_t{buffer.asked}}},
-         Tone::Bad});
 }
 
 // Once, until none has come for a while.
@@ -264,12 +245,7 @@ void DatagramSource::tellForeign(std::uint64_t nowMs) {
   foreignSeen_ = foreign;
   foreignMs_ = nowMs;
   if (!std::exchange(foreignTold_, true)) {
-    tell_({EventKind::InputForeign,
-           {},
-           "datagrams that hold no packets",
-           packets_.lastForeign(),
-           {{"path", url_.text}},
-           Tone::Bad});
+    tell_({{}, event::InputForeign{url_.text, packets_.lastForeign()}});
   }
 }
 
@@ -281,12 +257,7 @@ void DatagramSource::tellSender(std::uint64_t nowMs) {
   }
   sendersTold_ = senders;
   senderTellMs_ = nowMs + tellAgainMs;
-  tell_({EventKind::SenderChanged,
-         {},
-         "another sender (SSRC)",
-         "the " + std::to_string(senders - 1) + ". change",
-         {{"path", url_.text}, {"senders", senders}},
-         Tone::Plain});
+  tell_({{}, event::SenderChanged{url_.text, senders}});
 }
 
 }  // namespace chassis

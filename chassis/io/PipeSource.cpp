@@ -72,11 +72,10 @@ bool readable(int file) {
 }  // namespace
 
 PipeSource::PipeSource(const std::string &path, Now now, Tell tell)
-    : name_("'" + path + "'"),
-      path_(path),
+    : path_(path),
       now_(std::move(now)),
       tell_(std::move(tell)),
-      file_(openedByPath(name_, path)),
+      file_(openedByPath("'" + path + "'", path)),
       buffer_(Resync::window + partSize) {
   struct stat status {};
   reopens_ = fstat(file_, &status) == 0 && S_ISFIFO(status.st_mode);
@@ -85,8 +84,7 @@ PipeSource::PipeSource(const std::string &path, Now now, Tell tell)
 }
 
 PipeSource::PipeSource(int file, const std::string &name, Now now, Tell tell)
-    : name_(name),
-      path_("-"),
+    : path_("-"),
       now_(std::move(now)),
       tell_(std::move(tell)),
       file_(file),
@@ -117,15 +115,10 @@ void PipeSource::widen() {
   }
 }
 
-void PipeSource::tell(EventKind kind, const std::string &what, const std::string &why, Tone tone) {
-  tell_({kind, {}, what, why, {{"path", path_}}, tone});
-}
-
 void PipeSource::come() {
   if (!writer_) {
     writer_ = true;
-    tell(EventKind::WriterCame, "the stream's writer has come", "it writes to " + name_,
-         Tone::Good);
+    tell_({{}, event::WriterCame{{path_}}});
   }
 }
 
@@ -139,9 +132,10 @@ void PipeSource::go(const std::string &failure) {
   resync_ = {};
   ended_ = !reopens_ || !failure.empty();
   writer_ = false;
-  const std::string end = failure.empty() ? " is at its end" : " cannot be read: " + failure;
-  tell(EventKind::WriterGone, "the stream's writer has gone",
-       name_ + (ended_ ? end : " waits for the next one"), Tone::Bad);
+  const auto over = ended_ ? event::WriterGoneReason::AtEnd : event::WriterGoneReason::Waits;
+  tell_({{},
+         event::WriterGone{path_, failure.empty() ? over : event::WriterGoneReason::Unreadable,
+                           failure}});
 }
 
 // Damage goes on until packets have come for a while without any.
@@ -149,11 +143,7 @@ void PipeSource::judge(bool packets, std::uint64_t nowNs) {
   const std::uint64_t skipped = skippedBefore_ + resync_.skippedBytes();
   const std::uint64_t more = skipped - std::exchange(counters_.skippedBytes, skipped);
   if (more > 0 && !std::exchange(damaged_, true)) {
-    tell_({EventKind::StreamDamaged,
-           {},
-           "the stream is damaged",
-           std::to_string(more) + " bytes of " + name_ + " are in no packet",
-           {{"path", path_}, {"bytes", more}}});
+    tell_({{}, event::StreamDamaged{path_, more}});
   }
   damagedNs_ = more > 0 ? nowNs : damagedNs_;
   damaged_ = damaged_ && !(packets && nowNs - damagedNs_ >= soundNs);

@@ -58,9 +58,7 @@ class PipeSource : public PacketSource {
   void judge(bool packets, std::uint64_t nowNs);
   void come();
   void go(const std::string &failure);
-  void tell(EventKind kind, const std::string &what, const std::string &why, Tone tone);
 
-  const std::string name_;  // as it is told
   const std::string path_;
   const Now now_;
   const Tell tell_;

@@ -64,8 +64,10 @@ void PrintedLines::push(ConsolePort port, const char *text) {
 }
 
 Event printed(ConsolePort port, const std::string &line) {
-  const bool debug = port == ConsolePort::Debug;
-  return {debug ? EventKind::ModuleDebug : EventKind::ModulePrint, {}, line, "", {}, Tone::Faint};
+  if (port == ConsolePort::Debug) {
+    return {{}, event::ModuleDebug{{line}}};
+  }
+  return {{}, event::ModulePrint{{line}}};
 }
 
 }  // namespace chassis

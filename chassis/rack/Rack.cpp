@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <iterator>
 #include <utility>
 
 #include "base/InputError.h"
 #include "base/ProgramText.h"
-#include "base/Text.h"
 #include "card/FilePair.h"
 
 namespace chassis {
@@ -62,17 +60,14 @@ void Rack::cardInsert(std::uint32_t slot, const std::string &stream, std::uint64
 
 void Rack::goLive(const std::string &stream) {
   if (!clock_.live() && clock_.speed() != 1) {
-    events_.tell({EventKind::WentLive,
-                  {},
-                  "chassis time goes at the machine's clock from now on",
-                  "'" + stream + "' is live"});
+    events_.tell({{}, event::WentLive{{stream}}});
   }
   clock_.goLive();
 }
 
 // A file is played, a stream that is live is opened.
 Card::ProbeInputs Rack::probeInputs(std::uint32_t slot, const Probe &probe) {
-  constexpr const char *sides[] = {" (what goes in)", " (what comes out)"};
+  constexpr Side sides[] = {Side::Before, Side::Behind};
   const std::array<Url, 2> urls{readUrl(probe.before, Url::Use::Input),
                                 readUrl(probe.behind, Url::Use::Input)};
   if (urls[0].text == urls[1].text && !isPlayed(urls[0])) {
@@ -98,12 +93,7 @@ Card::ProbeInputs Rack::probeInputs(std::uint32_t slot, const Probe &probe) {
   Card::ProbeInputs inputs{std::move(sources[0]), std::move(sources[1]), urls[0].text,
                            urls[1].text,          probe.numbers,         probe.programs};
   if (files.unaligned()) {
-    events_.tell({EventKind::ProbeUnaligned,
-                  {static_cast<int>(slot), -1},
-                  "the two files have no time in common",
-                  "their PCRs do not overlap; both are played from their begin",
-                  {},
-                  Tone::Bad});
+    events_.tell({{static_cast<int>(slot), -1}, event::ProbeUnaligned{}});
   }
   return inputs;
 }
@@ -136,31 +126,7 @@ void Rack::observe(std::uint32_t slot) {
   if (wanted.empty()) {
     library_.observe(slot, 0, {probed.probedBy}, probed.probe.onReset);
   }
-  tellObserved(slot, carried);
-}
-
-void Rack::tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &carried) {
-  const std::uint16_t by = slots_[slot].probedBy;
-  std::vector<std::uint16_t> others;
-  std::copy_if(carried.begin(), carried.end(), std::back_inserter(others),
-               [by](std::uint16_t casid) { return casid != by; });
-  const std::string rest = others.empty() ? "the programs carry no other"
-                                          : "the programs also carry " + hexListOf(others);
-  const Place place{static_cast<int>(slot), 0};
-  if (by != 0) {
-    events_.tell({EventKind::ProbeBegun,
-                  place,
-                  "the receiver is judged by CA system " + hex(by, 4),
-                  rest,
-                  {{"ca_systems", carried}}});
-  } else {
-    events_.tell({EventKind::ProbeBegun,
-                  place,
-                  "no program carries CA system " + hexListOf(slots_[slot].probe.caSystems),
-                  "they carry " + hexListOf(carried),
-                  {{"ca_systems", carried}},
-                  Tone::Bad});
-  }
+  events_.tell({{static_cast<int>(slot), 0}, event::ProbeBegun{carried, probed.probedBy, wanted}});
 }
 
 void Rack::cardRemove(std::uint32_t slot) {
@@ -171,10 +137,7 @@ void Rack::cardRemove(std::uint32_t slot) {
     camRemove(slot, camSlot);
   }
   if (card(slot).inserted()) {
-    events_.tell({EventKind::CardRemoved,
-                  {static_cast<int>(slot), -1},
-                  "card pulled out",
-                  "the module still looks for its program table: ci_assert"});
+    events_.tell({{static_cast<int>(slot), -1}, event::CardRemoved{}});
   }
   card(slot).remove();
 }
@@ -222,23 +185,17 @@ Cam &Rack::cam(std::uint32_t slot, std::uint32_t camSlot) {
 void Rack::tellUnassigned(std::uint32_t slot, std::uint32_t camSlot, std::uint16_t program) {
   const ProgramInfo *info = card(slot).program(program);
   if (info == nullptr || (info->camMask >> camSlot & 1) == 0) {
-    events_.tell({EventKind::NoEffect,
-                  {static_cast<int>(slot), static_cast<int>(camSlot)},
-                  "nothing changes yet: " + programText(program, card(slot).programName(program)) +
-                      " is not assigned to this CAM",
-                  "kept for when it is",
-                  {{"programs", std::vector{program}}}});
+    const event::Programs named{program, card(slot).programName(program)};
+    events_.tell({{static_cast<int>(slot), static_cast<int>(camSlot)},
+                  event::NoEffect{event::NoEffectReason::NotAssigned, named, {}, {}}});
   }
 }
 
 void Rack::progAssign(std::uint32_t slot, std::uint16_t program, std::uint8_t camMask) {
   if (!card(slot).assign(program, camMask)) {
-    events_.tell(
-        {EventKind::NoEffect,
-         {static_cast<int>(slot), -1},
-         "nothing changes yet: program " + std::to_string(program) + " is not in the stream",
-         "kept for when it is",
-         {{"programs", std::vector{program}}}});
+    const event::Programs unnamed{program, ""};
+    events_.tell({{static_cast<int>(slot), -1},
+                  event::NoEffect{event::NoEffectReason::ProgramNotInStream, unnamed, {}, {}}});
   }
 }
 
@@ -269,11 +226,8 @@ void Rack::cardFault(std::uint32_t slot, CardFault fault, bool on) {
 void Rack::pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on) {
   card(slot).setPidFault(fault, pid, on);
   if (!card(slot).carries(pid)) {
-    events_.tell({EventKind::NoEffect,
-                  {static_cast<int>(slot), -1},
-                  "nothing changes: PID " + hex(pid, 4) + " is not in the stream",
-                  "",
-                  {{"pids", std::vector{pid}}}});
+    events_.tell({{static_cast<int>(slot), -1},
+                  event::NoEffect{event::NoEffectReason::PidNotInStream, {}, {pid}, {}}});
   }
 }
 

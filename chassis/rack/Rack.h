@@ -85,7 +85,6 @@ class Rack {
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
   void goLive(const std::string &stream);
   Card::ProbeInputs probeInputs(std::uint32_t slot, const Probe &probe);
-  void tellObserved(std::uint32_t slot, const std::vector<std::uint16_t> &carried);
   void tellUnassigned(std::uint32_t slot, std::uint32_t cam, std::uint16_t program);
 
   Clock &clock_;

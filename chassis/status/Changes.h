@@ -1,4 +1,4 @@
-// What a status check of a card changed, in words.
+// What a status check of a card changed.
 #pragma once
 
 #include <string>

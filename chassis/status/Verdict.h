@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "event/CheckFacts.h"
 #include "status/FieldWords.h"
 #include "status/Findings.h"
 #include "status/Words.h"
@@ -27,11 +28,25 @@ bool isMeasured(const ProgramFinding &program);
 // A CAM has the program, or a receiver that is judged.
 bool isSupervised(const ProgramFinding &program);
 
+// How the status of a program is to be read, or of a PID of it (silent: no packets behind).
+event::Reading readingOf(const ProgramFinding &program, std::uint8_t status, bool silent);
+event::Reading readingOf(const ProgramFinding &program);
+
+// caPmtAge: of the CAMs that have the program.
+Verdict verdictOf(std::uint8_t status, event::Reading reading, CaPmtAgeMs caPmtAge);
 Verdict verdictOf(const ProgramFinding &program);
 Verdict verdictOf(const ProgramFinding &program, const PidFinding &pid);
 
 // Of a CAM: the CA systems of its programs, what it descrambles.
-const FieldWords &caSystemWords(const CamFinding &cam);
-const FieldWords &descramblingWords(const CamFinding &cam);
+event::CaSystemState caSystemOf(const CamFinding &cam);
+event::Summary summaryOf(const CamFinding &cam);
+const FieldWords &caSystemWords(const event::CaSystemState &state);
+const FieldWords &descramblingWords(const event::Summary &summary);
+inline const FieldWords &caSystemWords(const CamFinding &cam) {
+  return caSystemWords(caSystemOf(cam));
+}
+inline const FieldWords &descramblingWords(const CamFinding &cam) {
+  return descramblingWords(summaryOf(cam));
+}
 
 }  // namespace chassis

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "CiIf.h"
 #include "base/Text.h"
@@ -30,6 +31,9 @@ const StreamTypeWords streamTypeTable[] = {
     {0x1B, "H.264 video"},  {0x24, "H.265 video"},  {0x81, "AC-3 audio"},
 };
 
+constexpr const char *toneNames[] = {"plain", "good", "bad", "faint", "alarm"};
+static_assert(std::size(toneNames) == static_cast<std::size_t>(Tone::Alarm) + 1);
+
 template <typename... Args>
 std::string formatted(const char *format, Args... args) {
   char buffer[64];
@@ -38,6 +42,10 @@ std::string formatted(const char *format, Args... args) {
 }
 
 }  // namespace
+
+const char *toneName(Tone tone) {
+  return toneNames[static_cast<std::size_t>(tone)];
+}
 
 const std::vector<StatusWords> &allStatusWords() {
   return statusTable;

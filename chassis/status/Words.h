@@ -5,9 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "event/Event.h"
-
 namespace chassis {
+
+// How what is said is meant. Alarm: nobody may miss it.
+enum class Tone : std::uint8_t { Plain, Good, Bad, Faint, Alarm };
+const char *toneName(Tone tone);  // for programs: "alarm"
 
 struct StatusWords {
   std::uint8_t code;  // DESC_STAT_

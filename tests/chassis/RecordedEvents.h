@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "event/Event.h"
+#include "status/EventWords.h"
 
 namespace testing_events {
 
@@ -19,9 +20,11 @@ class RecordedEvents : public chassis::Events {
 
   void tell(const chassis::Event &event) override {
     EXPECT_EQ(event.place.slot, slot_.value_or(event.place.slot));
-    what.push_back(event.what);
-    lines.push_back(event.what + ": " + event.why);
+    const chassis::EventWords words = chassis::wordsOf(event);
+    what.push_back(words.what);
+    lines.push_back(words.what + ": " + words.why);
     places.push_back(event.place);
+    all.push_back(event);
   }
 
   // Those whose words have this part.
@@ -34,6 +37,7 @@ class RecordedEvents : public chassis::Events {
   std::vector<std::string> what;
   std::vector<std::string> lines;  // with the reasons
   std::vector<chassis::Place> places;
+  std::vector<chassis::Event> all;
 
  private:
   const std::optional<int> slot_;

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "alarms/AlarmText.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 namespace {
@@ -17,8 +18,13 @@ struct Line {
 
 class Recorder : public Events {
  public:
-  void tell(const Event &event) override { lines.push_back({event.place, event.what, event.why}); }
+  void tell(const Event &event) override {
+    const EventWords words = wordsOf(event);
+    lines.push_back({event.place, words.what, words.why});
+    facts.push_back(event.facts);
+  }
   std::vector<Line> lines;
+  std::vector<Facts> facts;
 };
 
 AlarmRecord makeRecord(std::initializer_list<AlarmPair> pairs) {
@@ -75,6 +81,10 @@ TEST_F(AlarmServiceTest, TellsBothEndsOfAnAlarm) {
   EXPECT_EQ(events.lines[0].why, "alarm 0, identifiers 1 (3), 0x706, 0x703");
   EXPECT_EQ(events.lines[1].what, "ALARM cleared: CAM absent");
   EXPECT_EQ(events.lines[1].why, "alarm 0, stood for 12.3 s");
+  const auto &raised = std::get<event::AlarmRaised>(events.facts[0]);
+  EXPECT_EQ(raised.index, 0);
+  EXPECT_EQ(raised.alarm.object, "slot 2, CAM 1");
+  EXPECT_EQ(std::get<event::AlarmCleared>(events.facts[1]).stoodMs, 12300U);
   for (const Line &line : events.lines) {
     EXPECT_EQ(line.place.slot, 2);
     EXPECT_EQ(line.place.cam, 1);

@@ -25,7 +25,7 @@ class ReportsTest : public testing::Test {
       openReports(run, reports);
       run.chassis().rack().cardInsert(static_cast<std::uint32_t>(std::stoul(card)), stream.path(),
                                       1504000);
-      run.chassis().tell({EventKind::Remark, {}, "a remark", ""});
+      run.chassis().tell({{}, event::Remark{{"a remark"}}});
       status = runAndReport(run, reports, config);
     }
     errors = testing::internal::GetCapturedStderr();

@@ -8,6 +8,8 @@
 
 #include "LabStream.h"
 #include "cam/Cam.h"
+#include "chassis/LastFacts.h"
+#include "status/EventWords.h"
 
 namespace testing_cam {
 
@@ -17,7 +19,9 @@ class Lines : public chassis::Events {
  public:
   void tell(const chassis::Event &event) override {
     places.push_back(event.place);
-    all.push_back(event.what + " (" + event.why + ")");
+    const chassis::EventWords words = chassis::wordsOf(event);
+    all.push_back(words.what + " (" + words.why + ")");
+    events.push_back(event);
   }
   std::size_t count(const std::string &part) const {
     return static_cast<std::size_t>(std::count_if(
@@ -27,6 +31,7 @@ class Lines : public chassis::Events {
 
   std::vector<chassis::Place> places;
   std::vector<std::string> all;
+  std::vector<chassis::Event> events;
 };
 
 inline Bytes ca(unsigned casid, unsigned pid) {

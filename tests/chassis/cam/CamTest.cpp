@@ -129,6 +129,10 @@ TEST(CamDescrambling, NamesStandBesideTheNumbers) {
   rig.play(labStream(bothPrograms()).scrambled, 64);
   EXPECT_EQ(rig.lines.count("descrambles program 101 (ECMs"), 1u);
   EXPECT_EQ(rig.lines.count("descrambles program 103 \"Three\" PID 0x1021 (ECMs"), 1u);
+  const auto works = testing_events::lastFacts<event::CamDescrambles>(rig.lines.events);
+  EXPECT_EQ(works.feed.programs.names(), std::vector<std::string>{"Three"});
+  EXPECT_TRUE(works.feed.part);
+  EXPECT_FALSE(works.wrongKeys);
 }
 
 TEST(CamDescrambling, BothLevelsBitForBitThroughPeriodsAndTheLoop) {
@@ -363,6 +367,9 @@ TEST(CamEntitlement, RevokedStopsAtOnceAndGivenBackResumes) {
   rig.cam.entitle(101, true);
   EXPECT_EQ(rig.play(stream.scrambled), stream.clear);
   EXPECT_EQ(rig.lines.count("stops descrambling program 101 (no entitlement for tier 101)"), 1u);
+  const auto stops = testing_events::lastFacts<event::CamStops>(rig.lines.events);
+  EXPECT_EQ(stops.reason, event::FeedReason::NotEntitled);
+  EXPECT_EQ(stops.tier, 101);
 }
 
 TEST(CamEntitlement, IsOfTheTierThatTheEcmTells) {
@@ -426,6 +433,10 @@ TEST(CamEcm, NeverAnyIsTold) {
   rig.ask(caPmt101());
   rig.pass(4100);
   EXPECT_EQ(rig.lines.count("does not descramble program 101 (no ECM"), 1u);
+  const auto cannot = testing_events::lastFacts<event::CamCannot>(rig.lines.events);
+  EXPECT_EQ(cannot.reason, event::FeedReason::NoEcm);
+  EXPECT_EQ(cannot.ecmPid, 0x1501);
+  EXPECT_EQ(cannot.timeoutMs, 4000U);
 }
 
 TEST(CamEcm, DamagedOnesAreNotUsed) {

@@ -11,6 +11,7 @@
 #include "card/Card.h"
 #include "card/Fpga.h"
 #include "chassis/FakeSource.h"
+#include "chassis/LastFacts.h"
 #include "chassis/RecordedEvents.h"
 #include "chassis/StreamWriter.h"
 
@@ -92,6 +93,10 @@ TEST_F(LiveCard, TakesProgramsOverWhenTheyAppear) {
   EXPECT_EQ(told(), (Lines{"the stream has begun: after 0.2 s",
                            "the stream's programs changed: 2 programs, new: PMT of program 1 "
                            "version 0, PMT of program 2 version 0"}));
+  const auto facts = testing_events::lastFacts<chassis::event::StreamChanged>(events.all);
+  EXPECT_EQ(facts.programs, (std::vector<std::uint16_t>{1, 2}));
+  EXPECT_EQ(facts.changed.numbers(), facts.programs);
+  EXPECT_EQ(facts.versions, (std::vector<std::uint16_t>{0, 0}));
   card.publishTables();
   ASSERT_EQ(card.descTable()->descProgCnt, 1U);
   EXPECT_EQ(card.descTable()->prog[0].prog_num, 2U);

@@ -160,6 +160,8 @@ TEST_F(ProbeCard, WithoutAnInputTheCardIsBusy) {
              "the stream's programs changed", "what comes out of the receiver is silent",
              "what goes into the receiver is silent", "what comes out of the receiver is back",
              "what goes into the receiver is back"}));
+  EXPECT_EQ(events.places[0].side, chassis::Side::Behind);
+  EXPECT_EQ(events.places[1].side, chassis::Side::Before);
 }
 
 TEST_F(ProbeCard, TheProgramsBehindAreWaitedForTwoSeconds) {

@@ -5,6 +5,7 @@
 
 #include "card/ProbePath.h"
 #include "chassis/StreamWriter.h"
+#include "status/EventWords.h"
 
 using namespace testing_streams;
 using chassis::Event;
@@ -43,8 +44,9 @@ TEST(ProbeNames, StandBesideTheNumbersOfProgramsWithoutAStreamBehind) {
   }
   std::vector<std::string> told;
   chassis::Card::Fpga fpga;
-  chassis::ProbePath probe(fpga, std::make_unique<OneStream>(StreamWriter().psi({half})), {},
-                           [&told](const Event &event) { told.push_back(event.why); });
+  chassis::ProbePath probe(
+      fpga, std::make_unique<OneStream>(StreamWriter().psi({half})), {},
+      [&told](const Event &event) { told.push_back(chassis::wordsOf(event).why); });
   probe.endStep();
   told.clear();
   EXPECT_TRUE(probe.match(before.psi(), before.services()));

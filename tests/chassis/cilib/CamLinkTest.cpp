@@ -138,6 +138,7 @@ TEST_F(CamLinkTest, IsNotAskedBeforeItIsUp) {
   EXPECT_EQ(link.insertStatus(), 2u);
   EXPECT_FALSE(takeFlag());
   EXPECT_EQ(events.why("CAM starts up"), "inserted");
+  EXPECT_EQ(events.last<event::CamStarting>().reason, event::StartReason::Inserted);
 }
 
 TEST_F(CamLinkTest, BecomesUsableWithItsCaInfo) {
@@ -235,6 +236,7 @@ TEST_F(CamLinkTest, SendsThirtyTwoRecordsButNotThirtyThree) {
   EXPECT_TRUE(cam.received.empty());
   EXPECT_FALSE(link.history().sent);
   EXPECT_EQ(events.why("CA PMT refused"), "33 programs, at most 32");
+  EXPECT_EQ(events.last<event::CaPmtRefused>().records, 33U);
   programs.pop_back();
   EXPECT_EQ(send(programs, cmdOkDescrambling), 32);
   EXPECT_EQ(cam.received.size(), 32u);
@@ -289,6 +291,13 @@ TEST_F(CamLinkTest, RepliesToAQueryAreFiled) {
   EXPECT_EQ(events.count("reply: program 102: no entitlement (0x71)"), 1);
   EXPECT_EQ(events.why("reply: program 101: technical reasons (0x73)"),
             "PID 0x0165: technical reasons (0x73)");
+  EXPECT_EQ(events.last<event::QuerySent>().listManagement,
+            (std::vector<std::string>{"add", "add"}));
+  const auto answer = events.last<event::Reply>();
+  EXPECT_EQ(answer.answer.programs.numbers(), std::vector<std::uint16_t>{101});
+  EXPECT_EQ(answer.answer.caEnable, 0x73);
+  EXPECT_EQ(answer.pids, std::vector<std::uint16_t>{0x0165});
+  EXPECT_EQ(answer.caEnables, std::vector<std::uint16_t>{0x73});
 }
 
 TEST_F(CamLinkTest, NamesStandBesideTheNumbers) {

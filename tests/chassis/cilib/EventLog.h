@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "chassis/LastFacts.h"
 #include "event/Event.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 
@@ -18,9 +20,11 @@ class EventLog : public Events {
   };
 
   void tell(const Event &event) override {
-    lines.push_back({event.place, event.what, event.why});
-    if (event.tone == Tone::Alarm) {
-      alerts.push_back(event.what);
+    const EventWords words = wordsOf(event);
+    lines.push_back({event.place, words.what, words.why});
+    all.push_back(event);
+    if (words.tone == Tone::Alarm) {
+      alerts.push_back(words.what);
     }
   }
 
@@ -36,7 +40,13 @@ class EventLog : public Events {
     return line != lines.rend() ? line->why : "(none)";
   }
 
+  template <typename Kind>
+  Kind last() const {
+    return testing_events::lastFacts<Kind>(all);
+  }
+
   std::vector<Line> lines;
+  std::vector<Event> all;
   std::vector<std::string> alerts;  // those that nobody may miss
 };
 

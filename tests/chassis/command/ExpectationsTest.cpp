@@ -9,6 +9,7 @@
 #include "chassis/StreamWriter.h"
 #include "command/Functions.h"
 #include "command/ScriptRun.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 namespace {
@@ -18,8 +19,8 @@ using namespace testing_streams;
 class Notes : public Events {
  public:
   void tell(const Event &event) override {
-    if (event.kind == EventKind::AsExpected || event.kind == EventKind::NotAsExpected) {
-      lines.push_back(event.what + " | " + event.why);
+    if (event.kind() == EventKind::AsExpected || event.kind() == EventKind::NotAsExpected) {
+      lines.push_back(wordsOf(event).what + " | " + wordsOf(event).why);
     }
   }
   std::vector<std::string> lines;

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "base/InputError.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 namespace {
@@ -13,7 +14,7 @@ class RecordedEvents : public Events {
  public:
   void tell(const Event &event) override {
     lines.push_back(std::to_string(event.place.slot) + "/" + std::to_string(event.place.cam) + " " +
-                    event.what + " | " + event.why);
+                    wordsOf(event).what + " | " + wordsOf(event).why);
   }
   std::vector<std::string> lines;
 };

@@ -9,8 +9,19 @@
 namespace chassis {
 namespace {
 
-Event event(Place place, const std::string &what, const std::string &why, Tone tone = Tone::Plain) {
-  return {EventKind::Remark, place, what, why, {}, tone};
+Event remark(Place place, const std::string &what) {
+  return {place, event::Remark{{what}}};
+}
+
+// Its reason is its line.
+Event scriptLine(Place place, const std::string &what) {
+  return {place, event::ScriptLine{what, 1}};
+}
+
+const Event cameReset{{0, 0}, event::CamReset{{1}}};
+
+Event missed(const std::string &what, const std::string &why) {
+  return {{0, 0}, event::NotAsExpected{what, 1, why}};
 }
 
 class TimelineTest : public testing::Test {
@@ -33,16 +44,16 @@ class TimelineTest : public testing::Test {
 };
 
 TEST_F(TimelineTest, AlignsTimePlaceWhatAndWhy) {
-  timeline().tell(event({0, 0}, "CA PMT sent: programs 101, 102", "the CAM came up"));
+  timeline().tell(scriptLine({0, 0}, "CA PMT sent: programs 101, 102"));
   EXPECT_EQ(text(), "00:00:07.010  slot 0  CAM 0  CA PMT sent: programs 101, 102" +
-                        std::string(32, ' ') + "the CAM came up\n");
+                        std::string(32, ' ') + "script line 1\n");
 }
 
 TEST_F(TimelineTest, NamesEveryKindOfPlace) {
   Timeline &line = timeline();
-  line.tell(event({}, "a note", ""));
-  line.tell(event({5, -1}, "no sync", ""));
-  line.tell(event({5, 1}, "up", ""));
+  line.tell(remark({}, "a note"));
+  line.tell(remark({5, -1}, "no sync"));
+  line.tell(remark({5, 1}, "up"));
   EXPECT_EQ(text(),
             "00:00:07.010  chassis        a note\n"
             "00:00:07.010  slot 5         no sync\n"
@@ -50,13 +61,13 @@ TEST_F(TimelineTest, NamesEveryKindOfPlace) {
 }
 
 TEST_F(TimelineTest, ALongClauseKeepsItsDistanceFromItsReason) {
-  timeline().tell(event({}, std::string(70, 'w'), "y"));
-  EXPECT_EQ(text(), "00:00:07.010  chassis        " + std::string(70, 'w') + "  y\n");
+  timeline().tell(scriptLine({}, std::string(70, 'w')));
+  EXPECT_EQ(text(), "00:00:07.010  chassis        " + std::string(70, 'w') + "  script line 1\n");
 }
 
 TEST_F(TimelineTest, CountsBeyondADay) {
   nowMs_ = 100ull * 3600000 + 59 * 60000 + 59999;
-  timeline().tell(event({}, "late", ""));
+  timeline().tell(remark({}, "late"));
   EXPECT_EQ(text(), "100:59:59.999  chassis        late\n");
 }
 
@@ -68,7 +79,7 @@ TEST_F(TimelineTest, CollapsesImmediateRepeatsOfTheConsole) {
   line.tell(printed(ConsolePort::Print, "other"));
   line.tell(printed(ConsolePort::Print, "again"));
   line.tell(printed(ConsolePort::Print, "again"));
-  line.tell(event({}, "event", ""));
+  line.tell(remark({}, "event"));
   line.tell(printed(ConsolePort::Print, "again"));
   line.flush();
   EXPECT_EQ(text(),
@@ -86,26 +97,27 @@ TEST_F(TimelineTest, TellsDebugPrintsFromThoseForPeople) {
 }
 
 TEST_F(TimelineTest, ColourAddsNothingButEscapes) {
-  timeline({true, nullptr}).tell(event({}, "bad", "", Tone::Bad));
-  EXPECT_EQ(text(), "00:00:07.010  chassis        \033[31mbad\033[0m\n");
-  timeline({false, nullptr}).tell(event({}, "bad", "", Tone::Bad));
-  EXPECT_EQ(text(), "00:00:07.010  chassis        bad\n");
+  timeline({true, nullptr}).tell(missed("bad", ""));
+  EXPECT_EQ(text(), "00:00:07.010  slot 0  CAM 0  \033[31mNOT as expected: bad\033[0m\n");
+  timeline({false, nullptr}).tell(missed("bad", ""));
+  EXPECT_EQ(text(), "00:00:07.010  slot 0  CAM 0  NOT as expected: bad\n");
 }
 
 TEST_F(TimelineTest, AlarmsStandOutMoreThanAnythingElse) {
-  timeline({true, nullptr}).tell(event({}, "ALARM", "", Tone::Alarm));
-  EXPECT_EQ(text(), "00:00:07.010  chassis        \033[1;37;41mALARM\033[0m\n");
+  timeline({true, nullptr}).tell({{}, event::AlarmNotRaised{{"", "CAM absent", ""}}});
+  EXPECT_EQ(text(), "00:00:07.010  chassis        \033[1;37;41mALARM not raised: CAM absent" +
+                        std::string(34, ' ') + "the alarm service fails\033[0m\n");
 }
 
 TEST_F(TimelineTest, ANarrowTerminalHasTheReasonBelow) {
   std::size_t width = 80;
   Timeline &line = timeline({false, [&width] { return width; }});
-  line.tell(event({0, 0}, "CAM reset", "reset 1"));
-  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
-  line.tell(event({0, 0}, "programs 101, 102 not descrambled, cause: no entitlement", ""));
+  line.tell(scriptLine({0, 0}, "CAM reset"));
+  line.tell(cameReset);
+  line.tell(remark({0, 0}, "programs 101, 102 not descrambled, cause: no entitlement"));
   EXPECT_EQ(text(),
-            "00:00:07.010  slot 0  CAM 0  CAM reset                  reset 1\n"
-            "00:00:07.010  slot 0  CAM 0  CAM reset\n"
+            "00:00:07.010  slot 0  CAM 0  CAM reset                  script line 1\n"
+            "00:00:07.010  slot 0  CAM 0  RESET of the CAM\n"
             "                               reset 1 since its insertion\n"
             "00:00:07.010  slot 0  CAM 0  programs 101, 102 not descrambled, cause: no\n"
             "                               entitlement\n");
@@ -114,19 +126,19 @@ TEST_F(TimelineTest, ANarrowTerminalHasTheReasonBelow) {
 TEST_F(TimelineTest, FollowsTheTerminalsWidth) {
   std::size_t width = 80;
   Timeline &line = timeline({false, [&width] { return width; }});
-  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
+  line.tell(cameReset);
   width = 120;
-  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
+  line.tell(cameReset);
   width = anyWidth;
-  line.tell(event({0, 0}, "CAM reset", "reset 1 since its insertion"));
+  line.tell(cameReset);
   EXPECT_EQ(text(),
-            "00:00:07.010  slot 0  CAM 0  CAM reset\n"
+            "00:00:07.010  slot 0  CAM 0  RESET of the CAM\n"
             "                               reset 1 since its insertion\n"
-            "00:00:07.010  slot 0  CAM 0  CAM reset" +
-                std::string(38, ' ') +
+            "00:00:07.010  slot 0  CAM 0  RESET of the CAM" +
+                std::string(31, ' ') +
                 "reset 1 since its insertion\n"
-                "00:00:07.010  slot 0  CAM 0  CAM reset" +
-                std::string(53, ' ') + "reset 1 since its insertion\n");
+                "00:00:07.010  slot 0  CAM 0  RESET of the CAM" +
+                std::string(46, ' ') + "reset 1 since its insertion\n");
 }
 
 // 80 columns have room for it, though not behind the time and the place.
@@ -134,19 +146,19 @@ TEST_F(TimelineTest, ALongWordStandsFurtherLeft) {
   const std::string path = "\"" + std::string(60, 'p') + "\"";
   const std::string blanks(18, ' ');
   timeline({false, [] { return std::size_t{80}; }})
-      .tell(event({0, -1}, "cardInsert 0, " + path, "script line 1"));
+      .tell(scriptLine({0, -1}, "cardInsert 0, " + path));
   EXPECT_EQ(text(), "00:00:07.010  slot 0         cardInsert 0,\n" + blanks + path +
                         "\n                               script line 1\n");
-  timeline({false, [] { return std::size_t{40}; }}).tell(event({0, -1}, path, ""));
+  timeline({false, [] { return std::size_t{40}; }}).tell(remark({0, -1}, path));
   EXPECT_EQ(text(), "00:00:07.010  slot 0\n" + path + "\n");
 }
 
 TEST_F(TimelineTest, EachRowHasItsOwnColour) {
   timeline({true, [] { return std::size_t{80}; }})
-      .tell(event({0, 0}, "descrambling failure of the CAM", "alarm 0, identifiers 1", Tone::Bad));
+      .tell(missed("an alarm of the CAM", "it has another one"));
   EXPECT_EQ(text(),
-            "00:00:07.010  slot 0  CAM 0  \033[31mdescrambling failure of the CAM\033[0m\n"
-            "                               \033[31malarm 0, identifiers 1\033[0m\n");
+            "00:00:07.010  slot 0  CAM 0  \033[31mNOT as expected: an alarm of the CAM\033[0m\n"
+            "                               \033[31mit has another one\033[0m\n");
 }
 
 }  // namespace

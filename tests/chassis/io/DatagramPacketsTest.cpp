@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Datagrams.h"
+#include "status/EventWords.h"
 
 namespace {
 
@@ -44,7 +45,7 @@ TEST_F(DatagramPacketsTest, PacketsAlone) {
   EXPECT_EQ(counters().packets, 8U);
   EXPECT_EQ(counters().datagrams, 2U);
   EXPECT_EQ(counters().senders, 0U);
-  EXPECT_EQ(datagrams_.lastForeign(), "");
+  EXPECT_EQ(counters().foreign, 0U);
 }
 
 TEST_F(DatagramPacketsTest, RtpInItsOrderAndTimesThatNeverFall) {
@@ -104,7 +105,7 @@ TEST_F(DatagramPacketsTest, AndLaterOnesAreTheNetworks) {
 }
 
 TEST_F(DatagramPacketsTest, ForeignOnesAreToldByWhatTheyAre) {
-  const std::tuple<Bytes, bool, const char *> cases[] = {
+  const std::tuple<Bytes, bool, std::string> cases[] = {
       {{}, false, "an empty datagram"},
       {{0x12, 0x34}, false, "2 bytes that begin with 0x12"},
       {Bytes(187, 0x47), false, "187 bytes that begin with 0x47"},
@@ -122,7 +123,9 @@ TEST_F(DatagramPacketsTest, ForeignOnesAreToldByWhatTheyAre) {
   for (const auto &[bytes, cut, words] : cases) {
     take(bytes, 0, cut);
     EXPECT_EQ(counters().foreign, ++count);
-    EXPECT_EQ(datagrams_.lastForeign(), words);
+    EXPECT_EQ(
+        chassis::wordsOf({{}, chassis::event::InputForeign{"", datagrams_.lastForeign()}}).why,
+        words);
   }
   EXPECT_EQ(counters().datagrams, count);
   EXPECT_EQ(counters().senders, 0U);

@@ -9,10 +9,12 @@
 #include "Datagrams.h"
 #include "base/InputError.h"
 #include "kernel/Loop.h"
+#include "status/EventWords.h"
 
 namespace {
 
 using namespace testing_datagrams;
+namespace event = chassis::event;
 using chassis::DatagramSource;
 using chassis::EventKind;
 using chassis::Loop;
@@ -64,7 +66,7 @@ class DatagramSourceTest : public testing::Test {
   std::vector<EventKind> kinds() const {
     std::vector<EventKind> all;
     for (const chassis::Event &event : events_) {
-      all.push_back(event.kind);
+      all.push_back(event.kind());
     }
     return all;
   }
@@ -191,15 +193,15 @@ TEST_F(DatagramSourceTest, AnotherSenderIsToldAndNotTooOften) {
   EXPECT_TRUE(events_.empty());
   send(2, 2000);
   ASSERT_EQ(events_.size(), 1U);
-  EXPECT_EQ(events_[0].kind, EventKind::SenderChanged);
-  EXPECT_EQ(events_[0].what, "another sender (SSRC)");
-  EXPECT_EQ(std::get<std::string>(events_[0].facts[0].value), url);
-  EXPECT_EQ(std::get<std::uint64_t>(events_[0].facts[1].value), 2U);
+  EXPECT_EQ(events_[0].kind(), EventKind::SenderChanged);
+  EXPECT_EQ(chassis::wordsOf(events_[0]).what, "another sender (SSRC)");
+  EXPECT_EQ(std::get<event::SenderChanged>(events_[0].facts).path, url);
+  EXPECT_EQ(std::get<event::SenderChanged>(events_[0].facts).senders, 2U);
   send(3, 2999);
   EXPECT_EQ(events_.size(), 1U);
   source_->due(3000);
   ASSERT_EQ(events_.size(), 2U);
-  EXPECT_EQ(std::get<std::uint64_t>(events_[1].facts[1].value), 3U);
+  EXPECT_EQ(std::get<event::SenderChanged>(events_[1].facts).senders, 3U);
   EXPECT_EQ(counters().networkLost, 0U);
 }
 
@@ -215,8 +217,8 @@ TEST_F(DatagramSourceTest, ForeignDatagramsAreToldOnceUntilTheyCease) {
   };
   send(Bytes(100, 0x15), 1000);
   ASSERT_EQ(events_.size(), 1U);
-  EXPECT_EQ(events_[0].kind, EventKind::InputForeign);
-  EXPECT_EQ(events_[0].why, "100 bytes that begin with 0x15");
+  EXPECT_EQ(events_[0].kind(), EventKind::InputForeign);
+  EXPECT_EQ(chassis::wordsOf(events_[0]).why, "100 bytes that begin with 0x15");
   send(packets(1, 1), 1500);
   send(Bytes(100, 0x15), 1999);
   source_->due(2998);
@@ -225,7 +227,7 @@ TEST_F(DatagramSourceTest, ForeignDatagramsAreToldOnceUntilTheyCease) {
   source_->due(3998);
   send({}, 3999);
   ASSERT_EQ(events_.size(), 2U);
-  EXPECT_EQ(events_[1].why, "an empty datagram");
+  EXPECT_EQ(chassis::wordsOf(events_[1]).why, "an empty datagram");
   EXPECT_EQ(counters().foreign, 4U);
 }
 
@@ -237,7 +239,7 @@ TEST_F(DatagramSourceTest, AJumboDatagramIsTakenAndALongerOneIsCutOff) {
   ASSERT_TRUE(counts(&Counters::foreign, 1));
   EXPECT_EQ(out_, numbers(1, 49));
   ASSERT_EQ(events_.size(), 1U);
-  EXPECT_EQ(events_[0].why, "a datagram of more than 9216 bytes");
+  EXPECT_EQ(chassis::wordsOf(events_[0]).why, "a datagram of more than 9216 bytes");
 }
 
 TEST_F(DatagramSourceTest, WhatTheKernelHadNoRoomForIsCounted) {
@@ -304,13 +306,14 @@ TEST_F(DatagramSourceTest, ASmallReceiveBufferIsToldOnce) {
   source_->due(1);
   source_->due(2);
   ASSERT_EQ(events_.size(), 1U);
-  EXPECT_EQ(events_[0].kind, EventKind::BufferSmall);
-  const std::uint64_t got = std::get<std::uint64_t>(events_[0].facts[1].value);
+  EXPECT_EQ(events_[0].kind(), EventKind::BufferSmall);
+  const std::uint64_t got = std::get<event::BufferSmall>(events_[0].facts).bytes;
   EXPECT_GT(got, 0U);
-  EXPECT_EQ(std::get<std::uint64_t>(events_[0].facts[2].value), 1000000000U);
-  EXPECT_EQ(events_[0].what,
+  EXPECT_EQ(std::get<event::BufferSmall>(events_[0].facts).asked, 1000000000U);
+  EXPECT_EQ(chassis::wordsOf(events_[0]).what,
             "the receive buffer has " + std::to_string(got) + " of the 1000000000 bytes asked for");
-  EXPECT_EQ(events_[0].why, "the machine allows no more: sysctl -w net.core.rmem_max=1000000000");
+  EXPECT_EQ(chassis::wordsOf(events_[0]).why,
+            "the machine allows no more: sysctl -w net.core.rmem_max=1000000000");
 }
 
 TEST_F(DatagramSourceTest, AGroup) {
@@ -386,7 +389,7 @@ TEST_F(DatagramSourceTest, AnInterfaceThatGoesAndComesBack) {
   source_->due(10 * nowMs());
   source_->due(11 * nowMs());
   ASSERT_EQ(kinds(), std::vector<EventKind>{EventKind::InterfaceGone});
-  EXPECT_EQ(events_[0].what, "the network interface card0 has gone");
+  EXPECT_EQ(chassis::wordsOf(events_[0]).what, "the network interface card0 has gone");
 
   interface.add();
   source_->due(12 * nowMs());

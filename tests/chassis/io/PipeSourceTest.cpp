@@ -12,8 +12,10 @@
 #include "base/InputError.h"
 #include "chassis/Folder.h"
 #include "chassis/StreamWriter.h"
+#include "status/EventWords.h"
 #include "ts/TsFile.h"
 
+namespace event = chassis::event;
 using chassis::Event;
 using chassis::EventKind;
 using chassis::PipeSource;
@@ -84,7 +86,7 @@ class PipeSourceTest : public testing::Test {
   std::vector<EventKind> kinds() const {
     std::vector<EventKind> all;
     for (const Event &event : told) {
-      all.push_back(event.kind);
+      all.push_back(event.kind());
     }
     return all;
   }
@@ -160,9 +162,9 @@ TEST_F(PipeSourceTest, WritersOfAFifoComeAndGoAndTheNextGoesOn) {
   expectTaken(30);
   EXPECT_FALSE(source->ended());
   EXPECT_EQ(source->counters().skippedBytes, 0U);
-  EXPECT_EQ(told[0].why, "it writes to '" + path + "'");
-  EXPECT_EQ(told[1].why, "'" + path + "' waits for the next one");
-  EXPECT_EQ(std::get<std::string>(told[1].facts[0].value), path);
+  EXPECT_EQ(chassis::wordsOf(told[0]).why, "it writes to '" + path + "'");
+  EXPECT_EQ(chassis::wordsOf(told[1]).why, "'" + path + "' waits for the next one");
+  EXPECT_EQ(std::get<event::WriterGone>(told[1].facts).path, path);
 }
 
 TEST_F(PipeSourceTest, AWriterThatCameAndWentBetweenTwoTicksIsTold) {
@@ -206,8 +208,8 @@ TEST_F(PipeSourceTest, StandardInputIsOverWithItsWriter) {
   EXPECT_EQ(take(*source), 0U);
   expectTaken(7);
   ASSERT_EQ(kinds(), std::vector<EventKind>{EventKind::WriterGone});
-  EXPECT_EQ(told[0].why, "standard input is at its end");
-  EXPECT_EQ(std::get<std::string>(told[0].facts[0].value), "-");
+  EXPECT_EQ(chassis::wordsOf(told[0]).why, "standard input is at its end");
+  EXPECT_EQ(std::get<event::WriterGone>(told[0].facts).path, "-");
 }
 
 TEST_F(PipeSourceTest, WhatOthersShareStaysAsItWas) {
@@ -321,8 +323,8 @@ TEST_F(PipeSourceTest, DamageIsToldOnceUntilItIsGoodAgain) {
   };
   bad();
   EXPECT_EQ(told.size(), 1U);
-  EXPECT_EQ(told[0].kind, EventKind::StreamDamaged);
-  EXPECT_EQ(told[0].why, "100 bytes of standard input are in no packet");
+  EXPECT_EQ(told[0].kind(), EventKind::StreamDamaged);
+  EXPECT_EQ(chassis::wordsOf(told[0]).why, "100 bytes of standard input are in no packet");
   nowNs += PipeSource::soundNs - 1;
   good();
   bad();
@@ -339,7 +341,7 @@ TEST_F(PipeSourceTest, DamageIsToldOnceUntilItIsGoodAgain) {
   good();
   bad();
   EXPECT_EQ(told.size(), 2U);
-  EXPECT_EQ(std::get<std::uint64_t>(told[1].facts[1].value), 100U);
+  EXPECT_EQ(std::get<event::StreamDamaged>(told[1].facts).bytes, 100U);
   expectTaken(first);
   EXPECT_EQ(source->counters().skippedBytes, 510U);
 }
@@ -402,7 +404,7 @@ TEST_F(PipeSourceTest, WhatCannotBeReadAnyFurtherIsOver) {
   EXPECT_EQ(take(*source), 0U);
   EXPECT_TRUE(source->ended());
   ASSERT_EQ(told.size(), 1U);
-  EXPECT_EQ(told[0].why, "standard input cannot be read: Bad file descriptor");
+  EXPECT_EQ(chassis::wordsOf(told[0]).why, "standard input cannot be read: Bad file descriptor");
 }
 
 TEST_F(PipeSourceTest, RefusesByPathWhatIsNoFifoAndNoCharacterDevice) {

@@ -139,6 +139,7 @@ TEST_F(RackTest, AProgramMayBeAssignedBeforeItAppears) {
   rack_.camInsert(1, 0, {caSystem});
   rack_.camEntitle(1, 0, 101, false);
   EXPECT_EQ(count("nothing changes yet: program 101 is not assigned to this CAM"), 1);
+  EXPECT_EQ(events_.last<event::NoEffect>().reason, event::NoEffectReason::NotAssigned);
 }
 
 TEST_F(RackTest, AllProgramsAreAssignedAtOnce) {
@@ -195,6 +196,10 @@ TEST_F(RackProbe, OneThatIsAskedForMustBeCarried) {
   play(100);
   rack_.observe(0);
   EXPECT_EQ(count("no program carries CA system 0x0B00"), 1);
+  const auto begun = events_.last<event::ProbeBegun>();
+  EXPECT_EQ(begun.carried, std::vector<std::uint16_t>{0x0500});
+  EXPECT_EQ(begun.by, 0);
+  EXPECT_EQ(begun.asked, std::vector<std::uint16_t>{0x0B00});
 }
 
 TEST_F(RackProbe, TheObservedCamGoesWithItsReceiver) {

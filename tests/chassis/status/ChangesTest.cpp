@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "chassis/SampleFindings.h"
+#include "status/EventWords.h"
 
 namespace chassis {
 namespace {
@@ -12,7 +13,7 @@ std::vector<std::string> told(const CardFinding &before, const CardFinding &now)
   std::vector<std::string> lines;
   for (const Event &change : changesBetween(before, now)) {
     lines.push_back(std::to_string(change.place.slot) + "/" + std::to_string(change.place.cam) +
-                    " " + change.what + " | " + change.why);
+                    " " + wordsOf(change).what + " | " + wordsOf(change).why);
   }
   return lines;
 }
@@ -46,12 +47,7 @@ TEST(Changes, NamesStandBesideTheNumbers) {
   EXPECT_EQ(told(CardFinding{}, now)[2],
             "0/0 programs 101 \"One\", 102 descrambled | clear behind the CAM");
   const std::vector<Event> changes = changesBetween(CardFinding{}, now);
-  const auto &facts = changes[2].facts;
-  const auto names = std::find_if(facts.begin(), facts.end(), [](const Fact &fact) {
-    return fact.name == std::string("names");
-  });
-  ASSERT_NE(names, facts.end());
-  EXPECT_EQ(std::get<std::vector<std::string>>(names->value),
+  EXPECT_EQ(std::get<event::ProgramState>(changes[2].facts).programs.names(),
             (std::vector<std::string>{"One", ""}));
 }
 
@@ -230,7 +226,7 @@ TEST(Changes, ACamsLineHasTheToneOfTheWordThatIsNotPlain) {
   const auto toneOf = [](const CamFinding &cam) {
     CardFinding now;
     now.cams[0] = cam;
-    return changesBetween(CardFinding{}, now).at(0).tone;
+    return wordsOf(changesBetween(CardFinding{}, now).at(0)).tone;
   };
   EXPECT_EQ(toneOf({1, 1, 0, 0xFF}), Tone::Plain);
   EXPECT_EQ(toneOf({0, 0xFF, 0, 0xFF}), Tone::Bad);
@@ -246,13 +242,13 @@ TEST(Changes, ACamThatMayStillBeginIsNotToldAsFailing) {
   const CardFinding before = sampleCard(DESC_STAT_UNKNOWN, DESC_STAT_UNKNOWN);
   const std::vector<Event> changes = changesBetween(before, now);
   ASSERT_EQ(changes.size(), 1u);
-  EXPECT_EQ(changes[0].what, "programs 101, 102 not descrambled yet");
-  EXPECT_EQ(changes[0].why,
+  EXPECT_EQ(wordsOf(changes[0]).what, "programs 101, 102 not descrambled yet");
+  EXPECT_EQ(wordsOf(changes[0]).why,
             "CA PMT sent 0.0 s ago; ECM PID 0x1001 present, 0 continuity errors; "
             "no PID descrambled yet (descStat 0x21)");
-  EXPECT_EQ(changes[0].tone, Tone::Plain);
+  EXPECT_EQ(wordsOf(changes[0]).tone, Tone::Plain);
   now.programs[1].pids[0].ecms[0].pid = 0x1002;
-  EXPECT_EQ(changesBetween(before, now)[0].why,
+  EXPECT_EQ(wordsOf(changesBetween(before, now)[0]).why,
             "CA PMT sent 0.0 s ago; ECM PID 0x1001 present, 0 continuity errors; "
             "ECM PID 0x1002 present, 0 continuity errors; no PID descrambled yet (descStat 0x21)");
 }
@@ -269,13 +265,13 @@ TEST(Changes, ACamThatHasNotBegunInTimeFails) {
             Lines{"0/0 program 102 not descrambled, cause: the CAM is suspected | "
                   "ECM PID 0x1001 present, 0 continuity errors; "
                   "some PIDs not descrambled, CAM suspected (descStat 0x11)"});
-  EXPECT_EQ(changesBetween(before, now)[0].tone, Tone::Bad);
+  EXPECT_EQ(wordsOf(changesBetween(before, now)[0]).tone, Tone::Bad);
 }
 
 TEST(Changes, ACauseIsToldAtOnceAlsoAfterACaPmt) {
   CardFinding now = sampleCard(DESC_STAT_OK, DESC_STAT_NO_ECM);
   now.cams[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
-  EXPECT_EQ(changesBetween(sampleCard(), now)[0].what,
+  EXPECT_EQ(wordsOf(changesBetween(sampleCard(), now)[0]).what,
             "program 102 not descrambled, cause: ECMs missing");
 }
 
@@ -285,10 +281,10 @@ TEST(Changes, AFirstCheckInTimeHasTheWholeCamPlain) {
   now.cams[0].caPmtAgeMs = now.programs[0].caPmtAgeMs = now.programs[1].caPmtAgeMs = 0;
   const std::vector<Event> changes = changesBetween(CardFinding{}, now);
   ASSERT_EQ(changes.size(), 3u);
-  EXPECT_EQ(changes[1].what,
+  EXPECT_EQ(wordsOf(changes[1]).what,
             "CAM usable, CA system supported, CA PIDs present, no PID descrambled yet");
   for (const Event &change : changes) {
-    EXPECT_EQ(change.tone, Tone::Plain) << change.what;
+    EXPECT_EQ(wordsOf(change).tone, Tone::Plain) << wordsOf(change).what;
   }
 }
 

@@ -2,12 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "base/Text.h"
-
+#include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "CiIf.h"
+#include "base/Text.h"
 
 namespace chassis {
 namespace {
@@ -63,6 +64,17 @@ TEST(Words, Figures) {
   EXPECT_EQ(secondsText(12340), "12.3 s");
   EXPECT_EQ(countText(1, "error", "errors"), "1 error");
   EXPECT_EQ(countText(0, "error", "errors"), "0 errors");
+}
+
+TEST(Tones, HaveTheNamesOfTheSchema) {
+  std::ifstream file(DOCS "/events.schema.json");
+  const auto schema = nlohmann::json::parse(file);
+  std::vector<std::string> tones;
+  for (const Tone tone : {Tone::Plain, Tone::Good, Tone::Bad, Tone::Faint, Tone::Alarm}) {
+    tones.emplace_back(toneName(tone));
+  }
+  EXPECT_EQ(schema["properties"]["tone"]["enum"].get<std::vector<std::string>>(), tones);
+  EXPECT_EQ(tones.back(), "alarm");
 }
 
 }  // namespace

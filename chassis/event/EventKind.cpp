@@ -1,4 +1,4 @@
-#include "event/Event.h"
+#include "event/EventKind.h"
 
 #include <iterator>
 
@@ -10,7 +10,7 @@ struct KindName {
   const char *name;
 };
 
-constexpr KindName names[] = {
+constexpr KindName kindNames[] = {
     {EventKind::ScriptLine, "script_line"},
     {EventKind::ConsoleLine, "console_line"},
     {EventKind::Remark, "remark"},
@@ -76,26 +76,19 @@ constexpr KindName names[] = {
 };
 
 constexpr bool inOrder() {
-  for (std::size_t i = 0; i < std::size(names); ++i) {
-    if (names[i].kind != static_cast<EventKind>(i)) {
+  for (std::size_t i = 0; i < std::size(kindNames); ++i) {
+    if (kindNames[i].kind != static_cast<EventKind>(i)) {
       return false;
     }
   }
-  return std::size(names) == eventKinds;
+  return std::size(kindNames) == eventKinds;
 }
 static_assert(inOrder());
-
-constexpr const char *toneNames[] = {"plain", "good", "bad", "faint", "alarm"};
-static_assert(std::size(toneNames) == static_cast<std::size_t>(Tone::Alarm) + 1);
 
 }  // namespace
 
 const char *kindName(EventKind kind) {
-  return names[static_cast<std::size_t>(kind)].name;
-}
-
-const char *toneName(Tone tone) {
-  return toneNames[static_cast<std::size_t>(tone)];
+  return kindNames[static_cast<std::size_t>(kind)].name;
 }
 
 }  // namespace chassis
