@@ -9,6 +9,7 @@
 
 #include "base/InputError.h"
 #include "chassis/StreamWriter.h"
+#include "ts/PacketView.h"
 
 namespace chassis {
 namespace {
@@ -236,10 +237,21 @@ class ScriptWithStreams : public testing::Test {
     testing_streams::StreamWriter writer;
     writer.psi({{101, 0x100, 0x201, {{0x02, 0x201, {}}}, {}, 0},
                 {102, 0x101, 0x202, {{0x02, 0x202, {}}}, {}, 0}});
+    writer.pcr(0x201, 0).pcr(0x201, pcrHz / 1000);
     while (writer.packets() < 100) {
       writer.null();
     }
-    return writer.psi({{103, 0x102, 0x203, {{0x02, 0x203, {}}}, {}, 0}}, 1).null().null().bytes();
+    writer.psi({{103, 0x102, 0x203, {{0x02, 0x203, {}}}, {}, 0}}, 1);
+    return writer.pcr(0x203, 0).pcr(0x203, pcrHz / 1000).bytes();
+  }
+  // A program whose clock references are on another PID than its table says, or nowhere.
+  static testing_streams::Bytes clockless() {
+    testing_streams::StreamWriter writer;
+    writer.psi({{101, 0x100, 0x201, {{0x02, 0x201, {}}}, {}, 0}}).pcr(0x202, 0).pcr(0x202, 300);
+    while (writer.packets() < 100) {
+      writer.null();
+    }
+    return writer.bytes();
   }
   void SetUp() override {
     std::string pattern = (fs::temp_directory_path() / "chassis-script-XXXXXX").string();
@@ -338,12 +350,46 @@ TEST_F(ScriptWithStreams, ProgramsThatNoTableHasAreTold) {
                               carried + "\nsub/script:6: program 9" + carried);
 }
 
+TEST_F(ScriptWithStreams, StreamsThatDoNotTellTheirBitrateAreToldWithTheRest) {
+  write("mute.ts", clockless());
+  writeScript(
+      "cardInsert 0, \"near.ts\"\nwait 5\ncardInsert 1, \"mute.ts\"\nprogAssign 1, 7, 1\n"
+      "cardInsert 2, \"mute.ts\", 1000000\nprobeInsert 3, \"sub/near.ts\", \"mute.ts\"");
+  const std::string mute =
+      "'mute.ts' does not tell its bitrate: the PMT gives PID 0x0201 for clock references (PCR), "
+      "and there are none on it; give one in bit/s: cardInsert slot, \"mute.ts\", 38000000\n";
+  EXPECT_EQ(errorOfSub() + "\n", "sub/script:3: " + mute +
+                                     "sub/script:4: program 7 is not in 'mute.ts', which carries "
+                                     "101\nsub/script:6: " +
+                                     mute);
+}
+
+// Read no further than to the second clock reference; without one, to the end.
+TEST_F(ScriptWithStreams, TheBitrateIsLookedForAsFarAsItTakes) {
+  int asked = 0;
+  StreamPrograms counting([&asked] { return [&asked](const Progress &) { return ++asked > 0; }; });
+  write("sub/mute.ts", clockless());
+  for (const char *name : {"near.ts", "mute.ts"}) {
+    fs::resize_file(folder_ / "sub" / name, 16 << 20);
+    counting.require("sub/" + std::string(name));
+  }
+  asked = 0;
+  counting.requireBitrate("sub/near.ts");
+  EXPECT_LE(asked, 1);
+  EXPECT_THROW(counting.requireBitrate("sub/mute.ts"), InputError);
+  EXPECT_GE(asked, 3);
+  asked = 0;
+  EXPECT_THROW(counting.requireBitrate("sub/mute.ts"), InputError);
+  EXPECT_EQ(asked, 0) << "a file is read once";
+}
+
 // For its first tables, or for the last of its programs. What was wrong before is of no interest.
 TEST_F(ScriptWithStreams, ReadingAStreamCanBeInterrupted) {
   const auto never = [] { return [](const Progress &) { return false; }; };
   const auto always = [] { return [](const Progress &) { return true; }; };
   write("sub/zeros.ts", {});
-  for (const char *name : {"zeros.ts", "near.ts"}) {
+  write("sub/mute.ts", clockless());
+  for (const char *name : {"zeros.ts", "near.ts", "mute.ts"}) {
     fs::resize_file(folder_ / "sub" / name, 16 << 20);
     writeScript("wait\ncardInsert 0, \"" + std::string(name) + "\"\nprogAssign 0, 7, 1");
     StreamPrograms interrupted(never);
