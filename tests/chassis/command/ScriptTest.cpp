@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <system_error>
 
 #include "base/InputError.h"
 #include "chassis/StreamWriter.h"
@@ -219,6 +221,40 @@ TEST(Script, ALineWithoutAnEndIsRefusedSoon) {
     EXPECT_STREQ(error.what(), "x:1: the line is too long; write 1000 characters at most");
   }
   EXPECT_LE(endless.taken, 2u << 20);
+}
+
+// Text whose reading fails behind its last byte.
+class FailingText : public std::stringbuf {
+ public:
+  using std::stringbuf::stringbuf;
+
+ protected:
+  int_type underflow() override {
+    const int_type next = std::stringbuf::underflow();
+    if (traits_type::eq_int_type(next, traits_type::eof())) {
+      throw std::system_error(EIO, std::generic_category());
+    }
+    return next;
+  }
+};
+
+TEST(Script, AReadThatFailsIsNotTheEnd) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "x:1: cannot be read any further: Input/output error"},
+      {"wait 1\nwait 2\n", "x:3: cannot be read any further: Input/output error"},
+      {"wait\nwait 2\nwai",
+       "x:1: wait takes 1 argument, not 0; write wait seconds\n"
+       "x:3: cannot be read any further: Input/output error"}};
+  for (const auto &[text, error] : cases) {
+    FailingText buffer(text);
+    std::istream lines(&buffer);
+    try {
+      readScript("x", lines);
+      FAIL() << text;
+    } catch (const InputError &told) {
+      EXPECT_EQ(told.what(), error);
+    }
+  }
 }
 
 TEST(Script, BehindALongLineReadingGoesOn) {
