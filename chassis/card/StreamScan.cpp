@@ -90,7 +90,7 @@ std::string pcrTrouble(const std::string &path, const Psi &psi, const PcrRulers 
     return "";
   }
   return "'" + path + "' does not tell its bitrate: " + pcrsFound(psi, rulers) +
-         "; give one in bit/s: cardInsert slot, \"" + path + "\", 38000000";
+         "; a card can be given one in bit/s: cardInsert slot, \"" + path + "\", 38000000";
 }
 
 void requirePcrs(const std::string &path, const Psi &psi, const PcrRulers &rulers) {

@@ -46,6 +46,12 @@ std::string onward(std::size_t columns) {
 
 struct Editor::State {
   explicit State(Config given) : config(std::move(given)), typing([this] { readLines(); }) {}
+  ~State() {
+    std::fclose(drawn);
+    std::free(drawnText);
+  }
+  State(const State &) = delete;
+  State &operator=(const State &) = delete;
 
   // in the coroutine
   void readLines();
@@ -428,8 +434,6 @@ Editor::~Editor() {
   }
   el_end(state_->edit);
   history_end(state_->history);
-  std::fclose(state_->drawn);
-  std::free(state_->drawnText);
 }
 
 void Editor::feed(const std::string &given) {

@@ -393,7 +393,8 @@ TEST_F(ScriptWithStreams, StreamsThatDoNotTellTheirBitrateAreToldWithTheRest) {
       "cardInsert 2, \"mute.ts\", 1000000\nprobeInsert 3, \"sub/near.ts\", \"mute.ts\"");
   const std::string mute =
       "'mute.ts' does not tell its bitrate: the PMT gives PID 0x0201 for clock references (PCR), "
-      "and there are none on it; give one in bit/s: cardInsert slot, \"mute.ts\", 38000000\n";
+      "and there are none on it; a card can be given one in bit/s: cardInsert slot, "
+      "\"mute.ts\", 38000000\n";
   EXPECT_EQ(errorOfSub() + "\n", "sub/script:3: " + mute +
                                      "sub/script:4: program 7 is not in 'mute.ts', which carries "
                                      "101\nsub/script:6: " +
