@@ -143,9 +143,10 @@ int ChassisRun::run() {
     }
   }
   const int status = interface_->status();
+  const std::string inputTrouble = interface_->inputTrouble();
   end();
-  if (!unexpected.empty()) {
-    complainLines("ci-chassis", unexpected);
+  for (const std::string &trouble : {unexpected, inputTrouble}) {
+    complainLines("ci-chassis", trouble);
   }
   return status == exitDone && agenda_.unexpected() ? exitUnexpected : status;
 }

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iostream>
+#include <istream>
 #include <limits>
 
 #include "Version.h"
@@ -22,6 +22,7 @@
 #include "base/InputError.h"
 #include "base/Number.h"
 #include "console/Colour.h"
+#include "io/DescriptorText.h"
 
 namespace {
 
@@ -95,8 +96,12 @@ Script scriptOf(const Options &options, const BeginWork &begin) {
   }
   StreamPrograms streams(begin);
   const ScriptSetting setting{Shell::names(), &streams};
-  return options.script == standardStream ? readScript("standard input", std::cin, setting)
-                                          : readScript(options.script, setting);
+  if (options.script != standardStream) {
+    return readScript(options.script, setting);
+  }
+  DescriptorText input(STDIN_FILENO);
+  std::istream lines(&input);
+  return readScript("standard input", lines, setting);
 }
 
 std::string historyPath() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/InputError.h"
 #include "card/StreamScan.h"
 #include "ts/Psi.h"
 #include "ts/TsFile.h"
@@ -62,7 +63,18 @@ GoOn StreamPrograms::begun() const {
 
 void StreamPrograms::require(const std::string &path) {
   if (files_.count(path) == 0) {
-    files_[path] = {firstPrograms(path, begun()), {}};
+    files_[path] = {firstPrograms(path, begun()), {}, {}};
+  }
+}
+
+void StreamPrograms::requireBitrate(const std::string &path) {
+  require(path);
+  std::optional<std::string> &trouble = files_.at(path).bitrateTrouble;
+  if (!trouble) {
+    trouble = bitrateTrouble(path, begun());
+  }
+  if (!trouble->empty()) {
+    throw InputError(*trouble);
   }
 }
 

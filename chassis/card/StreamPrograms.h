@@ -1,8 +1,10 @@
-// Which programs stream files carry, read no further than the question needs.
+// Which programs stream files carry and whether they tell their bitrate, read no further than the
+// question needs.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +22,10 @@ class StreamPrograms {
   // program with a PMT; and Interrupted. What is wrong behind the first tables is not seen.
   void require(const std::string &path);
 
+  // Throws as require does, and where the PCRs do not tell the bitrate: with the words of
+  // scanStream.
+  void requireBitrate(const std::string &path);
+
   // Of a file that require has let pass: whether any table of it has the program. Throws
   // Interrupted.
   bool carries(const std::string &path, std::uint16_t program);
@@ -31,6 +37,7 @@ class StreamPrograms {
   struct Known {
     std::vector<std::uint16_t> first;
     std::vector<std::uint16_t> all;  // empty until it is asked for
+    std::optional<std::string> bitrateTrouble;
   };
   GoOn begun() const;
 

@@ -49,6 +49,12 @@ class CcEnds {
 
 using PcrRulers = std::map<std::uint16_t, PcrRuler>;
 
+void addPcr(PcrRulers &rulers, const PacketView &view, std::uint64_t packet) {
+  if (const auto pcr = view.pcr()) {
+    rulers[view.pid()].add(*pcr, packet, view.discontinuity());
+  }
+}
+
 double measuredBitrate(const Psi &psi, const PcrRulers &rulers) {
   for (const PsiProgram &program : psi.programs) {
     const auto ruler = rulers.find(program.pcrPid);
@@ -60,7 +66,7 @@ double measuredBitrate(const Psi &psi, const PcrRulers &rulers) {
 }
 
 // Which PIDs the PMTs give for clock references, and what is on them.
-std::string pcrTrouble(const Psi &psi, const PcrRulers &rulers) {
+std::string pcrsFound(const Psi &psi, const PcrRulers &rulers) {
   std::vector<std::string> pids;
   bool some = false;
   for (const PsiProgram &program : psi.programs) {
@@ -79,10 +85,18 @@ std::string pcrTrouble(const Psi &psi, const PcrRulers &rulers) {
          (pids.size() == 1 ? "it" : "them");
 }
 
+std::string pcrTrouble(const std::string &path, const Psi &psi, const PcrRulers &rulers) {
+  if (measuredBitrate(psi, rulers) > 0) {
+    return "";
+  }
+  return "'" + path + "' does not tell its bitrate: " + pcrsFound(psi, rulers) +
+         "; a card can be given one in bit/s: cardInsert slot, \"" + path + "\", 38000000";
+}
+
 void requirePcrs(const std::string &path, const Psi &psi, const PcrRulers &rulers) {
-  if (measuredBitrate(psi, rulers) <= 0) {
-    throw InputError("'" + path + "' does not tell its bitrate: " + pcrTrouble(psi, rulers) +
-                     "; give one in bit/s: cardInsert slot, \"" + path + "\", 38000000");
+  const std::string trouble = pcrTrouble(path, psi, rulers);
+  if (!trouble.empty()) {
+    throw InputError(trouble);
   }
 }
 
@@ -120,6 +134,22 @@ void requirePrograms(const std::string &path, const PsiReader &psi) {
   }
 }
 
+std::string bitrateTrouble(const std::string &path, const GoOn &goOn) {
+  PsiReader psi;
+  PcrRulers rulers;
+  TsFile file(path, goOn);
+  TsPacket packet;
+  while (measuredBitrate(psi.psi(), rulers) <= 0 && file.goesOn() && file.next(packet)) {
+    const PacketView view(packet);
+    if (!view.transportError()) {
+      psi.push(packet);
+      addPcr(rulers, view, file.packets());
+    }
+  }
+  file.requireUninterrupted();
+  return pcrTrouble(path, psi.psi(), rulers);
+}
+
 StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn &goOn) {
   StreamScan scan;
   PsiReader whole;
@@ -137,8 +167,8 @@ StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn
     ccEnds->add(view);
     if (const auto pcr = view.pcr()) {
       scan.firstPcrs.emplace(view.pid(), StreamScan::PcrMark{*pcr, file.packets() - 1});
-      rulers[view.pid()].add(*pcr, file.packets(), view.discontinuity());
     }
+    addPcr(rulers, view, file.packets());
   }
   file.requireUninterrupted();
   if (goOn) {

@@ -37,6 +37,10 @@ constexpr std::uint64_t maxBitrate = 1000000000;
 // Throws Interrupted when goOn says no.
 StreamScan scanStream(const std::string &path, std::uint64_t bitrate, const GoOn &goOn = nullptr);
 
+// What scanStream throws where the file does not tell its bitrate by its PCRs; empty: it does. No
+// more is read than shows it. Throws Interrupted when goOn says no.
+std::string bitrateTrouble(const std::string &path, const GoOn &goOn = nullptr);
+
 // Throws InputError that names the file when what was read of it has no PAT or no program with a
 // PMT.
 void requirePrograms(const std::string &path, const PsiReader &psi);

@@ -326,6 +326,10 @@ std::vector<std::string *> streamsOf(const Function &function, Values &values) {
   return streams;
 }
 
+bool givesBitrate(const Function &function, const Values &values) {
+  return indexOf(function, bitrate, values) < values.size();
+}
+
 bool speaksForItself(const Function &function) {
   return !function.params.empty() && function.params[0]->form == Form::Text;
 }

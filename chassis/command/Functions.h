@@ -68,6 +68,9 @@ std::optional<std::uint16_t> programOf(const Function &function, const Values &v
 // The streams that a call names.
 std::vector<std::string *> streamsOf(const Function &function, Values &values);
 
+// Whether it says how fast its stream goes.
+bool givesBitrate(const Function &function, const Values &values);
+
 // Its call is no news by itself: it writes its own line.
 bool speaksForItself(const Function &function);
 

@@ -70,7 +70,15 @@ void Rehearsal::insertCard(const Function &function, const Values &values, Slot 
     if (streams_ != nullptr && isPlayed(url)) {
       streams_->require(url.path);
       slot.stream = streams.size() == 1 ? url.path : "";
+      requireBitrate(function, values, url.path);
     }
+  }
+}
+
+void Rehearsal::requireBitrate(const Function &function, const Values &values,
+                               const std::string &path) const {
+  if (!givesBitrate(function, values)) {
+    streams_->requireBitrate(path);
   }
 }
 

@@ -34,6 +34,8 @@ class Rehearsal {
   void requireProgram(const Function &function, const Values &values, const Slot &slot);
   void follow(const Function &function, const Values &values);
   void insertCard(const Function &function, const Values &values, Slot &slot);
+  void requireBitrate(const Function &function, const Values &values,
+                      const std::string &path) const;
 
   StreamPrograms *const streams_;
   std::array<Slot, MAX_BOARD_NUM> slots_;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <system_error>
 
 #include "base/InputError.h"
 #include "base/Text.h"
@@ -45,6 +46,7 @@ class Reader {
   Script read(std::istream &lines);
 
  private:
+  void readLines(std::istream &lines);
   void readLine(const std::string &text, std::size_t number);
   Call callOf(const std::string &text, std::size_t number);
   void requireFunction(const std::string &name) const;
@@ -58,12 +60,27 @@ class Reader {
   const std::string folder_;  // that stream files are looked for in first; empty: none
   const ScriptSetting &setting_;
   Rehearsal rehearsal_;
+  std::size_t number_ = 1;  // of the line that is read
   std::vector<std::string> errors_;
 };
 
 Script Reader::read(std::istream &lines) {
+  lines.exceptions(std::ios::badbit);
+  try {
+    readLines(lines);
+  } catch (const std::system_error &error) {
+    complain(number_, "cannot be read any further: " + error.code().message());
+  }
+  if (!errors_.empty()) {
+    throw InputError(joined(errors_, "\n"));
+  }
+  return std::move(script_);
+}
+
+void Reader::readLines(std::istream &lines) {
   std::string text;
-  for (std::size_t number = 1; nextLine(lines, text) && errors_.size() < errorsTold; ++number) {
+  for (std::size_t &number = number_; nextLine(lines, text) && errors_.size() < errorsTold;
+       ++number) {
     if (text.find('\0') != std::string::npos) {
       complain(number, "a zero byte: this is no text; write the name of a script");
       break;
@@ -71,10 +88,6 @@ Script Reader::read(std::istream &lines) {
     const bool marked = number == 1 && text.rfind(byteOrderMark, 0) == 0;
     readLine(marked ? text.substr(std::strlen(byteOrderMark)) : text, number);
   }
-  if (!errors_.empty()) {
-    throw InputError(joined(errors_, "\n"));
-  }
-  return std::move(script_);
 }
 
 void Reader::readLine(const std::string &text, std::size_t number) {

@@ -29,7 +29,8 @@ struct ScriptSetting {
 };
 
 // The streams that a script names are looked for in its own folder, then in the working directory.
-// Throw InputError: a file that cannot be read, or one line with file and line for each call that
+// Throw InputError: a file that cannot be read, to its end or at all (lines: its buffer throws
+// std::system_error then), or one line with file and line for each call that
 // cannot be read, names a card or CAM that no earlier line has put in, a stream file that cannot
 // be played or a program that it does not carry; a hundred such lines at most. And Interrupted,
 // where the setting's streams do.

@@ -1,4 +1,4 @@
-// Whether what is shown has colours.
+// Whether what is shown has colours, and codes that move the cursor and erase.
 #pragma once
 
 namespace chassis {
@@ -8,5 +8,11 @@ namespace chassis {
 bool wantsColour(bool terminal, const char *noColor, const char *term);
 
 bool outputWantsColour();  // of standard output, by the environment
+
+// Whether a terminal of this kind takes codes at all: not one that is dumb or unknown (null,
+// empty).
+bool takesCodes(const char *term);
+
+bool outputTakesCodes();  // by the environment
 
 }  // namespace chassis

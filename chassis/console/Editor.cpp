@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "console/Colour.h"
 #include "console/Completion.h"
 #include "console/Coroutine.h"
 #include "console/LineCells.h"
@@ -28,10 +29,29 @@ bool isEmptyOrMissing(const std::string &path) {
   return stat(path.c_str(), &file) != 0 || (S_ISREG(file.st_mode) && file.st_size == 0);
 }
 
+// Nothing for none: a terminal takes 0 for 1.
+std::string moved(std::size_t count, char where) {
+  return count == 0 ? "" : "\033[" + std::to_string(count) + where;
+}
+
+std::string up(std::size_t rows) {
+  return moved(rows, 'A');
+}
+
+std::string onward(std::size_t columns) {
+  return moved(columns, 'C');
+}
+
 }  // namespace
 
 struct Editor::State {
   explicit State(Config given) : config(std::move(given)), typing([this] { readLines(); }) {}
+  ~State() {
+    std::fclose(drawn);
+    std::free(drawnText);
+  }
+  State(const State &) = delete;
+  State &operator=(const State &) = delete;
 
   // in the coroutine
   void readLines();
@@ -49,13 +69,27 @@ struct Editor::State {
   void openHistory();
   void takeLine(const char *text, int size);
   int width();
+  std::size_t cellsOf(const std::wstring &text);
   std::size_t cursorCell();
-  std::string toPrompt();
+  std::string toPrompt() const;
+  std::string takeDrawn();
+  void passDrawn();
+  void settle();
+  void paint();
   void paintGlyphs();
   void hide();
   void show();
 
   const Config config;
+  const bool takesCodes = outputTakesCodes();
+  char *drawnText = nullptr;
+  std::size_t drawnSize = 0;
+  FILE *const drawn = open_memstream(&drawnText, &drawnSize);  // by the library, not shown yet
+  // The line as it is shown: the cursor's row below the prompt, all cells, characters of other than
+  // one cell in it.
+  std::size_t row = 0;
+  std::size_t cells = 0;
+  bool odd = false;
   EditLine *edit = nullptr;
   History *history = nullptr;
   std::string historyTrouble;
@@ -79,6 +113,9 @@ void Editor::State::readLines() {
     el_set(edit, EL_PREP_TERM, 1);
     const char *text = el_gets(edit, &size);
     atLine = false;
+    passDrawn();
+    row = cells = 0;
+    odd = false;
     if (closing) {
       return;
     }
@@ -109,13 +146,16 @@ void Editor::State::takeLine(const char *text, int size) {
 int Editor::State::nextCharacter(wchar_t *c) {
   for (;;) {
     while (bytes.empty() && !closing && !dropping) {
-      paintGlyphs();
+      settle();
       typing.wait();
     }
     if (closing || dropping) {
       return 0;
     }
     const char byte = bytes.front();
+    if (byte == '\r' || byte == '\n') {
+      settle();  // what ends the line begins where the cursor is
+    }
     bytes.pop_front();
     const std::size_t read = std::mbrtowc(c, &byte, 1, &decoding);
     if (read == static_cast<std::size_t>(-1)) {
@@ -199,45 +239,98 @@ int Editor::State::width() {
   return columns > 0 ? columns : defaultWidth;
 }
 
-// Cells between the beginning of the prompt and the cursor, in a terminal that folds long lines.
-std::size_t Editor::State::cursorCell() {
-  const LineInfoW *line = el_wline(edit);
+// Of the prompt with the text behind it, in a terminal that folds long lines.
+std::size_t Editor::State::cellsOf(const std::wstring &text) {
   const auto columns = static_cast<std::size_t>(width());
   std::size_t at = config.prompt.size();
-  for (const wchar_t *c = line->buffer; c < line->cursor; ++c) {
-    at = cellsBehind(*c, at, columns);
+  for (const wchar_t c : text) {
+    at = cellsBehind(c, at, columns);
   }
   return at;
 }
 
-// What brings the cursor to the beginning of the prompt.
-std::string Editor::State::toPrompt() {
-  const std::size_t row = cursorCell() / static_cast<std::size_t>(width());
-  return (row > 0 ? "\033[" + std::to_string(row) + "A" : std::string()) + "\r";
+// A wide character that has no room in its row takes the cursor before it to the next one.
+std::size_t Editor::State::cursorCell() {
+  const auto columns = static_cast<std::size_t>(width());
+  const std::size_t at = cellsOf(beforeCursor());
+  const bool goesDown = hasWide(behindCursor().substr(0, 1)) && at % columns + 1 == columns;
+  return at + (goesDown ? 1 : 0);
 }
 
-// The library leaves marks out where it draws anew, and terminals differ in the cells that they
-// give to emoji. So the line is drawn over it, and up to the cursor once more: that brings the
-// cursor to where this terminal has it.
-void Editor::State::paintGlyphs() {
-  if (!atLine || paused || !isPlainWithGlyphs(beforeCursor() + behindCursor())) {
+// What brings the cursor to the beginning of the prompt, as far as the terminal can.
+std::string Editor::State::toPrompt() const {
+  return (takesCodes ? up(row) : "") + "\r";
+}
+
+// What the library has drawn since the last call.
+std::string Editor::State::takeDrawn() {
+  std::fflush(drawn);
+  std::string text(drawnText, drawnSize);
+  std::rewind(drawn);
+  return text;
+}
+
+void Editor::State::passDrawn() {
+  const std::string text = takeDrawn();
+  if (!text.empty()) {
+    writeStandardOutput(text);
+  }
+}
+
+// Shows the line as it is now.
+void Editor::State::settle() {
+  if (!atLine || paused) {
     return;
   }
+  const std::wstring text = beforeCursor() + behindCursor();
+  const bool wasOdd = std::exchange(odd, hasWide(text) || hasGlyphs(text));
+  if (!takesCodes || !isPlain(text) || !(odd || wasOdd)) {
+    passDrawn();
+  } else if (hasGlyphs(text)) {
+    paintGlyphs();
+  } else {
+    paint();
+  }
+  row = cursorCell() / static_cast<std::size_t>(width());
+  cells = cellsOf(text);
+}
+
+// The library miscounts cells where it draws changes of wide characters or goes back over them, so
+// a line that has some is drawn as a whole.
+void Editor::State::paint() {
+  const auto columns = static_cast<std::size_t>(width());
+  const std::size_t end = cellsOf(beforeCursor() + behindCursor());
+  const std::size_t at = cursorCell();
+  const LineInfo *line = el_line(edit);
+  hide();
+  writeStandardOutput(config.prompt + std::string(line->buffer, line->lastchar) +
+                      (end % columns == 0 ? "\r\n" : "") + up(end / columns - at / columns) + "\r" +
+                      onward(at % columns));
+}
+
+// Terminals differ in the cells that they give to emoji. So the line is drawn up to the cursor once
+// more: that brings the cursor to where this terminal has it.
+void Editor::State::paintGlyphs() {
   const LineInfo *line = el_line(edit);
   const std::string before = config.prompt + std::string(line->buffer, line->cursor);
   const std::string behind(line->cursor, line->lastchar);
   const bool rowIsFull = cursorCell() % static_cast<std::size_t>(width()) == 0;
+  takeDrawn();
   writeStandardOutput(toPrompt() + "\0337\033[J" + before + behind + "\0338" + before +
                       (rowIsFull ? "\r\n" : ""));
 }
 
+// A terminal without codes cannot go up: of a line that is folded the rows above stay.
 void Editor::State::hide() {
-  writeStandardOutput(toPrompt() + "\033[J");
+  takeDrawn();
+  const std::string blanks(std::min(cells, static_cast<std::size_t>(width()) - 1), ' ');
+  writeStandardOutput(toPrompt() + (takesCodes ? "\033[J" : blanks + "\r"));
+  row = 0;
 }
 
 void Editor::State::show() {
   el_set(edit, EL_REFRESH);
-  paintGlyphs();
+  settle();
 }
 
 // A file that is no history is somebody else's: it is left alone.
@@ -313,7 +406,8 @@ void addCommands(EditLine *edit) {
 }  // namespace
 
 Editor::Editor(Config config) : state_(std::make_unique<State>(std::move(config))) {
-  EditLine *edit = el_init("ci-chassis", stdin, stdout, stderr);
+  EditLine *edit = el_init_fd("ci-chassis", stdin, state_->drawn, stderr, STDIN_FILENO,
+                              STDOUT_FILENO, STDERR_FILENO);
   if (edit == nullptr) {
     throw std::runtime_error("the terminal cannot be used");
   }
@@ -381,6 +475,7 @@ void Editor::write(const std::string &text) {
 
 void Editor::resized() {
   el_resize(state_->edit);
+  state_->row = state_->cursorCell() / static_cast<std::size_t>(state_->width());
 }
 
 void Editor::pause() {

@@ -89,6 +89,7 @@ void InputAndSignals::readBytes() {
     return;
   }
   open_ = size > 0;
+  failure_ = size < 0 ? errno : 0;
   take_(std::string(buffer.data(), static_cast<std::size_t>(open_ ? size : 0)));
 }
 

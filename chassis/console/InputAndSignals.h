@@ -21,8 +21,10 @@ class InputAndSignals {
   InputAndSignals(const InputAndSignals &) = delete;
   InputAndSignals &operator=(const InputAndSignals &) = delete;
 
-  // The end of the input comes as no bytes, once. Null: standard input is not read.
+  // The end of the input comes as no bytes, once, and so does a read that fails. Null: standard
+  // input is not read.
   void onBytes(std::function<void(const std::string &bytes)> take) { take_ = std::move(take); }
+  int failure() const { return failure_; }     // errno of the read that failed; 0: none has
   void setReading(bool on) { reading_ = on; }  // off: bytes stay where they are
   void onSignal(std::function<void(int signal)> take) { takeSignal_ = std::move(take); }
 
@@ -42,6 +44,7 @@ class InputAndSignals {
   std::function<void(const std::string &)> take_;
   std::function<void(int)> takeSignal_;
   bool open_ = true;
+  int failure_ = 0;
   bool reading_ = true;
 };
 

@@ -66,10 +66,15 @@ std::size_t lastGlyph(std::wstring_view text) {
   return size;
 }
 
-bool isPlainWithGlyphs(std::wstring_view text) {
-  if (!std::all_of(text.begin(), text.end(), isShownAsItIs)) {
-    return false;
-  }
+bool hasWide(std::wstring_view text) {
+  return std::any_of(text.begin(), text.end(), [](wchar_t c) { return wcwidth(c) > 1; });
+}
+
+bool isPlain(std::wstring_view text) {
+  return std::all_of(text.begin(), text.end(), isShownAsItIs);
+}
+
+bool hasGlyphs(std::wstring_view text) {
   while (!text.empty() && !isMark(text[0]) && firstGlyph(text) == 1) {
     text.remove_prefix(1);
   }

@@ -17,8 +17,13 @@ std::size_t cellsBehind(wchar_t c, std::size_t at, std::size_t columns);
 std::size_t firstGlyph(std::wstring_view text);
 std::size_t lastGlyph(std::wstring_view text);
 
-// Whether there are glyphs of several characters or without a width of their own, and nothing that
-// the editor shows otherwise than it is.
-bool isPlainWithGlyphs(std::wstring_view text);
+// Whether there are characters that take two cells.
+bool hasWide(std::wstring_view text);
+
+// Whether the editor shows all of it as it is: no tabs, no control characters.
+bool isPlain(std::wstring_view text);
+
+// Whether there are glyphs of several characters or without a width of their own.
+bool hasGlyphs(std::wstring_view text);
 
 }  // namespace chassis

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <utility>
 
 #include "base/ExitStatus.h"
@@ -96,9 +97,18 @@ void UserInterface::take(const std::string &bytes) {
   inputOver_ = bytes.empty();
   if (mode_ == InputMode::Terminal) {
     takeTyped(bytes);
+  } else if (outside_.failure() != 0) {
+    takeFailure(outside_.failure());
   } else {
     takePiped(bytes);
   }
+}
+
+// What came of the line does not run: nobody knows what it would have been.
+void UserInterface::takeFailure(int reason) {
+  inputTrouble_ = "standard input:" + std::to_string(lines_ + 1) +
+                  ": cannot be read any further: " + std::strerror(reason);
+  end(exitBadInput);
 }
 
 void UserInterface::takeTyped(const std::string &bytes) {
@@ -115,6 +125,7 @@ void UserInterface::takeTyped(const std::string &bytes) {
 void UserInterface::takePiped(const std::string &bytes) {
   for (const char c : inputOver_ && !partial_.empty() ? std::string("\n") : bytes) {
     if (c == '\n') {
+      ++lines_;
       agenda_->type(withoutReturn(partial_));
       partial_.clear();
     } else if (partial_.size() <= longestLine) {

@@ -53,6 +53,9 @@ class UserInterface {
   void showRun(const Progress &progress) { progress_.show(progress); }
 
   bool inputOver() const { return inputOver_; }
+  // Why a pipe could not be read to its end, with the line that is missing, which ends the run;
+  // empty: it could, or not yet.
+  const std::string &inputTrouble() const { return inputTrouble_; }
   bool ended() const { return ended_; }   // a person or a signal wants the end of the run
   int status() const { return status_; }  // exit status: 0, or 128 and the signal's number
 
@@ -60,6 +63,7 @@ class UserInterface {
   void take(const std::string &bytes);
   void takeTyped(const std::string &bytes);
   void takePiped(const std::string &bytes);
+  void takeFailure(int reason);
   void takeSignal(int signal);
   void interrupt();
   void stop();
@@ -74,7 +78,9 @@ class UserInterface {
   bool working_ = false;  // it is asked whether long work goes on
   ProgressLine progress_;
   ProgressPace progressAtPrompt_;
-  std::string partial_;  // of a piped line
+  std::string partial_;    // of a piped line
+  std::size_t lines_ = 0;  // that came through the pipe
+  std::string inputTrouble_;
   bool inputOver_ = false;
   bool leaving_ = false;  // the last thing typed was Ctrl-C, with nothing to break off
   bool ended_ = false;

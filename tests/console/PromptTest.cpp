@@ -363,6 +363,142 @@ TEST_F(Prompt, ALineOfWideCharactersIsRedrawnWhole) {
   EXPECT_TRUE(hasRow(terminal, "六七八九十一二三四五"));
 }
 
+// The rows from the last prompt on, without blanks behind them, `least` of them or more.
+std::vector<std::string> lineOn(const Terminal &terminal, std::size_t least) {
+  std::vector<std::string> rows = terminal.screen();
+  const auto isPrompt = [](const std::string &row) { return row.rfind("-> ", 0) == 0; };
+  const auto prompt = std::find_if(rows.rbegin(), rows.rend(), isPrompt);
+  rows.erase(rows.begin(), prompt == rows.rend() ? rows.end() : prompt.base() - 1);
+  for (std::string &row : rows) {
+    row.erase(row.find_last_not_of(' ') + 1);
+  }
+  while (rows.size() > least && rows.back().empty()) {
+    rows.pop_back();
+  }
+  rows.resize(std::max(rows.size(), least));
+  return rows;
+}
+
+// A line of the prompt in a terminal that does not part wide characters at its margin.
+class FoldedLine {
+ public:
+  explicit FoldedLine(std::size_t columns) : columns_(columns) {}
+
+  void insert(const std::wstring &text) {
+    text_.insert(at_, text);
+    at_ += text.size();
+  }
+  void moveBack() { at_ -= at_ > 0 ? 1 : 0; }
+  void moveOn() { at_ += at_ < text_.size() ? 1 : 0; }
+  void rubOut() {
+    if (at_ > 0) {
+      text_.erase(--at_, 1);
+    }
+  }
+
+  // The rows, without blanks at their ends, and the cursor's place in them.
+  struct Folded {
+    std::vector<std::string> rows;
+    std::size_t row = 0;
+    std::size_t column = 0;
+  };
+  Folded folded() const {
+    Folded folded{{text_.empty() ? "->" : "-> "}, 0, 3};
+    std::size_t column = 3;
+    for (std::size_t i = 0; i <= text_.size(); ++i) {
+      const std::size_t width = i < text_.size() && isWide(text_[i]) ? 2 : 1;
+      if (column + width > columns_) {
+        folded.rows.emplace_back();
+        column = 0;
+      }
+      if (i == at_) {
+        folded.row = folded.rows.size() - 1;
+        folded.column = column;
+      }
+      if (i < text_.size()) {
+        folded.rows.back() += width == 2 ? "\u65E5" : "a";
+        column += width;
+      }
+    }
+    return folded;
+  }
+
+ private:
+  static bool isWide(wchar_t c) { return c == L'\u65E5'; }
+
+  const std::size_t columns_;
+  std::wstring text_;
+  std::size_t at_ = 0;
+};
+
+TEST_F(Prompt, WideCharactersAtTheMarginAreEdited) {
+  using Line = FoldedLine;
+  struct Key {
+    std::string bytes;
+    void (*act)(Line &);
+  };
+  const Key narrow{"a", [](Line &line) { line.insert(L"a"); }};
+  const Key wide{"\u65E5", [](Line &line) { line.insert(L"\u65E5"); }};
+  const Key back{backOneCharacter, [](Line &line) { line.moveBack(); }};
+  const std::vector<Key> keys{narrow,
+                              narrow,
+                              wide,
+                              wide,
+                              back,
+                              back,
+                              {"\033[C", [](Line &line) { line.moveOn(); }},
+                              {rubOut, [](Line &line) { line.rubOut(); }}};
+  for (const unsigned short columns : {20, 21}) {
+    Terminal terminal(folder_, {"--speed", "20"}, {columns, "C.UTF-8"});
+    ASSERT_TRUE(isReady(terminal));
+    Line line(columns);
+    std::mt19937 random(columns);
+    for (int i = 0; i < 150; ++i) {
+      const Key &key = keys[random() % keys.size()];
+      terminal.type(key.bytes);
+      key.act(line);
+      const Line::Folded folded = line.folded();
+      const bool shown = terminal.comesTrue([&] {
+        return terminal.column() == folded.column &&
+               lineOn(terminal, folded.rows.size()) == folded.rows;
+      });
+      ASSERT_TRUE(shown) << columns << " " << i << ", column " << terminal.column() << " of "
+                         << folded.column << testing::PrintToString(terminal.screen());
+      ASSERT_TRUE(terminal.comesTo(folded.rows[folded.row], folded.column));
+    }
+    terminal.type("\x01\r");  // from the beginning of the line its end is still below it
+    ASSERT_TRUE(terminal.sees("error:"));
+    for (const std::string &row : line.folded().rows) {
+      EXPECT_TRUE(hasRow(terminal, row)) << row;
+    }
+  }
+}
+
+// Neither codes of the screen nor of the cursor, whatever is done.
+TEST_F(Prompt, ADumbTerminalGetsAPlainLine) {
+  write("script", "wait 3\nnote \"in between\"\nwait 1\n");
+  TerminalKind kind{60};
+  kind.type = "dumb";
+  Terminal terminal(folder_, {"--script", "script", "--speed", "1"}, kind);
+  ASSERT_TRUE(isReady(terminal));
+  terminal.type("note \"ae\u0301\u65E5\"");
+  ASSERT_TRUE(terminal.sees("in between\r\n-> note "));
+  ASSERT_TRUE(terminal.sees("\u65E5\""));
+  terminal.type(killLine + "stat\tx" + rubOut + backOneCharacter + "\r");
+  ASSERT_TRUE(terminal.sees("no card is in\r\n-> "));
+  terminal.type("test\t\t");
+  ASSERT_TRUE(terminal.sees("test_bit"));
+  terminal.type(interrupt);
+  ASSERT_TRUE(terminal.sees("\r-> "));
+  terminal.type("\x1a");
+  ASSERT_TRUE(terminal.stops());
+  terminal.signal(SIGCONT);
+  ASSERT_TRUE(terminal.sees("-> "));
+  terminal.type("exit\r");
+  EXPECT_EQ(terminal.endStatus(), 0);
+  EXPECT_EQ(terminal.all().find('\033'), std::string::npos);
+}
+
 TEST_F(Prompt, WithoutALocaleNamesAreUtf8AllTheSame) {
   Terminal terminal(folder_, {"--speed", "20"}, {400, "C"});
   ASSERT_TRUE(isReady(terminal));

@@ -53,7 +53,7 @@ void redirect(int descriptor, const char *path) {
     argv.push_back(word.data());
   }
   argv.push_back(nullptr);
-  setenv("TERM", "xterm", 1);
+  setenv("TERM", kind.type, 1);
   setenv("LC_ALL", kind.locale, 1);
   setenv("NO_COLOR", "1", 1);
   setenv("CI_CHASSIS_HISTORY", (folder + "/history").c_str(), 1);
@@ -84,7 +84,9 @@ std::string withoutBlanksBehind(const std::string &row) {
 
 // As much of a terminal as the program uses: it moves up and back, erases, goes to a column. A cell
 // has a character with its combining ones; the second cell of a wide one is empty. Most terminals
-// give each emoji its own cells; some join those that belong together.
+// give each emoji its own cells; some join those that belong together. Behind the last cell of a
+// row the cursor stays there until the next character goes to the next row, and so does a wide
+// character that has one cell left.
 class Display {
  public:
   Display(std::size_t columns, bool joins) : columns_(columns), joins_(joins) {}
@@ -117,11 +119,11 @@ class Display {
   std::size_t plain(const std::string &text, std::size_t at) {
     const char c = text[at];
     if (c == '\r') {
-      column_ = 0;
+      goTo(0);
     } else if (c == '\n') {
       ++row_;
     } else if (c == '\b') {
-      column_ -= column_ > 0 ? 1 : 0;
+      goTo(column_ - (column_ > 0 ? 1 : 0));
     } else if (c != '\a') {
       return character(text, at);
     }
@@ -145,28 +147,45 @@ class Display {
     return joined ? 0 : static_cast<std::size_t>(std::max(0, wcwidth(c)));
   }
   void write(const std::string &bytes, std::size_t width) {
-    if (column_ + width > columns_) {
-      column_ = 0;
+    if (width > 0 && (full_ || column_ + width > columns_)) {
+      goTo(0);
       ++row_;
     }
     Row &row = line();
     row.resize(std::max(row.size(), column_ + width), " ");
-    if (width == 0 && column_ > 0) {
-      row[column_ - 1] += bytes;
+    const std::size_t before = full_ ? column_ : column_ - 1;  // of the character just written
+    const bool behindOne = (full_ || column_ > 0) && before < row.size();
+    const bool widens = joins_ && bytes == "\uFE0F" && behindOne && !row[before].empty();
+    if (width == 0 && behindOne) {
+      row[before] += bytes;
     }
-    if (joins_ && bytes == "\uFE0F" && column_ > 0 && row[column_ - 1].size() > bytes.size()) {
-      row.resize(std::max(row.size(), column_ + 1), " ");
-      row[column_++] = "";
+    for (std::size_t cell = 0; cell < width + (widens ? 1 : 0); ++cell) {
+      setCell(cell == 0 && !widens ? bytes : "");
     }
-    for (std::size_t cell = 0; cell < width; ++cell) {
-      row[column_++] = cell == 0 ? bytes : "";
+  }
+  // A wide character that loses one of its cells is gone.
+  void setCell(const std::string &text) {
+    Row &row = line();
+    row.resize(std::max(row.size(), column_ + 1), " ");
+    if (column_ + 1 < row.size() && row[column_ + 1].empty()) {
+      row[column_ + 1] = " ";
     }
+    if (row[column_].empty() && !text.empty() && column_ > 0) {
+      row[column_ - 1] = " ";
+    }
+    row[column_] = text;
+    full_ = column_ + 1 == columns_;
+    column_ += full_ ? 0 : 1;
+  }
+  void goTo(std::size_t column) {
+    column_ = std::min(column, columns_ - 1);
+    full_ = false;
   }
   std::size_t escape(const std::string &text, std::size_t at) {
     if (text[at] == '7') {
-      saved_ = {row_, column_};
+      saved_ = {row_, column_, full_};
     } else if (text[at] == '8') {
-      std::tie(row_, column_) = saved_;
+      std::tie(row_, column_, full_) = saved_;
     }
     return text[at] == '[' ? control(text, at + 1) : at + 1;
   }
@@ -185,15 +204,16 @@ class Display {
     switch (command) {
       case 'A':
         row_ -= std::min(row_, count);
+        goTo(column_);
         break;
       case 'C':
-        column_ += count;
+        goTo(column_ + count);
         break;
       case 'D':
-        column_ -= std::min(column_, count);
+        goTo(column_ - std::min(column_, count));
         break;
       case 'G':
-        column_ = count - 1;
+        goTo(count - 1);
         break;
       case 'J':
         row.erase(at, row.end());
@@ -208,6 +228,7 @@ class Display {
         break;
       case '@':
         row.insert(at, count, " ");
+        row.resize(std::min(row.size(), columns_));
         break;
       default:
         break;
@@ -224,7 +245,8 @@ class Display {
   std::vector<Row> rows_;
   std::size_t row_ = 0;
   std::size_t column_ = 0;
-  std::pair<std::size_t, std::size_t> saved_;
+  bool full_ = false;  // the last cell of the row has just been written
+  std::tuple<std::size_t, std::size_t, bool> saved_;
 };
 
 }  // namespace
@@ -289,18 +311,26 @@ bool Terminal::sees(const std::string &text) {
   }
 }
 
-testing::AssertionResult Terminal::comesTo(const std::string &row, std::size_t column) {
+bool Terminal::comesTrue(const std::function<bool()> &so) {
   const Time::time_point end = Time::now() + deadline;
-  Display::Cursor cursor;
   for (bool more = true; more && Time::now() < end; more = readMore(pollMs)) {
+    if (so()) {
+      return true;
+    }
+  }
+  return false;
+}
+
+testing::AssertionResult Terminal::comesTo(const std::string &row, std::size_t column) {
+  Display::Cursor cursor;
+  const bool came = comesTrue([&] {
     Display display(columns_, joins_);
     display.put(all_);
     cursor = display.cursor();
-    if (cursor.column == column && cursor.row == row) {
-      return testing::AssertionSuccess();
-    }
-  }
-  return testing::AssertionFailure() << "column " << cursor.column << " of " << cursor.row;
+    return cursor.column == column && cursor.row == row;
+  });
+  return came ? testing::AssertionSuccess()
+              : testing::AssertionFailure() << "column " << cursor.column << " of " << cursor.row;
 }
 
 int Terminal::endStatus() {
@@ -348,6 +378,12 @@ std::vector<std::string> Terminal::screen() const {
   Display display(columns_, joins_);
   display.put(all_);
   return display.rows();
+}
+
+std::size_t Terminal::column() const {
+  Display display(columns_, joins_);
+  display.put(all_);
+  return display.cursor().column;
 }
 
 }  // namespace console

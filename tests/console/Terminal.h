@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@ struct TerminalKind {
   unsigned short columns = 400;
   const char *locale = "C.UTF-8";  // of the program; the terminal itself always takes UTF-8
   bool joins = false;              // shows emoji that belong together as one, two cells wide
+  const char *type = "xterm";      // TERM
   std::string program = CONSOLE_PROGRAM;
   const char *input = nullptr;   // a file that is standard input; null: the terminal
   const char *errors = nullptr;  // a file that standard error goes to; null: the terminal
@@ -31,6 +33,8 @@ class Terminal {
   // Reads until the text has come; false: it did not within the deadline, or the program ended.
   // What came up to the text's end is taken away from what is read later.
   bool sees(const std::string &text);
+  // Reads until it is so; false: it is not within the deadline.
+  bool comesTrue(const std::function<bool()> &so);
   // Reads until the cursor stands in a column of this row, which blanks may follow.
   testing::AssertionResult comesTo(const std::string &row, std::size_t column);
   // All that came since the last text seen, once the program has ended by itself.
@@ -44,6 +48,7 @@ class Terminal {
   const std::string &all() const { return all_; }
   // Its rows, after everything that has come.
   std::vector<std::string> screen() const;
+  std::size_t column() const;  // of the cursor
 
  private:
   bool readMore(int timeoutMs);

@@ -198,14 +198,26 @@ TEST_F(Output, LossDoesNotHideThatSomethingIsNotAsExpected) {
   EXPECT_EQ(linesWith(result.err, "standard output is not whole").size(), 1U) << result.err;
 }
 
+// Each clock reference is one tick later than the one before it.
+Bytes tooFast(Bytes stream) {
+  std::uint8_t ticks = 0;
+  for (std::size_t at = 0; at < stream.size(); at += 188) {
+    if ((stream[at + 3] & 0x20) != 0 && stream[at + 4] > 0 && (stream[at + 5] & 0x10) != 0) {
+      const Bytes clock{0, 0, 0, 0, 0x7E, ++ticks};
+      std::copy(clock.begin(), clock.end(), stream.begin() + static_cast<std::ptrdiff_t>(at + 6));
+    }
+  }
+  return stream;
+}
+
 TEST_F(Output, LossAndBadInputAreBothTold) {
-  // too short for two clock references, which only shows when the whole file is read
-  write("short.ts", Bytes(stream_.begin(), stream_.begin() + 20 * 188));
+  // how fast it would have to go only shows when the whole file is read
+  write("fast.ts", tooFast(Bytes(stream_.begin(), stream_.begin() + 1500 * 188)));
   const Result result =
-      runScript(card + "wait 1\ncardInsert 1, \"short.ts\"", "--output 0:/dev/full");
+      runScript(card + "wait 1\ncardInsert 1, \"fast.ts\"", "--output 0:/dev/full");
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(linesWith(result.err, "is not whole").size(), 1U) << result.err;
-  EXPECT_EQ(linesWith(result.err, "bitrate").size(), 1U) << result.err;
+  EXPECT_EQ(linesWith(result.err, "cannot be played at").size(), 1U) << result.err;
 }
 
 // The program running on its own, with signals as from a shell.

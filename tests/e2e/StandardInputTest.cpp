@@ -1,4 +1,8 @@
 // Lines and scripts that come through standard input.
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+
 #include "Run.h"
 
 namespace e2e {
@@ -24,6 +28,47 @@ TEST_F(StandardInput, AWrongLineOfAScriptIsNamedBeforeAnythingRuns) {
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err.rfind("ci-chassis: standard input:2: ", 0), 0U) << result.err;
+}
+
+// A terminal whose other side has gone has nothing but an error behind the last byte.
+class FailingInput {
+ public:
+  explicit FailingInput(const std::string &text) {
+    int other = -1;
+    EXPECT_EQ(openpty(&file_, &other, nullptr, nullptr, nullptr), 0);
+    termios modes{};
+    EXPECT_EQ(tcgetattr(other, &modes), 0);
+    cfmakeraw(&modes);
+    EXPECT_EQ(tcsetattr(other, TCSANOW, &modes), 0);
+    EXPECT_EQ(::write(other, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(other);
+  }
+  ~FailingInput() { close(file_); }
+  FailingInput(const FailingInput &) = delete;
+  FailingInput &operator=(const FailingInput &) = delete;
+
+  std::string redirection() const { return " <&" + std::to_string(file_); }
+
+ private:
+  int file_ = -1;
+};
+
+TEST_F(StandardInput, AScriptThatCannotBeReadToItsEndDoesNotRun) {
+  const FailingInput input("note \"whole\"\nwait 1\nnote \"pa");
+  const Result result = command(program + " --script - --speed max" + input.redirection());
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "ci-chassis: standard input:3: cannot be read any further: Input/output error\n");
+  EXPECT_EQ(result.out, "");
+}
+
+TEST_F(StandardInput, ConsoleLinesThatCannotBeReadEndTheRunWithAnError) {
+  const FailingInput input("note \"whole\"\nwait 1\nexit");
+  const Result result = command(program + " --console --speed max" + input.redirection());
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "ci-chassis: standard input:3: cannot be read any further: Input/output error\n");
+  EXPECT_EQ(linesWith(result.out, "whole").size(), 1U) << result.out;
 }
 
 TEST_F(StandardInput, ConsoleAnswersLineByLine) {

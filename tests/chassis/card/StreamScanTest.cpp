@@ -146,7 +146,8 @@ TEST(StreamScan, SaysWhatAStreamLacks) {
   StreamWriter noPcr;
   noPcr.psi({program}).payload(0x100);
   expectError(noPcr.bytes(), 0,
-              "the PMT gives PID 0x0100 for clock references (PCR), and there are none on it; give "
+              "the PMT gives PID 0x0100 for clock references (PCR), and there are none on it; a "
+              "card can be given "
               "one in bit/s: cardInsert slot, \"");
 
   StreamWriter onePcr;

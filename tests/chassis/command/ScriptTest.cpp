@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <system_error>
 
 #include "base/InputError.h"
 #include "chassis/StreamWriter.h"
+#include "ts/PacketView.h"
 
 namespace chassis {
 namespace {
@@ -220,6 +223,40 @@ TEST(Script, ALineWithoutAnEndIsRefusedSoon) {
   EXPECT_LE(endless.taken, 2u << 20);
 }
 
+// Text whose reading fails behind its last byte.
+class FailingText : public std::stringbuf {
+ public:
+  using std::stringbuf::stringbuf;
+
+ protected:
+  int_type underflow() override {
+    const int_type next = std::stringbuf::underflow();
+    if (traits_type::eq_int_type(next, traits_type::eof())) {
+      throw std::system_error(EIO, std::generic_category());
+    }
+    return next;
+  }
+};
+
+TEST(Script, AReadThatFailsIsNotTheEnd) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "x:1: cannot be read any further: Input/output error"},
+      {"wait 1\nwait 2\n", "x:3: cannot be read any further: Input/output error"},
+      {"wait\nwait 2\nwai",
+       "x:1: wait takes 1 argument, not 0; write wait seconds\n"
+       "x:3: cannot be read any further: Input/output error"}};
+  for (const auto &[text, error] : cases) {
+    FailingText buffer(text);
+    std::istream lines(&buffer);
+    try {
+      readScript("x", lines);
+      FAIL() << text;
+    } catch (const InputError &told) {
+      EXPECT_EQ(told.what(), error);
+    }
+  }
+}
+
 TEST(Script, BehindALongLineReadingGoesOn) {
   const std::string comment = "#" + std::string(999, 'a') + "\n";
   EXPECT_EQ(read(comment + "wait 1").calls.size(), 1u);
@@ -236,10 +273,21 @@ class ScriptWithStreams : public testing::Test {
     testing_streams::StreamWriter writer;
     writer.psi({{101, 0x100, 0x201, {{0x02, 0x201, {}}}, {}, 0},
                 {102, 0x101, 0x202, {{0x02, 0x202, {}}}, {}, 0}});
+    writer.pcr(0x201, 0).pcr(0x201, pcrHz / 1000);
     while (writer.packets() < 100) {
       writer.null();
     }
-    return writer.psi({{103, 0x102, 0x203, {{0x02, 0x203, {}}}, {}, 0}}, 1).null().null().bytes();
+    writer.psi({{103, 0x102, 0x203, {{0x02, 0x203, {}}}, {}, 0}}, 1);
+    return writer.pcr(0x203, 0).pcr(0x203, pcrHz / 1000).bytes();
+  }
+  // A program whose clock references are on another PID than its table says, or nowhere.
+  static testing_streams::Bytes clockless() {
+    testing_streams::StreamWriter writer;
+    writer.psi({{101, 0x100, 0x201, {{0x02, 0x201, {}}}, {}, 0}}).pcr(0x202, 0).pcr(0x202, 300);
+    while (writer.packets() < 100) {
+      writer.null();
+    }
+    return writer.bytes();
   }
   void SetUp() override {
     std::string pattern = (fs::temp_directory_path() / "chassis-script-XXXXXX").string();
@@ -338,12 +386,47 @@ TEST_F(ScriptWithStreams, ProgramsThatNoTableHasAreTold) {
                               carried + "\nsub/script:6: program 9" + carried);
 }
 
+TEST_F(ScriptWithStreams, StreamsThatDoNotTellTheirBitrateAreToldWithTheRest) {
+  write("mute.ts", clockless());
+  writeScript(
+      "cardInsert 0, \"near.ts\"\nwait 5\ncardInsert 1, \"mute.ts\"\nprogAssign 1, 7, 1\n"
+      "cardInsert 2, \"mute.ts\", 1000000\nprobeInsert 3, \"sub/near.ts\", \"mute.ts\"");
+  const std::string mute =
+      "'mute.ts' does not tell its bitrate: the PMT gives PID 0x0201 for clock references (PCR), "
+      "and there are none on it; a card can be given one in bit/s: cardInsert slot, "
+      "\"mute.ts\", 38000000\n";
+  EXPECT_EQ(errorOfSub() + "\n", "sub/script:3: " + mute +
+                                     "sub/script:4: program 7 is not in 'mute.ts', which carries "
+                                     "101\nsub/script:6: " +
+                                     mute);
+}
+
+// Read no further than to the second clock reference; without one, to the end.
+TEST_F(ScriptWithStreams, TheBitrateIsLookedForAsFarAsItTakes) {
+  int asked = 0;
+  StreamPrograms counting([&asked] { return [&asked](const Progress &) { return ++asked > 0; }; });
+  write("sub/mute.ts", clockless());
+  for (const char *name : {"near.ts", "mute.ts"}) {
+    fs::resize_file(folder_ / "sub" / name, 16 << 20);
+    counting.require("sub/" + std::string(name));
+  }
+  asked = 0;
+  counting.requireBitrate("sub/near.ts");
+  EXPECT_LE(asked, 1);
+  EXPECT_THROW(counting.requireBitrate("sub/mute.ts"), InputError);
+  EXPECT_GE(asked, 3);
+  asked = 0;
+  EXPECT_THROW(counting.requireBitrate("sub/mute.ts"), InputError);
+  EXPECT_EQ(asked, 0) << "a file is read once";
+}
+
 // For its first tables, or for the last of its programs. What was wrong before is of no interest.
 TEST_F(ScriptWithStreams, ReadingAStreamCanBeInterrupted) {
   const auto never = [] { return [](const Progress &) { return false; }; };
   const auto always = [] { return [](const Progress &) { return true; }; };
   write("sub/zeros.ts", {});
-  for (const char *name : {"zeros.ts", "near.ts"}) {
+  write("sub/mute.ts", clockless());
+  for (const char *name : {"zeros.ts", "near.ts", "mute.ts"}) {
     fs::resize_file(folder_ / "sub" / name, 16 << 20);
     writeScript("wait\ncardInsert 0, \"" + std::string(name) + "\"\nprogAssign 0, 7, 1");
     StreamPrograms interrupted(never);

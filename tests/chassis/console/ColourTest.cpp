@@ -24,5 +24,12 @@ TEST(Colour, ATerminalThatHasNoneGetsNone) {
   EXPECT_TRUE(wantsColour(true, nullptr, "dumber"));
 }
 
+TEST(Colour, CodesAreForTerminalsThatKnowThem) {
+  EXPECT_TRUE(takesCodes("xterm"));
+  EXPECT_FALSE(takesCodes("dumb"));
+  EXPECT_FALSE(takesCodes(""));
+  EXPECT_FALSE(takesCodes(nullptr));
+}
+
 }  // namespace
 }  // namespace chassis

@@ -68,16 +68,29 @@ TEST_F(LineCells, AGlyphIsWhatAPersonTakesForOne) {
     EXPECT_EQ(firstGlyph(glyph + L"\U0001F1EB\U0001F1F7"), glyph.size());
     EXPECT_EQ(lastGlyph(L"b" + glyph), glyph.size());
     EXPECT_EQ(lastGlyph(L"\U0001F1EB\U0001F1F7" + glyph), glyph.size());
-    EXPECT_TRUE(isPlainWithGlyphs(L"b" + glyph));
+    EXPECT_TRUE(hasGlyphs(L"b" + glyph));
   }
 }
 
 TEST_F(LineCells, PlainWithGlyphs) {
-  EXPECT_TRUE(isPlainWithGlyphs(L"ae\u0301"));
-  EXPECT_FALSE(isPlainWithGlyphs(L"a\u00E9\u65E5"));
-  EXPECT_FALSE(isPlainWithGlyphs(L"ae\u0301\x01"));
-  EXPECT_FALSE(isPlainWithGlyphs(L"ae\u0301\n"));
-  EXPECT_FALSE(isPlainWithGlyphs(L""));
+  EXPECT_TRUE(hasGlyphs(L"ae\u0301"));
+  EXPECT_FALSE(hasGlyphs(L"a\u00E9\u65E5"));
+  EXPECT_FALSE(hasGlyphs(L""));
+}
+
+TEST_F(LineCells, WhatIsShownOtherwiseIsNotPlain) {
+  EXPECT_TRUE(isPlain(L""));
+  EXPECT_TRUE(isPlain(L"ae\u0301\u65E5"));
+  for (const wchar_t c : {L'\x01', L'\n', L'\t', L'\u2028'}) {
+    EXPECT_FALSE(isPlain(L"a" + std::wstring(1, c) + L"a"));
+  }
+}
+
+TEST_F(LineCells, WideCharactersAreFound) {
+  EXPECT_TRUE(hasWide(L"a\u65E5"));
+  EXPECT_TRUE(hasWide(L"\U0001F642"));
+  EXPECT_FALSE(hasWide(L"ae\u0301\x01"));
+  EXPECT_FALSE(hasWide(L""));
 }
 
 }  // namespace
