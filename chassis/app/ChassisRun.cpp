@@ -46,7 +46,7 @@ ChassisRun::ChassisRun(const Config &config, Script script)
       chassis_(clock_, events_, loop_),
       watch_(chassis_, events_),
       shell_(chassis_, watch_, journal_, showAt(interface_), config.colour, outputWidth),
-      scriptRun_(std::move(script), chassis_),
+      scriptRun_(std::move(script), chassis_, watch_),
       agenda_(scriptRun_, shell_,
               config.mode == InputMode::Terminal ? RunAgenda::Order::Overtaking
                                                  : RunAgenda::Order::InTurn,
@@ -159,6 +159,7 @@ void ChassisRun::runToTheEnd() {
     stopWhenOver();
   } while (!clock_.stopped());
   if (interface_->status() == exitDone) {
+    watch_.lookAtLast();
     agenda_.close();
   }
 }
@@ -195,6 +196,7 @@ void ChassisRun::stopWhenOver() {
 // While the timeline still has its interface: the end of an output may have to be told.
 void ChassisRun::end() {
   losses_ = chassis_.rack().endOutputs();
+  watch_.lookAtLast();
   endEvents();
   timeline_.flush();
   clock_.setWait(nullptr);

@@ -48,6 +48,8 @@ class ChassisRun {
 
   Chassis &chassis() { return chassis_; }
   Events &events() { return events_; }
+  // What is known of the chassis; after run, as the run has left it.
+  std::shared_ptr<const Snapshot> snapshot() const { return watch_.snapshot(); }
 
   // Before run: writes all events to a file too. Throws InputError, as EventFile does.
   void writeEvents(const std::string &path);

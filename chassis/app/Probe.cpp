@@ -133,11 +133,11 @@ int probe(const ProbeOptions &options) {
   Chassis &chassis = chassisRun.chassis();
   chassis.onChecked([&](std::uint32_t checked) {
     command.look();
-    check.note(examine(chassis, checked));
+    check.note(*chassisRun.snapshot()->cards[checked]);
   });
   chassis.rack().probeInsert(slot, judged);
   const int ended = runAndReport(chassisRun, options.reports, config);
-  check.note(examine(chassis, slot));
+  check.note(*chassisRun.snapshot()->cards[slot]);
   return options.check ? checkedStatus(ended, check) : ended;
 }
 

@@ -60,15 +60,15 @@ void tellUnusedOutputs(const Reports &reports) {
   }
 }
 
-void printTables(Chassis &chassis, bool colour) {
+void printTables(const Snapshot &snapshot, bool colour) {
   const std::size_t width = outputWidth();
-  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (chassis.card(slot).inserted()) {
-      writeStandardOutput("\n" + statusTable(examine(chassis, slot), colour, width) +
-                          camHistory(chassis.library(), slot, width));
+  for (const auto &card : snapshot.cards) {
+    if (card != nullptr) {
+      writeStandardOutput("\n" + statusTable(*card, colour, width) +
+                          camHistory(snapshot.cams[card->slot], width));
     }
   }
-  writeStandardOutput("\n" + standingAlarms(chassis.alarms(), colour, width));
+  writeStandardOutput("\n" + standingAlarms(snapshot.alarms, colour, width));
 }
 
 // What takes standard output from the timeline and the table.
@@ -100,7 +100,7 @@ void replaceFile(const std::string &path, const std::string &status) {
 }
 
 void writeStatus(ChassisRun &chassisRun, const Reports &reports) {
-  const std::string status = statusJson(chassisRun.chassis(), chassisRun.losses(), wallClockMs());
+  const std::string status = statusJson(*chassisRun.snapshot(), chassisRun.losses(), wallClockMs());
   if (isFile(reports.statusFile)) {
     replaceFile(reports.statusFile, status);
   } else {
@@ -183,7 +183,7 @@ int runAndReport(ChassisRun &chassisRun, const Reports &reports, const ChassisRu
     status = tellStatus(chassisRun, reports, status);
   }
   if (!reports.noTable && config.shown == Shown::Timeline) {
-    printTables(chassisRun.chassis(), config.colour);
+    printTables(*chassisRun.snapshot(), config.colour);
   }
   tellUnusedOutputs(reports);
   return status;

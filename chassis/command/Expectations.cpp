@@ -6,7 +6,6 @@
 #include "alarms/AlarmText.h"
 #include "base/ProgramText.h"
 #include "base/Text.h"
-#include "status/Findings.h"
 #include "status/Verdict.h"
 #include "status/Words.h"
 
@@ -43,9 +42,9 @@ std::string nameOf(const StatusWords &words) {
 }
 
 // The faults of the alarms that stand for a CAM, the card's own among them.
-std::vector<std::string> standingFor(const Chassis &chassis, const Values &values) {
+std::vector<std::string> standingFor(const Snapshot &snapshot, const Values &values) {
   std::vector<std::string> faults;
-  for (const auto &[index, alarm] : chassis.alarms().active()) {
+  for (const AlarmService::Alarm &alarm : snapshot.alarms) {
     const bool ofCard = alarm.place.slot == static_cast<int>(slotOf(values));
     if (ofCard && (alarm.place.cam < 0 || alarm.place.cam == camOf(values))) {
       faults.push_back(alarmFault(alarm.record));
@@ -91,9 +90,9 @@ std::vector<std::string> alarmNames() {
   return alarmFaults();
 }
 
-std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values) {
-  const CardFinding card = examine(chassis, slotOf(values));
-  const ProgramFinding *program = programIn(card, values[1].number);
+std::optional<std::string> stateDiffers(const Snapshot &snapshot, const Values &values) {
+  const auto &card = snapshot.cards[slotOf(values)];
+  const ProgramFinding *program = card ? programIn(*card, values[1].number) : nullptr;
   const std::string name = programText(static_cast<std::uint16_t>(values[1].number),
                                        program == nullptr ? "" : program->service.name) +
                            " of slot " + std::to_string(values[0].number);
@@ -109,21 +108,21 @@ std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values) 
   return asExpected ? std::nullopt : std::optional(name + " is " + nameOf(words));
 }
 
-std::optional<std::string> alarmDiffers(Chassis &chassis, const Values &values) {
-  const std::vector<std::string> faults = standingFor(chassis, values);
+std::optional<std::string> alarmDiffers(const Snapshot &snapshot, const Values &values) {
+  const std::vector<std::string> faults = standingFor(snapshot, values);
   return stands(faults, values[2].text) ? std::nullopt
                                         : std::optional(standingText(faults, values));
 }
 
-std::optional<std::string> noAlarmDiffers(Chassis &chassis, const Values &values) {
-  const std::vector<std::string> faults = standingFor(chassis, values);
+std::optional<std::string> noAlarmDiffers(const Snapshot &snapshot, const Values &values) {
+  const std::vector<std::string> faults = standingFor(snapshot, values);
   return stands(faults, values[2].text) ? std::optional(standingText(faults, values))
                                         : std::nullopt;
 }
 
-std::optional<std::string> resetDiffers(Chassis &chassis, const Values &values) {
+std::optional<std::string> resetDiffers(const Snapshot &snapshot, const Values &values) {
   const CiLibrary::History &history =
-      chassis.library().history(slotOf(values), static_cast<std::uint32_t>(values[1].number));
+      snapshot.cams[slotOf(values)][static_cast<std::uint32_t>(camOf(values))].history;
   return history.resets == values[2].number
              ? std::nullopt
              : std::optional(camName(values) + " has had " +
@@ -161,7 +160,7 @@ bool Expectations::isOver(const Pending &expectation, std::uint64_t nowMs) {
 // One that comes true is told; one that has its last chance and does not has failed.
 bool Expectations::holds(const Pending &expectation, bool last, const std::string &when) {
   const std::optional<std::string> differs =
-      expectation.function->differs(chassis_, expectation.values);
+      expectation.function->differs(*watch_.snapshot(), expectation.values);
   if (!differs) {
     chassis_.tell({placeOf(*expectation.function, expectation.values),
                    event::AsExpected{expectation.text, expectation.line}});

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "command/Script.h"
+#include "status/StatusWatch.h"
 #include "supervision/Chassis.h"
 
 namespace chassis {
@@ -23,17 +24,20 @@ class Unexpected : public std::runtime_error {
 std::vector<std::string> stateNames();
 std::vector<std::string> alarmNames();
 
-// What is instead of what the call expects, such as `program 102 is "descrambled"`; nothing when it
-// is so. For Function::differs.
-std::optional<std::string> stateDiffers(Chassis &chassis, const Values &values);
-std::optional<std::string> alarmDiffers(Chassis &chassis, const Values &values);
-std::optional<std::string> noAlarmDiffers(Chassis &chassis, const Values &values);
-std::optional<std::string> resetDiffers(Chassis &chassis, const Values &values);
+// What is, by a snapshot, instead of what the call expects, such as `program 102 is "descrambled"`;
+// nothing when it is so. For Function::differs.
+std::optional<std::string> stateDiffers(const Snapshot &snapshot, const Values &values);
+std::optional<std::string> alarmDiffers(const Snapshot &snapshot, const Values &values);
+std::optional<std::string> noAlarmDiffers(const Snapshot &snapshot, const Values &values);
+std::optional<std::string> resetDiffers(const Snapshot &snapshot, const Values &values);
 
 class Expectations {
  public:
-  explicit Expectations(Chassis &chassis) : chassis_(chassis) {}
+  // Chassis and watch outlive it.
+  Expectations(Chassis &chassis, const StatusWatch &watch) : chassis_(chassis), watch_(watch) {}
 
+  // All are judged by what is known at that time: a program by what the last check of its card
+  // found, alarms and resets as they are. Nobody looks at the card for it.
   // Without a time it is judged at once, before the script goes on; with one from now on until the
   // time is over, and what a check finds at that very moment counts. script: of the call, to name
   // it.
@@ -67,6 +71,7 @@ class Expectations {
   void tellFailed();
 
   Chassis &chassis_;
+  const StatusWatch &watch_;
   std::vector<Pending> pending_;
   std::vector<std::string> failed_;  // in this review
 };

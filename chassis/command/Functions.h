@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "command/Line.h"
+#include "status/Snapshot.h"
 #include "supervision/Chassis.h"
 
 namespace chassis {
@@ -49,7 +50,7 @@ struct Function {
   const char *help;
   void (*run)(Chassis &, const Values &);  // null for wait and for expectations
   // An expectation: what is instead of what it says, nothing when it is so; else null.
-  std::optional<std::string> (*differs)(Chassis &, const Values &) = nullptr;
+  std::optional<std::string> (*differs)(const Snapshot &, const Values &) = nullptr;
 };
 
 bool isWait(const Function &function);

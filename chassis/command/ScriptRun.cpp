@@ -4,8 +4,8 @@
 
 namespace chassis {
 
-ScriptRun::ScriptRun(Script script, Chassis &chassis)
-    : script_(std::move(script)), chassis_(chassis), expectations_(chassis) {}
+ScriptRun::ScriptRun(Script script, Chassis &chassis, const StatusWatch &watch)
+    : script_(std::move(script)), chassis_(chassis), expectations_(chassis, watch) {}
 
 std::optional<std::uint64_t> ScriptRun::nextMs() const {
   if (next_ == script_.calls.size()) {

@@ -12,7 +12,8 @@ namespace chassis {
 
 class ScriptRun : public Agenda {
  public:
-  ScriptRun(Script script, Chassis &chassis);
+  // Chassis and watch outlive it.
+  ScriptRun(Script script, Chassis &chassis, const StatusWatch &watch);
 
   const Script &script() const { return script_; }
   std::optional<std::uint64_t> nextMs() const;  // when the next line is due

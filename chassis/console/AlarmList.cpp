@@ -6,14 +6,15 @@
 
 namespace chassis {
 
-std::string standingAlarms(const AlarmService &alarms, bool colour, std::size_t width) {
-  if (alarms.active().empty()) {
+std::string standingAlarms(const std::vector<AlarmService::Alarm> &alarms, bool colour,
+                           std::size_t width) {
+  if (alarms.empty()) {
     return "no alarm stands\n";
   }
   std::string text = toned("standing alarms:", Tone::Alarm, colour) + "\n";
-  for (const auto &[index, alarm] : alarms.active()) {
-    text += "  alarm " + std::to_string(index) + ", since " + stampText(alarm.raisedMs) + ": " +
-            alarm.text + "\n";
+  for (const AlarmService::Alarm &alarm : alarms) {
+    text += "  alarm " + std::to_string(alarm.index) + ", since " + stampText(alarm.raisedMs) +
+            ": " + alarm.text + "\n";
   }
   return fitted(text, width);
 }

@@ -36,10 +36,9 @@ Cell caSystemsCell(const CamFinding &cam, const std::vector<std::uint16_t> &casi
   return words.tone == Tone::Bad ? Cell{names + ", " + words.text, words.tone} : Cell{names};
 }
 
-Cell alarmCell(const AlarmService &alarms, std::uint32_t slot, int camSlot) {
+Cell alarmCell(const std::vector<AlarmService::Alarm> &alarms, std::uint32_t slot, int camSlot) {
   std::vector<std::string> faults;
-  for (const auto &entry : alarms.active()) {
-    const AlarmService::Alarm &alarm = entry.second;
+  for (const AlarmService::Alarm &alarm : alarms) {
     const bool ofCard = alarm.place.slot == static_cast<int>(slot);
     if (ofCard && (alarm.place.cam == camSlot || alarm.place.cam < 0)) {
       faults.push_back(alarmFault(alarm.record));
@@ -48,38 +47,29 @@ Cell alarmCell(const AlarmService &alarms, std::uint32_t slot, int camSlot) {
   return {faults.empty() ? "none" : joined(faults), faults.empty() ? Tone::Plain : Tone::Alarm};
 }
 
-std::vector<Cell> camRow(Chassis &chassis, const CardFinding &card, std::uint32_t camSlot) {
+std::vector<Cell> camRow(const Snapshot &snapshot, const CardFinding &card, std::uint32_t camSlot) {
   const CamFinding &cam = card.cams[camSlot];
-  const CiLibrary::History &history = chassis.library().history(card.slot, camSlot);
+  const CamNotes &notes = snapshot.cams[card.slot][camSlot];
+  const CiLibrary::History &history = notes.history;
   return {{std::to_string(card.slot)},
           fieldCell(controllerWords(card.controller), card.controller, "CI controller "),
           {camText(static_cast<int>(camSlot))},
           fieldCell(insertWords(cam.insert), cam.insert, "CAM "),
-          caSystemsCell(cam, chassis.library().caSystems(card.slot, camSlot)),
+          caSystemsCell(cam, notes.caSystems),
           fieldCell(caPidWords(cam.caPids), cam.caPids, "CA PIDs "),
           fieldCell(descramblingWords(cam), cam.descrambling, ""),
-          alarmCell(chassis.alarms(), card.slot, static_cast<int>(camSlot)),
+          alarmCell(snapshot.alarms, card.slot, static_cast<int>(camSlot)),
           {history.caPmt ? stampText(history.caPmtMs) : "none"},
           {history.reset ? stampText(history.resetMs) : "none"},
-          {card.takenMs == 0 ? "not yet" : stampText(card.takenMs)}};
+          {card.checked ? stampText(card.takenMs) : "not yet"}};
 }
 
-// What the last check of a card found; without one, nothing is known.
-CardFinding known(const StatusWatch &watch, std::uint32_t slot) {
-  if (const CardFinding *snapshot = watch.snapshot(slot)) {
-    return *snapshot;
-  }
-  CardFinding unknown;
-  unknown.slot = slot;
-  return unknown;
-}
-
-std::string uncheckedText(const Card &card, std::uint32_t slot, std::size_t width) {
+std::string uncheckedText(const CardFinding &card, std::size_t width) {
   std::vector<std::string> programs;
-  for (const ProgramInfo &program : card.programs()) {
+  for (const ProgramFinding &program : card.programs) {
     programs.push_back(namedNumber(program.number, program.service.name));
   }
-  return fitted("slot " + std::to_string(slot) +
+  return fitted("slot " + std::to_string(card.slot) +
                     ": the module has not checked this card yet; its stream carries " +
                     joined(programs) + "\n",
                 width);
@@ -87,39 +77,35 @@ std::string uncheckedText(const Card &card, std::uint32_t slot, std::size_t widt
 
 }  // namespace
 
-std::string overview(Chassis &chassis, const StatusWatch &watch, bool colour, std::size_t width) {
+std::string overview(const Snapshot &snapshot, bool colour, std::size_t width) {
   Table table{cardTitles, {}};
-  for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (!chassis.card(slot).inserted()) {
-      continue;
-    }
-    const CardFinding card = known(watch, slot);
-    for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-      table.rows.push_back(camRow(chassis, card, camSlot));
+  for (const auto &card : snapshot.cards) {
+    for (std::uint32_t camSlot = 0; card != nullptr && camSlot < MAX_CAM_NUM; ++camSlot) {
+      table.rows.push_back(camRow(snapshot, *card, camSlot));
     }
   }
-  const std::string time = "chassis time " + stampText(chassis.clock().elapsedMs()) + "\n";
+  const std::string time = "chassis time " + stampText(snapshot.takenMs) + "\n";
   return time + (table.rows.empty() ? "no card is in\n" : tableText(table, colour, width));
 }
 
-std::string cardDetail(Chassis &chassis, const StatusWatch &watch, std::uint32_t slot, bool colour,
+std::string cardDetail(const Snapshot &snapshot, std::uint32_t slot, bool colour,
                        std::size_t width) {
-  if (!chassis.card(slot).inserted()) {
+  const auto &card = snapshot.cards[slot];
+  if (card == nullptr) {
     throw noCardIn(slot);
   }
-  const CardFinding *snapshot = watch.snapshot(slot);
-  return (snapshot != nullptr ? statusTable(*snapshot, colour, width)
-                              : uncheckedText(chassis.card(slot), slot, width)) +
-         camHistory(chassis.library(), slot, width);
+  return (card->checked ? statusTable(*card, colour, width) : uncheckedText(*card, width)) +
+         camHistory(snapshot.cams[slot], width);
 }
 
-std::string alarmLists(const AlarmService &alarms, bool colour, std::size_t width) {
-  std::string text = standingAlarms(alarms, colour, width);
-  if (alarms.history().empty()) {
+std::string alarmLists(const Snapshot &snapshot, const std::deque<AlarmService::Alarm> &history,
+                       bool colour, std::size_t width) {
+  std::string text = standingAlarms(snapshot.alarms, colour, width);
+  if (history.empty()) {
     return text + "no alarm has stood before\n";
   }
   text += "history:\n";
-  for (const AlarmService::Alarm &alarm : alarms.history()) {
+  for (const AlarmService::Alarm &alarm : history) {
     text += "  alarm " + std::to_string(alarm.index) + ", from " + stampText(alarm.raisedMs) +
             " to " + stampText(alarm.clearedMs) + ": " + alarm.text + "\n";
   }

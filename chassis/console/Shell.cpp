@@ -227,7 +227,7 @@ void Shell::tellExpectation(const Function &function, const Values &values) {
   if (values.size() == function.params.size()) {
     throw InputError("only a script waits for what it expects; leave out the time");
   }
-  const std::optional<std::string> differs = function.differs(chassis_, values);
+  const std::optional<std::string> differs = function.differs(*watch_.snapshot(), values);
   showLine(differs ? "not as expected: " + *differs : "as expected");
 }
 
@@ -281,13 +281,14 @@ void Shell::runHelp(const Values &values) {
 }
 
 void Shell::runStatus(const Values &values) {
-  show_(values.empty() ? overview(chassis_, watch_, colour_, width())
-                       : cardDetail(chassis_, watch_, static_cast<std::uint32_t>(values[0].number),
+  const auto snapshot = watch_.snapshot();
+  show_(values.empty() ? overview(*snapshot, colour_, width())
+                       : cardDetail(*snapshot, static_cast<std::uint32_t>(values[0].number),
                                     colour_, width()));
 }
 
 void Shell::runAlarms(const Values &) {
-  show_(alarmLists(chassis_.alarms(), colour_, width()));
+  show_(alarmLists(*watch_.snapshot(), chassis_.alarms().history(), colour_, width()));
 }
 
 void Shell::runEvents(const Values &values) {

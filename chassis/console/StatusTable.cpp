@@ -175,12 +175,11 @@ std::string statusTable(const CardFinding &card, bool colour, std::size_t width)
          fitted(streamLines(card), width);
 }
 
-std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width) {
+std::string camHistory(const CardCams &cams, std::size_t width) {
   std::string text;
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-    const CiLibrary::History &history = library.history(slot, camSlot);
-    const bool inserted = library.insertStatus(slot, camSlot) != 0;
-    if (!inserted || (!history.sent && !history.reset)) {
+    const CiLibrary::History &history = cams[camSlot].history;
+    if (!cams[camSlot].inserted || (!history.sent && !history.reset)) {
       continue;
     }
     text += "CAM " + camText(static_cast<int>(camSlot)) + ": " +

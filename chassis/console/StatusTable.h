@@ -4,7 +4,7 @@
 #include <string>
 
 #include "console/Layout.h"
-#include "status/Findings.h"
+#include "status/Snapshot.h"
 
 namespace chassis {
 
@@ -12,6 +12,6 @@ namespace chassis {
 std::string statusTable(const CardFinding &card, bool colour, std::size_t width = anyWidth);
 
 // One line per CAM that is in: its last CA PMT and its resets.
-std::string camHistory(const CiLibrary &library, std::uint32_t slot, std::size_t width = anyWidth);
+std::string camHistory(const CardCams &cams, std::size_t width = anyWidth);
 
 }  // namespace chassis

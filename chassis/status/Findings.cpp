@@ -1,6 +1,7 @@
 #include "status/Findings.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "base/Text.h"
 #include "status/Words.h"
@@ -102,13 +103,18 @@ void addSupervision(Chassis &chassis, std::uint32_t slot, const CiDescProg &prog
   }
 }
 
-ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const ProgramInfo &info) {
-  Card &card = chassis.card(slot);
-  const CiDesc &table = *card.descTable();
+ProgramFinding carriedProgram(const ProgramInfo &info) {
   ProgramFinding finding;
   finding.number = info.number;
   finding.probe = info.probe;
   finding.service = info.service;
+  return finding;
+}
+
+ProgramFinding examineProgram(Chassis &chassis, std::uint32_t slot, const ProgramInfo &info) {
+  Card &card = chassis.card(slot);
+  const CiDesc &table = *card.descTable();
+  ProgramFinding finding = carriedProgram(info);
   for (const StreamInfo &stream : info.streams) {
     finding.pids.push_back(examineStream(card, stream));
   }
@@ -173,6 +179,7 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
   if (pCiData[slot] == nullptr || card.descTable() == nullptr) {
     return finding;
   }
+  finding.checked = true;
   addStreams(card, finding);
   finding.bitrate = card.bitrate();
   finding.transportErrors = card.transportErrors();
@@ -184,6 +191,15 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
     finding.programs.push_back(examineProgram(chassis, slot, info));
     relate(finding.programs.back(), finding.cams);
   }
+  return finding;
+}
+
+CardFinding unchecked(const Card &card, std::uint32_t slot) {
+  CardFinding finding;
+  finding.slot = slot;
+  addStreams(card, finding);
+  std::transform(card.programs().begin(), card.programs().end(),
+                 std::back_inserter(finding.programs), carriedProgram);
   return finding;
 }
 

@@ -1,4 +1,4 @@
-// What the module found out about a card, with the evidence behind it: a snapshot.
+// What the module found out about a card, with the evidence behind it.
 #pragma once
 
 #include <array>
@@ -77,6 +77,7 @@ struct CardFinding {
   Card::OutputFigures output;
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets that were not read for that reason
+  bool checked = false;  // else its stream and the numbers and names of its programs are known
   std::uint64_t takenMs = 0;
   std::uint8_t controller = 0xFF;
   std::array<CamFinding, MAX_CAM_NUM> cams;
@@ -85,8 +86,11 @@ struct CardFinding {
 
 constexpr std::uint64_t presenceMs = 2000;
 
-// A card without a record or stream has no programs and nothing checked.
+// A card without a record or stream has no programs and nothing checked. It makes the card work:
+// what waits for descrambling is descrambled. So the watch alone calls it.
 CardFinding examine(Chassis &chassis, std::uint32_t slot);
+// Of a card that the module has not checked yet. Nobody works for it.
+CardFinding unchecked(const Card &card, std::uint32_t slot);
 
 // The evidence behind a status, in words.
 std::string evidenceText(const PidFinding &pid, std::uint64_t nowMs);

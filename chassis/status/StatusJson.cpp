@@ -5,7 +5,6 @@
 #include "alarms/AlarmText.h"
 #include "base/WallClock.h"
 #include "status/FieldWords.h"
-#include "status/Findings.h"
 #include "status/Verdict.h"
 #include "status/Words.h"
 
@@ -102,12 +101,11 @@ Json programJson(const ProgramFinding &program) {
   return json;
 }
 
-Json camJson(const CiLibrary &library, std::uint32_t slot, std::uint32_t camSlot,
-             const CamFinding &cam) {
-  const CiLibrary::History &history = library.history(slot, camSlot);
+Json camJson(std::uint32_t camSlot, const CamFinding &cam, const CamNotes &notes) {
+  const CiLibrary::History &history = notes.history;
   Json json{{"cam", camSlot},
-            {"inserted", library.insertStatus(slot, camSlot) != 0},
-            {"ca_systems", library.caSystems(slot, camSlot)},
+            {"inserted", notes.inserted},
+            {"ca_systems", notes.caSystems},
             {"camInsert", fieldJson(cam.insert, insertWords(cam.insert))},
             {"casidStat", fieldJson(cam.casid, caSystemWords(cam))},
             {"preCamPidStat", fieldJson(cam.caPids, caPidWords(cam.caPids))},
@@ -160,9 +158,8 @@ void addStreams(Json &json, const CardFinding &card) {
   }
 }
 
-Json cardJson(Chassis &chassis, std::uint32_t slot) {
-  const CardFinding card = examine(chassis, slot);
-  Json json{{"slot", slot},
+Json cardJson(const CardFinding &card, const CardCams &cams) {
+  Json json{{"slot", card.slot},
             {"bitrate", card.bitrate},
             {"transport_errors", card.transportErrors},
             {"cimaxStat", fieldJson(card.controller, controllerWords(card.controller))}};
@@ -170,7 +167,7 @@ Json cardJson(Chassis &chassis, std::uint32_t slot) {
   json["cams"] = Json::array();
   json["programs"] = Json::array();
   for (std::uint32_t camSlot = 0; camSlot < MAX_CAM_NUM; ++camSlot) {
-    json["cams"].push_back(camJson(chassis.library(), slot, camSlot, card.cams[camSlot]));
+    json["cams"].push_back(camJson(camSlot, card.cams[camSlot], cams[camSlot]));
   }
   for (const ProgramFinding &program : card.programs) {
     json["programs"].push_back(programJson(program));
@@ -195,19 +192,19 @@ Json alarmJson(const AlarmService::Alarm &alarm) {
 
 }  // namespace
 
-std::string statusJson(Chassis &chassis, const std::vector<std::string> &losses,
+std::string statusJson(const Snapshot &snapshot, const std::vector<std::string> &losses,
                        std::int64_t wallMs) {
   Json json{{"time", wallClockText(wallMs)},
-            {"chassis_ms", chassis.clock().elapsedMs()},
+            {"chassis_ms", snapshot.takenMs},
             {"cards", Json::array()},
             {"alarms", Json::array()},
             {"losses", losses}};
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
-    if (chassis.card(slot).inserted()) {
-      json["cards"].push_back(cardJson(chassis, slot));
+    if (const auto &card = snapshot.cards[slot]) {
+      json["cards"].push_back(cardJson(*card, snapshot.cams[slot]));
     }
   }
-  for (const auto &[index, alarm] : chassis.alarms().active()) {
+  for (const AlarmService::Alarm &alarm : snapshot.alarms) {
     json["alarms"].push_back(alarmJson(alarm));
   }
   return json.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "supervision/Chassis.h"
+#include "status/Snapshot.h"
 
 namespace chassis {
 
 // losses: what the outputs have lost, a sentence each. wallMs: the machine's clock, since 1970 in
 // UTC. Indented, with an end of line.
-std::string statusJson(Chassis &chassis, const std::vector<std::string> &losses,
+std::string statusJson(const Snapshot &snapshot, const std::vector<std::string> &losses,
                        std::int64_t wallMs);
 
 }  // namespace chassis

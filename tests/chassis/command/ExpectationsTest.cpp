@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "base/InputError.h"
+#include "chassis/PatientSink.h"
 #include "chassis/StreamWriter.h"
 #include "command/Functions.h"
 #include "command/ScriptRun.h"
@@ -34,7 +35,7 @@ class ExpectationsTest : public testing::Test {
   std::string play(const std::string &lines) {
     std::istringstream text("cardInsert 0, \"" + file_.path() +
                             "\", 1504000\nprogAssign 0, 101, 1\n" + lines);
-    ScriptRun scriptRun(readScript("x", text), chassis_);
+    ScriptRun scriptRun(readScript("x", text), chassis_, watch_);
     try {
       while (!scriptRun.isOver(clock_.elapsedMs())) {
         chassis_.run(clock_.elapsedMs() + Clock::msPerTick, scriptRun);
@@ -50,6 +51,7 @@ class ExpectationsTest : public testing::Test {
   Clock clock_;
   Loop loop_;
   Chassis chassis_{clock_, notes_, loop_};
+  StatusWatch watch_{chassis_, notes_};
 };
 
 TEST_F(ExpectationsTest, AProgramIsToldWithItsName) {
@@ -74,6 +76,7 @@ TEST_F(ExpectationsTest, WhatIsSoIsTold) {
 TEST_F(ExpectationsTest, AStateIsToldByItsWordsOrItsCause) {
   EXPECT_EQ(play("wait 2.5"), "");
   DescStatus[0][0].progStatus = DESC_STAT_NO_ENTITLEMENT;
+  watch_.lookAtLast();
   const auto isSo = [this](const std::string &state) {
     const std::vector<Function> &all = functions();
     const auto function = std::find_if(all.begin(), all.end(), [](const Function &each) {
@@ -82,12 +85,29 @@ TEST_F(ExpectationsTest, AStateIsToldByItsWordsOrItsCause) {
     Values values(3);
     values[1].number = 101;
     values[2].text = state;
-    return !function->differs(chassis_, values);
+    return !function->differs(*watch_.snapshot(), values);
   };
   EXPECT_TRUE(isSo("no entitlement"));
   EXPECT_TRUE(isSo("not descrambled"));
   EXPECT_FALSE(isSo("descrambled"));
   EXPECT_FALSE(isSo("not measured"));
+}
+
+// The last check was at 2 s, with a thousand packets a second.
+TEST_F(ExpectationsTest, NobodyWorksForThem) {
+  std::uint64_t written = 0;
+  chassis_.card(0).setOutput(std::make_unique<PatientSink>(written));
+  EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"not measured\"\n"
+                 "expectState 0, 101, \"not measured\", 0.3\nwait 0.4"),
+            "");
+  EXPECT_EQ(notes_.lines.size(), 2U);
+  EXPECT_EQ(written, 2000U);
+}
+
+TEST_F(ExpectationsTest, AStateIsThatOfTheLastCheck) {
+  EXPECT_EQ(play("wait 2.5\nexpectState 0, 101, \"not measured\""), "");
+  DescStatus[0][0].progStatus = DESC_STAT_NO_ENTITLEMENT;
+  EXPECT_EQ(watch_.snapshot()->cards[0]->programs[0].status, DESC_STAT_UNKNOWN);
 }
 
 TEST_F(ExpectationsTest, WhatIsNotSoEndsTheRunWithItsLine) {
@@ -118,7 +138,7 @@ TEST_F(ExpectationsTest, ARunThatEndsBeforeHasNotShownIt) {
                           "\", 1504000\nexpectAlarm 0, 1, \"CAM absent\", 9\nwait 3\n"
                           "expectNoAlarm 0, 1, \"CAM absent\"\nwait 3\n"
                           "expectNoAlarm 0, 0, \"CAM absent\"");
-  ScriptRun scriptRun(readScript("x", text), chassis_);
+  ScriptRun scriptRun(readScript("x", text), chassis_, watch_);
   chassis_.run(4000, scriptRun);
   try {
     scriptRun.close();

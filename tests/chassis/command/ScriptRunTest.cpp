@@ -23,13 +23,14 @@ class ScriptRunTest : public testing::Test {
  protected:
   ScriptRun scriptRun(const std::string &text) {
     std::istringstream lines(text);
-    return ScriptRun(readScript("x", lines), chassis_);
+    return ScriptRun(readScript("x", lines), chassis_, watch_);
   }
 
   RecordedEvents events_;
   Clock clock_;
   Loop loop_;
   Chassis chassis_{clock_, events_, loop_};
+  StatusWatch watch_{chassis_, events_};
 };
 
 using Lines = std::vector<std::string>;

@@ -27,7 +27,7 @@ class ConsoleRig : public testing::Test {
         shell_(
             chassis_, watch_, journal_, [this](const std::string &text) { answer_ += text; },
             false),
-        scriptRun_(Script{}, chassis_),
+        scriptRun_(Script{}, chassis_, watch_),
         agenda_(scriptRun_, shell_, RunAgenda::Order::Overtaking, nullptr) {
     printing_ = chassis_.onPrinted([this](ConsolePort port, const std::string &line) {
       if (!shell_.takePrint(port, line)) {

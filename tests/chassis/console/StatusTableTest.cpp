@@ -192,11 +192,11 @@ class CamHistory : public testing::Test {
     ASSERT_EQ(library_.send(slot, camSlot, &records, 1), 1);
   }
   std::size_t lines() const {
-    const std::string text = camHistory(library_, slot);
+    const std::string text = camHistory(camsOf(library_, slot));
     return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n'));
   }
   bool tells(const std::string &part) const {
-    return camHistory(library_, slot).find(part) != std::string::npos;
+    return camHistory(camsOf(library_, slot)).find(part) != std::string::npos;
   }
 
   static constexpr std::uint32_t slot = 3;
@@ -209,7 +209,7 @@ class CamHistory : public testing::Test {
 };
 
 TEST_F(CamHistory, ACamToWhichNothingHappenedIsLeftOut) {
-  EXPECT_EQ(camHistory(library_, slot), "");
+  EXPECT_EQ(camHistory(camsOf(library_, slot)), "");
 }
 
 TEST_F(CamHistory, ACamThatWasOnlyResetIsTold) {

@@ -7,6 +7,7 @@
 #include "chassis/StreamWriter.h"
 #include "chassis/io/Datagrams.h"
 #include "console/Shell.h"
+#include "status/StatusWatch.h"
 #include "supervision/Chassis.h"
 
 namespace chassis {
@@ -45,11 +46,12 @@ class StatusJsonTest : public testing::Test {
   EventFan events_;
   Loop loop_;
   Chassis chassis_{clock_, events_, loop_};
+  StatusWatch watch_{chassis_, events_};
   Idle agenda_;
 };
 
 TEST_F(StatusJsonTest, AnEmptyChassisHasNothing) {
-  EXPECT_EQ(statusJson(chassis_, {}, wallMs),
+  EXPECT_EQ(statusJson(*watch_.snapshot(), {}, wallMs),
             "{\n"
             "  \"time\": \"2026-11-21T20:30:45.678Z\",\n"
             "  \"chassis_ms\": 0,\n"
@@ -203,9 +205,10 @@ TEST_F(StatusJsonTest, HasEveryFindingOfACard) {
   chassis_.rack().camInsert(2, 1, {0x0500, 0x0B00});
   chassis_.rack().progAssign(2, 101, 2);
   runUntil(30000);
+  watch_.lookAtLast();
   std::string expected = afterThirtySeconds;
   expected.replace(expected.find("STREAM"), 6, file_.path());
-  EXPECT_EQ(statusJson(chassis_, {"'x' is not whole"}, wallMs), expected);
+  EXPECT_EQ(statusJson(*watch_.snapshot(), {"'x' is not whole"}, wallMs), expected);
 }
 
 TEST_F(StatusJsonTest, HasTheAlarmsThatStandWithTheirPlace) {
@@ -218,7 +221,7 @@ TEST_F(StatusJsonTest, HasTheAlarmsThatStandWithTheirPlace) {
   record.pairs[1].id = 0x705;
   AlarmAdd(&record);
   AlarmDel(0, 0);
-  const auto status = nlohmann::ordered_json::parse(statusJson(chassis_, {}, wallMs));
+  const auto status = nlohmann::ordered_json::parse(statusJson(*watch_.snapshot(), {}, wallMs));
   EXPECT_EQ(status["alarms"].dump(),
             R"([{"alarm":1,"slot":1,"cam":0,"object":"slot 1, CAM 0","fault":"CAM absent",)"
             R"("identifiers":"1 (2), 0x705, 0x703","raised_ms":0}])");
@@ -227,7 +230,7 @@ TEST_F(StatusJsonTest, HasTheAlarmsThatStandWithTheirPlace) {
 TEST_F(StatusJsonTest, AProgramThatNoCamHasHasNoStatus) {
   chassis_.rack().cardInsert(0, file_.path(), 1504000);
   runUntil(5000);
-  const auto status = nlohmann::json::parse(statusJson(chassis_, {}, wallMs));
+  const auto status = nlohmann::json::parse(statusJson(*watch_.snapshot(), {}, wallMs));
   const auto &program = status["cards"][0]["programs"][0];
   EXPECT_EQ(program["state"], "not supervised");
   EXPECT_EQ(program["cams"].dump(), "[]");
@@ -244,7 +247,8 @@ TEST_F(StatusJsonTest, AnOutputIntoANetworkTellsHowLateItsDatagramsLeft) {
   chassis_.rack().cardInsert(1, file_.path(), 1504000);
   runUntil(200);
   chassis_.rack().endOutputs();
-  const auto status = nlohmann::json::parse(statusJson(chassis_, {}, wallMs));
+  watch_.lookAtLast();
+  const auto status = nlohmann::json::parse(statusJson(*watch_.snapshot(), {}, wallMs));
   const auto &output = status["cards"][0]["output"];
   const std::uint64_t packets = output["packets"];
   EXPECT_GT(packets, 0U);
