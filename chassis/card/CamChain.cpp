@@ -41,6 +41,7 @@ void CamChain::beginStep(std::size_t packets) {
     held_.reserve(std::max(packets, heldMax));
   }
   stepBegin_ = held_.size();
+  seams_.clear();
 }
 
 void CamChain::take(const TsPacket &packet, std::uint64_t cameNs) {
@@ -77,7 +78,12 @@ void CamChain::passThrough(Cam &cam, const Cam *next) {
 }
 
 void CamChain::deliver() {
+  auto seam = seams_.begin();
   for (std::size_t i = stepBegin_; i < held_.size(); ++i) {
+    if (seam != seams_.end() && *seam <= i) {
+      fpga_.behind.forgetContinuity();
+      ++seam;
+    }
     const bool read = !PacketView(held_[i]).transportError();
     if (read && fpga_.behind.countHeader(held_[i], fpga_.nowMs)) {
       pesStarts_.push_back(&held_[i]);

@@ -33,6 +33,7 @@ class CamChain : public Path {
   std::unique_ptr<PacketSink> endOutput();
 
   void beginStep(std::size_t packets) override;
+  void beginAnew() override { seams_.push_back(held_.size()); }
   void take(const TsPacket &packet, std::uint64_t cameNs) override;
   void endStep() override;
   // Everything behind the CAMs becomes what it is when each step ends with this. It is put off
@@ -62,6 +63,7 @@ class CamChain : public Path {
   std::size_t stepBegin_ = 0;                // the first packet of this step
   std::vector<const TsPacket *> pesStarts_;  // held ones that the meter behind the CAMs is to read
   std::vector<TsPacket *> throughCams_;
+  std::vector<std::size_t> seams_;  // of this step: the held packets with which it begins anew
 };
 
 }  // namespace chassis

@@ -99,6 +99,7 @@ void Card::State::beginLive(std::unique_ptr<PacketSource> packets, const std::st
   liveSinceMs = nowMs;
   watch.start(nowMs);
   losses.start(nowMs);
+  seams = {};
   rebuildTables();
 }
 

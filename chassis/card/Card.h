@@ -106,6 +106,7 @@ class Card {
     std::string behindName;               // the same
     ProgramNumbers numbers;               // behind, of those that the receiver renumbers
     std::vector<std::uint16_t> programs;  // that are judged; empty: all
+    bool unaligned = false;               // two files without a time in common
   };
   void insertProbe(ProbeInputs inputs, std::uint64_t nowMs);
   bool probing() const;
@@ -114,6 +115,7 @@ class Card {
   const std::string &behindName() const;
   const SourceCounters &countersBehind() const;
   std::size_t unmatchedStreams() const;  // that do not come out, though their programs do
+  bool unaligned() const;                // two files without a time in common
   bool ended() const;
   // For a source that is being made: tells as the card.
   Tell teller(Side side = Side::None);

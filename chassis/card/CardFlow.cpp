@@ -32,6 +32,7 @@ void Card::State::step(std::uint64_t nowMs) {
 std::size_t Card::State::takeDuePackets() {
   const std::size_t due = source->due(fpga.nowMs);
   path().beginStep(due);
+  seams.beginStep(live && watch.silent());
   std::size_t taken = 0;
   while (taken < due && takeOne()) {
     ++taken;
@@ -69,6 +70,10 @@ bool Card::State::takeOne() {
   std::uint64_t cameNs = 0;
   if (!source->next(packet, cameNs)) {
     return false;
+  }
+  if (live && seams.at(source->beginnings())) {
+    fpga.before.forgetContinuity();
+    path().beginAnew();
   }
   if (PacketView(packet).transportError()) {
     tellBroken();

@@ -23,6 +23,7 @@ void Card::insertProbe(ProbeInputs inputs, std::uint64_t nowMs) {
   state.beginLive(std::move(inputs.before), inputs.name, nowMs);
   state.probed.programs = std::move(inputs.programs);
   state.probed.behindName = inputs.behindName;
+  state.probed.unaligned = inputs.unaligned;
   state.probe = std::make_unique<ProbePath>(state.fpga, std::move(inputs.behind),
                                             std::move(inputs.numbers), teller(Side::Behind));
   state.fpga.observed = true;
@@ -44,6 +45,10 @@ const SourceCounters &Card::countersBehind() const {
 
 std::size_t Card::unmatchedStreams() const {
   return probing() ? state_->probe->unmatched() : 0;
+}
+
+bool Card::unaligned() const {
+  return state_->probed.unaligned;
 }
 
 std::vector<std::uint16_t> Card::probedCaSystems() const {

@@ -15,6 +15,7 @@
 #include "card/MuxCardForm.h"
 #include "card/PidFaults.h"
 #include "card/ProbePath.h"
+#include "card/SeamWatch.h"
 #include "card/StreamWatch.h"
 #include "card/Tables.h"
 #include "io/PacketSource.h"
@@ -77,6 +78,7 @@ struct Card::State {
     std::vector<std::uint16_t> programs;  // that are to be judged; empty: all
     std::vector<std::uint16_t> absent;    // of those, when it was last told
     std::set<std::uint16_t> silent;       // they go in, but nothing of them comes out
+    bool unaligned = false;
   };
   Probed probed;  // of that receiver
   std::function<void(std::uint32_t)> listener;
@@ -89,6 +91,7 @@ struct Card::State {
   bool live = false;       // what the stream carries is found out while it flows
   StreamWatch watch;       // of a live stream
   LossWatch losses;
+  SeamWatch seams;
   std::uint64_t liveSinceMs = 0;
   std::unique_ptr<PsiReader> psi;
   std::uint32_t psiChanges = 0;   // of psi, when the tables were built

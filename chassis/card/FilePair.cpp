@@ -45,7 +45,8 @@ const Mark *markOf(const StreamScan &scan, std::uint16_t program) {
 }
 
 // The same clock in both: on the same PID, or else of the same program, whose PIDs have changed.
-std::pair<const Mark *, const Mark *> sameClock(const StreamScan &first, const StreamScan &second) {
+std::pair<const Mark *, const Mark *> sameClock(const StreamScan &first, const StreamScan &second,
+                                                const ProgramNumbers &numbers) {
   for (const auto &[pid, mark] : first.firstPcrs) {
     if (const Mark *other = markOn(second, pid)) {
       return {&mark, other};
@@ -54,7 +55,7 @@ std::pair<const Mark *, const Mark *> sameClock(const StreamScan &first, const S
   const std::vector<PsiProgram> none;
   for (const PsiProgram &program : first.psi != nullptr ? first.psi->psi().programs : none) {
     const Mark *mark = markOn(first, program.pcrPid);
-    const Mark *other = markOf(second, program.number);
+    const Mark *other = markOf(second, numberBehind(numbers, program.number));
     if (mark != nullptr && other != nullptr) {
       return {mark, other};
     }
@@ -64,8 +65,9 @@ std::pair<const Mark *, const Mark *> sameClock(const StreamScan &first, const S
 
 }  // namespace
 
-std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second) {
-  const auto [mark, other] = sameClock(first, second);
+std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second,
+                                          const ProgramNumbers &numbers) {
+  const auto [mark, other] = sameClock(first, second, numbers);
   if (mark == nullptr) {
     return std::nullopt;
   }
@@ -76,7 +78,8 @@ std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamS
   return overlap ? std::optional<std::int64_t>(later) : std::nullopt;
 }
 
-FilePair::FilePair(GoOn goOn) : goOn_(std::move(goOn)) {}
+FilePair::FilePair(GoOn goOn, ProgramNumbers numbers)
+    : goOn_(std::move(goOn)), numbers_(std::move(numbers)) {}
 
 FilePair::~FilePair() = default;
 
@@ -85,7 +88,7 @@ void FilePair::add(std::size_t which, const std::string &path) {
 }
 
 std::optional<std::int64_t> FilePair::behindLaterMs() const {
-  return beginsLaterMs(files_[Before]->scan, files_[Behind]->scan);
+  return beginsLaterMs(files_[Before]->scan, files_[Behind]->scan, numbers_);
 }
 
 bool FilePair::unaligned() const {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/LongWork.h"
+#include "card/PidMatch.h"
 #include "card/StreamScan.h"
 #include "io/PacketSource.h"
 
@@ -17,14 +18,17 @@ namespace chassis {
 
 // How many ms later the second of two streams begins than the first; below 0: earlier. None: no PID
 // with a PCR, and no program with one, is in both, or they have not a moment of time in common.
-std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second);
+// numbers: of the programs of the first in the second.
+std::optional<std::int64_t> beginsLaterMs(const StreamScan &first, const StreamScan &second,
+                                          const ProgramNumbers &numbers = {});
 
 class FilePair {
  public:
   static constexpr std::size_t Before = 0;
   static constexpr std::size_t Behind = 1;
 
-  explicit FilePair(GoOn goOn);
+  // numbers: behind, of programs that the receiver renumbers.
+  explicit FilePair(GoOn goOn, ProgramNumbers numbers = {});
   ~FilePair();
   FilePair(const FilePair &) = delete;
   FilePair &operator=(const FilePair &) = delete;
@@ -45,6 +49,7 @@ class FilePair {
   std::optional<std::int64_t> behindLaterMs() const;
 
   const GoOn goOn_;
+  const ProgramNumbers numbers_;
   std::array<std::optional<File>, 2> files_;
 };
 

@@ -14,6 +14,8 @@ class Path {
  public:
   virtual ~Path() = default;
   virtual void beginStep(std::size_t packets) = 0;  // so many will be taken at most
+  // With the next packet the stream begins anew.
+  virtual void beginAnew() = 0;
   // A packet that the meter in front has seen; with transport_error_indicator it counts nowhere.
   virtual void take(const TsPacket &packet, std::uint64_t cameNs) = 0;
   virtual void endStep() = 0;

@@ -82,13 +82,16 @@ Psi withoutUnmatched(const Psi &before, const PidMatch &match) {
   return left;
 }
 
+std::uint16_t numberBehind(const ProgramNumbers &numbers, std::uint16_t program) {
+  const auto renumbered = numbers.find(program);
+  return renumbered == numbers.end() ? program : renumbered->second;
+}
+
 PidMatch matchPids(const Psi &before, const Psi &behind, const ProgramNumbers &numbers) {
   PidMatch result;
   std::bitset<pidCount> known;  // PIDs before that have one behind
   for (const PsiProgram &program : before.programs) {
-    const auto renumbered = numbers.find(program.number);
-    const PsiProgram *other =
-        find(behind, renumbered == numbers.end() ? program.number : renumbered->second);
+    const PsiProgram *other = find(behind, numberBehind(numbers, program.number));
     if (other == nullptr) {
       result.missing.insert(program.number);
     } else {

@@ -12,6 +12,7 @@ namespace chassis {
 
 // Program numbers behind, by those before; those that are not in it are the same.
 using ProgramNumbers = std::map<std::uint16_t, std::uint16_t>;
+std::uint16_t numberBehind(const ProgramNumbers &numbers, std::uint16_t program);
 
 // A stream before that has none behind.
 struct UnmatchedStream {

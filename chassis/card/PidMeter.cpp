@@ -111,6 +111,12 @@ void PidMeter::forgetContinuity(std::uint16_t pid) {
   }
 }
 
+void PidMeter::forgetContinuity() {
+  for (Pid &pid : pids_) {
+    pid.ccKnown = false;
+  }
+}
+
 const PidEvidence &PidMeter::evidence(std::uint16_t pid) const {
   static const PidEvidence none;
   return pid < pidCount ? pids_[pid].evidence : none;

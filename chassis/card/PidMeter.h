@@ -36,8 +36,9 @@ class PidMeter {
   void clearPresence() { present_.reset(); }
   std::uint16_t ccErrors(std::uint16_t pid) const;  // stays at 0xFFFF
   void setCcErrors(std::uint16_t pid, std::uint16_t value);
-  // The next packet of a PID is not held against the ones before it.
+  // The next packet of a PID, or of each of them, is not held against the ones before it.
   void forgetContinuity(std::uint16_t pid);
+  void forgetContinuity();
   const PidEvidence &evidence(std::uint16_t pid) const;
 
   // kbit/s over the last full second, 0 before its end; PIDs first to last, both included.

@@ -31,8 +31,12 @@ void ProbePath::endStep() {
   TsPacket packet;
   std::uint64_t cameNs = 0;
   bool came = false;
+  seams_.beginStep(watch_.silent());
   for (; left > 0 && source_->next(packet, cameNs); --left) {
     came = true;
+    if (seams_.at(source_->beginnings())) {
+      fpga_.behind.forgetContinuity();
+    }
     takeOne(packet);
   }
   if (came && !std::exchange(begun_, true)) {

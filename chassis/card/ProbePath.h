@@ -11,6 +11,7 @@
 #include "card/LossWatch.h"
 #include "card/Path.h"
 #include "card/PidMatch.h"
+#include "card/SeamWatch.h"
 #include "card/StreamWatch.h"
 #include "io/PacketSource.h"
 #include "ts/Psi.h"
@@ -27,6 +28,7 @@ class ProbePath : public Path {
 
   // A path, though nothing flows through: what comes out comes by itself.
   void beginStep(std::size_t) override {}
+  void beginAnew() override {}
   void take(const TsPacket &, std::uint64_t) override {}
   void endStep() override;
   void settle() override {}
@@ -66,6 +68,7 @@ class ProbePath : public Path {
   PidMatch match_;
   StreamWatch watch_;
   LossWatch losses_;
+  SeamWatch seams_;
   bool begun_ = false;
   bool known_ = false;
   bool matched_ = false;

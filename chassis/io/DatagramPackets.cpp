@@ -64,6 +64,7 @@ void DatagramPackets::pushPacket(const std::uint8_t *bytes) {
     Packet &packet = waiting_.emplace_back();
     std::copy_n(bytes, tsPacketSize, packet.bytes.begin());
     packet.cameNs = cameNs_;
+    packet.beginnings = sequence_.beginnings();
   }
 }
 
@@ -73,6 +74,7 @@ bool DatagramPackets::next(TsPacket &packet, std::uint64_t &cameNs) {
   }
   packet = waiting_[first_].bytes;
   cameNs = waiting_[first_].cameNs;
+  beginnings_ = waiting_[first_].beginnings;
   ++counters_.packets;
   ++first_;
   // Mostly all are taken; where not, each is moved about once.

@@ -30,6 +30,7 @@ class DatagramPackets {
   std::size_t size() const { return waiting_.size() - first_; }
   std::uint64_t cameNs(std::size_t index) const { return waiting_[first_ + index].cameNs; }
   bool next(TsPacket &packet, std::uint64_t &cameNs);
+  std::uint64_t beginnings() const { return beginnings_; }  // as PacketSource's
 
   // They leave gaps in RTP sequences, which are not the network's then.
   void countKernelLost(std::uint64_t datagrams);
@@ -43,6 +44,7 @@ class DatagramPackets {
   struct Packet {
     TsPacket bytes;
     std::uint64_t cameNs;
+    std::uint64_t beginnings;  // of RTP, with it
   };
 
   void takeRtp(const RtpHeader &rtp, const std::uint8_t *bytes, std::size_t size, bool cut,
@@ -57,6 +59,7 @@ class DatagramPackets {
   std::vector<Packet> waiting_;
   std::size_t first_ = 0;  // of those in waiting_ that are not handed on
   std::uint64_t cameNs_ = 0;
+  std::uint64_t beginnings_ = 0;
   event::ForeignDatagram foreign_;
   SourceCounters counters_;
   std::uint64_t gaps_ = 0;        // in RTP sequences, so far

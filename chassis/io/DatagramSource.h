@@ -33,6 +33,7 @@ class DatagramSource : public PacketSource {
   // Takes what the socket has, but so much a call that a flood does not hold the chassis up.
   std::size_t due(std::uint64_t nowMs) override;
   bool next(TsPacket &packet, std::uint64_t &cameNs) override;
+  std::uint64_t beginnings() const override { return packets_.beginnings(); }
   bool ended() const override { return false; }
   const SourceCounters &counters() const override { return packets_.counters(); }
 

@@ -42,6 +42,10 @@ class PacketSource {
   // nothing can be read any more.
   virtual bool next(TsPacket &packet, std::uint64_t &cameNs) = 0;
 
+  // How often the packets handed on so far have begun anew with another sender. Only what tells
+  // senders apart knows.
+  virtual std::uint64_t beginnings() const { return 0; }
+
   // Nothing more will ever come: the file cannot be read, the pipe's writer has gone for good.
   virtual bool ended() const = 0;
 

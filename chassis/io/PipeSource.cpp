@@ -118,6 +118,7 @@ void PipeSource::widen() {
 void PipeSource::come() {
   if (!writer_) {
     writer_ = true;
+    ++writers_;
     tell_({{}, event::WriterCame{{path_}}});
   }
 }
@@ -159,7 +160,7 @@ void PipeSource::takePackets(bool last) {
     at += step.passed;
     packet = step.packet;
     if (packet) {
-      ready_.push_back({{}, nowNs});
+      ready_.push_back({{}, nowNs, writers_});
       std::copy_n(buffer_.data() + at, tsPacketSize, ready_.back().packet.begin());
       at += tsPacketSize;
     }
@@ -217,6 +218,7 @@ bool PipeSource::next(TsPacket &packet, std::uint64_t &cameNs) {
   const Timed &timed = ready_[taken_++];
   packet = timed.packet;
   cameNs = timed.cameNs;
+  handedWriters_ = timed.writers;
   ++counters_.packets;
   return true;
 }

@@ -41,6 +41,7 @@ class PipeSource : public PacketSource {
   // Reads on when all that was due has been taken.
   std::size_t due(std::uint64_t nowMs) override;
   bool next(TsPacket &packet, std::uint64_t &cameNs) override;
+  std::uint64_t beginnings() const override { return handedWriters_; }
   bool ended() const override { return ended_ && taken_ == ready_.size(); }
   const SourceCounters &counters() const override { return counters_; }
 
@@ -48,6 +49,7 @@ class PipeSource : public PacketSource {
   struct Timed {
     TsPacket packet;
     std::uint64_t cameNs;
+    std::uint64_t writers;  // that have come, with its own
   };
 
   void widen();
@@ -75,6 +77,8 @@ class PipeSource : public PacketSource {
   bool damaged_ = false;
   std::uint64_t damagedNs_ = 0;
   std::vector<Timed> ready_;
+  std::uint64_t writers_ = 0;
+  std::uint64_t handedWriters_ = 0;
   std::size_t taken_ = 0;
   SourceCounters counters_;
 };

@@ -74,7 +74,8 @@ Card::ProbeInputs Rack::probeInputs(std::uint32_t slot, const Probe &probe) {
     throw InputError("'" + urls[0].text +
                      "' is given twice; what goes in and what comes out are two streams");
   }
-  FilePair files([this](const Progress &progress) { return files_.goesOn(progress); });
+  FilePair files([this](const Progress &progress) { return files_.goesOn(progress); },
+                 probe.numbers);
   std::array<std::unique_ptr<PacketSource>, 2> sources;
   for (std::size_t i = 0; i < urls.size(); ++i) {
     if (isPlayed(urls[i])) {
@@ -91,8 +92,9 @@ Card::ProbeInputs Rack::probeInputs(std::uint32_t slot, const Probe &probe) {
     }
   }
   Card::ProbeInputs inputs{std::move(sources[0]), std::move(sources[1]), urls[0].text,
-                           urls[1].text,          probe.numbers,         probe.programs};
-  if (files.unaligned()) {
+                           urls[1].text,          probe.numbers,         probe.programs,
+                           files.unaligned()};
+  if (inputs.unaligned) {
     events_.tell({{static_cast<int>(slot), -1}, event::ProbeUnaligned{}});
   }
   return inputs;

@@ -165,6 +165,7 @@ void addStreams(const Card &card, CardFinding &finding) {
     finding.countersBehind = card.countersBehind();
     finding.behindName = card.behindName();
     finding.unmatchedStreams = card.unmatchedStreams();
+    finding.unaligned = card.unaligned();
   }
   finding.output = card.output();
 }

@@ -74,6 +74,7 @@ struct CardFinding {
   std::optional<SourceCounters> countersBehind;  // of a probe
   std::string behindName;
   std::size_t unmatchedStreams = 0;  // the same: that do not come out
+  bool unaligned = false;            // the same: two files without a time in common
   Card::OutputFigures output;
   std::uint64_t bitrate = 0;
   std::uint64_t transportErrors = 0;  // packets that were not read for that reason

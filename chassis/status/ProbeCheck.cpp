@@ -175,6 +175,10 @@ std::vector<ProbeCheck::Judgement> ProbeCheck::judgements() const {
 
 // Why there is nothing to judge.
 std::string ProbeCheck::nothingJudged() const {
+  if (card_.unaligned) {
+    return "'" + card_.input.name + "' and '" + card_.behindName +
+           "' have no time in common, so one tells nothing of the other";
+  }
   if (card_.input.silent) {
     return "nothing goes into the receiver";
   }
@@ -194,7 +198,7 @@ CheckResult ProbeCheck::result() const {
   const auto descrambled =
       static_cast<std::uint64_t>(std::count_if(judged.begin(), judged.end(), isOk));
   const std::string all = figures(descrambled, judged.size());
-  if (judged.empty() || card_.input.silent) {
+  if (judged.empty() || card_.input.silent || card_.unaligned) {
     return resultOf(checkUnknown, nothingJudged(), all);
   }
   const Judgement &worst =

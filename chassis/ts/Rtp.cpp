@@ -74,6 +74,7 @@ void RtpSequence::beginSender(const RtpHeader &header) {
   begun_ = true;
   ssrc_ = header.ssrc;
   ++counters_.senders;
+  ++beginnings_;
 }
 
 void RtpSequence::take(const RtpHeader &header, const std::uint8_t *payload, std::size_t size,
@@ -156,6 +157,8 @@ void RtpSequence::confirmJump() {
   flush();
   if (isLoss(first)) {
     counters_.lost += static_cast<std::uint16_t>(first.header.sequence - next_);
+  } else {
+    ++beginnings_;
   }
   begin(first.header.sequence);
   place(first.header, first.payload.data(), first.payload.size(), first.cameNs);

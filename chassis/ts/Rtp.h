@@ -70,6 +70,8 @@ class RtpSequence {
   // With a payload, taken and neither delivered nor dropped yet.
   std::size_t held() const { return held_ + (probe_ ? 1 : 0); }
   const RtpCounters &counters() const { return counters_; }
+  // How often what is delivered has begun anew: another sender, or a jump that is no loss.
+  std::uint64_t beginnings() const { return beginnings_; }
 
  private:
   static constexpr std::size_t historyMost = 128;
@@ -117,6 +119,7 @@ class RtpSequence {
   std::bitset<historyMost> had_;  // of the numbers just gone by: delivered, not given up
   std::optional<Probe> probe_;
   RtpCounters counters_;
+  std::uint64_t beginnings_ = 0;
 };
 
 }  // namespace chassis

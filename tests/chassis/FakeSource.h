@@ -18,7 +18,9 @@ inline void put(const StreamWriter &stream, Packets &packets) {
 
 class FakeSource : public chassis::PacketSource {
  public:
-  explicit FakeSource(Packets &packets) : packets_(packets) {}
+  // anewAt: the packet, counted from 0, with which another sender begins.
+  explicit FakeSource(Packets &packets, std::uint64_t anewAt = UINT64_MAX)
+      : packets_(packets), anewAt_(anewAt) {}
   std::size_t due(std::uint64_t nowMs) override {
     nowMs_ = nowMs;
     return packets_.size();
@@ -33,11 +35,13 @@ class FakeSource : public chassis::PacketSource {
     ++counters_.packets;
     return true;
   }
+  std::uint64_t beginnings() const override { return counters_.packets > anewAt_ ? 1 : 0; }
   bool ended() const override { return false; }
   const chassis::SourceCounters &counters() const override { return counters_; }
 
  private:
   Packets &packets_;
+  const std::uint64_t anewAt_;
   std::uint64_t nowMs_ = 0;
   chassis::SourceCounters counters_;
 };

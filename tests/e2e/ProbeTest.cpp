@@ -213,6 +213,11 @@ TEST_F(Probe, FilesWithoutCommonTimeAreToldAndJudgedAllTheSame) {
   const Result result = run("probe early.ts late.ts --no-table");
   EXPECT_EQ(linesWith(result.out, "the two files have no time in common").size(), 1u)
       << result.out << result.err;
+  const Result checked = check("early.ts late.ts");
+  EXPECT_EQ(checked.status, 3);
+  EXPECT_EQ(words(checked),
+            "DESCRAMBLING UNKNOWN: 'early.ts' and 'late.ts' have no time in common, so one tells "
+            "nothing of the other ");
 }
 
 }  // namespace

@@ -25,8 +25,8 @@ StreamScan scan(std::uint64_t packets, std::uint16_t pid, std::uint64_t pcr, std
 }
 
 // A second of stream at one packet in a ms, whose clock begins at so many ms.
-Bytes second(std::uint64_t beginMs, unsigned pcrPid = 0x100) {
-  const ProgramMap map{1, 0x1001, pcrPid, {{0x1B, pcrPid, {}}}, {}, 0};
+Bytes second(std::uint64_t beginMs, unsigned pcrPid = 0x100, unsigned program = 1) {
+  const ProgramMap map{program, 0x1001, pcrPid, {{0x1B, pcrPid, {}}}, {}, 0};
   StreamWriter stream;
   stream.psi({map});
   while (stream.packets() < 1000) {
@@ -92,6 +92,20 @@ TEST(FilePair, TheClockOfAProgramMayHaveMoved) {
   EXPECT_FALSE(files.unaligned());
   EXPECT_EQ(beginMs(*files.play(FilePair::Before, 0)), 0U);
   EXPECT_NEAR(static_cast<double>(beginMs(*files.play(FilePair::Behind, 0))), 250, 2);
+}
+
+TEST(FilePair, AndItsProgramHaveAnotherNumber) {
+  const TemporaryFile in(second(1000, 0x100));
+  const TemporaryFile out(second(1250, 0x500, 9));
+  FilePair as(nullptr);
+  FilePair renumbered(nullptr, {{1, 9}});
+  for (FilePair *files : {&as, &renumbered}) {
+    files->add(FilePair::Before, in.path());
+    files->add(FilePair::Behind, out.path());
+  }
+  EXPECT_TRUE(as.unaligned());
+  EXPECT_FALSE(renumbered.unaligned());
+  EXPECT_NEAR(static_cast<double>(beginMs(*renumbered.play(FilePair::Behind, 0))), 250, 2);
 }
 
 TEST(FilePair, BothBeginAtOnceWhereTheyHaveNoTimeInCommon) {

@@ -178,6 +178,46 @@ TEST_F(LiveCard, SilenceAndReturnAreTold) {
   EXPECT_EQ(events.lines[0], "the stream is back: after 1.0 s without packets");
 }
 
+// Its continuity counters begin anew: that is no loss. A gap behind it is one.
+TEST_F(LiveCard, BehindASilenceTheCountersBeginAnew) {
+  come(StreamWriter().psi({video}).payload(0x100));
+  card.tick(10);
+  card.tick(1010);
+  ASSERT_TRUE(card.silent());
+  come(StreamWriter().counter(0x100, 7).payload(0x100).counter(0x100, 11).payload(0x100));
+  card.tick(1020);
+  EXPECT_EQ(card.before(0x100).ccErrors, 1U);
+  EXPECT_EQ(card.behind(0x100).ccErrors, 1U);
+  come(StreamWriter().counter(0x100, 3).payload(0x100));
+  card.tick(1030);
+  EXPECT_EQ(card.before(0x100).ccErrors, 2U);
+  EXPECT_EQ(card.behind(0x100).ccErrors, 2U);
+}
+
+TEST_F(LiveCard, SoTheyDoWithAnotherSender) {
+  StreamWriter stream;
+  stream.psi({video}).payload(0x100);
+  const std::size_t first = stream.packets();
+  stream.counter(0x100, 5).payload(0x100).payload(0x100).counter(0x100, 1).payload(0x100);
+  card.insertLive(std::make_unique<FakeSource>(coming, first), "rtp://239.0.0.1:1234", 0);
+  come(stream);
+  card.tick(10);
+  EXPECT_EQ(card.before(0x100).packets, 4U);
+  EXPECT_EQ(card.before(0x100).ccErrors, 1U) << "the gap behind the seam alone";
+  EXPECT_EQ(card.behind(0x100).ccErrors, 1U);
+}
+
+TEST_F(LiveCard, ASeamIsNoneOfTheCardPutInLater) {
+  come(StreamWriter().psi({video}).payload(0x100));
+  card.tick(1010);
+  card.tick(2010);
+  ASSERT_TRUE(card.silent());
+  card.insertLive(std::make_unique<FakeSource>(coming), "rtp://239.0.0.1:1234", 2010);
+  come(StreamWriter().payload(0x100).counter(0x100, 7).payload(0x100));
+  card.tick(2020);
+  EXPECT_EQ(card.before(0x100).ccErrors, 1U);
+}
+
 // The stream went on meanwhile: what waited for the chassis is there when it goes on.
 TEST_F(LiveCard, AStallOfTheChassisIsNoSilence) {
   come(StreamWriter().psi({video}));

@@ -53,6 +53,20 @@ TEST_F(Meter, AGapIsOneError) {
   EXPECT_EQ(errors(), 1U);
 }
 
+TEST_F(Meter, WhatIsForgottenIsNotHeldAgainstTheNext) {
+  stream.payload(pid).payload(pid + 1);
+  countAll();
+  meter.forgetContinuity();
+  stream.counter(pid, 5).payload(pid).counter(pid + 1, 5).payload(pid + 1);
+  EXPECT_EQ(errors(), 0U);
+  EXPECT_EQ(meter.evidence(pid + 1).ccErrors, 0U);
+  stream.counter(pid, 9).payload(pid).counter(pid + 1, 9).payload(pid + 1);
+  countAll();
+  meter.forgetContinuity(pid);
+  EXPECT_EQ(errors(), 1U);
+  EXPECT_EQ(meter.evidence(pid + 1).ccErrors, 1U);
+}
+
 TEST_F(Meter, ACountThatGoesBackIsAnErrorToo) {
   stream.payload(pid).payload(pid).counter(pid, 0).payload(pid).payload(pid);
   stream.counter(pid, 9).payload(pid).counter(pid, 5).payload(pid).payload(pid);

@@ -135,6 +135,42 @@ TEST_F(ProbeCard, AStreamThatDoesNotComeOutIsNotJudged) {
             1);
 }
 
+// What begins anew behind is none of the receiver's losses, and none of what goes in.
+TEST_F(ProbeCard, ARestartOnOneSideIsNoLoss) {
+  insert();
+  const StreamWriter tables = StreamWriter().psi({pay}).payload(0x100);
+  pass(tables, tables);
+  const StreamWriter next = StreamWriter().counter(0x100, 1).payload(0x100);
+  pass(next, next);
+  for (unsigned i = 2; i < 110; ++i) {
+    pass(StreamWriter().counter(0x100, i & 0x0F).payload(0x100), StreamWriter());
+  }
+  ASSERT_EQ(stateOf(1), ProbeState::SilentBehind);
+  const StreamWriter back = StreamWriter().counter(0x100, 9).payload(0x100);
+  pass(back, back);
+  EXPECT_EQ(card.behind(0x100).ccErrors, 0U);
+  EXPECT_EQ(card.before(0x100).ccErrors, 1U) << "what went in was not silent: 110 follows 109";
+}
+
+TEST_F(ProbeCard, AnotherSenderBehindIsNoLoss) {
+  StreamWriter out;
+  out.psi({pay}).payload(0x100);
+  card.insertProbe({std::make_unique<FakeSource>(before),
+                    std::make_unique<FakeSource>(behind, out.packets() + 1),
+                    "a",
+                    "b",
+                    {},
+                    {}},
+                   0);
+  pass(StreamWriter().psi({pay}), out);
+  pass(StreamWriter(),
+       StreamWriter().counter(0x100, 1).payload(0x100).counter(0x100, 9).payload(0x100));
+  EXPECT_EQ(card.behind(0x100).packets, 2U) << "its PID was not known before";
+  EXPECT_EQ(card.behind(0x100).ccErrors, 0U);
+  pass(StreamWriter(), StreamWriter().counter(0x100, 5).payload(0x100));
+  EXPECT_EQ(card.behind(0x100).ccErrors, 1U);
+}
+
 TEST_F(ProbeCard, WithoutAnInputTheCardIsBusy) {
   insert();
   EXPECT_EQ(card.fpga().busy(), 1U) << "nothing is known yet";

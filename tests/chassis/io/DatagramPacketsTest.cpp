@@ -63,6 +63,27 @@ TEST_F(DatagramPacketsTest, RtpInItsOrderAndTimesThatNeverFall) {
   EXPECT_EQ(counters().networkLost, 0U);
 }
 
+// With the packet that is handed on, not with the datagram that has come.
+TEST_F(DatagramPacketsTest, TellsWithWhichPacketASenderBegins) {
+  const auto beginningsOut = [this] {
+    std::vector<std::uint64_t> all;
+    TsPacket next;
+    for (std::uint64_t cameNs = 0; datagrams_.next(next, cameNs);) {
+      all.push_back(datagrams_.beginnings());
+    }
+    return all;
+  };
+  take(packets(1, 1));
+  take(rtp(1, packets(1, 2)));
+  take(rtp(7, packets(1, 1), 2));
+  EXPECT_EQ(datagrams_.beginnings(), 0U);
+  EXPECT_EQ(beginningsOut(), (std::vector<std::uint64_t>{0, 1, 1, 2}));
+  take(rtp(40000, packets(1, 1), 2));
+  take(rtp(40001, packets(2, 1), 2));
+  EXPECT_EQ(beginningsOut(), (std::vector<std::uint64_t>{3, 3})) << "the same, with other numbers";
+  EXPECT_EQ(counters().senders, 2U);
+}
+
 TEST_F(DatagramPacketsTest, LossAndLate) {
   take(rtp(1, packets(1, 1)), 0);
   take(rtp(3, packets(3, 1)), 0);

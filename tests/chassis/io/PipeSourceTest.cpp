@@ -155,6 +155,7 @@ TEST_F(PipeSourceTest, WritersOfAFifoComeAndGoAndTheNextGoesOn) {
     put(file, packets(writer * 10, 10));
     close(file);
     EXPECT_EQ(take(*source), 10U);
+    EXPECT_EQ(source->beginnings(), writer + 1);
     EXPECT_EQ(take(*source), 0U);
     expected.push_back(EventKind::WriterGone);
     EXPECT_EQ(kinds(), expected);

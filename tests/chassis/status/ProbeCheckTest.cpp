@@ -188,6 +188,20 @@ TEST(ProbeCheck, NothingScrambledIsNothingToJudge) {
   EXPECT_EQ(words(checked(silent)), "DESCRAMBLING UNKNOWN: nothing goes into the receiver");
 }
 
+TEST(ProbeCheck, FilesWithoutCommonTimeTellNothing) {
+  CardFinding apart = card(9000, {program(1, ok), program(2, scrambled)});
+  apart.input.name = "in.ts";
+  apart.behindName = "out.ts";
+  apart.unaligned = true;
+  EXPECT_EQ(checkedLater(apart).status, checkUnknown);
+  EXPECT_EQ(
+      words(checkedLater(apart)),
+      "DESCRAMBLING UNKNOWN: 'in.ts' and 'out.ts' have no time in common, so one tells nothing "
+      "of the other");
+  apart.unaligned = false;
+  EXPECT_EQ(checkedLater(apart).status, checkCritical);
+}
+
 TEST(ProbeCheck, WithoutACheckNothingIsSaid) {
   const CheckResult result = ProbeCheck().result();
   EXPECT_EQ(result.status, checkUnknown);
