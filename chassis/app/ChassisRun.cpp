@@ -89,8 +89,9 @@ void ChassisRun::readStreams() {
 }
 
 void ChassisRun::writeEvents(const std::string &path) {
-  eventFile_ = std::make_unique<EventFile>(chassis_.rack().files(), path,
-                                           [this] { return clock_.elapsedMs(); });
+  eventFile_ = std::make_unique<EventFile>(
+      chassis_.rack().files(), path, [this] { return clock_.elapsedMs(); },
+      [this] { return !clock_.live(); });
   events_.add(*eventFile_);
 }
 

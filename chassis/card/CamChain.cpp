@@ -26,6 +26,11 @@ void CamChain::setOutput(std::unique_ptr<PacketSink> output) {
   troubleTold_ = false;
 }
 
+bool CamChain::letGoOutput() {
+  settle();
+  return output_ == nullptr || output_->letGo();
+}
+
 std::unique_ptr<PacketSink> CamChain::endOutput() {
   settle();
   if (output_ != nullptr) {

@@ -29,6 +29,8 @@ class CamChain : public Path {
 
   void setOutput(std::unique_ptr<PacketSink> output);  // null: none; the one before must have ended
   const PacketSink *output() const { return output_.get(); }
+  // All comes out, and the output lets go of it, as PacketSink's.
+  bool letGoOutput();
   // Ends the output and hands it back; null: there was none.
   std::unique_ptr<PacketSink> endOutput();
 

@@ -160,6 +160,10 @@ const std::string &Card::outputName() const {
   return state_->outputName;
 }
 
+bool Card::letGoOutput() {
+  return state_->chain.letGoOutput();
+}
+
 std::string Card::endOutput() {
   State &state = *state_;
   const auto ended = state.chain.endOutput();

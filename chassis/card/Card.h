@@ -142,6 +142,8 @@ class Card {
   // user of the files is outputName.
   void setOutput(std::unique_ptr<PacketSink> output);
   const std::string &outputName() const;  // "the output of slot 0"
+  // The output lets go of what it holds, as PacketSink's.
+  bool letGoOutput();
   // Ends the output. What it has lost, in a sentence; empty: nothing.
   std::string endOutput();
 

@@ -9,9 +9,11 @@ constexpr const char *user = "the file of events";
 
 }  // namespace
 
-EventFile::EventFile(Files &files, const std::string &path, std::function<std::uint64_t()> nowMs)
+EventFile::EventFile(Files &files, const std::string &path, std::function<std::uint64_t()> nowMs,
+                     std::function<bool()> waits)
     : files_(files),
       output_(files.openOutput(user, path)),
+      waits_(std::move(waits)),
       lines_([this](const std::string &line) { write(line); }, std::move(nowMs)) {}
 
 EventFile::~EventFile() {
@@ -20,6 +22,7 @@ EventFile::~EventFile() {
 
 void EventFile::write(const std::string &line) {
   const auto *bytes = reinterpret_cast<const std::uint8_t *>(line.data());
+  output_->setPatient(!waits_ || waits_());
   output_->write(bytes, line.size(), line.size());
 }
 

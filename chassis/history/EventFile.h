@@ -19,7 +19,9 @@ class EventFile : public Events {
  public:
   // nowMs: chassis time. Throws InputError that names the path: it cannot be written, or somebody
   // of the run reads or writes it. A file that was there is emptied by the first event.
-  EventFile(Files &files, const std::string &path, std::function<std::uint64_t()> nowMs);
+  // waits: whether its reader or disk may hold up who tells; null: it may.
+  EventFile(Files &files, const std::string &path, std::function<std::uint64_t()> nowMs,
+            std::function<bool()> waits = nullptr);
   ~EventFile() override;
   EventFile(const EventFile &) = delete;
   EventFile &operator=(const EventFile &) = delete;
@@ -37,6 +39,7 @@ class EventFile : public Events {
 
   Files &files_;
   std::unique_ptr<LiveOutput> output_;
+  const std::function<bool()> waits_;
   EventLines lines_;
   bool told_ = false;
 };

@@ -166,9 +166,15 @@ void DatagramSink::lose(std::size_t packets, const std::string &why) {
   }
 }
 
+bool DatagramSink::letGo() {
+  if (letGoNs_ == 0) {
+    letGoNs_ = Loop::nowNs() + url_.delayMs * nsPerMs + endMarginNs;
+  }
+  return waiting_.empty() || dueNs() > letGoNs_;
+}
+
 void DatagramSink::end() {
-  const std::uint64_t most = Loop::nowNs() + url_.delayMs * nsPerMs + endMarginNs;
-  while (!waiting_.empty() && dueNs() <= most) {
+  while (!letGo()) {
     Loop().wait(dueNs());
     serve(Loop::nowNs());
   }

@@ -31,7 +31,9 @@ class DatagramSink : public PacketSink, private Loop::Timed {
   DatagramSink(const Url &url, ToReal toReal, Loop &loop);
 
   void write(const TsPacket *packets, const std::uint64_t *cameNs, std::size_t count) override;
-  // Sends what is left at its time, and waits for that, but little longer than the delay.
+  // What is left is sent at its time, but little longer than the delay from the first call on.
+  bool letGo() override;
+  // The same, and waits for that.
   void end() override;
   std::uint64_t patienceMs() const override { return url_.delayMs / 2; }
 
@@ -73,6 +75,7 @@ class DatagramSink : public PacketSink, private Loop::Timed {
   std::deque<Datagram> waiting_;
   std::uint32_t ssrc_;
   std::uint16_t sequence_;
+  std::uint64_t letGoNs_ = 0;   // real time; 0: more may be written
   std::uint64_t openedNs_ = 0;  // real time of the last attempt
   std::uint64_t written_ = 0;
   std::uint64_t lost_ = 0;

@@ -12,11 +12,12 @@ namespace chassis {
 
 class FileSink : public PacketSink {
  public:
-  // waits: whether a reader that is slow may hold up who writes; null: it may.
+  // waits: whether a reader or a disk that is slow may hold up who writes; null: it may.
   explicit FileSink(std::unique_ptr<LiveOutput> output, std::function<bool()> waits = nullptr)
       : output_(std::move(output)), waits_(std::move(waits)) {}
 
   void write(const TsPacket *packets, const std::uint64_t *cameNs, std::size_t count) override;
+  bool letGo() override { return output_->letGo(); }
   void end() override { output_->end(); }
   std::uint64_t patienceMs() const override { return 0; }
   const std::string &name() const override { return output_->path(); }

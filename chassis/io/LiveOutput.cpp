@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -19,10 +18,9 @@
 namespace chassis {
 namespace {
 
-using Time = std::chrono::steady_clock;
-
 constexpr int sliceMs = 20;
 constexpr const char *noReader = "nobody reads it";
+constexpr const char *slowReader = "its reader does not keep up";
 
 // A reader that goes is told by the write alone, not by a signal that ends the program.
 class NoBrokenPipe {
@@ -118,7 +116,7 @@ std::size_t LiveOutput::begun() {
 // What a full disk has taken of a unit is taken back, where all of the file is ours.
 void LiveOutput::fail(const std::string &why) {
   failed_ = true;
-  const std::size_t part = regular_ ? begun() : 0;
+  const std::size_t part = ours_ ? begun() : 0;
   if (part != 0) {
     written_ -= part;
     static_cast<void>(ftruncate(file_, static_cast<off_t>(written_)));
@@ -145,12 +143,13 @@ bool LiveOutput::open() {
 bool LiveOutput::begin(int file) {
   file_ = file;
   struct stat status {};
-  regular_ = existing_ == Existing::Emptied && fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+  onDisk_ = fstat(file, &status) == 0 && S_ISREG(status.st_mode);
+  ours_ = onDisk_ && existing_ == Existing::Emptied;
   const std::string other = objection_ ? objection_(file) : "";
   if (!other.empty()) {
-    regular_ = false;
+    ours_ = false;
     fail("it has become " + other);
-  } else if (regular_ && ftruncate(file, 0) != 0) {
+  } else if (ours_ && patient_ && ftruncate(file, 0) != 0) {
     fail(std::strerror(errno));
   }
   return !failed_;
@@ -188,27 +187,50 @@ void LiveOutput::drain() {
   forgetRuns();
 }
 
+bool LiveOutput::goesOn() const {
+  return !goOn_ || goOn_({"waiting for a reader of '" + path_ + "'"});
+}
+
 // Until no more than `room` bytes wait, or a reader has taken none of them for too long.
 void LiveOutput::awaitReader(std::size_t room) {
-  Time::time_point begin = Time::now();
-  for (std::size_t before = waiting(); !failed_ && !stalled_ && waiting() > room;) {
-    if (goOn_ && !goOn_({"waiting for a reader of '" + path_ + "'"})) {
-      return;
-    }
+  Patience patience(patienceMs);
+  while (!failed_ && !stalled_ && waiting() > room && goesOn()) {
+    stalled_ = patience.isUsedUp(waiting());
     pollfd sink{file_, POLLOUT, 0};
     static_cast<void>(poll(&sink, 1, sliceMs));
     drain();
-    if (waiting() != before) {
-      before = waiting();
-      begin = Time::now();
-    }
-    stalled_ = Time::now() - begin > std::chrono::milliseconds(patienceMs);
+  }
+}
+
+// Nothing is held back of a file while it is written here.
+bool LiveOutput::isBeside() {
+  if (disk_ == nullptr && !patient_ && open() && onDisk_) {
+    disk_ = std::make_unique<DiskWriter>(diskOf(std::exchange(file_, -1), ours_), written_);
+  }
+  return disk_ != nullptr;
+}
+
+void LiveOutput::writeBeside(const std::uint8_t *bytes, std::size_t size, std::size_t unit) {
+  const std::size_t taken = disk_->take(bytes, size, unit);
+  noteLoss(disk_->newLoss());
+  if (taken < size) {
+    lose(size - taken, DiskWriter::tooSlow);
+  }
+}
+
+void LiveOutput::noteLoss(const DiskWriter::Loss &loss) {
+  if (!loss.why.empty()) {
+    lose(loss.bytes, loss.why);
   }
 }
 
 void LiveOutput::write(const std::uint8_t *bytes, std::size_t size, std::size_t unit) {
   if (failed_) {
     lose(size, trouble_);
+    return;
+  }
+  if (isBeside()) {
+    writeBeside(bytes, size, unit);
     return;
   }
   const bool tooMuch = waiting() + size > heldBackMost;
@@ -223,14 +245,31 @@ void LiveOutput::write(const std::uint8_t *bytes, std::size_t size, std::size_t 
   held_.insert(held_.end(), bytes, bytes + taken);
   drain();
   if (taken < size) {
-    lose(size - taken, file_ < 0 ? noReader : "its reader does not keep up");
+    lose(size - taken, file_ < 0 ? noReader : slowReader);
   }
 }
 
+bool LiveOutput::letGo() {
+  if (disk_ != nullptr) {
+    return disk_->letGo();
+  }
+  drain();
+  stalled_ = stalled_ || (waiting() > 0 && atEnd_.isUsedUp(waiting()));
+  return failed_ || stalled_ || waiting() == 0 || !goesOn();
+}
+
 void LiveOutput::end() {
+  if (disk_ != nullptr) {
+    while (!disk_->letGo()) {
+      disk_->await(sliceMs);
+    }
+    noteLoss(disk_->giveUp());
+    disk_.reset();
+    return;
+  }
   awaitReader(0);
   if (waiting() > 0) {
-    lose(waiting(), file_ < 0 ? noReader : "its reader does not keep up");
+    lose(waiting(), file_ < 0 ? noReader : slowReader);
     held_.clear();
   }
   if (file_ >= 0 && ::close(std::exchange(file_, -1)) != 0) {

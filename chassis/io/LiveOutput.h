@@ -1,5 +1,5 @@
-// Writes a stream as it is played, without ever waiting for long: to a file, or to a FIFO or device
-// whose reader may come late, be slow, or go.
+// Writes a stream as it is played, without ever waiting for long: to a file, whose disk may stall,
+// or to a FIFO or device, whose reader may come late, be slow, or go.
 #pragma once
 
 #include <sys/types.h>
@@ -8,10 +8,13 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "base/LongWork.h"
+#include "io/DiskWriter.h"
+#include "io/Patience.h"
 
 namespace chassis {
 
@@ -47,10 +50,15 @@ class LiveOutput {
   // unit alone.
   void write(const std::uint8_t *bytes, std::size_t size, std::size_t unit);
 
-  // Whether write waits, within its patience, for a reader that is slow; at the start it does.
+  // Whether write waits, within its patience, for a reader that is slow, and for a disk as long as
+  // it takes; at the start it does. Without, a file is written in a thread of its own from the next
+  // write on, and to its end; it is only opened in the caller's.
   void setPatient(bool on) { patient_ = on; }
 
-  // Writes what is held back, as far as a reader takes it, and closes.
+  // Nothing more will be written: lets go of what is held back. True: nothing is left to wait for.
+  // Never waits; to be asked again and again before the end.
+  bool letGo();
+  // Writes what is held back, as far as a reader or a disk takes it, and closes.
   void end();
 
   const std::string &path() const { return path_; }
@@ -63,6 +71,10 @@ class LiveOutput {
   bool begin(int file);
   void drain();
   void awaitReader(std::size_t room);
+  bool goesOn() const;
+  bool isBeside();
+  void writeBeside(const std::uint8_t *bytes, std::size_t size, std::size_t unit);
+  void noteLoss(const DiskWriter::Loss &loss);
   void dropReader();
   void lose(std::size_t bytes, const std::string &why);
   void fail(const std::string &why);
@@ -84,13 +96,16 @@ class LiveOutput {
   bool failed_ = false;
   bool patient_ = true;
   bool stalled_ = false;  // the patience with the reader is used up
-  bool regular_ = false;  // a file that was emptied
+  Patience atEnd_{patienceMs};
+  bool onDisk_ = false;
+  bool ours_ = false;  // a file on a disk that was emptied
   std::uint64_t written_ = 0;
   std::deque<Run> runs_;  // the first is that of the next byte to write
   std::vector<std::uint8_t> held_;
   std::size_t sent_ = 0;  // of held_
   std::uint64_t lost_ = 0;
   std::string trouble_;
+  std::unique_ptr<DiskWriter> disk_;  // once the file is written beside
 };
 
 }  // namespace chassis

@@ -25,6 +25,10 @@ class PacketSink {
   // Packets in stream order, with the chassis times in ns at which they came in.
   virtual void write(const TsPacket *packets, const std::uint64_t *cameNs, std::size_t count) = 0;
 
+  // Nothing more will be written: lets go of what is held back. True: nothing is left to wait for.
+  // Never waits; who ends several outputs asks them all again and again before.
+  virtual bool letGo() { return true; }
+
   // Lets go of what is held back, as far as it can, and closes.
   virtual void end() = 0;
 

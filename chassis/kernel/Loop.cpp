@@ -68,6 +68,12 @@ void Loop::serveTimed() {
   }
 }
 
+void Loop::waitTimed(std::uint64_t untilNs) {
+  const timespec left = timeLeft(std::min(untilNs, nextDueNs()));
+  static_cast<void>(ppoll(nullptr, 0, &left, nullptr));
+  serveTimed();
+}
+
 void Loop::wait(std::optional<std::uint64_t> untilNs) {
   forgetEnded(watched_);
   forgetEnded(timed_);

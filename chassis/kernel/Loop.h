@@ -35,6 +35,9 @@ class Loop {
   // there. It may return early.
   void wait(std::optional<std::uint64_t> untilNs);
 
+  // The same, but for those who act at points of time alone: descriptors are not looked at.
+  void waitTimed(std::uint64_t untilNs);
+
   // Serves those whose time has come, without waiting; for who works for long.
   void serveTimed();
 

@@ -6,12 +6,13 @@
 
 #include "base/InputError.h"
 #include "base/ProgramText.h"
+#include "base/Units.h"
 #include "card/FilePair.h"
 
 namespace chassis {
 
 Rack::Rack(Clock &clock, Events &events, Loop &loop, CiLibrary &library)
-    : clock_(clock), events_(events), library_(library), ports_(loop, clock, files_) {
+    : clock_(clock), events_(events), loop_(loop), library_(library), ports_(loop, clock, files_) {
   for (std::uint32_t slot = 0; slot < MAX_BOARD_NUM; ++slot) {
     slots_[slot].card = std::make_unique<Card>(slot, events, files_);
   }
@@ -251,7 +252,20 @@ bool Rack::streamsEnded() const {
                      [](const Slot &slot) { return !slot.card->inserted() || slot.card->ended(); });
 }
 
+// All are asked, whatever the others say.
+bool Rack::outputsLetGo() {
+  bool all = true;
+  for (Slot &slot : slots_) {
+    all = slot.card->letGoOutput() && all;
+  }
+  return all;
+}
+
 std::vector<std::string> Rack::endOutputs() {
+  constexpr std::uint64_t sliceNs = 10 * nsPerMs;
+  while (!outputsLetGo()) {
+    loop_.waitTimed(Loop::nowNs() + sliceNs);
+  }
   std::vector<std::string> losses;
   for (Slot &slot : slots_) {
     losses.push_back(slot.card->endOutput());

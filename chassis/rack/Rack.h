@@ -62,7 +62,8 @@ class Rack {
   void pidFault(std::uint32_t slot, PidFault fault, std::uint16_t pid, bool on);
   void alarmMask(std::uint32_t slot, std::uint32_t cam, bool on);
   void output(std::uint32_t slot, const std::string &stream);  // a file, a pipe or an URL
-  std::vector<std::string> endOutputs();  // what they have lost, a sentence each
+  // All together, so that each lets go at its own time. What they have lost, a sentence each.
+  std::vector<std::string> endOutputs();
 
   // Lets time pass for the cards, then for the CAMs; the library is its owner's.
   void tick(std::uint64_t nowMs);
@@ -84,11 +85,13 @@ class Rack {
 
   Cam &cam(std::uint32_t slot, std::uint32_t cam);
   void goLive(const std::string &stream);
+  bool outputsLetGo();
   Card::ProbeInputs probeInputs(std::uint32_t slot, const Probe &probe);
   void tellUnassigned(std::uint32_t slot, std::uint32_t cam, std::uint16_t program);
 
   Clock &clock_;
   Events &events_;
+  Loop &loop_;
   CiLibrary &library_;
   Files files_;
   Ports ports_;

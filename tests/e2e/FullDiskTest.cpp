@@ -147,6 +147,30 @@ TEST_F(Close, OfStandardOutputThatFailsIsTold) {
   }
 }
 
+// A run that is live goes on while the disk of an output stalls; another output that sends into a
+// network makes it live. The disk goes on when the run has told that it does.
+TEST_F(FailingDisk, ThatStallsHoldsNoLiveRunUp) {
+  write("script", std::string("cardInsert 0, \"in.ts\"\ncardInsert 1, \"in.ts\"\nwait 2.5\n"
+                              "note \"it goes on\"\nwait 1\n"));
+  write("watch", std::string("for i in $(seq 1500); do\n"
+                             "  grep -qs 'it goes on' log && touch went && break; sleep 0.02\n"
+                             "done\nstat -c %s disk/out.ts >before; touch go\n"));
+  const Result result =
+      runFailing("bash watch & STALLING_WRITE=disk/ STALLED_UNTIL=go",
+                 "'" + program + "' --script script --no-table --output 0:disk/out.ts " +
+                     "--output 1:udp://127.0.0.1:9 >log; status=$?; wait; (exit $status)");
+  EXPECT_TRUE(fs::exists(path("went"))) << "the run went on before the first byte was written";
+  EXPECT_EQ(kept("before"), "0\n");
+  EXPECT_EQ(linesWith(kept("log"), "it goes on").size(), 1U) << result.err;
+  EXPECT_EQ(linesWith(result.err, "disk/out.ts").size(), 0U) << result.err;
+  const Bytes out = read("disk/out.ts");
+  const Bytes in = read("in.ts");
+  ASSERT_GT(out.size(), 500U << 10);
+  ASSERT_LT(out.size(), in.size());
+  EXPECT_EQ(out.size() % 188, 0U);
+  EXPECT_TRUE(std::equal(out.begin(), out.end(), in.begin()));
+}
+
 // An input that cannot be read to its end is none that ends there.
 class Read : public FailingDisk {
  protected:

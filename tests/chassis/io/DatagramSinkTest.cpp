@@ -307,6 +307,25 @@ TEST_F(DatagramSinkTest, AtTheEndWhatIsHeldLeavesAtItsTime) {
   EXPECT_EQ(sink_->writtenPackets(), 9U);
 }
 
+// Who ends several of them serves all meanwhile.
+TEST_F(DatagramSinkTest, ItLetsGoWhileTheLoopServesOthers) {
+  const std::string url = localUrl();
+  const Receiver receiver(url);
+  open(url + "?delay=100");
+  const std::uint64_t came = chassisNs();
+  write(0, 9, came);
+  EXPECT_FALSE(sink_->letGo());
+  ASSERT_TRUE(waitFor([this] {
+    loop_.waitTimed(Loop::nowNs() + 10 * ms);
+    return sink_->letGo();
+  }));
+  EXPECT_GE(chassisNs(), came + 100 * ms);
+  EXPECT_EQ(sink_->writtenPackets(), 9U);
+  sink_->end();
+  EXPECT_EQ(receiver.next(), packets(0, 7));
+  EXPECT_EQ(receiver.next(), packets(7, 2));
+}
+
 TEST_F(DatagramSinkTest, AtTheEndNothingIsWaitedForLonger) {
   const std::string url = localUrl();
   const Receiver receiver(url);

@@ -196,6 +196,37 @@ TEST_F(LiveOutputTest, WithoutPatienceNobodyWaits) {
   close(reader);
 }
 
+TEST_F(LiveOutputTest, WithoutPatienceAFileIsTheSameByteForByte) {
+  const std::string path = folder.write("out", std::string(1000, 'x'));
+  for (const int patientFor : {0, 1, 5}) {
+    const auto output = open(path);
+    for (int i = 0; i < 5; ++i) {
+      output->setPatient(i < patientFor);
+      write(*output, 100, static_cast<std::uint8_t>('a' + i));
+    }
+    while (!output->letGo()) {
+    }
+    output->end();
+    EXPECT_EQ(folder.read("out"),
+              text(100, 'a') + text(100, 'b') + text(100, 'c') + text(100, 'd') + text(100, 'e'));
+    EXPECT_EQ(output->trouble(), "");
+    EXPECT_EQ(output->lostBytes(), 0U);
+  }
+  EXPECT_EQ(asked, 0);
+}
+
+TEST_F(LiveOutputTest, WithoutPatienceAFileThatHasBecomeSomebodyElsesIsLeftAloneToo) {
+  const std::string path = folder.write("out", "kept");
+  LiveOutput output(
+      path, [](int) { return "the stream of slot 3"; }, nullptr);
+  output.setPatient(false);
+  write(output, 1);
+  output.end();
+  EXPECT_EQ(folder.read("out"), "kept");
+  EXPECT_EQ(output.trouble(), "it has become the stream of slot 3");
+  EXPECT_EQ(output.lostBytes(), unit);
+}
+
 // The reader takes something whenever the output asks whether to go on waiting.
 TEST_F(LiveOutputTest, ASlowReaderLosesNothing) {
   const std::string path = folder.fifo("fifo");
@@ -310,6 +341,21 @@ TEST_F(LiveOutputTest, AFullFileEndsWithAWholeUnitAlsoWhereUnitsDiffer) {
     EXPECT_EQ(output->trouble(), fits ? "" : "File too large");
     EXPECT_EQ(output->lostBytes(), fits ? 0 : last);
   }
+}
+
+TEST_F(LiveOutputTest, WithoutPatienceAFullFileIsToldAtTheWriteOrTheEnd) {
+  std::signal(SIGXFSZ, SIG_IGN);
+  const auto output = open(folder.at("out"));
+  output->setPatient(false);
+  limitFiles(100);
+  for (const std::size_t length : {20, 43, 38, 5}) {
+    writeLine(*output, length);
+  }
+  output->end();
+  limitFiles(RLIM_INFINITY);
+  EXPECT_EQ(folder.read("out"), line(20) + line(43));
+  EXPECT_EQ(output->trouble(), "File too large");
+  EXPECT_EQ(output->lostBytes(), 43U);
 }
 
 TEST_F(LiveOutputTest, TheNextReaderBeginsWithAWholeUnitAlsoWhereUnitsDiffer) {

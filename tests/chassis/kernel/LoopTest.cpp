@@ -121,6 +121,27 @@ TEST(Loop, ADepartureIsServedAtItsTimeAndNotBefore) {
   EXPECT_GE(Loop::nowNs(), now + 30 * msNs);
 }
 
+TEST(Loop, PointsOfTimeAreWaitedForAlone) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "x", 1), 1);
+  Loop loop;
+  int read = 0;
+  const auto watching = loop.watch(ends[0], [&read] { ++read; });
+  const std::uint64_t now = Loop::nowNs();
+  Departures departures({now + 30 * msNs});
+  const auto added = loop.add(departures);
+  loop.waitTimed(now + 10 * msNs);
+  EXPECT_EQ(departures.served, 0);
+  while (departures.served == 0) {
+    loop.waitTimed(now + 3600000 * msNs);
+  }
+  EXPECT_GE(Loop::nowNs(), now + 30 * msNs);
+  EXPECT_EQ(read, 0);
+  close(ends[0]);
+  close(ends[1]);
+}
+
 TEST(Loop, TheTimeEndsTheWait) {
   Loop loop;
   Departures departures({Loop::nowNs() + 3600000 * msNs});

@@ -1,9 +1,11 @@
 #include "rack/Rack.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 
 #include "base/InputError.h"
@@ -11,6 +13,7 @@
 #include "chassis/PaidStream.h"
 #include "chassis/StreamWriter.h"
 #include "chassis/cilib/EventLog.h"
+#include "chassis/io/Datagrams.h"
 
 using namespace testing_streams;
 
@@ -63,6 +66,60 @@ TEST_F(RackTest, TellsWhenACardIsInAndWhenItsProgramsChange) {
   EXPECT_EQ(inserted, (std::vector<std::uint32_t>{3, 5}));
   rack_.progAssign(5, 101, 1);
   EXPECT_EQ(changed, std::vector<std::uint32_t>{5});
+}
+
+// An output with something to wait for.
+class WaitingSink : public PacketSink {
+ public:
+  explicit WaitingSink(std::function<bool()> letGo) : letGo_(std::move(letGo)) {}
+  bool letGo() override { return letGo_(); }
+  void write(const TsPacket *, const std::uint64_t *, std::size_t) override {}
+  void end() override { ++ended; }
+  std::uint64_t patienceMs() const override { return 0; }
+  const std::string &name() const override { return none_; }
+  std::uint64_t writtenPackets() const override { return 0; }
+  std::uint64_t lostPackets() const override { return 0; }
+  const std::string &trouble() const override { return none_; }
+  static int ended;
+
+ private:
+  const std::function<bool()> letGo_;
+  const std::string none_;
+};
+int WaitingSink::ended = 0;
+
+TEST_F(RackTest, NoOutputEndsBeforeAllHaveLetGo) {
+  WaitingSink::ended = 0;
+  std::array<int, 2> asked{};
+  for (std::size_t slot = 0; slot < asked.size(); ++slot) {
+    rack_.card(static_cast<std::uint32_t>(slot))
+        .setOutput(std::make_unique<WaitingSink>([&asked, slot] {
+          EXPECT_EQ(WaitingSink::ended, 0);
+          return ++asked[slot] > static_cast<int>(2 + slot);
+        }));
+  }
+  EXPECT_TRUE(rack_.endOutputs().empty());
+  EXPECT_EQ(asked, (std::array<int, 2>{4, 4})) << "all, until the last";
+  EXPECT_EQ(WaitingSink::ended, 2);
+}
+
+// The first has let go only when the second has sent what it held for its time.
+TEST_F(RackTest, WhileAnOutputWaitsTheOthersAreServed) {
+  const std::string url = "udp://127.0.0.1:" + std::to_string(testing_datagrams::freePort());
+  const testing_datagrams::Receiver receiver(url);
+  bool came = false;
+  rack_.card(0).setOutput(std::make_unique<WaitingSink>([&] {
+    pollfd file{receiver.file(), POLLIN, 0};
+    came = poll(&file, 1, 0) == 1;
+    return came;
+  }));
+  insertCard(1);
+  rack_.output(1, url + "?delay=50");
+  play(200);
+  ASSERT_FALSE(came);
+  EXPECT_TRUE(rack_.endOutputs().empty());
+  EXPECT_TRUE(came);
+  EXPECT_EQ(rack_.card(1).output().packets, 200U);
 }
 
 TEST_F(RackTest, TheLibraryHasEachCamWhileItIsIn) {

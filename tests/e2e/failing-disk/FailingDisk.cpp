@@ -1,7 +1,8 @@
 // A disk that tells with the close alone that it has not kept everything, as one across a network
-// may, and one that cannot be read to its end. Loaded before a program's own libraries: the close
-// of every file with FAILING_CLOSE in its path fails, and what one with FAILING_READ has behind its
-// first bytes cannot be read.
+// may, one that cannot be read to its end, and one that stalls. Loaded before a program's own
+// libraries: the close of every file with FAILING_CLOSE in its path fails, what one with
+// FAILING_READ has behind its first bytes cannot be read, and a write to one with STALLING_WRITE
+// waits for a file of the name STALLED_UNTIL.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -44,6 +45,17 @@ extern "C" int close(int file) {
 // The C library closes the file of a stream by a way of its own.
 extern "C" int fclose(std::FILE *stream) {
   return closed("fclose", stream, fails("FAILING_CLOSE", fileno(stream)));
+}
+
+extern "C" ssize_t write(int file, const void *from, std::size_t size) {
+  using Write = ssize_t (*)(int, const void *, std::size_t);
+  static const auto next = reinterpret_cast<Write>(dlsym(RTLD_NEXT, "write"));
+  if (fails("STALLING_WRITE", file)) {
+    while (access(std::getenv("STALLED_UNTIL"), F_OK) != 0) {
+      usleep(10000);
+    }
+  }
+  return next(file, from, size);
 }
 
 extern "C" ssize_t read(int file, void *to, std::size_t size) {
