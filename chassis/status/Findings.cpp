@@ -195,7 +195,7 @@ CardFinding examine(Chassis &chassis, std::uint32_t slot) {
   return finding;
 }
 
-CardFinding unchecked(const Card &card, std::uint32_t slot) {
+CardFinding uncheckedFinding(const Card &card, std::uint32_t slot) {
   CardFinding finding;
   finding.slot = slot;
   addStreams(card, finding);

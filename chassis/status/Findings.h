@@ -91,7 +91,7 @@ constexpr std::uint64_t presenceMs = 2000;
 // what waits for descrambling is descrambled. So the watch alone calls it.
 CardFinding examine(Chassis &chassis, std::uint32_t slot);
 // Of a card that the module has not checked yet. Nobody works for it.
-CardFinding unchecked(const Card &card, std::uint32_t slot);
+CardFinding uncheckedFinding(const Card &card, std::uint32_t slot);
 
 // The evidence behind a status, in words.
 std::string evidenceText(const PidFinding &pid, std::uint64_t nowMs);

@@ -39,7 +39,7 @@ std::shared_ptr<const CardFinding> StatusWatch::known(std::uint32_t slot) const 
   }
   return card.insertions() == insertions_[slot]
              ? last_[slot]
-             : std::make_shared<const CardFinding>(unchecked(card, slot));
+             : std::make_shared<const CardFinding>(uncheckedFinding(card, slot));
 }
 
 std::shared_ptr<const Snapshot> StatusWatch::snapshot() const {
