@@ -29,6 +29,23 @@ inline int showHelp(const CLI::App &app) {
   return 0;
 }
 
+// What was wrong with the arguments, and what would be right; the library's words where they do.
+inline std::string wrongArguments(const CLI::App &app, const CLI::ParseError &error) {
+  if (const auto unknown = app.remaining(true);
+      dynamic_cast<const CLI::ExtrasError *>(&error) != nullptr && !unknown.empty()) {
+    return "'" + unknown.front() + "' is none of its arguments; --help lists them";
+  }
+  const auto asked = app.get_subcommands();
+  for (const CLI::Option *option : (asked.empty() ? app : *asked.front()).get_options()) {
+    if (dynamic_cast<const CLI::ArgumentMismatch *>(&error) != nullptr &&
+        option->get_items_expected_max() == 1 && option->count() > 1) {
+      return option->get_name() + " is given " + std::to_string(option->count()) +
+             " times; once is right";
+    }
+  }
+  return error.what();
+}
+
 // Reads the arguments and runs the work; --help is told instead of it. Throws InputError.
 inline int parsed(CLI::App &app, int argc, char **argv, const std::function<int()> &work) {
   try {
@@ -38,7 +55,7 @@ inline int parsed(CLI::App &app, int argc, char **argv, const std::function<int(
   } catch (const CLI::Success &success) {
     return app.exit(success);
   } catch (const CLI::ParseError &error) {
-    throw InputError(error.what());
+    throw InputError(wrongArguments(app, error));
   }
   return work();
 }

@@ -39,6 +39,22 @@ class Input : public Run {
   Bytes stream_;
 };
 
+TEST_F(Input, ArgumentsThatAreNoneAndThoseGivenTwice) {
+  const std::pair<const char *, const char *> wrong[] = {
+      {"--spede 2", "'--spede' is none of its arguments; --help lists them"},
+      {"--seed -1", "'--seed' is none of its arguments; --help lists them"},
+      {"in.ts", "'in.ts' is none of its arguments; --help lists them"},
+      {"--speed 1 --speed 2", "--speed is given 2 times; once is right"},
+      {"probe a b --for 1 --for 2 --for 3", "--for is given 3 times; once is right"},
+      {"probe a b --script c", "'--script' is none of its arguments; --help lists them"},
+  };
+  for (const auto &[arguments, why] : wrong) {
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, 2) << arguments;
+    EXPECT_EQ(result.err, std::string("ci-chassis: ") + why + "\n");
+  }
+}
+
 TEST_F(Input, EmptyFile) {
   expectRefused({}, "empty");
 }

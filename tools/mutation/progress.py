@@ -1,5 +1,7 @@
-"""How far long work is: one line at a terminal that is written over, nothing in a pipe."""
+"""How far long work is: one line at a terminal that is written over, nothing where there
+is none or one without codes."""
 import contextlib
+import os
 import sys
 
 ERASE = "\r\033[K"
@@ -9,7 +11,7 @@ class Line:
     """The line; empty text takes it away."""
 
     def __init__(self):
-        self.shown = sys.stderr.isatty()
+        self.shown = sys.stderr.isatty() and os.environ.get("TERM") != "dumb"
 
     def show(self, text):
         if self.shown:
