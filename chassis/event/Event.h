@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "event/EventKind.h"
@@ -21,7 +23,18 @@ struct Place {
   Side side = Side::None;
 };
 
+// What so many kinds make of copying and taking apart is compiled once.
 struct Event {
+  template <typename Kind>
+  Event(Place where, Kind known)
+      : place(where), facts(std::in_place_type<Kind>, std::move(known)) {}
+  Event(Place where, Facts known);
+  Event(const Event &other);
+  Event(Event &&other) noexcept;
+  Event &operator=(const Event &other);
+  Event &operator=(Event &&other) noexcept;
+  ~Event();
+
   Place place;
   Facts facts;
   EventKind kind() const { return static_cast<EventKind>(facts.index()); }
