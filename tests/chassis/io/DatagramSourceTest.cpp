@@ -87,24 +87,31 @@ using Counters = chassis::SourceCounters;
 
 TEST_F(DatagramSourceTest, PacketsWithTheTimesAtWhichTheyCame) {
   const Sender sender(openUnicast());
-  const std::uint64_t before = Loop::nowNs();
-  sender.send(packets(1, 7));
-  const std::uint64_t between = Loop::nowNs();
-  sender.send(packets(8, 7));
-  const std::uint64_t after = Loop::nowNs();
-  // They were received long before somebody asked.
-  EXPECT_TRUE(waitFor([after] { return Loop::nowNs() > after + 20000000; }));
-  ASSERT_TRUE(comes(14));
-  EXPECT_EQ(out_, numbers(1, 14));
-  // The two clocks of the machine are read one after the other.
+  // The two clocks of the machine are read one after the other; who is set aside in between, or
+  // whose datagram is, tries again.
   constexpr std::uint64_t slack = 1000000;
-  EXPECT_GE(times_[0] + slack, before);
-  EXPECT_LE(times_[6], between + slack);
-  EXPECT_GE(times_[7] + slack, between);
-  EXPECT_LE(times_[13], after + slack);
+  constexpr int tries = 50;
+  bool asTheyCame = false;
+  int tried = 0;
+  for (; tried < tries && !asTheyCame; ++tried) {
+    out_.clear();
+    times_.clear();
+    const std::uint64_t before = Loop::nowNs();
+    sender.send(packets(1, 7));
+    const std::uint64_t between = Loop::nowNs();
+    sender.send(packets(8, 7));
+    const std::uint64_t after = Loop::nowNs();
+    // They were received long before somebody asked.
+    ASSERT_TRUE(waitFor([after] { return Loop::nowNs() > after + 20 * slack; }));
+    ASSERT_TRUE(comes(14));
+    ASSERT_EQ(out_, numbers(1, 14));
+    asTheyCame = times_[0] + slack >= before && times_[6] <= between + slack &&
+                 times_[7] + slack >= between && times_[13] <= after + slack;
+  }
+  EXPECT_TRUE(asTheyCame);
   EXPECT_FALSE(source_->ended());
-  EXPECT_EQ(counters().packets, 14U);
-  EXPECT_EQ(counters().datagrams, 2U);
+  EXPECT_EQ(counters().packets, 14U * tried);
+  EXPECT_EQ(counters().datagrams, 2U * tried);
   EXPECT_TRUE(events_.empty());
 }
 
