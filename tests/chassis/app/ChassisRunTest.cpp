@@ -54,6 +54,27 @@ TEST(Piped, TheLastLineNeedsNoEnd) {
   EXPECT_NE(shown("note \"one\"\nnote \"two\"").find("two"), std::string::npos);
 }
 
+std::string stampOf(const std::string &whole, const std::string &part) {
+  const std::size_t line = whole.rfind('\n', whole.find(part)) + 1;
+  return whole.substr(line, whole.find(' ', line) - line);
+}
+
+// Also when they come one after the other.
+TEST(Piped, LinesTakeNoChassisTime) {
+  std::string lines;
+  for (int i = 0; i < 200; ++i) {
+    lines += "note \"one of many\"\n";
+  }
+  const std::string whole = shown(lines + "note \"the last\"\n");
+  EXPECT_EQ(stampOf(whole, "the last"), "00:00:00.000") << whole;
+}
+
+TEST(Piped, NobodyAsksTheModuleBeforeItHasStarted) {
+  const std::string whole = shown("getDescStatWeb 0, 0x10000\nnote \"the next\"\n");
+  EXPECT_NE(whole.find("no card has registered"), std::string::npos) << whole;
+  EXPECT_EQ(stampOf(whole, "the next"), "00:00:02.000") << whole;
+}
+
 // Somebody else may want it.
 TEST(Piped, WhatStandsBehindAnExitIsHardlyRead) {
   constexpr int behind = 60000;
