@@ -56,6 +56,15 @@ TEST(CamStartUp, IsDumbUntilItIsUp) {
   EXPECT_EQ(lines.all, std::vector<std::string>{});
 }
 
+TEST(CamStartUp, TakesThreeSecondsUnlessToldOtherwise) {
+  Lines lines;
+  Cam cam({{0x0500}}, {0, 0}, lines, 0);
+  cam.tick(2999);
+  EXPECT_FALSE(cam.up());
+  cam.tick(3000);
+  EXPECT_TRUE(cam.up());
+}
+
 TEST(CamStartUp, TellsItsPlace) {
   Rig rig;
   rig.cam.setFault(CamFault::Deaf, true);
@@ -352,6 +361,17 @@ TEST(CamList, TooManyProgramsAreIgnored) {
   EXPECT_EQ(rig.lines.count("ignores"), 0u);
   rig.cam.receive(caPmt(add, 65, level(0, {}), {}));
   EXPECT_EQ(rig.lines.count("more programs than this CAM takes"), 1u);
+}
+
+TEST(CamList, GoesOnWithoutAProgramTooMany) {
+  Rig rig;
+  rig.ask(caPmt101(first));
+  for (unsigned program = 1; program <= 64; ++program) {
+    rig.cam.receive(caPmt(more, program, level(0, {}), {}));
+  }
+  EXPECT_EQ(rig.lines.count("more programs than this CAM takes"), 1u);
+  rig.ask(caPmt101(last));
+  EXPECT_TRUE(selected(rig).p101);
 }
 
 TEST(CamEntitlement, RevokedStopsAtOnceAndGivenBackResumes) {
