@@ -239,6 +239,28 @@ TEST_F(LiveCard, EvidenceIsOfWhatHasCome) {
   EXPECT_EQ(card.counters().packets, 3U);
 }
 
+TEST_F(LiveCard, TheBitrateIsThatOfTheLastSecond) {
+  StreamWriter stream;
+  while (stream.packets() < 250) {
+    stream.null();
+  }
+  come(stream);
+  card.tick(500);
+  EXPECT_EQ(card.bitrate(), 0U) << "before its end";
+  card.tick(1000);
+  EXPECT_EQ(card.bitrate(), 250U * 188 * 8);
+}
+
+TEST_F(LiveCard, AnOutputThatEndsGetsWhatWasHeldForIt) {
+  int writes = 0;
+  card.setOutput(std::make_unique<PatientSink>([&writes](std::uint64_t) { ++writes; }));
+  come(StreamWriter().payload(0x100));
+  card.tick(10);
+  ASSERT_EQ(writes, 0) << "it is patient";
+  card.endOutput();
+  EXPECT_EQ(writes, 1);
+}
+
 TEST_F(LiveCard, PulledOutNothingIsLeftOfIt) {
   card.assignAll(3);
   come(StreamWriter().psi({video}));

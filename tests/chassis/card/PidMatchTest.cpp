@@ -66,6 +66,17 @@ TEST(PidMatch, AnotherTypeIsAnotherStream) {
   EXPECT_EQ(left.programs[0].streams[0].pid, 0x101);
 }
 
+// The programs before may have changed since they were matched.
+TEST(PidMatch, AStreamOfAnotherTypeIsNotTheUnmatchedOne) {
+  PidMatch match;
+  match.unmatched = {{7, 0x100, 0x1B}};
+  for (const int type : {0x02, 0x24}) {
+    EXPECT_EQ(withoutUnmatched(psi({program(7, {{type, 0x100}})}), match).programs[0].streams.size(),
+              1U)
+        << type;
+  }
+}
+
 TEST(PidMatch, NumbersThatChangedAreMapped) {
   const Psi before = psi({program(1, {{0x1B, 0x100}}), program(2, {{0x1B, 0x200}})});
   const Psi behind = psi({program(11, {{0x1B, 0x500}}), program(2, {{0x1B, 0x200}})});

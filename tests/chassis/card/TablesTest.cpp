@@ -58,6 +58,17 @@ TEST_F(Tables, AnOldTableLeavesNothing) {
   EXPECT_EQ(table->prog[31].ele[31].caList.privData[255], 0);
 }
 
+TEST_F(Tables, OldFormsLeaveNothing) {
+  std::memset(&port, 0xEE, sizeof port);
+  std::memset(mux.get(), 0xEE, sizeof *mux);
+  buildInPortForm(psi, port);
+  buildMuxForm(psi, {}, *mux);
+  const InPortForm noPort{};
+  const auto noMux = std::make_unique<MuxCardForm>();
+  EXPECT_EQ(std::memcmp(&port, &noPort, sizeof port), 0);
+  EXPECT_EQ(std::memcmp(mux.get(), noMux.get(), sizeof *mux), 0);
+}
+
 TEST_F(Tables, TellsTheLevelsOfCa) {
   const std::vector<PsiCa> ca = {{0x0500, 0x1F00, {}}};
   psi.programs = {program(0, 0x100), program(1, 0x200), program(2, 0x300), program(3, 0x400)};
