@@ -426,7 +426,8 @@ TEST_F(ScriptWithStreams, ReadingAStreamCanBeInterrupted) {
   const auto always = [] { return [](const Progress &) { return true; }; };
   write("sub/zeros.ts", {});
   write("sub/mute.ts", clockless());
-  for (const char *name : {"zeros.ts", "near.ts", "mute.ts"}) {
+  write("sub/bare.ts", testing_streams::StreamWriter().null().null().null().null().null().bytes());
+  for (const char *name : {"zeros.ts", "near.ts", "mute.ts", "bare.ts"}) {
     fs::resize_file(folder_ / "sub" / name, 16 << 20);
     writeScript("wait\ncardInsert 0, \"" + std::string(name) + "\"\nprogAssign 0, 7, 1");
     StreamPrograms interrupted(never);
