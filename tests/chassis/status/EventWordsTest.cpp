@@ -28,6 +28,18 @@ TEST(EventWords, AreTestedForEachKind) {
   EXPECT_EQ(kinds.size(), eventKinds);
 }
 
+TEST(EventWords, GivePidsFourDigits) {
+  event::Feed feed;
+  feed.ecmPid = 0x0150;
+  feed.reason = event::FeedReason::NoEcm;
+  feed.timeoutMs = 4000;
+  EXPECT_EQ(wordsOf({{0, 0}, event::CamStops{feed}}).why, "no ECM on PID 0x0150 for 4000 ms");
+  feed.reason = event::FeedReason::EcmsCome;
+  feed.tier = 7;
+  EXPECT_EQ(wordsOf({{0, 0}, event::CamDescrambles{feed, false}}).why,
+            "ECMs on PID 0x0150, tier 7");
+}
+
 // A CAM may say anything, and any length of it.
 TEST(EventWords, OfLongListsAreCutShort) {
   const EventWords replied = wordsOf({{0, 0}, sample_events::reply(20000)});
