@@ -71,9 +71,8 @@ TEST(PidMatch, AStreamOfAnotherTypeIsNotTheUnmatchedOne) {
   PidMatch match;
   match.unmatched = {{7, 0x100, 0x1B}};
   for (const int type : {0x02, 0x24}) {
-    EXPECT_EQ(withoutUnmatched(psi({program(7, {{type, 0x100}})}), match).programs[0].streams.size(),
-              1U)
-        << type;
+    const Psi left = withoutUnmatched(psi({program(7, {{type, 0x100}})}), match);
+    EXPECT_EQ(left.programs[0].streams.size(), 1U) << type;
   }
 }
 
