@@ -102,7 +102,7 @@ TEST_F(SnapshotTest, ACamHasWhatTheLibraryNotes) {
   insertCard();
   chassis_.rack().camInsert(slot, 1, {0x0500, 0x0B00});
   runUntil(4000);
-  const CardCams &cams = watch_.snapshot()->cams[slot];
+  const CardCams cams = watch_.snapshot()->cams[slot];
   EXPECT_FALSE(cams[0].inserted);
   EXPECT_TRUE(cams[1].inserted);
   EXPECT_EQ(cams[1].caSystems, (std::vector<std::uint16_t>{0x0500, 0x0B00}));
