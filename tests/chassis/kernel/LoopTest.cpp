@@ -129,14 +129,15 @@ TEST(Loop, PointsOfTimeAreWaitedForAlone) {
   int read = 0;
   const auto watching = loop.watch(ends[0], [&read] { ++read; });
   const std::uint64_t now = Loop::nowNs();
-  Departures departures({now + 30 * msNs});
+  Departures departures({now + 30 * msNs, now + 7200000 * msNs});
   const auto added = loop.add(departures);
-  loop.waitTimed(now + 10 * msNs);
-  EXPECT_EQ(departures.served, 0);
   while (departures.served == 0) {
     loop.waitTimed(now + 3600000 * msNs);
   }
   EXPECT_GE(Loop::nowNs(), now + 30 * msNs);
+  loop.waitTimed(now + 40 * msNs);
+  EXPECT_GE(Loop::nowNs(), now + 40 * msNs);
+  EXPECT_EQ(departures.served, 1);
   EXPECT_EQ(read, 0);
   close(ends[0]);
   close(ends[1]);
